@@ -1,0 +1,80 @@
+#include <algorithm>
+#include <array>
+#include <string>
+#include <vector>
+
+#include "ping_pong.h"
+#include "process.h"
+#include "service.h"
+#include "suites.h"
+
+namespace zam_bench {
+namespace {
+
+constexpr int kRounds = 9;
+constexpr int kWarmUpCalls = 1000;
+constexpr int kCalls = 10'000;
+
+constexpr std::array<Placement, 3> kPlacements = {
+    {{"one_core", 0, 0}, {"two_cores", 0, 1}, {"unpinned", -1, -1}}};
+
+/// Middle round-trip time, and CPU time of both processes per call, in microseconds.
+struct Cost {
+    double p50;
+    double cpu;
+};
+
+template <typename Call>
+Cost Measure(pid_t server, const Call& call) {
+    for (int i = 0; i < kWarmUpCalls; ++i) {
+        call();
+    }
+    std::vector<double> times;
+    times.reserve(kCalls);
+    const double cpuBefore = CpuMicroseconds(0) + CpuMicroseconds(server);
+    for (int i = 0; i < kCalls; ++i) {
+        const double before = NowMicroseconds();
+        call();
+        times.push_back(NowMicroseconds() - before);
+    }
+    const double cpu = CpuMicroseconds(0) + CpuMicroseconds(server) - cpuBefore;
+    return {Median(std::move(times)), cpu / kCalls};
+}
+
+}  // namespace
+
+void MeasureGetState(Report& report) {
+    const Service service;
+    zam_connector::test::RealConnection connection;
+    SocketPair sockets = MakeSocketPair();
+    const Child bareServer([&sockets] {
+        sockets.client.Reset();
+        ServePings(sockets.server.Get(), kGetStateExchange);
+    });
+    sockets.server.Reset();
+
+    for (const Placement& placement : kPlacements) {
+        Pin(0, placement.client);
+        Pin(service.Pid(), placement.server);
+        Pin(bareServer.Pid(), placement.server);
+        std::vector<double> calls;
+        std::vector<double> pings;
+        std::vector<double> callCpu;
+        std::vector<double> pingCpu;
+        for (int round = 0; round < kRounds; ++round) {
+            const Cost ping = Measure(
+                bareServer.Pid(), [&sockets] { Ping(sockets.client.Get(), kGetStateExchange); });
+            const Cost call = Measure(service.Pid(), [&connection] { GetState(connection); });
+            pings.push_back(ping.p50);
+            pingCpu.push_back(ping.cpu);
+            calls.push_back(call.p50);
+            callCpu.push_back(call.cpu);
+        }
+        const std::string where = placement.name;
+        report.Add({"call.getstate", where + ".p50", "us", Median(calls), Median(pings)});
+        report.Add({"call.getstate", where + ".cpu", "us", Median(callCpu), Median(pingCpu)});
+    }
+    Pin(0, -1);
+}
+
+}  // namespace zam_bench

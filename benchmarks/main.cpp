@@ -1,0 +1,51 @@
+#include <array>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "suites.h"
+
+namespace {
+
+struct Suite {
+    const char* name;
+    void (*measure)(zam_bench::Report& report);
+};
+
+constexpr std::array kSuites = std::to_array<Suite>({
+    {"call.getstate", &zam_bench::MeasureGetState},
+    {"call.clients8", &zam_bench::MeasureEightClients},
+    {"call.allocations", &zam_bench::MeasureAllocations},
+});
+
+}  // namespace
+
+/// zam_bench RESULTS.json [NAME...]: measures the rows whose names begin with one of the names,
+/// all without any.
+int main(int argc, char** argv) try {
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: zam_bench RESULTS.json [NAME...]\n");
+        return 1;
+    }
+    zam_bench::Report report(std::vector<std::string>(argv + 2, argv + argc));
+    for (const Suite& suite : kSuites) {
+        if (report.Wants(suite.name)) {
+            std::fprintf(stderr, "measuring %s\n", suite.name);
+            suite.measure(report);
+        }
+    }
+    if (report.IsEmpty()) {
+        std::fprintf(stderr, "zam_bench: no row's name begins so; the names are:\n");
+        for (const Suite& suite : kSuites) {
+            std::fprintf(stderr, "  %s\n", suite.name);
+        }
+        return 1;
+    }
+    std::fputs(report.Table().c_str(), stdout);
+    report.WriteJson(argv[1]);
+    return 0;
+} catch (const std::exception& exception) {
+    std::fprintf(stderr, "zam_bench: %s\n", exception.what());
+    return 2;
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+
+namespace zam_bench {
+
+/// Where a client and its server run; -1 stands for any core.
+struct Placement {
+    const char* name;
+    int client;
+    int server;
+};
+
+/// Pins every thread of a process (0: this one) to a core, or frees it to run on all for -1.
+void Pin(pid_t process, int core);
+
+/// CPU time that a process has used, user and system, in microseconds.
+double CpuMicroseconds(pid_t process);
+
+double NowMicroseconds();
+
+/// A forked process that runs `body` and ends; killed, if it still runs, and reaped at the end of
+/// this object's life.
+class Child {
+public:
+    explicit Child(const std::function<void()>& body);
+    Child(Child&& other) noexcept;
+    Child& operator=(Child&&) = delete;
+    ~Child();
+
+    pid_t Pid() const noexcept { return process_; }
+
+    /// Waits for its end; throws `std::runtime_error` unless it ended with status 0.
+    void Join();
+
+private:
+    pid_t process_;
+};
+
+}  // namespace zam_bench

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "qx/operations.h"
+#include "vd/arena.h"
+#include "vd/zor_transport.h"
+
+namespace qx {
+
+/// What every operation stub does: fills the first 8 bytes of both headers and hands the exchange
+/// to the transport, whose status it returns unchanged. The other 16 header bytes are the
+/// transport's and are left alone.
+template <std::uint16_t kOperation, typename Proxy, typename Request, typename Response>
+int Exchange(const Proxy* proxy, Request* request, vd_arena* requestArena, Response* response,
+             vd_arena* responseArena) {
+    request->header.riid = proxy->riid;
+    request->header.operation = kOperation;
+    request->header.fixedSize = sizeof(Request);
+    response->header.riid = proxy->riid;
+    response->header.operation = kOperation;
+    response->header.fixedSize = sizeof(Response);
+    return proxy->transport->ops->call(proxy->transport, &request->header, requestArena,
+                                       &response->header, responseArena);
+}
+
+}  // namespace qx
+
+// NOLINTBEGIN(bugprone-macro-parentheses): a declared name takes no parentheses.
+#define QX_OPERATION_SLOT(INTERFACE, NUMBER, NAME, REQUEST, RESPONSE, REQUEST_ARENA,          \
+                          RESPONSE_ARENA)                                                     \
+    int (*NAME)(const qx_zam_connector_##INTERFACE##_proxy* proxy,                            \
+                qx_zam_connector_##INTERFACE##_##NAME##_req* request, vd_arena* requestArena, \
+                qx_zam_connector_##INTERFACE##_##NAME##_rsp* response, vd_arena* responseArena);
+
+// NOLINTEND(bugprone-macro-parentheses)
+
+#define QX_OPERATION_ENTRY(INTERFACE, NUMBER, NAME, REQUEST, RESPONSE, REQUEST_ARENA, \
+                           RESPONSE_ARENA)                                            \
+    &qx::Exchange<NUMBER, qx_zam_connector_##INTERFACE##_proxy,                       \
+                  qx_zam_connector_##INTERFACE##_##NAME##_req,                        \
+                  qx_zam_connector_##INTERFACE##_##NAME##_rsp>,
+
+#define QX_OPERATION_CHECKS(INTERFACE, NUMBER, NAME, REQUEST, RESPONSE, REQUEST_ARENA, \
+                            RESPONSE_ARENA)                                            \
+    static_assert(sizeof(qx_zam_connector_##INTERFACE##_##NAME##_req) == (REQUEST));   \
+    static_assert(sizeof(qx_zam_connector_##INTERFACE##_##NAME##_rsp) == (RESPONSE));  \
+    static_assert(alignof(qx_zam_connector_##INTERFACE##_##NAME##_req) == 8);          \
+    static_assert(alignof(qx_zam_connector_##INTERFACE##_##NAME##_rsp) == 8);          \
+    static_assert(offsetof(qx_zam_connector_##INTERFACE##_##NAME##_req, header) == 0); \
+    static_assert(offsetof(qx_zam_connector_##INTERFACE##_##NAME##_rsp, header) == 0); \
+    static_assert(offsetof(qx_zam_connector_##INTERFACE##_ops, NAME) == (NUMBER) * sizeof(void*));
+
+/// Declares an interface whose messages are already declared: its operation table type
+/// `qx_zam_connector_NAME_ops`, its proxy record `qx_zam_connector_NAME_proxy` of three words, the
+/// table itself, and `qx_zam_connector_NAME_proxy_init(record, transport, riid)`, which fills the
+/// record and checks nothing. Neither the table nor the transport is owned by the record.
+#define QX_DECLARE_INTERFACE(INTERFACE, OPERATIONS)                                   \
+    struct qx_zam_connector_##INTERFACE##_proxy;                                      \
+    struct qx_zam_connector_##INTERFACE##_ops {                                       \
+        OPERATIONS(QX_OPERATION_SLOT)                                                 \
+    };                                                                                \
+    struct qx_zam_connector_##INTERFACE##_proxy {                                     \
+        const qx_zam_connector_##INTERFACE##_ops* ops;                                \
+        VdZorTransport* transport;                                                    \
+        std::uint16_t riid;                                                           \
+    };                                                                                \
+    static_assert(sizeof(qx_zam_connector_##INTERFACE##_proxy) == 3 * sizeof(void*)); \
+    OPERATIONS(QX_OPERATION_CHECKS)                                                   \
+    inline constexpr qx_zam_connector_##INTERFACE##_ops                               \
+        qx_zam_connector_##INTERFACE##_operations = {OPERATIONS(QX_OPERATION_ENTRY)}; \
+    inline void qx_zam_connector_##INTERFACE##_proxy_init(                            \
+        qx_zam_connector_##INTERFACE##_proxy* record, VdZorTransport* transport,      \
+        std::uint16_t riid) {                                                         \
+        *record = {&qx_zam_connector_##INTERFACE##_operations, transport, riid};      \
+    }
+
+/// Fixes the offset of a field; every field of every message and shared record has one.
+#define QX_FIELD(RECORD, FIELD, OFFSET) static_assert(offsetof(RECORD, FIELD) == (OFFSET))

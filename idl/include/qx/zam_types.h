@@ -1,0 +1,146 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "qx/interface.h"
+
+/// Records shared by the interfaces. All of them are little-endian, of fixed size, without hidden
+/// padding, and valid when zero-filled. Enumerations and flags stand as integers.
+
+/// Parameters of a connection start.
+struct qx_zam_connector_ZamTypes_ZamConnectionParameters {
+    vd_bytes serverAddress;
+    vd_bytes productName;
+    vd_bytes deviceName;
+    vd_bytes proxyUrl;
+    std::uint32_t serverPort;
+    std::uint32_t connectTimeoutMs;
+    std::uint32_t requestTimeoutMs;
+    std::uint32_t keepAlivePeriodMs;
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_ZamConnectionParameters) == 48);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectionParameters, serverAddress, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectionParameters, productName, 8);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectionParameters, deviceName, 16);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectionParameters, proxyUrl, 24);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectionParameters, serverPort, 32);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectionParameters, connectTimeoutMs, 36);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectionParameters, requestTimeoutMs, 40);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectionParameters, keepAlivePeriodMs, 44);
+
+/// Bits of `qx_zam_connector_ZamTypes_ZamConnectorSettings::flags`; unknown bits are ignored.
+inline constexpr std::uint32_t kQxSettingsCompressTraffic = 1U << 0U;
+inline constexpr std::uint32_t kQxSettingsAllowMeteredNetwork = 1U << 1U;
+inline constexpr std::uint32_t kQxSettingsSendDiagnostics = 1U << 2U;
+
+/// Settings of the connector.
+struct qx_zam_connector_ZamTypes_ZamConnectorSettings {
+    std::uint32_t syncPeriodS;
+    std::uint32_t heartbeatPeriodS;
+    std::uint32_t reconnectDelayMinS;
+    std::uint32_t reconnectDelayMaxS;
+    std::uint64_t uploadLimitBytesPerSecond;
+    std::uint64_t downloadLimitBytesPerSecond;
+    std::uint64_t maxFileSizeBytes;
+    std::uint32_t eventQueueLimit;
+    std::uint32_t flags;
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_ZamConnectorSettings) == 48);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectorSettings, syncPeriodS, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectorSettings, heartbeatPeriodS, 4);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectorSettings, reconnectDelayMinS, 8);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectorSettings, reconnectDelayMaxS, 12);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectorSettings, uploadLimitBytesPerSecond, 16);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectorSettings, downloadLimitBytesPerSecond, 24);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectorSettings, maxFileSizeBytes, 32);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectorSettings, eventQueueLimit, 40);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectorSettings, flags, 44);
+
+/// A piece of raw parameters: one stretch of the arena.
+struct qx_zam_connector_ZamTypes_ZamParams {
+    vd_bytes records;
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_ZamParams) == 8);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamParams, records, 0);
+
+/// Subscriptions with the hash of their content.
+struct qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash {
+    std::uint64_t hash;
+    std::uint64_t opaque[6];
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash) == 56);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash, hash, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash, opaque, 8);
+
+/// Data about the management server.
+struct qx_zam_connector_ZamTypes_ZamServerData {
+    std::uint32_t opaque[3];
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_ZamServerData) == 12);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamServerData, opaque, 0);
+
+/// A sequence of 16-byte update identifiers.
+struct qx_zam_connector_ZamTypes_ZamUpdateIdentifierContainer {
+    vd_bytes identifiers;
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_ZamUpdateIdentifierContainer) == 8);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamUpdateIdentifierContainer, identifiers, 0);
+
+/// What the product tells about itself.
+struct qx_zam_connector_ZamTypes_AppInfo {
+    std::uint64_t opaque[25];
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_AppInfo) == 200);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, opaque, 0);
+
+/// What changes of it while the product runs.
+struct qx_zam_connector_ZamTypes_DynamicAppInfo {
+    std::uint64_t opaque;
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_DynamicAppInfo) == 8);
+QX_FIELD(qx_zam_connector_ZamTypes_DynamicAppInfo, opaque, 0);
+
+/// Which file to describe.
+struct qx_zam_connector_ZamTypes_FileInfoParams {
+    vd_bytes opaque;
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_FileInfoParams) == 8);
+QX_FIELD(qx_zam_connector_ZamTypes_FileInfoParams, opaque, 0);
+
+/// A file's description.
+struct qx_zam_connector_ZamTypes_FileInfo {
+    vd_bytes opaqueText;
+    std::uint64_t opaque[3];
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_FileInfo) == 32);
+QX_FIELD(qx_zam_connector_ZamTypes_FileInfo, opaqueText, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_FileInfo, opaque, 8);
+
+/// Which stretch of a file to fetch.
+struct qx_zam_connector_ZamTypes_FileChunkParams {
+    std::uint64_t opaque[3];
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_FileChunkParams) == 24);
+QX_FIELD(qx_zam_connector_ZamTypes_FileChunkParams, opaque, 0);
+
+/// A stretch of a file. Aligned to 4 bytes, so that the result code behind it still fits.
+struct qx_zam_connector_ZamTypes_FileChunk {
+    std::uint32_t opaque[9];
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_FileChunk) == 36);
+QX_FIELD(qx_zam_connector_ZamTypes_FileChunk, opaque, 0);
+
+/// Which client certificates to fetch.
+struct qx_zam_connector_ZamTypes_ClientCertParams {
+    std::uint64_t opaque[3];
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_ClientCertParams) == 24);
+QX_FIELD(qx_zam_connector_ZamTypes_ClientCertParams, opaque, 0);
+
+/// A sequence of client certificates.
+struct qx_zam_connector_ZamTypes_ClientCertsInfo {
+    vd_bytes certificates;
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_ClientCertsInfo) == 8);
+QX_FIELD(qx_zam_connector_ZamTypes_ClientCertsInfo, certificates, 0);

@@ -1,0 +1,120 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "vd/arena.h"
+#include "zam_platform/frame.h"
+
+namespace zam_platform {
+
+class ServerConnection;
+
+/// What the server checks of an operation before a handler sees the call. Sizes are bytes.
+struct OperationRule {
+    std::string name;
+    std::uint32_t requestBytes = 0;        ///< exact size of the request's fixed part
+    std::uint32_t responseBytes = 0;       ///< exact size of the response's fixed part
+    std::uint32_t requestArenaBytes = 0;   ///< most arena bytes of a request
+    std::uint32_t responseArenaBytes = 0;  ///< most arena bytes of a response
+};
+
+/// Who calls: the client process and handle, and the user that it runs as.
+struct ClientIdentity {
+    SessionToken token{};
+    uid_t user = 0;
+};
+
+/// A call that has passed the checks. Valid during `EndpointHandler::OnCall`, until it is answered.
+struct Request {
+    std::uint16_t operation = 0;
+    const OperationRule* rule = nullptr;
+    ClientIdentity client;
+    const vd_message_header* message = nullptr;  ///< `rule->requestBytes` bytes, 8-aligned
+    vd_arena arena{};                            ///< the request's arena bytes, to be read only
+
+    /// The message as its type, whose size is the rule's.
+    template <typename Message>
+    const Message& As() const noexcept {
+        return *reinterpret_cast<const Message*>(message);
+    }
+};
+
+/// An answer on its way out, before it is sent.
+struct AnswerParts {
+    std::int32_t status = 0;             ///< transport status; when not 0 the rest is not sent
+    std::vector<unsigned char> message;  ///< the fixed part
+    std::vector<unsigned char> arena;
+};
+
+class Responder;
+
+/// Gets an answer in the place of the client, and the right to answer.
+class AnswerInterceptor {
+public:
+    virtual ~AnswerInterceptor() = default;
+    virtual void OnAnswer(AnswerParts answer, Responder responder) = 0;
+};
+
+/// The right and the duty to answer one call, once. May be kept and used from any thread; it must
+/// not outlive the server. Destroyed without an answer it fails the call with
+/// `kStatusUnanswered`. When the client has gone, an answer goes nowhere.
+class Responder {
+public:
+    Responder(std::shared_ptr<ServerConnection> connection, std::uint64_t callNumber,
+              const vd_message_header& header, const OperationRule& rule) noexcept;
+    Responder(Responder&&) noexcept = default;
+    Responder& operator=(Responder&&) = delete;
+    ~Responder();
+
+    /// Answers with a message of the operation's response size, whose header is filled in, and
+    /// with arena bytes (at most the operation's limit).
+    template <typename Message>
+    void Answer(Message& message, const void* arena = nullptr, std::uint32_t arenaBytes = 0) {
+        AnswerBytes(&message.header, sizeof(Message), arena, arenaBytes);
+    }
+
+    /// The same with the size told; a size that is not the operation's fails the call.
+    void AnswerBytes(vd_message_header* message, std::uint32_t messageBytes, const void* arena,
+                     std::uint32_t arenaBytes);
+
+    /// Fails the call with a transport status other than 0.
+    void Fail(std::int32_t status);
+
+    /// Closes the connection without an answer.
+    void Drop();
+
+    /// Sends later answers of this responder through `interceptor`.
+    void Intercept(std::unique_ptr<AnswerInterceptor> interceptor) noexcept;
+
+private:
+    std::shared_ptr<ServerConnection> connection_;  ///< null once answered
+    std::unique_ptr<AnswerInterceptor> interceptor_;
+    std::uint64_t callNumber_;
+    vd_message_header header_;
+    const OperationRule* rule_;
+};
+
+/// Serves the calls of one endpoint.
+class EndpointHandler {
+public:
+    virtual ~EndpointHandler() = default;
+
+    /// Takes one call, on the server's loop thread; answers at once or keeps the responder. Must
+    /// not block.
+    virtual void OnCall(const Request& request, Responder responder) = 0;
+};
+
+/// One endpoint as the server knows it.
+struct EndpointRule {
+    std::string name;
+    std::uint16_t riid = 0;                 ///< below 0xFFFF
+    std::vector<OperationRule> operations;  ///< by operation number
+    EndpointHandler* handler = nullptr;     ///< not owned; called by `Server::Run` only
+};
+
+}  // namespace zam_platform

@@ -1,0 +1,106 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <asio/io_context.hpp>
+#include <asio/local/stream_protocol.hpp>
+#include <asio/steady_timer.hpp>
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "zam_platform/peer_credentials.h"
+#include "zam_platform/server/endpoint.h"
+#include "zam_platform/server/session_registry.h"
+
+namespace zam_platform {
+
+/// Whom a server serves: always its own user and root, and the members of one group.
+struct AdmissionPolicy {
+    uid_t ownUser = 0;
+    std::optional<gid_t> group;
+
+    bool Admits(const PeerCredentials& peer) const;
+};
+
+/// Limits of a server. Those per user keep one user's clients from starving another's.
+struct ServerLimits {
+    std::size_t connectionsPerUser = 4096;
+    std::size_t bufferedBytesPerUser = std::size_t{64} << 20U;  ///< of half-received frames
+    std::size_t queuedBytesPerUser = std::size_t{64} << 20U;    ///< of answers not yet taken
+    std::chrono::milliseconds frameTimeout{5000};  ///< from a frame's first byte to its last
+    std::chrono::milliseconds sessionGrace{2000};  ///< from a session's last connection to its end
+    std::chrono::milliseconds acceptPause{100};    ///< after running out of descriptors
+};
+
+/// What a user's connections hold.
+struct UserUsage {
+    std::size_t connections = 0;
+    std::size_t bufferedBytes = 0;
+    std::size_t queuedBytes = 0;
+};
+
+/// Accepts connections, checks what comes over them against the endpoints' rules, and hands calls
+/// to their handlers. One thread runs the loop; handlers run on it. What breaks a rule is logged
+/// and closes its connection, after a refusal frame that tells the client why.
+class Server {
+public:
+    Server(std::vector<EndpointRule> endpoints, AdmissionPolicy admission, ServerLimits limits);
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    /// Closes every connection. Every `Responder` must be gone and `Run` have returned.
+    ~Server();
+
+    /// Serves one more endpoint. Before `Run`.
+    void Serve(EndpointRule endpoint);
+
+    /// Serves a listening socket, whose ownership it takes. Before `Run`.
+    void Accept(int listeningSocket);
+
+    /// Called on the loop thread when a session has ended. Before `Run`.
+    void OnSessionEnd(std::function<void(const SessionToken&)> observer);
+
+    /// Runs the loop until `Stop`; returns at once when that has been called before.
+    void Run();
+
+    /// Ends `Run` for good. From any thread.
+    void Stop();
+
+    /// For timers and other descriptors that handlers need; everything on it runs on the loop
+    /// thread.
+    asio::io_context& Context() noexcept { return context_; }
+
+    /// Connections that are open. On the loop thread, or when the loop does not run.
+    std::size_t ConnectionCount() const noexcept { return connections_.size(); }
+
+private:
+    friend class ServerConnection;
+
+    using Socket = asio::local::stream_protocol::socket;
+    struct Listener;
+
+    void AcceptNext(Listener& listener);
+    void PauseAccepting(Listener& listener, const std::error_code& reason);
+    void OnAccepted(Socket socket);
+    const EndpointRule* FindEndpoint(std::uint16_t riid) const noexcept;
+    std::uint16_t FindRiid(std::string_view endpoint) const noexcept;
+
+    std::vector<EndpointRule> endpoints_;  ///< constant once calls come
+    const AdmissionPolicy admission_;
+    const ServerLimits limits_;
+    asio::io_context context_{1};
+    SessionRegistry sessions_;
+    std::map<uid_t, UserUsage> usage_;
+    std::set<std::shared_ptr<ServerConnection>> connections_;
+    std::vector<std::unique_ptr<Listener>> listeners_;
+    bool isClosing_ = false;
+};
+
+}  // namespace zam_platform

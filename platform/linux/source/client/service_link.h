@@ -1,0 +1,92 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "qor/mutex.h"
+#include "vd/arena.h"
+#include "zam_platform/channel.h"
+#include "zam_platform/frame.h"
+#include "zam_platform/posix_error.h"
+
+namespace zam_platform {
+
+/// Idle connections that a link keeps; more than this many calls at once connect anew.
+inline constexpr std::size_t kMaxIdleChannels = 16;
+
+/// Spacing of failing returns while a service is away: the first, doubling up to the last.
+inline constexpr std::chrono::milliseconds kFirstFailureDelay{1};
+inline constexpr std::chrono::milliseconds kLastFailureDelay{250};
+
+/// One call, as the transport's operation gets it.
+struct LinkCall {
+    const vd_message_header* request = nullptr;
+    const vd_arena* requestArena = nullptr;
+    vd_message_header* response = nullptr;
+    vd_arena* responseArena = nullptr;
+    std::chrono::milliseconds timeout{0};  ///< 0: none
+    bool farewell = false;  ///< done, with a zero-filled response, when the peer is gone
+};
+
+/// This process's connections to one service. Every call in flight has a channel of its own, so a
+/// call that the service answers late holds up no other; idle channels are kept, the last used on
+/// top. Any number of threads may use a link at once; it starts none. Links live as long as the
+/// process.
+class ServiceLink {
+public:
+    explicit ServiceLink(ChannelFactory connect);
+    ServiceLink(const ServiceLink&) = delete;
+    ServiceLink& operator=(const ServiceLink&) = delete;
+    ~ServiceLink();
+
+    /// Connects once and keeps the channel. Throws `PlatformError`.
+    void Open();
+
+    /// Gives the transport status. A failing return is delayed while the service is away.
+    std::int32_t Call(const LinkCall& call) noexcept;
+
+    /// The riid of an endpoint; 0xFFFF when it is unknown or the service does not answer.
+    std::uint16_t Lookup(std::string_view endpoint) noexcept;
+
+    /// Around `fork`: what the parent's connections carry belongs to the parent, so the child drops
+    /// its copies, those of calls that other threads had in flight included, and is a new client.
+    void LockForFork() QOR_NO_THREAD_SAFETY_ANALYSIS { mutex_.lock(); }
+    void UnlockInParent() QOR_NO_THREAD_SAFETY_ANALYSIS { mutex_.unlock(); }
+    void RestartInChild() noexcept QOR_NO_THREAD_SAFETY_ANALYSIS;
+
+private:
+    struct Connection;
+
+    /// A connection in the hands of one call; closed unless it is given back.
+    class Lease;
+
+    /// Sends the frame once and receives its answer. Throws `PlatformError`.
+    void Exchange(OutgoingFrame frame, IncomingFrame& answer, const Deadline& deadline);
+
+    Connection* TakeIdle() noexcept QOR_EXCLUDES(mutex_);
+    Connection* Connect(const Deadline& deadline) QOR_EXCLUDES(mutex_);
+    void GiveBack(Connection* connection) noexcept QOR_EXCLUDES(mutex_);
+    void Discard(Connection* connection) noexcept QOR_EXCLUDES(mutex_);
+    void Unlink(Connection* connection) noexcept QOR_REQUIRES(mutex_);
+
+    /// Waits, but not beyond the deadline of the call.
+    void DelayFailure(const Deadline& deadline) noexcept;
+    void ForgetFailures() noexcept;
+
+    const ChannelFactory connect_;
+
+    qor::Mutex mutex_;
+    SessionToken token_ QOR_GUARDED_BY(mutex_);
+    Connection* idle_ QOR_GUARDED_BY(mutex_) = nullptr;  ///< top of the stack of idle ones
+    std::size_t idleCount_ QOR_GUARDED_BY(mutex_) = 0;
+    Connection* all_ QOR_GUARDED_BY(mutex_) = nullptr;  ///< every one, leased ones included
+
+    std::atomic<std::uint32_t> failureDelayMs_{0};
+};
+
+}  // namespace zam_platform

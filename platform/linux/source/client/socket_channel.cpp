@@ -1,0 +1,354 @@
+#include "client/socket_channel.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <span>
+
+#include "zam_platform/peer_credentials.h"
+#include "zam_platform/posix_error.h"
+
+namespace zam_platform {
+namespace {
+
+/// Steps over the first `bytes` bytes of a list of buffers.
+std::span<iovec> Advance(std::span<iovec> parts, std::size_t bytes) {
+    while (!parts.empty() && bytes >= parts.front().iov_len) {
+        bytes -= parts.front().iov_len;
+        parts = parts.subspan(1);
+    }
+    if (!parts.empty()) {
+        parts.front().iov_base = static_cast<unsigned char*>(parts.front().iov_base) + bytes;
+        parts.front().iov_len -= bytes;
+    }
+    return parts;
+}
+
+/// Buffers are shared between reading and writing by the kernel's interface; writing only reads.
+iovec Part(const void* data, std::size_t bytes) {
+    return {const_cast<void*>(data), bytes};
+}
+
+/// Waits until the socket is ready; false when the deadline has passed.
+bool WaitUntilReady(int socket, short events, const Deadline& deadline) {
+    for (;;) {
+        int timeoutMs = -1;
+        if (deadline) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+                *deadline - std::chrono::steady_clock::now());
+            timeoutMs = static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 60'000));
+        }
+        pollfd poll{.fd = socket, .events = events, .revents = 0};
+        const int ready = ::poll(&poll, 1, timeoutMs);
+        if (ready > 0) {
+            return true;
+        }
+        if (ready < 0 && errno != EINTR) {
+            throw PosixError("wait on the connection", errno);
+        }
+        if (deadline && std::chrono::steady_clock::now() >= *deadline) {
+            return false;
+        }
+    }
+}
+
+bool IsPeerGone(int errorNumber) {
+    return errorNumber == EPIPE || errorNumber == ECONNRESET || errorNumber == ENOTCONN;
+}
+
+/// One read into the parts. Gives 0 when nothing has come before `deadline`; without a deadline it
+/// blocks in the read itself, which saves the wait. Throws at the end of the connection.
+std::size_t ReadSome(int socket, std::span<iovec> parts, const Deadline& deadline) {
+    msghdr message{};
+    message.msg_iov = parts.data();
+    message.msg_iovlen = parts.size();
+    for (;;) {
+        const ssize_t got = ::recvmsg(socket, &message, deadline ? MSG_DONTWAIT : 0);
+        if (got > 0) {
+            return static_cast<std::size_t>(got);
+        }
+        if (got == 0) {
+            throw PlatformError(kStatusBroken, "the service closed the connection");
+        }
+        if (errno == EAGAIN) {
+            if (!WaitUntilReady(socket, POLLIN, deadline)) {
+                return 0;
+            }
+        } else if (errno != EINTR) {
+            throw PosixError("read from the connection", errno);
+        }
+    }
+}
+
+/// Bounds how long a blocking connect waits; without a deadline, not at all.
+void LimitConnecting(int socket, const Deadline& deadline) {
+    timeval left{};
+    if (deadline) {
+        const auto wait = std::chrono::ceil<std::chrono::microseconds>(
+            *deadline - std::chrono::steady_clock::now());
+        // All zeros stand for no bound.
+        const std::int64_t microseconds = std::max<std::int64_t>(1, wait.count());
+        left = {.tv_sec = microseconds / 1'000'000, .tv_usec = microseconds % 1'000'000};
+    }
+    if (::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &left, sizeof(left)) != 0) {
+        throw PosixError("time limit of a connection", errno);
+    }
+}
+
+/// Connects within the deadline; `shown` names the socket in errors.
+void ConnectTo(int socket, const sockaddr_un& address, const Deadline& deadline,
+               const std::string& shown) {
+    for (;;) {
+        if (deadline) {
+            LimitConnecting(socket, deadline);
+        }
+        if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 ||
+            errno == EISCONN) {
+            break;
+        }
+        if (errno == EAGAIN) {
+            throw PlatformError(kStatusTimeout,
+                                shown + ": the service did not take the connection in time");
+        }
+        if (errno != EINTR) {
+            throw PosixError(shown, errno);
+        }
+    }
+    if (deadline) {
+        // The option bounds writes as well, which have their own way to keep the deadline.
+        LimitConnecting(socket, {});
+    }
+}
+
+PlatformError Refused(const Prelude& refusal) {
+    return {static_cast<TransportStatus>(refusal.status),
+            fmt::format("the service refused the connection: {}", DescribeStatus(refusal.status))};
+}
+
+/// Checks an answer's head against what is awaited.
+void CheckAnswer(const Prelude& prelude, const IncomingFrame& frame) {
+    if (prelude.kind == FrameKind::Refusal && prelude.status != kStatusOk) {
+        throw Refused(prelude);
+    }
+    if (prelude.kind != frame.kind) {
+        throw PlatformError(kStatusProtocol, fmt::format("answer of frame kind {}, not {}",
+                                                         static_cast<unsigned>(prelude.kind),
+                                                         static_cast<unsigned>(frame.kind)));
+    }
+    if (prelude.callNumber != frame.callNumber) {
+        throw PlatformError(kStatusProtocol, fmt::format("answer to call {}, not {}",
+                                                         prelude.callNumber, frame.callNumber));
+    }
+    const std::uint32_t fixedBytes = prelude.status == 0 ? frame.fixedBytes : 0;
+    if (prelude.fixedBytes != fixedBytes) {
+        throw PlatformError(kStatusProtocol, fmt::format("answer with a fixed part of {} bytes, "
+                                                         "not {}",
+                                                         prelude.fixedBytes, fixedBytes));
+    }
+    const std::uint32_t arenaBytes =
+        prelude.status == 0 && frame.arena != nullptr ? frame.arena->capacity : 0;
+    if (prelude.arenaBytes > arenaBytes) {
+        throw PlatformError(kStatusAnswerTooLarge,
+                            fmt::format("answer with an arena of {} bytes, more than {}",
+                                        prelude.arenaBytes, arenaBytes));
+    }
+}
+
+Prelude ReadHead(const unsigned char* head, const IncomingFrame& frame) {
+    Prelude prelude;
+    const FrameFault fault = DecodePrelude(head, prelude);
+    if (fault != FrameFault::None) {
+        throw PlatformError(fault == FrameFault::Version ? kStatusVersion : kStatusProtocol,
+                            DescribeFault(fault, head));
+    }
+    CheckAnswer(prelude, frame);
+    return prelude;
+}
+
+/// A service that closes a connection says why before it does; throws that when it is there.
+void ThrowPendingRefusal(int socket) {
+    std::array<unsigned char, kPreludeBytes> head;
+    const ssize_t got = ::recv(socket, head.data(), head.size(), MSG_DONTWAIT);
+    Prelude prelude;
+    if (got == static_cast<ssize_t>(head.size()) &&
+        DecodePrelude(head.data(), prelude) == FrameFault::None &&
+        prelude.kind == FrameKind::Refusal && prelude.status != kStatusOk) {
+        throw Refused(prelude);
+    }
+}
+
+PlatformError NotInTime(std::size_t got, std::size_t wanted) {
+    return {kStatusTimeout,
+            got == 0 ? std::string("no answer came in time")
+                     : fmt::format("only {} of {} bytes of the answer came in time", got, wanted)};
+}
+
+}  // namespace
+
+UniqueFd ConnectToService(const RuntimeDirectory& directory, const std::string& service,
+                          const Deadline& deadline) {
+    const std::string name = SocketName(service);
+    const std::string shown = fmt::format("socket '{}/{}'", directory.Path(), name);
+
+    // The socket itself is opened first, so that what is checked is what is connected to.
+    const UniqueFd node(
+        ::openat(directory.Descriptor(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!node) {
+        throw PosixError(shown, errno);
+    }
+    struct stat status {};
+    if (::fstat(node.Get(), &status) != 0) {
+        throw PosixError(shown, errno);
+    }
+    if (!S_ISSOCK(status.st_mode)) {
+        throw PlatformError(kStatusUntrusted, shown + ": is no socket");
+    }
+    if (status.st_uid != 0 && status.st_uid != directory.Owner()) {
+        throw PlatformError(kStatusUntrusted,
+                            fmt::format("{}: belongs to user {}, not to root or user {}, who owns "
+                                        "the directory",
+                                        shown, status.st_uid, directory.Owner()));
+    }
+
+    UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!socket) {
+        throw PosixError("new socket", errno);
+    }
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const auto written = fmt::format_to_n(address.sun_path, sizeof(address.sun_path) - 1,
+                                          "/proc/self/fd/{}", node.Get());
+    *written.out = '\0';
+    ConnectTo(socket.Get(), address, deadline, shown);
+
+    const PeerCredentials peer = QueryPeerCredentials(socket.Get(), false);
+    if (peer.user != 0 && peer.user != directory.Owner()) {
+        throw PlatformError(kStatusUntrusted,
+                            fmt::format("{}: the service runs as user {}, not as root or user {}, "
+                                        "who owns the directory",
+                                        shown, peer.user, directory.Owner()));
+    }
+    return socket;
+}
+
+ChannelFactory MakeChannelFactory(const std::string& directory, const std::string& service) {
+    return [directory, service](const SessionToken& token, const Deadline& deadline) {
+        return std::make_unique<SocketChannel>(
+            ConnectToService(RuntimeDirectory(directory), service, deadline), token);
+    };
+}
+
+SocketChannel::SocketChannel(UniqueFd socket, const SessionToken& token,
+                             std::chrono::milliseconds frameTimeout) noexcept
+    : socket_(std::move(socket)), token_(token), frameTimeout_(frameTimeout) {}
+
+bool SocketChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
+    std::array<unsigned char, kPreludeBytes> hello;
+    std::array<unsigned char, kPreludeBytes> head;
+    std::array<iovec, 5> buffers;
+    std::size_t count = 0;
+    if (!greeted_) {
+        EncodePrelude({.kind = FrameKind::Hello, .fixedBytes = kTokenBytes}, hello.data());
+        buffers[count++] = Part(hello.data(), hello.size());
+        buffers[count++] = Part(token_.data(), token_.size());
+    }
+    EncodePrelude(frame.prelude, head.data());
+    buffers[count++] = Part(head.data(), head.size());
+    buffers[count++] = Part(frame.fixed, frame.prelude.fixedBytes);
+    if (frame.prelude.arenaBytes != 0) {
+        buffers[count++] = Part(frame.arena, frame.prelude.arenaBytes);
+    }
+
+    bool started = false;
+    std::span<iovec> parts(buffers.data(), count);
+    while (!parts.empty()) {
+        msghdr message{};
+        message.msg_iov = parts.data();
+        message.msg_iovlen = parts.size();
+        const ssize_t sent =
+            ::sendmsg(socket_.Get(), &message, MSG_NOSIGNAL | (deadline ? MSG_DONTWAIT : 0));
+        if (sent >= 0) {
+            started = started || sent > 0;
+            parts = Advance(parts, static_cast<std::size_t>(sent));
+            continue;
+        }
+        if (errno == EAGAIN) {
+            if (!WaitUntilReady(socket_.Get(), POLLOUT, deadline)) {
+                throw PlatformError(kStatusTimeout, "the service did not take the request in time");
+            }
+        } else if (IsPeerGone(errno)) {
+            const int error = errno;
+            if (!started) {
+                return false;
+            }
+            ThrowPendingRefusal(socket_.Get());
+            throw PosixError("write to the connection", error);
+        } else if (errno != EINTR) {
+            throw PosixError("write to the connection", errno);
+        }
+    }
+    greeted_ = true;
+    return true;
+}
+
+void SocketChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
+    alignas(8) std::array<unsigned char, kPreludeBytes> head;
+    std::array<iovec, 3> buffers = {Part(head.data(), head.size()),
+                                    Part(frame.fixed, frame.fixedBytes), iovec{}};
+    std::size_t count = 2;
+    if (frame.arena != nullptr) {
+        buffers[count++] = Part(frame.arena->base, frame.arena->capacity);
+    }
+
+    // The head, the fixed part and the arena are read straight to where they belong; most answers
+    // come whole with the first read.
+    std::span<iovec> parts(buffers.data(), count);
+    const std::size_t bytesBeforeArena = kPreludeBytes + frame.fixedBytes;
+    std::size_t got = 0;
+    std::size_t wanted = kPreludeBytes;
+    bool headKnown = false;
+    Prelude prelude;
+    Deadline limit = deadline;
+    while (got < wanted) {
+        const std::size_t bytes = ReadSome(socket_.Get(), parts, limit);
+        if (bytes == 0) {
+            throw NotInTime(got, wanted);
+        }
+        const bool first = got == 0;
+        got += bytes;
+        parts = Advance(parts, bytes);
+        if (frame.arena != nullptr && got > bytesBeforeArena) {
+            frame.arena->used = static_cast<std::uint32_t>(got - bytesBeforeArena);
+        }
+        if (!headKnown && got >= kPreludeBytes) {
+            headKnown = true;
+            prelude = ReadHead(head.data(), frame);
+            wanted = prelude.FrameBytes();
+        }
+        if (first && got < wanted) {
+            limit = std::chrono::steady_clock::now() + frameTimeout_;
+            limit = deadline ? std::min(deadline, limit) : limit;
+        }
+    }
+    if (got > wanted) {
+        throw PlatformError(kStatusProtocol, fmt::format("{} bytes behind an answer of {} bytes",
+                                                         got - wanted, wanted));
+    }
+    frame.status = prelude.status;
+}
+
+void SocketChannel::Abandon() noexcept {
+    socket_.Reset();
+}
+
+}  // namespace zam_platform

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "zam_platform/channel.h"
+#include "zam_platform/runtime_directory.h"
+#include "zam_platform/unique_fd.h"
+
+namespace zam_platform {
+
+/// Connects to a service's socket in a directory that has passed its checks, and checks the socket
+/// and the process behind it: both must belong to root or to the directory's owner. Throws
+/// `PlatformError`. Blocks while the service's queue of connections is full, at most until
+/// `deadline`.
+UniqueFd ConnectToService(const RuntimeDirectory& directory, const std::string& service,
+                          const Deadline& deadline = {});
+
+/// A channel over a Unix stream socket.
+class SocketChannel final : public Channel {
+public:
+    /// Takes a connected socket. The token goes out in front of the first frame, in the same
+    /// system call. `frameTimeout` bounds the time from an answer's first byte to its last.
+    SocketChannel(UniqueFd socket, const SessionToken& token,
+                  std::chrono::milliseconds frameTimeout = kFrameTimeout) noexcept;
+
+    bool Send(const OutgoingFrame& frame, const Deadline& deadline) override;
+    void Receive(IncomingFrame& frame, const Deadline& deadline) override;
+    void Abandon() noexcept override;
+
+private:
+    UniqueFd socket_;
+    SessionToken token_;
+    std::chrono::milliseconds frameTimeout_;
+    bool greeted_ = false;
+};
+
+}  // namespace zam_platform

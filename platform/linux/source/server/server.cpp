@@ -1,0 +1,192 @@
+#include "zam_platform/server/server.h"
+
+#include <fmt/format.h>
+#include <sys/socket.h>
+#include <asio/buffer.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include "server/server_connection.h"
+#include "vd/service_locator.h"
+#include "zam_platform/posix_error.h"
+#include "zam_platform/report.h"
+#include "zam_platform/unique_fd.h"
+
+namespace zam_platform {
+namespace {
+
+constexpr char kSourceFile[] = "server";
+
+/// Tells a peer why it is turned away, as far as the socket takes it.
+void SendRefusal(asio::local::stream_protocol::socket& socket, TransportStatus status) {
+    std::array<unsigned char, kPreludeBytes> head;
+    EncodePrelude({.kind = FrameKind::Refusal, .status = status}, head.data());
+    std::error_code ignored;
+    socket.write_some(asio::buffer(head), ignored);
+}
+
+/// Takes a connection from a listening socket. By hand, because no descriptor may ever be without
+/// close-on-exec.
+std::error_code AcceptInto(asio::local::stream_protocol::socket& socket, int listening) {
+    UniqueFd accepted(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!accepted) {
+        return {errno, std::system_category()};
+    }
+    std::error_code error;
+    socket.assign(asio::local::stream_protocol(), accepted.Get(), error);
+    if (!error) {
+        accepted.Release();
+    }
+    return error;
+}
+
+/// The client may have gone before it was accepted.
+bool IsNobodyThere(const std::error_code& error) {
+    return error == std::errc::resource_unavailable_try_again ||
+           error == std::errc::connection_aborted || error == std::errc::interrupted;
+}
+
+}  // namespace
+
+bool AdmissionPolicy::Admits(const PeerCredentials& peer) const {
+    return peer.user == ownUser || peer.user == 0 ||
+           (group && (peer.group == *group || std::find(peer.groups.begin(), peer.groups.end(),
+                                                        *group) != peer.groups.end()));
+}
+
+struct Server::Listener {
+    asio::local::stream_protocol::acceptor acceptor;
+    asio::steady_timer pause;
+    bool isPausing = false;  ///< out of descriptors or memory since it was logged
+};
+
+Server::Server(std::vector<EndpointRule> endpoints, AdmissionPolicy admission, ServerLimits limits)
+    : endpoints_(std::move(endpoints)),
+      admission_(admission),
+      limits_(limits),
+      sessions_(context_, limits.sessionGrace) {}
+
+Server::~Server() {
+    // What waits in the loop holds connections, which refer to the members above. A connection that
+    // was accepted when the loop stopped waits there too, and must find no listener.
+    isClosing_ = true;
+    listeners_.clear();
+    sessions_.OnEnd({});
+    const std::set<std::shared_ptr<ServerConnection>> connections = std::move(connections_);
+    connections_.clear();
+    // Closed before the loop is cleared: a call that was read when the loop stopped goes to nobody.
+    for (const auto& connection : connections) {
+        connection->Close();
+    }
+    context_.restart();
+    context_.poll();
+}
+
+void Server::Serve(EndpointRule endpoint) {
+    endpoints_.push_back(std::move(endpoint));
+}
+
+void Server::Accept(int listeningSocket) {
+    listeners_.push_back(std::make_unique<Listener>(
+        Listener{asio::local::stream_protocol::acceptor(context_, asio::local::stream_protocol(),
+                                                        listeningSocket),
+                 asio::steady_timer(context_)}));
+    AcceptNext(*listeners_.back());
+}
+
+void Server::OnSessionEnd(std::function<void(const SessionToken&)> observer) {
+    sessions_.OnEnd(std::move(observer));
+}
+
+void Server::Run() {
+    const auto work = asio::make_work_guard(context_);
+    context_.run();
+}
+
+void Server::Stop() {
+    context_.stop();
+}
+
+void Server::AcceptNext(Listener& listener) {
+    listener.acceptor.async_wait(
+        asio::socket_base::wait_read, [this, &listener](std::error_code error) {
+            if (isClosing_ || error == asio::error::operation_aborted) {
+                return;
+            }
+            Socket socket(context_);
+            if (!error) {
+                error = AcceptInto(socket, listener.acceptor.native_handle());
+            }
+            if (!error) {
+                listener.isPausing = false;
+                OnAccepted(std::move(socket));
+            }
+            if (!error || IsNobodyThere(error)) {
+                AcceptNext(listener);
+            } else {
+                PauseAccepting(listener, error);
+            }
+        });
+}
+
+void Server::PauseAccepting(Listener& listener, const std::error_code& reason) {
+    // Out of descriptors or memory: those who wait stay in the socket's queue.
+    if (!std::exchange(listener.isPausing, true)) {
+        Report(zor::logger::kLevelError, kSourceFile, "PauseAccepting",
+               fmt::format("accept: {}: trying again every {} ms", reason.message(),
+                           limits_.acceptPause.count()));
+    }
+    listener.pause.expires_after(limits_.acceptPause);
+    listener.pause.async_wait([this, &listener](const std::error_code& aborted) {
+        if (!isClosing_ && !aborted) {
+            AcceptNext(listener);
+        }
+    });
+}
+
+void Server::OnAccepted(Socket socket) {
+    std::error_code ignored;
+    socket.non_blocking(true, ignored);
+    PeerCredentials peer;
+    try {
+        peer = QueryPeerCredentials(socket.native_handle(), admission_.group.has_value());
+    } catch (const PlatformError& error) {
+        Report(zor::logger::kLevelError, kSourceFile, "OnAccepted", error.what());
+        return;
+    }
+    if (!admission_.Admits(peer)) {
+        Report(zor::logger::kLevelError, kSourceFile, "OnAccepted",
+               fmt::format("user {} is not served: connection closed", peer.user));
+        SendRefusal(socket, kStatusNotAdmitted);
+        return;
+    }
+    if (usage_[peer.user].connections >= limits_.connectionsPerUser) {
+        Report(zor::logger::kLevelError, kSourceFile, "OnAccepted",
+               fmt::format("user {} has {} connections, the most allowed: connection closed",
+                           peer.user, limits_.connectionsPerUser));
+        SendRefusal(socket, kStatusQuota);
+        return;
+    }
+    const auto connection = std::make_shared<ServerConnection>(*this, std::move(socket), peer.user);
+    connections_.insert(connection);
+    connection->Start();
+}
+
+const EndpointRule* Server::FindEndpoint(std::uint16_t riid) const noexcept {
+    const auto found =
+        std::find_if(endpoints_.begin(), endpoints_.end(),
+                     [riid](const EndpointRule& endpoint) { return endpoint.riid == riid; });
+    return found == endpoints_.end() ? nullptr : &*found;
+}
+
+std::uint16_t Server::FindRiid(std::string_view endpoint) const noexcept {
+    const auto found =
+        std::find_if(endpoints_.begin(), endpoints_.end(),
+                     [endpoint](const EndpointRule& rule) { return rule.name == endpoint; });
+    return found == endpoints_.end() ? VD_UNKNOWN_RIID : found->riid;
+}
+
+}  // namespace zam_platform

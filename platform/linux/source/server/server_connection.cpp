@@ -1,0 +1,423 @@
+#include "server/server_connection.h"
+
+#include <fmt/format.h>
+#include <asio/buffer.hpp>
+#include <asio/post.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <utility>
+
+#include "zam_platform/report.h"
+
+namespace zam_platform {
+namespace {
+
+constexpr char kSourceFile[] = "server_connection";
+
+/// Bytes of a call's body that tell its operation.
+constexpr std::size_t kHeaderBytes = sizeof(vd_message_header);
+
+vd_message_header HeaderAt(const unsigned char* body) {
+    vd_message_header header;
+    std::memcpy(&header, body, sizeof(header));
+    return header;
+}
+
+}  // namespace
+
+ServerConnection::ServerConnection(Server& server, Socket socket, uid_t user)
+    : server_(server), socket_(std::move(socket)), frameTimer_(server.context_) {
+    client_.user = user;
+    ++Usage().connections;
+}
+
+ServerConnection::~ServerConnection() {
+    Close();
+}
+
+void ServerConnection::Start() {
+    // Who connects and says nothing has no longer than who begins a frame.
+    StartFrameTimer();
+    ReadMore();
+}
+
+void ServerConnection::ReadMore() {
+    socket_.async_read_some(
+        asio::buffer(Buffer() + have_, Capacity() - have_),
+        [self = shared_from_this()](const std::error_code& error, std::size_t bytes) {
+            if (!self->open_) {
+                return;
+            }
+            if (error) {
+                self->Close();
+            } else {
+                self->OnRead(bytes);
+            }
+        });
+}
+
+void ServerConnection::OnRead(std::size_t bytes) {
+    have_ += bytes;
+    std::size_t offset = 0;
+    bool hasHandled = false;
+    while (HandleFrameAt(offset)) {
+        hasHandled = true;
+    }
+    if (!open_) {
+        return;
+    }
+    KeepRest(offset);
+    if (open_) {
+        WatchRest(hasHandled);
+        ReadMore();
+    }
+}
+
+bool ServerConnection::HandleFrameAt(std::size_t& offset) {
+    if (have_ - offset < kPreludeBytes) {
+        return false;
+    }
+    if (offset % alignof(vd_message_header) != 0) {
+        // Messages are read where they lie. Only a client that sends ahead of its answers gets
+        // here.
+        std::memmove(Buffer(), Buffer() + offset, have_ - offset);
+        have_ -= std::exchange(offset, 0);
+    }
+    const unsigned char* const head = Buffer() + offset;
+    Prelude prelude;
+    const FrameFault fault = DecodePrelude(head, prelude);
+    if (fault != FrameFault::None) {
+        Refuse(fault == FrameFault::Version ? kStatusVersion : kStatusBadRequest,
+               DescribeFault(fault, head));
+        return false;
+    }
+    const unsigned char* const body = head + kPreludeBytes;
+    const std::size_t bodyBytes = have_ - offset - kPreludeBytes;
+    if (!CheckHead(prelude, body, bodyBytes) || have_ - offset < prelude.FrameBytes()) {
+        return false;
+    }
+    offset += prelude.FrameBytes();
+    HandleFrame(prelude, body);
+    return open_;
+}
+
+bool ServerConnection::CheckHead(const Prelude& prelude, const unsigned char* body,
+                                 std::size_t bodyBytes) {
+    const auto refuse = [this](std::string_view why) {
+        Refuse(kStatusBadRequest, why);
+        return false;
+    };
+    if (prelude.status != 0) {
+        return refuse(fmt::format("frame of a client with status {}", prelude.status));
+    }
+    if (greeted_ == (prelude.kind == FrameKind::Hello)) {
+        return refuse(greeted_ ? "second greeting" : "frame before the greeting");
+    }
+    switch (prelude.kind) {
+        case FrameKind::Hello:
+            if (prelude.fixedBytes != kTokenBytes || prelude.arenaBytes != 0) {
+                return refuse(fmt::format("greeting of {} and {} bytes, not {} and 0",
+                                          prelude.fixedBytes, prelude.arenaBytes, kTokenBytes));
+            }
+            return true;
+        case FrameKind::Lookup:
+            if (prelude.fixedBytes == 0 || prelude.fixedBytes > kMaxEndpointNameBytes ||
+                prelude.arenaBytes != 0) {
+                return refuse(fmt::format("lookup of {} and {} bytes, not 1 to {} and 0",
+                                          prelude.fixedBytes, prelude.arenaBytes,
+                                          kMaxEndpointNameBytes));
+            }
+            return true;
+        case FrameKind::Call:
+            return CheckCall(prelude, body, bodyBytes);
+        case FrameKind::LookupAnswer:
+        case FrameKind::Answer:
+        case FrameKind::Refusal:
+            break;
+    }
+    return refuse(fmt::format("frame kind {} from a client", static_cast<unsigned>(prelude.kind)));
+}
+
+bool ServerConnection::CheckCall(const Prelude& prelude, const unsigned char* body,
+                                 std::size_t bodyBytes) {
+    const auto refuse = [this](std::string_view why) {
+        Refuse(kStatusBadRequest, why);
+        return false;
+    };
+    if (callPending_) {
+        return refuse("call while another is in flight on the same connection");
+    }
+    if (prelude.fixedBytes < kHeaderBytes) {
+        return refuse(fmt::format("call with a fixed part of {} bytes, less than the header's {}",
+                                  prelude.fixedBytes, kHeaderBytes));
+    }
+    if (bodyBytes < kHeaderBytes) {
+        return true;
+    }
+    const vd_message_header header = HeaderAt(body);
+    const EndpointRule* const endpoint = server_.FindEndpoint(header.riid);
+    if (endpoint == nullptr) {
+        return refuse(fmt::format("call to unknown interface {}", header.riid));
+    }
+    if (header.operation >= endpoint->operations.size()) {
+        return refuse(
+            fmt::format("call to unknown operation {} of {}", header.operation, endpoint->name));
+    }
+    const OperationRule& rule = endpoint->operations[header.operation];
+    if (prelude.fixedBytes != rule.requestBytes || header.fixedSize != rule.requestBytes) {
+        return refuse(fmt::format("{} of {}: fixed part of {} bytes, header says {}, not {}",
+                                  rule.name, endpoint->name, prelude.fixedBytes, header.fixedSize,
+                                  rule.requestBytes));
+    }
+    if (prelude.arenaBytes > rule.requestArenaBytes) {
+        return refuse(fmt::format("{} of {}: arena of {} bytes exceeds {}", rule.name,
+                                  endpoint->name, prelude.arenaBytes, rule.requestArenaBytes));
+    }
+    return true;
+}
+
+void ServerConnection::HandleFrame(const Prelude& prelude, const unsigned char* body) {
+    switch (prelude.kind) {
+        case FrameKind::Hello:
+            return HandleHello(body);
+        case FrameKind::Lookup:
+            return HandleLookup(prelude, body);
+        default:
+            return HandleCall(prelude, body);
+    }
+}
+
+void ServerConnection::HandleHello(const unsigned char* body) {
+    std::memcpy(client_.token.data(), body, client_.token.size());
+    if (!server_.sessions_.Attach(client_)) {
+        Refuse(kStatusNotAdmitted, "session token of another user");
+        return;
+    }
+    greeted_ = true;
+}
+
+void ServerConnection::HandleLookup(const Prelude& prelude, const unsigned char* body) {
+    const std::string_view name(reinterpret_cast<const char*>(body), prelude.fixedBytes);
+    const LookupResult result{.riid = server_.FindRiid(name), .reserved = {}};
+    SendNow({.kind = FrameKind::LookupAnswer,
+             .callNumber = prelude.callNumber,
+             .fixedBytes = sizeof(result)},
+            &result, nullptr);
+}
+
+void ServerConnection::HandleCall(const Prelude& prelude, const unsigned char* body) {
+    const vd_message_header header = HeaderAt(body);
+    const EndpointRule& endpoint = *server_.FindEndpoint(header.riid);
+    const OperationRule& rule = endpoint.operations[header.operation];
+    Request request{.operation = header.operation,
+                    .rule = &rule,
+                    .client = client_,
+                    .message = reinterpret_cast<const vd_message_header*>(body)};
+    // A view of the received bytes; handlers read it only.
+    vd_arena_init(&request.arena, const_cast<unsigned char*>(body) + prelude.fixedBytes,
+                  prelude.arenaBytes);
+    request.arena.used = prelude.arenaBytes;
+    callPending_ = true;
+    try {
+        endpoint.handler->OnCall(request,
+                                 Responder(shared_from_this(), prelude.callNumber, header, rule));
+    } catch (const std::exception& exception) {
+        // The call was failed when its responder went; others go on.
+        Report(zor::logger::kLevelError, kSourceFile, "HandleCall",
+               fmt::format("{} of {}: {}", rule.name, endpoint.name, exception.what()));
+    }
+}
+
+void ServerConnection::KeepRest(std::size_t offset) {
+    const std::size_t rest = have_ - offset;
+    const unsigned char* const from = Buffer() + offset;
+    std::size_t wanted = kInlineBytes;
+    Prelude prelude;
+    // Room for the arena is made only once the header has passed the checks.
+    if (rest >= kPreludeBytes + kHeaderBytes && DecodePrelude(from, prelude) == FrameFault::None) {
+        wanted = std::max(wanted, prelude.FrameBytes());
+    }
+    if (wanted > Capacity()) {
+        if (Usage().bufferedBytes + wanted > server_.limits_.bufferedBytesPerUser) {
+            Refuse(kStatusQuota, fmt::format("user {} has {} bytes of half-received frames",
+                                             client_.user, Usage().bufferedBytes));
+            return;
+        }
+        std::vector<unsigned char> larger(wanted);
+        std::memcpy(larger.data(), from, rest);
+        ReleaseLarge();
+        Usage().bufferedBytes += wanted;
+        large_ = std::move(larger);
+    } else {
+        if (wanted == kInlineBytes && !large_.empty()) {
+            std::memcpy(inline_.data(), from, rest);
+            ReleaseLarge();
+        } else if (offset != 0 && rest != 0) {
+            std::memmove(Buffer(), from, rest);
+        }
+    }
+    have_ = rest;
+}
+
+void ServerConnection::ReleaseLarge() noexcept {
+    if (!large_.empty()) {
+        Usage().bufferedBytes -= large_.size();
+        large_ = {};
+    }
+}
+
+void ServerConnection::WatchRest(bool isNewFrame) {
+    if (have_ == 0) {
+        if (frameTimed_) {
+            frameTimed_ = false;
+            frameTimer_.cancel();
+        }
+    } else if (!frameTimed_ || isNewFrame) {
+        StartFrameTimer();
+    }
+}
+
+void ServerConnection::StartFrameTimer() {
+    frameTimed_ = true;
+    frameTimer_.expires_after(server_.limits_.frameTimeout);
+    frameTimer_.async_wait([weak = weak_from_this()](const std::error_code& error) {
+        const auto self = weak.lock();
+        // What was due when another frame began is on its way all the same.
+        if (!error && self && self->open_ && self->frameTimed_ &&
+            self->frameTimer_.expiry() <= std::chrono::steady_clock::now()) {
+            self->Refuse(kStatusBadRequest,
+                         fmt::format("only {} bytes of a frame came within {} ms", self->have_,
+                                     self->server_.limits_.frameTimeout.count()));
+        }
+    });
+}
+
+void ServerConnection::Send(const Prelude& prelude, const void* message, const void* arena) {
+    if (server_.context_.get_executor().running_in_this_thread()) {
+        SendNow(prelude, message, arena);
+        return;
+    }
+    const auto* const first = static_cast<const unsigned char*>(message);
+    const auto* const second = static_cast<const unsigned char*>(arena);
+    std::vector<unsigned char> body(first, first + prelude.fixedBytes);
+    body.insert(body.end(), second, second + prelude.arenaBytes);
+    asio::post(server_.context_, [self = shared_from_this(), prelude, body = std::move(body)] {
+        self->SendNow(prelude, body.data(), body.data() + prelude.fixedBytes);
+    });
+}
+
+void ServerConnection::SendNow(const Prelude& prelude, const void* message, const void* arena) {
+    if (!open_) {
+        return;
+    }
+    if (prelude.kind == FrameKind::Answer) {
+        callPending_ = false;
+    }
+    std::array<unsigned char, kPreludeBytes> head;
+    EncodePrelude(prelude, head.data());
+    const std::array<asio::const_buffer, 3> parts = {asio::buffer(head),
+                                                     asio::buffer(message, prelude.fixedBytes),
+                                                     asio::buffer(arena, prelude.arenaBytes)};
+    std::error_code error;
+    const std::size_t sent = queue_.empty() ? socket_.write_some(parts, error) : 0;
+    if (error && error != asio::error::would_block) {
+        Close();
+    } else if (sent < prelude.FrameBytes()) {
+        QueueRest(parts, error ? 0 : sent);
+    }
+}
+
+void ServerConnection::QueueRest(const std::array<asio::const_buffer, 3>& parts, std::size_t sent) {
+    const std::size_t total = asio::buffer_size(parts);
+    const std::size_t rest = total - sent;
+    if (Usage().queuedBytes + rest > server_.limits_.queuedBytesPerUser) {
+        Report(zor::logger::kLevelError, kSourceFile, "QueueRest",
+               fmt::format("user {} has {} bytes of answers that its clients do not take: "
+                           "connection closed",
+                           client_.user, Usage().queuedBytes));
+        Close();
+        return;
+    }
+    Usage().queuedBytes += rest;
+    const bool isIdle = queue_.empty();
+    std::vector<unsigned char>& queue = isIdle ? queue_ : queueBehind_;
+    std::vector<unsigned char> whole(total);
+    asio::buffer_copy(asio::buffer(whole), parts);
+    queue.insert(queue.end(), whole.begin() + static_cast<std::ptrdiff_t>(sent), whole.end());
+    if (isIdle) {
+        WriteQueue();
+    }
+}
+
+void ServerConnection::WriteQueue() {
+    socket_.async_write_some(
+        asio::buffer(queue_.data() + queueSent_, queue_.size() - queueSent_),
+        [self = shared_from_this()](const std::error_code& error, std::size_t bytes) {
+            if (!self->open_) {
+                return;
+            }
+            if (error) {
+                self->Close();
+                return;
+            }
+            self->queueSent_ += bytes;
+            self->Usage().queuedBytes -= bytes;
+            if (self->queueSent_ == self->queue_.size()) {
+                self->queue_ = std::exchange(self->queueBehind_, {});
+                self->queueSent_ = 0;
+            }
+            if (!self->queue_.empty()) {
+                self->WriteQueue();
+            }
+        });
+}
+
+void ServerConnection::Drop() {
+    if (server_.context_.get_executor().running_in_this_thread()) {
+        Close();
+    } else {
+        asio::post(server_.context_, [self = shared_from_this()] { self->Close(); });
+    }
+}
+
+void ServerConnection::Refuse(TransportStatus status, std::string_view why) {
+    if (!open_) {
+        return;
+    }
+    Report(zor::logger::kLevelError, kSourceFile, "Refuse",
+           fmt::format("client of user {}: {}: connection closed", client_.user, why));
+    if (queue_.empty()) {
+        std::array<unsigned char, kPreludeBytes> head;
+        EncodePrelude({.kind = FrameKind::Refusal, .status = status}, head.data());
+        std::error_code ignored;
+        socket_.write_some(asio::buffer(head), ignored);
+    }
+    Close();
+}
+
+void ServerConnection::Close() {
+    if (!std::exchange(open_, false)) {
+        return;
+    }
+    frameTimer_.cancel();
+    std::error_code ignored;
+    socket_.close(ignored);
+    ReleaseLarge();
+    UserUsage& usage = Usage();
+    usage.queuedBytes -= queue_.size() - queueSent_ + queueBehind_.size();
+    queue_ = {};
+    queueBehind_ = {};
+    queueSent_ = 0;
+    --usage.connections;
+    if (greeted_) {
+        server_.sessions_.Detach(client_.token);
+    }
+    // The last reference may be the set's; whoever called holds another.
+    if (const auto self = weak_from_this().lock()) {
+        server_.connections_.erase(self);
+    }
+}
+
+}  // namespace zam_platform

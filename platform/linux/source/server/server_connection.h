@@ -1,0 +1,97 @@
+#pragma once
+
+#include <array>
+#include <asio/local/stream_protocol.hpp>
+#include <asio/steady_timer.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "zam_platform/frame.h"
+#include "zam_platform/server/server.h"
+#include "zam_platform/transport_status.h"
+
+namespace zam_platform {
+
+/// One client connection: cuts what comes into frames, checks them, hands calls on and sends
+/// answers. One call is in flight at a time; reading goes on meanwhile, so that a client that goes
+/// away is noticed. Everything runs on the loop thread but for `Send` and `Drop`.
+class ServerConnection : public std::enable_shared_from_this<ServerConnection> {
+public:
+    using Socket = asio::local::stream_protocol::socket;
+
+    ServerConnection(Server& server, Socket socket, uid_t user);
+    ServerConnection(const ServerConnection&) = delete;
+    ServerConnection& operator=(const ServerConnection&) = delete;
+    ~ServerConnection();
+
+    /// Begins to read.
+    void Start();
+
+    /// Sends the answer to a call, from any thread; nothing when the connection has closed. The
+    /// parts are copied when they cannot be sent at once.
+    void Send(const Prelude& prelude, const void* message, const void* arena);
+
+    /// Closes the connection without an answer, from any thread.
+    void Drop();
+
+    /// Logs what is wrong, tells the client by a refusal, closes.
+    void Refuse(TransportStatus status, std::string_view why);
+
+    /// Closes at once. On the loop thread, or when the loop does not run.
+    void Close();
+
+private:
+    /// Frames up to this size, which most are, need no buffer of their own.
+    static constexpr std::size_t kInlineBytes = 1024;
+
+    void ReadMore();
+    void OnRead(std::size_t bytes);
+    /// Handles the frame at `offset` when it is whole. False when more bytes are needed or the
+    /// connection has closed; otherwise `offset` is behind the frame.
+    bool HandleFrameAt(std::size_t& offset);
+    void HandleFrame(const Prelude& prelude, const unsigned char* body);
+    bool CheckHead(const Prelude& prelude, const unsigned char* body, std::size_t bodyBytes);
+    bool CheckCall(const Prelude& prelude, const unsigned char* body, std::size_t bodyBytes);
+    void HandleHello(const unsigned char* body);
+    void HandleLookup(const Prelude& prelude, const unsigned char* body);
+    void HandleCall(const Prelude& prelude, const unsigned char* body);
+
+    /// Moves what is left to the front of a buffer that holds the frame it begins.
+    void KeepRest(std::size_t offset);
+    /// Bounds the time for the rest of a frame; `isNewFrame` when another was handled before it.
+    void WatchRest(bool isNewFrame);
+    void StartFrameTimer();
+    unsigned char* Buffer() noexcept { return large_.empty() ? inline_.data() : large_.data(); }
+    std::size_t Capacity() const noexcept {
+        return large_.empty() ? inline_.size() : large_.size();
+    }
+    void ReleaseLarge() noexcept;
+
+    void SendNow(const Prelude& prelude, const void* message, const void* arena);
+    void QueueRest(const std::array<asio::const_buffer, 3>& parts, std::size_t sent);
+    void WriteQueue();
+    UserUsage& Usage() { return server_.usage_[client_.user]; }
+
+    Server& server_;
+    Socket socket_;
+    asio::steady_timer frameTimer_;
+    ClientIdentity client_;
+    bool open_ = true;
+    bool greeted_ = false;
+    bool callPending_ = false;
+    bool frameTimed_ = false;
+
+    alignas(8) std::array<unsigned char, kInlineBytes> inline_;
+    std::vector<unsigned char> large_;
+    std::size_t have_ = 0;  ///< bytes in the buffer
+
+    /// What the socket did not take at once. It is being written, so it must stay where it is.
+    std::vector<unsigned char> queue_;
+    std::size_t queueSent_ = 0;
+    std::vector<unsigned char> queueBehind_;  ///< what came after it
+};
+
+}  // namespace zam_platform

@@ -1,0 +1,39 @@
+#include "zam_platform/server/worker_pool.h"
+
+#include <asio/post.hpp>
+
+namespace zam_platform {
+
+WorkerPool::WorkerPool(std::size_t threads, std::size_t lanes, std::size_t limit)
+    : limit_(limit), pool_(threads) {
+    for (std::size_t lane = 0; lane < lanes; ++lane) {
+        lanes_.emplace_back(pool_.get_executor());
+    }
+}
+
+WorkerPool::~WorkerPool() {
+    pool_.join();
+}
+
+bool WorkerPool::Post(std::size_t lane, std::function<void()> job) {
+    // A pool that was joined would keep the job, and what it holds, without ever running it.
+    if (isFinished_.load(std::memory_order_acquire)) {
+        return false;
+    }
+    if (jobs_.fetch_add(1, std::memory_order_relaxed) >= limit_) {
+        jobs_.fetch_sub(1, std::memory_order_relaxed);
+        return false;
+    }
+    asio::post(lanes_.at(lane), [this, job = std::move(job)] {
+        job();
+        jobs_.fetch_sub(1, std::memory_order_relaxed);
+    });
+    return true;
+}
+
+void WorkerPool::Finish() {
+    isFinished_.store(true, std::memory_order_release);
+    pool_.join();
+}
+
+}  // namespace zam_platform

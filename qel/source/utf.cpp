@@ -1,0 +1,119 @@
+#include "qel/utf.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace qel {
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+
+void AppendUtf16(std::u16string& out, char32_t point) {
+    if (point < 0x10000) {
+        out.push_back(static_cast<char16_t>(point));
+        return;
+    }
+    const char32_t offset = point - 0x10000;
+    out.push_back(static_cast<char16_t>(0xD800 + (offset >> 10U)));
+    out.push_back(static_cast<char16_t>(0xDC00 + (offset & 0x3FFU)));
+}
+
+void AppendUtf8(std::string& out, char32_t point) {
+    const auto put = [&out](char32_t byte) { out.push_back(static_cast<char>(byte)); };
+    if (point < 0x80) {
+        put(point);
+    } else if (point < 0x800) {
+        put(0xC0U | (point >> 6U));
+        put(0x80U | (point & 0x3FU));
+    } else if (point < 0x10000) {
+        put(0xE0U | (point >> 12U));
+        put(0x80U | ((point >> 6U) & 0x3FU));
+        put(0x80U | (point & 0x3FU));
+    } else {
+        put(0xF0U | (point >> 18U));
+        put(0x80U | ((point >> 12U) & 0x3FU));
+        put(0x80U | ((point >> 6U) & 0x3FU));
+        put(0x80U | (point & 0x3FU));
+    }
+}
+
+/// What a lead byte asks for: how many bytes follow and the range of the first of them (the others
+/// are always 80..BF). The narrowed ranges keep out overlong forms, surrogates and points beyond
+/// U+10FFFF: Unicode standard, table 3-7.
+struct Lead {
+    int following = 0;
+    unsigned char low = 0x80;
+    unsigned char high = 0xBF;
+    char32_t bits = 0;
+};
+
+Lead ClassifyLead(unsigned char byte) {
+    if (byte >= 0xC2 && byte <= 0xDF) {
+        return {1, 0x80, 0xBF, byte & 0x1FU};
+    }
+    if (byte >= 0xE0 && byte <= 0xEF) {
+        const auto low = static_cast<unsigned char>(byte == 0xE0 ? 0xA0 : 0x80);
+        const auto high = static_cast<unsigned char>(byte == 0xED ? 0x9F : 0xBF);
+        return {2, low, high, byte & 0x0FU};
+    }
+    if (byte >= 0xF0 && byte <= 0xF4) {
+        const auto low = static_cast<unsigned char>(byte == 0xF0 ? 0x90 : 0x80);
+        const auto high = static_cast<unsigned char>(byte == 0xF4 ? 0x8F : 0xBF);
+        return {3, low, high, byte & 0x07U};
+    }
+    return {};
+}
+
+}  // namespace
+
+std::u16string ToUtf16(std::string_view text) {
+    std::u16string out;
+    out.reserve(text.size());
+    for (std::size_t at = 0; at < text.size();) {
+        const auto first = static_cast<unsigned char>(text[at++]);
+        if (first < 0x80) {
+            out.push_back(first);
+            continue;
+        }
+        Lead lead = ClassifyLead(first);
+        char32_t point = lead.bits;
+        bool whole = lead.following > 0;
+        while (lead.following > 0) {
+            if (at == text.size()) {
+                whole = false;
+                break;
+            }
+            const auto next = static_cast<unsigned char>(text[at]);
+            if (next < lead.low || next > lead.high) {
+                whole = false;
+                break;
+            }
+            point = (point << 6U) | (next & 0x3FU);
+            lead.low = 0x80;
+            lead.high = 0xBF;
+            --lead.following;
+            ++at;
+        }
+        AppendUtf16(out, whole ? point : kReplacement);
+    }
+    return out;
+}
+
+std::string ToUtf8(std::u16string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const char32_t unit = text[at];
+        const bool high = unit >= 0xD800 && unit < 0xDC00;
+        const bool low = unit >= 0xDC00 && unit < 0xE000;
+        if (high && at + 1 < text.size() && text[at + 1] >= 0xDC00 && text[at + 1] < 0xE000) {
+            ++at;
+            AppendUtf8(out, 0x10000 + ((unit - 0xD800) << 10U) + (text[at] - 0xDC00U));
+        } else {
+            AppendUtf8(out, high || low ? kReplacement : unit);
+        }
+    }
+    return out;
+}
+
+}  // namespace qel

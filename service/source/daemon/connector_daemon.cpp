@@ -1,0 +1,112 @@
+#include "daemon/connector_daemon.h"
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <asio/post.hpp>
+#include <utility>
+
+#include "data/settings_json.h"
+#include "endpoints/conn_command_sender_endpoint.h"
+#include "endpoints/conn_controller_endpoint.h"
+#include "endpoints/conn_settings_holder_endpoint.h"
+#include "endpoints/endpoint_catalog.h"
+#include "lanes.h"
+#include "link/connection_plan.h"
+#include "qx/endpoint_names.h"
+
+namespace zam_service {
+namespace {
+
+/// Descriptors that the daemon itself needs, with room to spare.
+constexpr rlim_t kOwnDescriptors = 64;
+
+/// No user may take more than half of the descriptors, or nobody else could connect any more.
+zam_platform::ServerLimits Limits() {
+    zam_platform::ServerLimits limits;
+    rlimit descriptors{};
+    if (::getrlimit(RLIMIT_NOFILE, &descriptors) == 0) {
+        const rlim_t forClients =
+            descriptors.rlim_cur > kOwnDescriptors ? descriptors.rlim_cur - kOwnDescriptors : 0;
+        limits.connectionsPerUser = std::min<rlim_t>(limits.connectionsPerUser, forClients / 2);
+    }
+    return limits;
+}
+
+}  // namespace
+
+ConnectorDaemon::ConnectorDaemon(const DaemonConfig& config)
+    : runtime_(zam_platform::PrepareRuntimeDirectory(config.runtimeDirectory)),
+      lock_(runtime_),
+      files_(config.dataFolder),
+      server_({}, {.ownUser = ::geteuid(), .group = config.group}, Limits()),
+      workers_(kWorkerThreads, kLaneCount, kMaxJobs),
+      history_(server_.Context(), workers_, files_),
+      settings_(server_.Context(), workers_, files_),
+      link_(server_.Context(), history_),
+      folder_(server_.Context(), workers_, files_) {
+    ServeFiles();
+    Serve("ConnController", std::make_unique<ConnControllerEndpoint>(link_));
+    Serve("ConnSettingsHolder", std::make_unique<ConnSettingsHolderEndpoint>(settings_));
+    Serve("ConnCommandSender", std::make_unique<ConnCommandSenderEndpoint>(link_, history_));
+    socket_.emplace(runtime_, qx::kConnectorService, config.group.has_value());
+    server_.Accept(socket_->Release());
+}
+
+ConnectorDaemon::~ConnectorDaemon() {
+    Finish();
+}
+
+void ConnectorDaemon::Run() {
+    server_.Run();
+    Finish();
+}
+
+void ConnectorDaemon::Stop() {
+    asio::post(server_.Context(), [this] { server_.Stop(); });
+}
+
+std::string ConnectorDaemon::SocketPath() const {
+    return runtime_.Path() + "/" + zam_platform::SocketName(qx::kConnectorService);
+}
+
+void ConnectorDaemon::Serve(std::string_view interface,
+                            std::unique_ptr<zam_platform::EndpointHandler> handler) {
+    const Endpoint& endpoint = EndpointOf(interface);
+    auto faults = std::make_unique<FaultInjector>(server_.Context(), faults_, endpoint, *handler);
+    server_.Serve(RuleOf(endpoint, *faults));
+    served_.push_back({.handler = std::move(handler), .faults = std::move(faults)});
+}
+
+void ConnectorDaemon::ServeFiles() {
+    folder_.Serve(
+        ServeJson<ConnectionPlan>(kConnectionFile, kReadLane, ReadConnectionPlan,
+                                  [this](ConnectionPlan plan) { link_.SetPlan(std::move(plan)); }));
+    folder_.Serve(ServeJson<FaultRules>(kFaultsFile, kReadLane, FaultRules::Read,
+                                        [this](FaultRules rules) { faults_ = std::move(rules); }));
+    folder_.Serve(ServeJson<zam_connector::ZamConnectorSettings>(
+        kSettingsFile, kSettingsLane, ReadSettings,
+        [this](zam_connector::ZamConnectorSettings settings) { settings_.Publish(settings); }));
+}
+
+/// Ends everything that refers to the loop or to a client, so that the parts can be destroyed in
+/// any order: no new calls, no timers, every job done, every answer given.
+void ConnectorDaemon::Finish() {
+    if (std::exchange(isFinished_, true)) {
+        return;
+    }
+    socket_.reset();
+    for (const Served& served : served_) {
+        served.faults->Close();
+    }
+    link_.Close();
+    folder_.Close();
+    workers_.Finish();
+    history_.Close();
+    do {
+        server_.Context().restart();
+    } while (server_.Context().poll() != 0);
+}
+
+}  // namespace zam_service

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <asio/io_context.hpp>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "data/data_folder.h"
+#include "data/folder_files.h"
+#include "data/history.h"
+#include "data/settings_store.h"
+#include "faults/fault_injector.h"
+#include "faults/fault_rules.h"
+#include "link/connector_link.h"
+#include "zam_platform/server/listening_socket.h"
+#include "zam_platform/server/server.h"
+#include "zam_platform/server/worker_pool.h"
+
+namespace zam_service {
+
+/// Where a daemon has its data and its socket, and whom it serves.
+struct DaemonConfig {
+    std::string dataFolder;
+    std::string runtimeDirectory;  ///< made when missing, its last component only
+    std::optional<gid_t> group;    ///< whose members are served besides the own user and root
+};
+
+/// The connector service: one thread runs it, a few workers help it with the disk.
+class ConnectorDaemon {
+public:
+    /// Takes the runtime directory, reads the data folder, listens: from here on clients can
+    /// connect, and are answered once `Run` is called. Blocks. Throws
+    /// `zam_platform::PlatformError`.
+    explicit ConnectorDaemon(const DaemonConfig& config);
+    ConnectorDaemon(const ConnectorDaemon&) = delete;
+    ConnectorDaemon& operator=(const ConnectorDaemon&) = delete;
+
+    /// Removes the socket. `Run` must have returned.
+    ~ConnectorDaemon();
+
+    /// Serves until `Stop`. Before it returns, what clients were promised is on the disk. Once.
+    void Run();
+
+    /// Ends `Run`, also one that has not begun yet. From any thread.
+    void Stop();
+
+    /// For what belongs on the loop thread, signals among them.
+    asio::io_context& Context() noexcept { return server_.Context(); }
+
+    /// Absolute path of the data folder, and path of the connector service's socket.
+    const std::string& DataFolderPath() const noexcept { return files_.Path(); }
+    std::string SocketPath() const;
+
+private:
+    /// An endpoint's handler, and the faults in front of it.
+    struct Served {
+        std::unique_ptr<zam_platform::EndpointHandler> handler;
+        std::unique_ptr<FaultInjector> faults;
+    };
+
+    void Serve(std::string_view interface, std::unique_ptr<zam_platform::EndpointHandler> handler);
+    void ServeFiles();
+    void Finish();
+
+    // In the order in which they depend on each other; destroyed the other way round.
+    zam_platform::RuntimeDirectory runtime_;
+    zam_platform::DirectoryLock lock_;
+    FolderFiles files_;
+    zam_platform::Server server_;
+    zam_platform::WorkerPool workers_;
+    History history_;
+    SettingsStore settings_;
+    ConnectorLink link_;
+    FaultRules faults_;
+    std::vector<Served> served_;
+    DataFolder folder_;
+    std::optional<zam_platform::ListeningSocket> socket_;
+    bool isFinished_ = false;
+};
+
+}  // namespace zam_service

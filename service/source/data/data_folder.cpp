@@ -1,0 +1,169 @@
+#include "data/data_folder.h"
+
+#include <asio/post.hpp>
+#include <chrono>
+#include <exception>
+
+#include "common/log.h"
+
+namespace zam_service {
+namespace {
+
+using zam_connector::common::Here;
+using zam_connector::common::Log;
+
+constexpr char kSourceFile[] = "data_folder";
+
+/// Between two looks for a folder that is away.
+constexpr std::chrono::milliseconds kReattachPeriod{200};
+/// Before a file is read that found every worker taken.
+constexpr std::chrono::milliseconds kRetryDelay{100};
+
+}  // namespace
+
+DataFolder::DataFolder(asio::io_context& loop, zam_platform::WorkerPool& workers,
+                       FolderFiles& files)
+    : loop_(loop),
+      workers_(workers),
+      files_(files),
+      watcher_(loop, files.Path(),
+               {.onFile = [this](const std::string& name) { OnFile(name); },
+                .onLost = [this] { OnLost(); },
+                .onFolder = [this] { OnFolder(); }}),
+      reattach_(loop),
+      retry_(loop) {
+    watcher_.Watch(files_.Open()->Get());
+}
+
+void DataFolder::Serve(ServedFile file) {
+    served_.push_back({.file = std::move(file)});
+    const Served& served = served_.back();
+    const Outcome outcome = Read(served.file);
+    if (outcome.publish) {
+        outcome.publish();
+    } else {
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Serve"), "{}: its default is served",
+            outcome.error);
+    }
+}
+
+void DataFolder::Close() {
+    isClosed_ = true;
+    watcher_.Close();
+    reattach_.cancel();
+    retry_.cancel();
+}
+
+DataFolder::Outcome DataFolder::Read(const ServedFile& file) const {
+    try {
+        std::optional<std::string> text = files_.Read(file.name);
+        const bool exists = text.has_value();
+        return {.publish = file.read(std::move(text)), .exists = exists, .error = {}};
+    } catch (const std::exception& exception) {
+        return {.publish = nullptr, .exists = true, .error = exception.what()};
+    }
+}
+
+void DataFolder::OnFile(const std::string& name) {
+    for (Served& served : served_) {
+        if (served.file.name == name) {
+            StartReading(served);
+        }
+    }
+}
+
+void DataFolder::OnLost() {
+    for (Served& served : served_) {
+        StartReading(served);
+    }
+}
+
+void DataFolder::OnFolder() {
+    if (files_.IsAway() || files_.IsInPlace()) {
+        return;
+    }
+    Log(zor::logger::kLevelError, Here(kSourceFile, "OnFolder"),
+        "data folder '{}' was moved or removed: what was read last stays until it is back",
+        files_.Path());
+    files_.Detach();
+    Reattach();
+}
+
+void DataFolder::Reattach() {
+    if (isClosed_) {
+        return;
+    }
+    try {
+        if (files_.Reopen()) {
+            watcher_.Watch(files_.Open()->Get());
+            Log(zor::logger::kLevelInformation, Here(kSourceFile, "Reattach"),
+                "data folder '{}' is back", files_.Path());
+            OnLost();
+            // It may have been replaced once more before it was watched.
+            OnFolder();
+            return;
+        }
+    } catch (const std::exception& exception) {
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Reattach"), "{}", exception.what());
+        files_.Detach();
+    }
+    reattach_.expires_after(kReattachPeriod);
+    reattach_.async_wait([this](const std::error_code& error) {
+        if (!error) {
+            Reattach();
+        }
+    });
+}
+
+void DataFolder::StartReading(Served& served) {
+    served.isStale = true;
+    if (served.isReading || isClosed_ || files_.IsAway()) {
+        return;
+    }
+    const bool posted = workers_.Post(served.file.lane, [this, &served] {
+        asio::post(loop_,
+                   [this, &served, outcome = Read(served.file)] { OnRead(served, outcome); });
+    });
+    if (posted) {
+        served.isReading = true;
+        served.isStale = false;
+    } else {
+        RetryLater();
+    }
+}
+
+void DataFolder::OnRead(Served& served, const Outcome& outcome) {
+    served.isReading = false;
+    // A folder that went away while a file was read has taken the file along, not deleted it.
+    OnFolder();
+    if (files_.IsAway()) {
+        return;
+    }
+    if (outcome.publish) {
+        outcome.publish();
+        Log(zor::logger::kLevelInformation, Here(kSourceFile, "OnRead"), "{}: {}", served.file.name,
+            outcome.exists ? "read again" : "is not there, its default is served");
+    } else {
+        Log(zor::logger::kLevelError, Here(kSourceFile, "OnRead"),
+            "{}: the last good version stays", outcome.error);
+    }
+    if (served.isStale) {
+        StartReading(served);
+    }
+}
+
+void DataFolder::RetryLater() {
+    retry_.expires_after(kRetryDelay);
+    retry_.async_wait([this](const std::error_code& error) {
+        if (error) {
+            return;
+        }
+        for (Served& served : served_) {
+            if (served.isStale) {
+                StartReading(served);
+            }
+        }
+    });
+}
+
+}  // namespace zam_service

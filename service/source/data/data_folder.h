@@ -1,0 +1,97 @@
+#pragma once
+
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "data/folder_files.h"
+#include "data/folder_watcher.h"
+#include "data/json_file.h"
+#include "lanes.h"
+#include "zam_platform/server/worker_pool.h"
+
+namespace zam_service {
+
+/// How one file of the data folder is served.
+struct ServedFile {
+    std::string name;
+    Lane lane = kReadLane;
+    /// Takes the file's text, empty when there is no file, and returns what publishes its content
+    /// on the loop thread. Runs on a worker; what it throws keeps the content before in force.
+    std::function<std::function<void()>(std::optional<std::string> text)> read;
+};
+
+/// A file of JSON that `read` turns into a `Content`, and whose default, while there is no file, is
+/// a default-constructed `Content`. `publish` runs on the loop thread.
+template <typename Content>
+ServedFile ServeJson(std::string name, Lane lane, Content (*read)(const JsonValue& root),
+                     std::function<void(Content)> publish) {
+    return {name, lane,
+            [name, read, publish = std::move(publish)](
+                std::optional<std::string> text) -> std::function<void()> {
+                Content content;
+                if (text) {
+                    const JsonDocument document(name, *std::move(text));
+                    content = read(document.Root());
+                }
+                return [publish, content = std::move(content)]() mutable {
+                    publish(std::move(content));
+                };
+            }};
+}
+
+/// Keeps what is served equal to the data folder: reads every file at the start, and again when it
+/// changes. What cannot be read or parsed is logged, and the last good version stays (the default,
+/// when there was none). Files are read on workers and published on the loop thread; each file is
+/// read by one worker at a time. On the loop thread only.
+class DataFolder {
+public:
+    /// All of them are not owned and must outlive this object. Begins to watch. Throws
+    /// `zam_platform::PlatformError`.
+    DataFolder(asio::io_context& loop, zam_platform::WorkerPool& workers, FolderFiles& files);
+
+    /// Serves one more file, and reads it now: before the loop runs.
+    void Serve(ServedFile file);
+
+    /// Ends watching. What is being read is still published.
+    void Close();
+
+private:
+    struct Served {
+        ServedFile file;
+        bool isReading = false;
+        bool isStale = false;  ///< changed since it was read
+    };
+
+    /// What a worker has made of a file.
+    struct Outcome {
+        std::function<void()> publish;  ///< null when reading failed
+        bool exists = false;
+        std::string error;
+    };
+
+    Outcome Read(const ServedFile& file) const;
+    void OnFile(const std::string& name);
+    void OnLost();
+    void OnFolder();
+    void Reattach();
+    void StartReading(Served& served);
+    void OnRead(Served& served, const Outcome& outcome);
+    void RetryLater();
+
+    asio::io_context& loop_;
+    zam_platform::WorkerPool& workers_;
+    FolderFiles& files_;
+    std::list<Served> served_;
+    FolderWatcher watcher_;
+    asio::steady_timer reattach_;
+    asio::steady_timer retry_;
+    bool isClosed_ = false;
+};
+
+}  // namespace zam_service

@@ -1,0 +1,95 @@
+#include "data/file_io.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "zam_platform/posix_error.h"
+
+namespace zam_service {
+
+using zam_platform::PlatformError;
+using zam_platform::PosixError;
+using zam_platform::UniqueFd;
+
+namespace {
+
+constexpr mode_t kFileMode = 0644;
+constexpr std::size_t kReadBytes = std::size_t{64} << 10U;
+
+}  // namespace
+
+UniqueFd OpenBeneath(int directory, const std::string& name, int flags, const std::string& shown) {
+    // Not blocking: a pipe that somebody has put there must not hold up a worker.
+    UniqueFd file(
+        ::openat(directory, name.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kFileMode));
+    if (!file && errno != ENOENT) {
+        const int error = errno;
+        if (error == ELOOP) {
+            throw PlatformError(
+                zam_platform::kStatusUntrusted,
+                fmt::format("{}: is a symbolic link; only regular files are read", shown));
+        }
+        throw PosixError(shown, error);
+    }
+    return file;
+}
+
+std::size_t CheckRegular(int file, const std::string& shown) {
+    struct stat status {};
+    if (::fstat(file, &status) != 0) {
+        throw PosixError(shown, errno);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw PlatformError(zam_platform::kStatusUntrusted,
+                            fmt::format("{}: is no regular file", shown));
+    }
+    return static_cast<std::size_t>(status.st_size);
+}
+
+std::string ReadWhole(int file, std::size_t limit, const std::string& shown) {
+    std::string bytes;
+    for (;;) {
+        const std::size_t have = bytes.size();
+        // One byte more than allowed tells a file that is too large, also one that still grows.
+        bytes.resize(std::min(have + kReadBytes, limit + 1));
+        const ssize_t got = ::read(file, bytes.data() + have, bytes.size() - have);
+        if (got < 0 && errno != EINTR) {
+            throw PosixError(shown, errno);
+        }
+        bytes.resize(have + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+        if (bytes.size() > limit) {
+            throw PlatformError(
+                zam_platform::kStatusRequestTooLarge,
+                fmt::format("{}: has more than the {} bytes allowed", shown, limit));
+        }
+        if (got == 0) {
+            return bytes;
+        }
+    }
+}
+
+void WriteWhole(int file, std::string_view bytes, const std::string& shown) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(file, bytes.data(), bytes.size());
+        if (written >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno != EINTR) {
+            throw PosixError(shown, errno);
+        }
+    }
+}
+
+void Sync(int file, const std::string& shown) {
+    while (::fsync(file) != 0) {
+        if (errno != EINTR) {
+            throw PosixError(shown, errno);
+        }
+    }
+}
+
+}  // namespace zam_service

@@ -1,0 +1,105 @@
+#include "data/history.h"
+
+#include <asio/post.hpp>
+#include <memory>
+#include <utility>
+
+#include "common/log.h"
+#include "lanes.h"
+#include "result_codes.h"
+
+namespace zam_service {
+namespace {
+
+using zam_connector::common::Here;
+using zam_connector::common::Log;
+
+constexpr char kSourceFile[] = "history";
+
+}  // namespace
+
+History::History(asio::io_context& loop, zam_platform::WorkerPool& workers,
+                 const FolderFiles& files, std::size_t maxFileBytes)
+    : loop_(loop), workers_(workers), file_(files, maxFileBytes) {}
+
+void History::Append(std::string line, Done done) {
+    if (isClosed_ || waiting_.size() >= kMaxWaitingLines) {
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Append"),
+            "line dropped: {} lines wait, at most {} may", waiting_.size(), kMaxWaitingLines);
+        if (done) {
+            done(kInsufficientResources);
+        }
+        return;
+    }
+    waiting_.push_back({.text = std::move(line), .done = std::move(done)});
+    if (!isWriting_) {
+        WriteWaiting();
+    }
+}
+
+void History::Close() {
+    isClosed_ = true;
+    if (!isWriting_) {
+        WriteWaiting();
+    }
+}
+
+void History::WriteWaiting() {
+    if (waiting_.empty()) {
+        return;
+    }
+    auto lines = std::make_shared<std::vector<Line>>(std::exchange(waiting_, {}));
+    const auto write = [this, lines] {
+        std::vector<std::string> texts;
+        texts.reserve(lines->size());
+        for (Line& line : *lines) {
+            texts.push_back(std::move(line.text));
+        }
+        return file_.Append(texts);
+    };
+    isWriting_ = true;
+    if (isClosed_) {
+        const HistoryFile::Result result = write();
+        OnWritten(std::move(*lines), result);
+        return;
+    }
+    const bool posted = workers_.Post(kHistoryLane, [this, lines, write] {
+        asio::post(loop_,
+                   [this, lines, result = write()] { OnWritten(std::move(*lines), result); });
+    });
+    if (!posted) {
+        isWriting_ = false;
+        waiting_ = std::move(*lines);
+        FailWaiting(kInsufficientResources);
+    }
+}
+
+void History::OnWritten(std::vector<Line> lines, const HistoryFile::Result& result) {
+    isWriting_ = false;
+    if (!result.error.empty()) {
+        Log(zor::logger::kLevelError, Here(kSourceFile, "OnWritten"), "{} lines lost: {}",
+            lines.size() - result.written, result.error);
+    }
+    for (std::size_t index = 0; index < lines.size(); ++index) {
+        if (lines[index].done) {
+            lines[index].done(index < result.written ? kNoError : kMediaError);
+        }
+    }
+    // What the answers have led to may be writing already.
+    if (!isWriting_) {
+        WriteWaiting();
+    }
+}
+
+void History::FailWaiting(int code) {
+    const std::vector<Line> lines = std::exchange(waiting_, {});
+    Log(zor::logger::kLevelError, Here(kSourceFile, "FailWaiting"),
+        "{} lines dropped: every worker is taken", lines.size());
+    for (const Line& line : lines) {
+        if (line.done) {
+            line.done(code);
+        }
+    }
+}
+
+}  // namespace zam_service

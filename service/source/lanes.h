@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstddef>
+
+namespace zam_service {
+
+/// Lanes of the worker pool. Jobs of one lane run in the order posted, which the settings rely on:
+/// what is written and what is read back stay in one order.
+enum Lane : std::size_t {
+    kReadLane,
+    kSettingsLane,
+    kHistoryLane,
+    kLaneCount,
+};
+
+/// Workers, so that a slow disk under one lane does not hold up the others.
+inline constexpr std::size_t kWorkerThreads = 2;
+
+/// Most jobs queued or running; a client whose job does not fit is told "Insufficient resources".
+inline constexpr std::size_t kMaxJobs = 256;
+
+}  // namespace zam_service

@@ -1,0 +1,101 @@
+#include <fmt/format.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <asio/signal_set.hpp>
+#include <exception>
+#include <iostream>
+#include <optional>
+
+#include "daemon/connector_daemon.h"
+#include "daemon/daemon_options.h"
+#include "data/sample_data.h"
+
+namespace {
+
+using zam_service::DaemonOptions;
+
+sigset_t EndSignals() {
+    sigset_t signals;
+    ::sigemptyset(&signals);
+    ::sigaddset(&signals, SIGINT);
+    ::sigaddset(&signals, SIGTERM);
+    return signals;
+}
+
+void TellReady(const DaemonOptions& options, const zam_service::ConnectorDaemon& daemon) {
+    std::cerr << fmt::format("zam_connectord: serving {} on {}\n", daemon.DataFolderPath(),
+                             daemon.SocketPath())
+              << std::flush;
+    if (options.readyFd >= 0) {
+        if (::write(options.readyFd, "\n", 1) != 1) {
+            std::cerr << "zam_connectord: nobody listens on --ready-fd\n";
+        }
+        ::close(options.readyFd);
+    }
+}
+
+void Init(const std::string& folder) {
+    zam_service::WriteSample(folder);
+    for (const zam_service::SampleFile& file : zam_service::SampleFiles()) {
+        std::cout << fmt::format("{}/{}\n", folder, file.name);
+    }
+    std::cout << std::flush;
+}
+
+/// Every client needs a descriptor for each of its calls, and the usual soft limit is far below
+/// what a machine allows. Failing leaves the limit as it is, which the quotas follow.
+void RaiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+void Serve(const DaemonOptions& options) {
+    RaiseDescriptorLimit();
+    // An end that is asked for early waits until there is a loop that can end in order.
+    const sigset_t endSignals = EndSignals();
+    ::pthread_sigmask(SIG_BLOCK, &endSignals, nullptr);
+    std::optional<zam_service::TemporarySample> sample;
+    if (options.dataFolder.empty()) {
+        sample.emplace();
+    }
+    zam_service::ConnectorDaemon daemon({.dataFolder = sample ? sample->Path() : options.dataFolder,
+                                         .runtimeDirectory = options.runtimeDirectory,
+                                         .group = options.group});
+    asio::signal_set signals(daemon.Context(), SIGINT, SIGTERM);
+    signals.async_wait([&daemon](const std::error_code& error, int /*signal*/) {
+        if (!error) {
+            daemon.Stop();
+        }
+    });
+    ::pthread_sigmask(SIG_UNBLOCK, &endSignals, nullptr);
+    TellReady(options, daemon);
+    daemon.Run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // A client that goes away is an error of its connection, not the end of the service.
+    static_cast<void>(::signal(SIGPIPE, SIG_IGN));
+    try {
+        int status = zam_service::kExitDone;
+        const auto options = zam_service::ParseOptions(argc, argv, std::cout, std::cerr, status);
+        if (!options) {
+            return status;
+        }
+        if (!options->initFolder.empty()) {
+            Init(options->initFolder);
+        } else {
+            Serve(*options);
+        }
+        return zam_service::kExitDone;
+    } catch (const std::exception& exception) {
+        std::cerr << "zam_connectord: " << exception.what() << '\n';
+        return zam_service::kExitFailure;
+    }
+}

@@ -1,0 +1,170 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "support/temp_directory.h"
+#include "support/test_call.h"
+#include "vd/service_locator.h"
+#include "zam_connector_testing/recording_logger.h"
+
+namespace zam_platform::testing {
+namespace {
+
+constexpr auto kEndSending = PairedLink::Then::EndSending;
+constexpr auto kClose = PairedLink::Then::Close;
+
+/// Fills a response behind the bytes that the operation stub writes.
+void Prefill(TestMessage& response) {
+    std::memset(reinterpret_cast<unsigned char*>(&response) + 8, 0xAB, sizeof(response) - 8);
+}
+
+/// What the stub wrote, and zeros behind it.
+Bytes ZeroFilled(std::uint16_t operation) {
+    return MessageBytes(MakeMessage(operation, 0));
+}
+
+class Farewell : public ::testing::Test {
+protected:
+    Farewell() {
+        call_.Farewell().ResponseArena(16);
+        Prefill(call_.response);
+    }
+
+    void ExpectDone() {
+        EXPECT_EQ(call_.On(*link_), kStatusOk);
+        EXPECT_EQ(ToHex(MessageBytes(call_.response)), ToHex(ZeroFilled(2)));
+        EXPECT_EQ(call_.responseArena.used, 0U);
+        EXPECT_TRUE(call_.OnlyUsedIsWritten());
+    }
+
+    zam_connector::testing::RecordingLogger logger_;
+    PairedLink link_;
+    TestCall call_{2, 9};
+};
+
+TEST_F(Farewell, IsAnOrdinaryCallWhileThePeerIsThere) {
+    link_.Prepare(AnswerFrame(1, 7, BytesOf("abc"), 2));
+    EXPECT_EQ(call_.On(*link_), kStatusOk);
+    EXPECT_EQ(call_.Value(), 7U);
+    EXPECT_EQ(call_.Answered(), BytesOf("abc"));
+}
+
+TEST_F(Farewell, IsDoneWhenNoServiceListens) {
+    link_.FailToConnect(kStatusUnavailable);
+    ExpectDone();
+}
+
+TEST_F(Farewell, IsDoneWhenTheServiceGoesBeforeItAnswers) {
+    link_.Prepare(Bytes(), kEndSending);
+    ExpectDone();
+}
+
+TEST_F(Farewell, IsDoneWhenTheServiceTakesNothing) {
+    link_.Prepare(Bytes(), kClose);
+    ExpectDone();
+}
+
+TEST_F(Farewell, IsDoneWithZerosWhenTheServiceGoesWithinItsAnswer) {
+    // A message that claims to be 4 GB long must not make anybody zero 4 GB.
+    TestMessage message = MakeMessage(0xEEEE, ~std::uint64_t{0}, 0xEEEE);
+    message.header.fixedSize = 0xFFFFFFFF;
+    const Bytes answer = FrameOf({.kind = FrameKind::Answer, .callNumber = 1},
+                                 MessageBytes(message), BytesOf("0123456789"));
+    for (std::size_t cut = 1; cut < answer.size(); ++cut) {
+        SCOPED_TRACE(cut);
+        Prefill(call_.response);
+        link_.Prepare(Head(answer, cut), kEndSending);
+        ExpectDone();
+    }
+}
+
+TEST_F(Farewell, IsNotDoneAfterAnyOtherFailure) {
+    for (const TransportStatus status :
+         {kStatusTimeout, kStatusUntrusted, kStatusProtocol, kStatusResources}) {
+        link_.FailToConnect(status);
+        EXPECT_EQ(call_.On(*link_), status);
+    }
+    link_.FailToConnect(kStatusOk);
+    for (const TransportStatus status : {kStatusNotAdmitted, kStatusQuota, kStatusBadRequest}) {
+        link_.Prepare(StatusFrame(FrameKind::Refusal, 0, status));
+        EXPECT_EQ(call_.On(*link_), status);
+    }
+    link_.Prepare(AnswerFrame(2, 0, {}, 2));
+    EXPECT_EQ(call_.On(*link_), kStatusProtocol);
+}
+
+TEST_F(Farewell, IsNotDoneWhenTheServiceItselfAnswersWithAStatus) {
+    for (const TransportStatus status : {kStatusUnavailable, kStatusBroken, kStatusUnanswered}) {
+        PairedLink link;
+        link.Prepare(StatusFrame(FrameKind::Answer, 1, status));
+        EXPECT_EQ(call_.On(*link), status);
+    }
+}
+
+TEST_F(Farewell, IsNotAnyOtherCall) {
+    link_.FailToConnect(kStatusUnavailable);
+    EXPECT_EQ(TestCall(2, 9).On(*link_), kStatusUnavailable);
+}
+
+/// The marks of a transport, against a service that has gone.
+class FarewellMarks : public ::testing::Test {
+protected:
+    FarewellMarks() : runtime_("ZAM_RUNTIME_DIR", temp_.Path()) {
+        RawListener listener(temp_ / "marks.sock");
+        VdZorTransport_Init(&transport_, ServiceLocatorConnect("marks"), 0, 0);
+        listener.Close();
+    }
+
+    bool IsFarewell(std::uint16_t riid, std::uint16_t operation) {
+        TestCall call(operation);
+        call.request.header.riid = riid;
+        const std::int32_t status = call.On(transport_);
+        EXPECT_TRUE(status == kStatusOk || status == kStatusUnavailable) << status;
+        return status == kStatusOk;
+    }
+
+    zam_connector::testing::RecordingLogger logger_;
+    TempDirectory temp_;
+    ScopedEnvironment runtime_;
+    VdZorTransport transport_{};
+};
+
+TEST_F(FarewellMarks, AreNoneAtFirst) {
+    EXPECT_NE(transport_.handle, VD_ZOR_INVALID_HANDLE);
+    EXPECT_FALSE(IsFarewell(0, 0));
+    EXPECT_FALSE(IsFarewell(1, 2));
+}
+
+TEST_F(FarewellMarks, NameOneOperationOfOneInterface) {
+    VdZorTransport_SetFarewell(&transport_, 1, 2);
+    EXPECT_TRUE(IsFarewell(1, 2));
+    EXPECT_FALSE(IsFarewell(1, 1));
+    EXPECT_FALSE(IsFarewell(2, 2));
+    EXPECT_FALSE(IsFarewell(2, 1));
+}
+
+TEST_F(FarewellMarks, AreReplacedPerInterface) {
+    VdZorTransport_SetFarewell(&transport_, 1, 2);
+    VdZorTransport_SetFarewell(&transport_, 3, 2);
+    VdZorTransport_SetFarewell(&transport_, 1, 4);
+    EXPECT_EQ(transport_.farewellCount, 2U);
+    EXPECT_FALSE(IsFarewell(1, 2));
+    EXPECT_TRUE(IsFarewell(1, 4));
+    EXPECT_TRUE(IsFarewell(3, 2));
+}
+
+TEST_F(FarewellMarks, AreFourAtMost) {
+    for (std::uint16_t riid = 1; riid <= 6; ++riid) {
+        VdZorTransport_SetFarewell(&transport_, riid, riid);
+    }
+    EXPECT_EQ(transport_.farewellCount, 4U);
+    for (std::uint16_t riid = 1; riid <= 6; ++riid) {
+        EXPECT_EQ(IsFarewell(riid, riid), riid <= 4) << riid;
+    }
+    VdZorTransport_SetFarewell(&transport_, 4, 9);
+    EXPECT_TRUE(IsFarewell(4, 9)) << "those that are there can still be replaced";
+}
+
+}  // namespace
+}  // namespace zam_platform::testing

@@ -1,0 +1,96 @@
+#include "zam_platform/server/worker_pool.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <memory>
+#include <vector>
+
+#include "support/background.h"
+
+namespace zam_platform::testing {
+namespace {
+
+TEST(WorkerPool, RunsTheJobsOfALaneInOrder) {
+    constexpr int kJobs = 1000;
+    std::vector<int> order;
+    {
+        WorkerPool pool(4, 1, kJobs);
+        for (int job = 0; job < kJobs; ++job) {
+            ASSERT_TRUE(pool.Post(0, [&order, job] { order.push_back(job); }));
+        }
+    }
+    ASSERT_EQ(order.size(), static_cast<std::size_t>(kJobs)) << "all were finished";
+    for (int job = 0; job < kJobs; ++job) {
+        ASSERT_EQ(order[static_cast<std::size_t>(job)], job);
+    }
+}
+
+TEST(WorkerPool, RunsLanesSideBySide) {
+    WorkerPool pool(2, 2, 10);
+    std::promise<void> other;
+    std::promise<bool> met;
+    pool.Post(0, [&] {
+        met.set_value(other.get_future().wait_for(kBound) == std::future_status::ready);
+    });
+    pool.Post(1, [&] { other.set_value(); });
+    EXPECT_TRUE(met.get_future().get());
+}
+
+TEST(WorkerPool, TakesNoMoreJobsThanItsLimit) {
+    WorkerPool pool(1, 1, 3);
+    std::promise<void> release;
+    const std::shared_future<void> released = release.get_future().share();
+    std::atomic<int> ran{0};
+    const auto job = [released, &ran] {
+        released.wait_for(kBound);
+        ++ran;
+    };
+    EXPECT_TRUE(pool.Post(0, job));
+    EXPECT_TRUE(pool.Post(0, job));
+    EXPECT_TRUE(pool.Post(0, job));
+    EXPECT_FALSE(pool.Post(0, job)) << "running ones count";
+    EXPECT_FALSE(pool.Post(0, job));
+    release.set_value();
+    Await("room for another", [&] { return pool.Post(0, job); });
+    pool.Finish();
+    EXPECT_EQ(ran, 4);
+}
+
+TEST(WorkerPool, TakesNothingOnceItHasFinished) {
+    WorkerPool pool(2, 1, 10);
+    std::atomic<int> ran{0};
+    EXPECT_TRUE(pool.Post(0, [&ran] { ++ran; }));
+    pool.Finish();
+    EXPECT_EQ(ran, 1);
+    EXPECT_FALSE(pool.Post(0, [&ran] { ++ran; }));
+    pool.Finish();
+    EXPECT_EQ(ran, 1);
+}
+
+TEST(WorkerPool, TakesJobsFromJobsAndFromManyThreads) {
+    constexpr int kThreads = 4;
+    constexpr int kJobs = 500;
+    std::atomic<int> ran{0};
+    {
+        WorkerPool pool(2, kThreads, std::size_t{2} * kThreads * kJobs);
+        {
+            std::vector<std::unique_ptr<Background>> threads;
+            for (std::size_t lane = 0; lane < kThreads; ++lane) {
+                threads.push_back(std::make_unique<Background>([&pool, &ran, lane] {
+                    for (int job = 0; job < kJobs; ++job) {
+                        EXPECT_TRUE(pool.Post(lane, [&pool, &ran, lane] {
+                            EXPECT_TRUE(pool.Post(lane, [&ran] { ++ran; }));
+                        }));
+                    }
+                }));
+            }
+        }
+        Await("all jobs", [&] { return ran == kThreads * kJobs; });
+    }
+    EXPECT_EQ(ran, kThreads * kJobs);
+}
+
+}  // namespace
+}  // namespace zam_platform::testing

@@ -1,0 +1,124 @@
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <vector>
+
+#include "service_fixture.h"
+#include "support/program.h"
+
+namespace zam_connector::test {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+using ServiceDaemon = ServiceTest;
+
+TEST_F(ServiceDaemon, EndsCleanlyWhenAskedTo) {
+    StartService();
+    EXPECT_EQ(service_.Stop(), 0);
+    EXPECT_FALSE(std::filesystem::exists(service_.RuntimeDirectory() + "/zam_connector_id.sock"));
+}
+
+TEST_F(ServiceDaemon, IsAloneInItsRuntimeDirectory) {
+    StartService();
+    const ProgramResult second = RunProgram(
+        ZAM_CONNECTORD,
+        {"--data", service_.DataDirectory(), "--runtime-dir", service_.RuntimeDirectory()});
+    EXPECT_EQ(second.status, 2);
+    EXPECT_THAT(second.out, IsEmpty());
+    EXPECT_THAT(second.err, HasSubstr("another connector service"));
+    EXPECT_EQ(State(), ZamConnectorState::Stopped) << "the first goes on";
+}
+
+TEST_F(ServiceDaemon, ReplacesTheSocketOfOneThatWasKilled) {
+    StartService();
+    service_.Kill();
+    EXPECT_TRUE(std::filesystem::exists(service_.RuntimeDirectory() + "/zam_connector_id.sock"));
+    service_.Start();
+    EXPECT_EQ(State(), ZamConnectorState::Stopped);
+}
+
+TEST_F(ServiceDaemon, RefusesARuntimeDirectoryThatOthersMayWrite) {
+    std::filesystem::permissions(service_.RuntimeDirectory(), std::filesystem::perms::all);
+    const ProgramResult result = RunProgram(
+        ZAM_CONNECTORD,
+        {"--data", service_.DataDirectory(), "--runtime-dir", service_.RuntimeDirectory()});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr(service_.RuntimeDirectory()));
+    EXPECT_THAT(result.err, HasSubstr("lets others write"));
+}
+
+TEST_F(ServiceDaemon, NamesADataFolderThatIsNotThere) {
+    const ProgramResult result =
+        RunProgram(ZAM_CONNECTORD, {"--data", service_.DataDirectory() + "/nowhere",
+                                    "--runtime-dir", service_.RuntimeDirectory()});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr("nowhere"));
+}
+
+TEST_F(ServiceDaemon, SaysWhatIsWrongWithItsOptions) {
+    const ProgramResult result = RunProgram(ZAM_CONNECTORD, {"--dta", "x"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.out, IsEmpty());
+    EXPECT_THAT(result.err, HasSubstr("--dta"));
+}
+
+TEST_F(ServiceDaemon, KeepsDescriptorsForOthersWhenOneUserTakesAllItCan) {
+    constexpr int kFlood = 150;
+    service_.WriteData("limited", "#!/bin/sh\nulimit -n 200\nexec '" ZAM_CONNECTORD "' \"$@\"\n");
+    const std::string program = service_.DataDirectory() + "/limited";
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    testing::ServiceProcess limited(program);
+    limited.Start();
+    ::setenv("ZAM_RUNTIME_DIR", limited.RuntimeDirectory().c_str(), 1);
+    connection_ = std::make_unique<RealConnection>();
+
+    std::vector<int> silent;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string path = limited.RuntimeDirectory() + "/zam_connector_id.sock";
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    for (int number = 0; number < kFlood; ++number) {
+        silent.push_back(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        ASSERT_EQ(
+            ::connect(silent.back(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)),
+            0);
+    }
+    EXPECT_TRUE(Eventually([&limited] {
+        return limited.Log().find("has 68 connections, the most allowed") != std::string::npos;
+    }));
+    EXPECT_EQ(State(), ZamConnectorState::Stopped);
+    EXPECT_THAT(limited.Log(), ::testing::Not(HasSubstr("accept:")));
+    for (const int socket : silent) {
+        ::close(socket);
+    }
+}
+
+TEST_F(ServiceDaemon, ServesTheSampleThatItWrites) {
+    const std::string& sample = service_.DataDirectory();
+    const ProgramResult written = RunProgram(ZAM_CONNECTORD, {"--init", sample});
+    ASSERT_EQ(written.status, 0) << written.err;
+    EXPECT_TRUE(std::filesystem::exists(sample + "/connection.json"));
+    EXPECT_TRUE(std::filesystem::exists(sample + "/faults.json"));
+
+    StartService();
+    EXPECT_EQ(State(), ZamConnectorState::Stopped);
+    EXPECT_EQ(Controller().Start(Parameters()), 0);
+    EXPECT_TRUE(Eventually([this] { return State() == ZamConnectorState::Connected; }));
+}
+
+TEST_F(ServiceDaemon, OverwritesNothingWithItsSample) {
+    const std::string sample = service_.DataDirectory() + "/sample";
+    ASSERT_EQ(RunProgram(ZAM_CONNECTORD, {"--init", sample}).status, 0);
+    service_.WriteData("sample/connection.json", "edited");
+    const ProgramResult again = RunProgram(ZAM_CONNECTORD, {"--init", sample});
+    EXPECT_NE(again.status, 0);
+    EXPECT_THAT(again.err, HasSubstr("connection.json"));
+    EXPECT_EQ(service_.ReadData("sample/connection.json"), "edited");
+}
+
+}  // namespace
+}  // namespace zam_connector::test

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "support/real_connection.h"
+#include "zam_connector/zam_connector.h"
+#include "zam_connector_testing/recording_logger.h"
+#include "zam_connector_testing/service_process.h"
+
+namespace zam_connector::test {
+
+/// Longest wait for something that a working build does in milliseconds.
+inline constexpr std::chrono::seconds kPatience{60};
+
+/// Asks until the answer is true; false when patience ends. The pause only spares the processor:
+/// nothing depends on its length.
+inline bool Eventually(const std::function<bool()>& isTrue) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (!isTrue()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+/// A service in a process of its own, which this process's clients are pointed at, and a recording
+/// root logger. The service is started by the test.
+class ServiceTest : public ::testing::Test {
+protected:
+    ServiceTest() : service_(ZAM_CONNECTORD) {
+        ::setenv("ZAM_RUNTIME_DIR", service_.RuntimeDirectory().c_str(), 1);
+    }
+
+    /// Starts the service, and connects when there is no connection yet.
+    void StartService() {
+        service_.Start();
+        if (connection_ == nullptr) {
+            connection_ = std::make_unique<RealConnection>();
+        }
+    }
+
+    IZamConnController& Controller() { return connection_->Controller(); }
+    IZamConnSettingsHolder& SettingsHolder() { return connection_->SettingsHolder(); }
+    IZamConnCommandSender& CommandSender() { return connection_->CommandSender(); }
+
+    ZamConnectorState State() {
+        ZamConnectorState state{};
+        EXPECT_EQ(Controller().GetState(state), 0);
+        return state;
+    }
+
+    static ZamConnectionParameters Parameters() {
+        ZamConnectionParameters parameters;
+        parameters.serverAddress = "server.example";
+        parameters.serverPort = 13000;
+        return parameters;
+    }
+
+    testing::RecordingLogger logger_;
+    testing::ServiceProcess service_;
+    std::unique_ptr<RealConnection> connection_;
+};
+
+}  // namespace zam_connector::test

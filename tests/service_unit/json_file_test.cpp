@@ -1,0 +1,276 @@
+#include "data/json_file.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+namespace zam_service {
+namespace {
+
+using ::testing::HasSubstr;
+
+/// One faulty text: what is read of it, and where and how it is refused.
+struct Row {
+    const char* name;
+    std::string text;
+    std::function<void(const JsonValue&)> read;
+    std::size_t line;
+    std::size_t column;
+    std::string pointer;
+    std::string message;
+};
+
+std::ostream& operator<<(std::ostream& out, const Row& row) {
+    return out << row.name;
+}
+
+class JsonFile : public ::testing::TestWithParam<Row> {};
+
+TEST_P(JsonFile, RefusesWithFileLineColumnPointerAndReason) {
+    const Row& row = GetParam();
+    try {
+        const JsonDocument document("some.json", row.text);
+        row.read(document.Root());
+        FAIL() << "accepted: " << row.text;
+    } catch (const JsonError& error) {
+        EXPECT_EQ(error.Position().line, row.line) << error.what();
+        EXPECT_EQ(error.Position().column, row.column) << error.what();
+        EXPECT_EQ(error.Pointer(), row.pointer) << error.what();
+        const std::string place = "some.json:" + std::to_string(row.line) + ":" +
+                                  std::to_string(row.column) + ": at \"" + row.pointer + "\": ";
+        EXPECT_THAT(error.what(), ::testing::StartsWith(place));
+        EXPECT_THAT(error.what(), HasSubstr(row.message));
+    }
+}
+
+void ReadNothing(const JsonValue& /*root*/) {}
+
+std::string Nested(std::size_t depth) {
+    return std::string(depth, '[') + std::string(depth, ']');
+}
+
+std::string DeepPointer(std::size_t depth) {
+    std::string pointer;
+    for (std::size_t level = 0; level < depth; ++level) {
+        pointer += "/0";
+    }
+    return pointer;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Syntax, JsonFile,
+    ::testing::Values(
+        Row{"Empty", "", ReadNothing, 1, 1, "", "unexpected end of input"},
+        Row{"Blank", " \n\t\n  ", ReadNothing, 3, 3, "", "unexpected end of input"},
+        Row{"OnlyComment", "// nothing\n", ReadNothing, 2, 1, "", "unexpected end of input"},
+        Row{"OpenComment", "/* no end", ReadNothing, 1, 10, "", "invalid comment"},
+        Row{"UnfinishedObject", "{\"a\": 1,\n", ReadNothing, 2, 1, "", "unexpected end of input"},
+        Row{"TrailingComma", "{\"a\": 1,\n  }", ReadNothing, 2, 3, "", "unexpected '}'"},
+        Row{"CommaFirst", "{ ,\"a\": 1}", ReadNothing, 1, 3, "", "unexpected ','"},
+        Row{"TwoCommas", "[1,,2]", ReadNothing, 1, 4, "/1", "unexpected ','"},
+        Row{"TwoColons", "{\"a\"::1}", ReadNothing, 1, 6, "/a", "unexpected ':'"},
+        Row{"NoColon", "{\"a\" 1}", ReadNothing, 1, 6, "/a", "unexpected number literal"},
+        Row{"NoComma", "[10 20]", ReadNothing, 1, 5, "/1", "unexpected number literal"},
+        Row{"KeyIsNumber", "{1: 2}", ReadNothing, 1, 2, "", "unexpected number literal"},
+        Row{"WrongBracket", "{\"a\": [1}", ReadNothing, 1, 9, "/a/1", "unexpected '}'"},
+        Row{"TwoDocuments", "{}\n{}", ReadNothing, 2, 1, "", "unexpected '{'"},
+        Row{"WrongWord", "{\"a\": trua}", ReadNothing, 1, 10, "/a", "invalid literal"},
+        Row{"LeadingZero", "{\"a\": 01}", ReadNothing, 1, 8, "", "unexpected number literal"},
+        Row{"WordsTogether", "[truefalse]", ReadNothing, 1, 6, "/1", "unexpected false literal"},
+        Row{"NumbersTogether", "[-1.5e+10true]", ReadNothing, 1, 10, "/1",
+            "unexpected true literal"},
+        Row{"LonelyMinus", "{\"a\": -}", ReadNothing, 1, 8, "/a", "invalid number"},
+        Row{"NumberOverflow", "{\"a\": [7, 1e400]}", ReadNothing, 1, 11, "/a/1",
+            "number overflow parsing '1e400'"},
+        Row{"OpenText", "{\"a\": \"b", ReadNothing, 1, 9, "/a", "missing closing quote"},
+        Row{"RawControlByte", "{\"a\": \"b\x01\"}", ReadNothing, 1, 9, "/a",
+            "control character U+0001"},
+        Row{"WrongEscape", "{\"a\": \"\\x\"}", ReadNothing, 1, 9, "/a", "forbidden character"},
+        Row{"NoUtf8", "{\"a\": \"\xC3(\"}", ReadNothing, 1, 9, "/a", "ill-formed UTF-8"},
+        Row{"AfterOtherLanguages", "{\"ä€😀\": x}", ReadNothing, 1, 9, "/ä€😀", "invalid literal"},
+        Row{"InSecondElement", "{\"a\": [{\"b\": 1}, {\"b\": ?}]}", ReadNothing, 1, 24, "/a/1/b",
+            "invalid literal"},
+        Row{"BehindComments", "{ // one: {\n/* \"two */ \"a\": ]}", ReadNothing, 2, 17, "/a",
+            "unexpected ']'"}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+INSTANTIATE_TEST_SUITE_P(
+    Structure, JsonFile,
+    ::testing::Values(
+        Row{"DuplicateKey", "{\"a\": 1,\n \"b\": 2, \"a\": 3}", ReadNothing, 2, 10, "/a",
+            "stands twice"},
+        Row{"DuplicateKeyInside", "[{\"x/y\": {\"k\": 1, \"k\": 1}}]", ReadNothing, 1, 19,
+            "/0/x~1y/k", "stands twice"},
+        Row{"DuplicateByEscape", "{\"a\": 1, \"\\u0061\": 2}", ReadNothing, 1, 10, "/a",
+            "stands twice"},
+        Row{"TooDeep", Nested(kMaxJsonDepth + 1), ReadNothing, 1, kMaxJsonDepth + 1,
+            DeepPointer(kMaxJsonDepth), "is nested 65 deep, at most 64 are allowed"},
+        Row{"UnknownKey", "{\"known\": 1,\n  \"unknown\": 2}",
+            [](const JsonValue& root) {
+                root.CheckMembers({"known", "other"});
+            },
+            2, 3, "/unknown", "the key is not known here, allowed are known, other"},
+        Row{"UnknownKeyInside", "{\"a\": [{}, {\"a~/b\": 2}]}",
+            [](const JsonValue& root) { root.At("a").Elements(2, 2)[1].CheckMembers({"c"}); }, 1,
+            13, "/a/1/a~0~1b", "the key is not known here, allowed are c"},
+        Row{"MissingMember", "{\"a\":\n {\"b\": 1}}",
+            [](const JsonValue& root) { root.At("a").At("c"); }, 2, 2, "/a",
+            "the member \"c\" is missing"},
+        Row{"NoObject", "[1]", [](const JsonValue& root) { root.CheckMembers({}); }, 1, 1, "",
+            "is an array, allowed is an object"},
+        Row{"MemberOfText", "{\"a\": \"b\"}", [](const JsonValue& root) { root.At("a").Find("b"); },
+            1, 7, "/a", "is \"b\", allowed is an object"},
+        Row{"NoArray", "{\"a\": {}}", [](const JsonValue& root) { root.At("a").Elements(0, 3); }, 1,
+            7, "/a", "is an object, allowed is an array of 0 to 3 elements"},
+        Row{"ArrayTooShort", "{\"a\": []}",
+            [](const JsonValue& root) { root.At("a").Elements(1, 2); }, 1, 7, "/a",
+            "has 0 elements, allowed is an array of 1 to 2"},
+        Row{"ArrayTooLong", "{\"a\": [1, 2, 3]}",
+            [](const JsonValue& root) { root.At("a").Elements(1, 2); }, 1, 7, "/a",
+            "has 3 elements, allowed is an array of 1 to 2"}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+void ReadSmall(const JsonValue& root) {
+    root.At("n").Unsigned(1, 10);
+}
+
+void ReadByte(const JsonValue& root) {
+    root.At("n").Signed(-128, 127);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, JsonFile,
+    ::testing::Values(
+        Row{"BelowRange", "{\"n\": 0}", ReadSmall, 1, 7, "/n",
+            "is 0, allowed is a whole number from 1 to 10"},
+        Row{"AboveRange", "{\"n\":\n\n   11}", ReadSmall, 3, 4, "/n",
+            "is 11, allowed is a whole number from 1 to 10"},
+        Row{"Negative", "{\"n\": -1}", ReadSmall, 1, 7, "/n", "is -1, allowed"},
+        Row{"Fraction", "{\"n\": 5.0}", ReadSmall, 1, 7, "/n", "is 5.0, allowed"},
+        Row{"Exponent", "{\"n\": 1e1}", ReadSmall, 1, 7, "/n", "is 1e1, allowed"},
+        Row{"Beyond64Bits", "{\"n\": 18446744073709551616}", ReadSmall, 1, 7, "/n",
+            "is 18446744073709551616, allowed"},
+        Row{"TextForNumber", "{\"n\": \"5\"}", ReadSmall, 1, 7, "/n", "is \"5\", allowed"},
+        Row{"NullForNumber", "{\"n\": null}", ReadSmall, 1, 7, "/n", "is null, allowed"},
+        Row{"SignedBelow", "{\"n\": -129}", ReadByte, 1, 7, "/n",
+            "is -129, allowed is a whole number from -128 to 127"},
+        Row{"SignedAbove", "{\"n\": 128}", ReadByte, 1, 7, "/n", "is 128, allowed"},
+        Row{"SignedFarAbove", "{\"n\": 18446744073709551615}", ReadByte, 1, 7, "/n",
+            "is 18446744073709551615, allowed"},
+        Row{"NumberAbove", "{\"n\": 1.5}", [](const JsonValue& root) { root.At("n").Number(0, 1); },
+            1, 7, "/n", "is 1.5, allowed is a number from 0 to 1"},
+        Row{"NumberForFlag", "{\"n\": 1}", [](const JsonValue& root) { root.At("n").Boolean(); }, 1,
+            7, "/n", "is 1, allowed is true or false"},
+        Row{"FlagForText", "{\"n\": true}",
+            [](const JsonValue& root) { static_cast<void>(root.At("n").Text()); }, 1, 7, "/n",
+            "is true, allowed is a text"},
+        Row{"LongText", "{\"n\": \"" + std::string(62, 'x') + "ä" + "zzzz\"}",
+            [](const JsonValue& root) { root.At("n").Boolean(); }, 1, 7, "/n",
+            "is \"" + std::string(62, 'x') + "..., allowed"},
+        Row{"TextWithEscapes", "{\"n\": \"a\\\"b\\\\\" }",
+            [](const JsonValue& root) { root.At("n").Boolean(); }, 1, 7, "/n",
+            "is \"a\\\"b\\\\\", allowed"},
+        Row{"InArray", "{\"a\": [1,\n 2, /* two */ \"x\"]}",
+            [](const JsonValue& root) { root.At("a").Elements(3, 3)[2].Unsigned(0, 9); }, 2, 15,
+            "/a/2", "is \"x\", allowed"}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+TEST(JsonDocument, AcceptsTheDeepestNestingAllowed) {
+    for (const std::size_t depth : {kMaxJsonDepth - 1, kMaxJsonDepth}) {
+        EXPECT_NO_THROW(JsonDocument("deep.json", Nested(depth))) << depth;
+    }
+}
+
+TEST(JsonDocument, AcceptsEqualKeysInDifferentObjects) {
+    const JsonDocument document("a.json", R"({"a": {"a": 1}, "b": [{"a": 2}, {"a": 3}]})");
+    EXPECT_EQ(document.Root().At("b").Elements(2, 2)[1].At("a").Unsigned(0, 9), 3U);
+}
+
+TEST(JsonDocument, SkipsAByteOrderMarkAndComments) {
+    const JsonDocument document("a.json", "\xEF\xBB\xBF// first\n{/* a */\"a\": /**/ 7 //\n}");
+    EXPECT_EQ(document.Root().At("a").Unsigned(0, 9), 7U);
+}
+
+TEST(JsonDocument, CountsColumnsBehindAByteOrderMarkFromTheFirstCharacter) {
+    try {
+        const JsonDocument document("a.json", "\xEF\xBB\xBF?");
+        FAIL();
+    } catch (const JsonError& error) {
+        EXPECT_EQ(error.Position().column, 1U);
+    }
+}
+
+TEST(JsonDocument, KeepsAKeyFromBreakingTheErrorsLine) {
+    try {
+        const JsonDocument document("a.json", R"({"a\nb": ?})");
+        FAIL();
+    } catch (const JsonError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("at \"/a\\nb\": "));
+        EXPECT_THAT(error.what(), ::testing::Not(HasSubstr("\n")));
+    }
+}
+
+TEST(JsonValue, ReadsTheBoundsOfNumbers) {
+    const JsonDocument document(
+        "a.json",
+        R"({"least": -9223372036854775808, "most": 18446744073709551615, "one": 1, "zero": 0})");
+    const JsonValue root = document.Root();
+    constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
+    constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
+    EXPECT_EQ(root.At("least").Signed(kLeast, 0), kLeast);
+    EXPECT_EQ(root.At("most").Unsigned(0, kMost), kMost);
+    EXPECT_EQ(root.At("one").Unsigned(1, 1), 1U);
+    EXPECT_EQ(root.At("zero").Number(0, 1), 0);
+    EXPECT_EQ(root.At("one").Number(0, 1), 1);
+}
+
+TEST(JsonValue, TellsAMemberThatIsNullFromOneThatIsSet) {
+    const JsonDocument document("a.json", R"({"null": null, "set": "x"})");
+    EXPECT_TRUE(document.Root().Find("null").has_value());
+    EXPECT_FALSE(document.Root().FindSet("null").has_value());
+    EXPECT_FALSE(document.Root().FindSet("none").has_value());
+    EXPECT_EQ(document.Root().FindSet("set")->Text(), "x");
+}
+
+TEST(FindInJson, FindsEveryKeyAndValueByItsPointer) {
+    constexpr std::string_view kText = R"({"a": [1, {"b/c": "x"}, []], "": {"~": null}})";
+    const std::vector<std::tuple<std::string_view, JsonPart, std::string_view>> rows = {
+        {"", JsonPart::Value, "{"},
+        {"/a", JsonPart::Key, "\"a\""},
+        {"/a", JsonPart::Value, "["},
+        {"/a/0", JsonPart::Value, "1"},
+        {"/a/1", JsonPart::Value, "{"},
+        {"/a/1/b~1c", JsonPart::Key, "\"b/c\""},
+        {"/a/1/b~1c", JsonPart::Value, "\"x\""},
+        {"/a/2", JsonPart::Value, "["},
+        {"/", JsonPart::Key, "\"\""},
+        {"/", JsonPart::Value, "{"},
+        {"//~0", JsonPart::Value, "null"}};
+    for (const auto& [pointer, part, token] : rows) {
+        const auto offset = FindInJson(kText, pointer, part);
+        ASSERT_TRUE(offset.has_value()) << pointer;
+        EXPECT_EQ(TokenAt(kText, *offset), token) << pointer;
+    }
+    EXPECT_FALSE(FindInJson(kText, "/a/3", JsonPart::Value).has_value());
+    EXPECT_FALSE(FindInJson(kText, "/a/0", JsonPart::Key).has_value());
+}
+
+TEST(PositionAt, CountsLinesAndCharacters) {
+    constexpr std::string_view kText = "ab\nä€c\n";
+    EXPECT_EQ(PositionAt(kText, 0).column, 1U);
+    EXPECT_EQ(PositionAt(kText, 2).column, 3U);
+    EXPECT_EQ(PositionAt(kText, 3).line, 2U);
+    EXPECT_EQ(PositionAt(kText, 8).column, 3U);
+    EXPECT_EQ(PositionAt(kText, kText.size()).line, 3U);
+}
+
+}  // namespace
+}  // namespace zam_service

@@ -1,0 +1,143 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "support/program.h"
+
+namespace zamctl::test {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using zam_connector::test::ProgramResult;
+using zam_connector::test::RunProgram;
+using Arguments = std::vector<std::string>;
+
+/// The program itself, with an empty runtime directory of its own and so without any service.
+class ZamctlProcess : public ::testing::Test {
+protected:
+    ZamctlProcess() {
+        std::string pattern = ::testing::TempDir() + "zamctl_XXXXXX";
+        directory_ = ::mkdtemp(pattern.data());
+    }
+    ~ZamctlProcess() override { std::filesystem::remove_all(directory_); }
+
+    ProgramResult Run(const Arguments& arguments, const std::string& runtimeDirectory) const {
+        return RunProgram(ZAMCTL_EXECUTABLE, arguments,
+                          {.environment = {{"ZAM_RUNTIME_DIR=" + runtimeDirectory}}});
+    }
+    ProgramResult Run(const Arguments& arguments) const { return Run(arguments, directory_); }
+
+    std::filesystem::path directory_;
+};
+
+TEST_F(ZamctlProcess, EndsWithStatusThreeWithoutAService) {
+    for (const Arguments& arguments :
+         {Arguments{"state"}, Arguments{"--json", "state"}, Arguments{"state", "--wait", "stopped"},
+          Arguments{"start", "--server", "server.example", "--port", "1"}, Arguments{"stop"},
+          Arguments{"settings", "get"}, Arguments{"settings", "set", "sync_period_s=1"},
+          Arguments{"sync"}, Arguments{"event", "text"}, Arguments{"--json", "ping"}}) {
+        SCOPED_TRACE(::testing::PrintToString(arguments));
+        const ProgramResult result = Run(arguments);
+        EXPECT_EQ(result.status, 3);
+        EXPECT_EQ(result.out, "");
+        EXPECT_THAT(
+            result.err,
+            AllOf(HasSubstr("cannot reach the connector service 'zam_connector_id': socket"),
+                  HasSubstr("zam_connector_id.sock': No such file or directory\n"),
+                  HasSubstr("Start zam_connectord for the directory '" + directory_.string() +
+                            "', or set ZAM_RUNTIME_DIR")));
+        EXPECT_EQ(result.err.find("No such file"), result.err.rfind("No such file"));
+    }
+}
+
+TEST_F(ZamctlProcess, SaysWhatIsWrongWithTheDirectory) {
+    std::filesystem::permissions(directory_, std::filesystem::perms::all);
+    const ProgramResult open = Run({"state"});
+    EXPECT_EQ(open.status, 3);
+    EXPECT_EQ(open.out, "");
+    EXPECT_THAT(open.err, HasSubstr("Run 'chmod go-w " + directory_.string() + "'."));
+    const ProgramResult relative = Run({"state"}, "relative");
+    EXPECT_EQ(relative.status, 3);
+    EXPECT_THAT(relative.err, HasSubstr("Set ZAM_RUNTIME_DIR to the absolute path"));
+    const ProgramResult missing = Run({"state"}, directory_ / "missing");
+    EXPECT_EQ(missing.status, 3);
+    EXPECT_THAT(missing.err, HasSubstr("Start zam_connectord for the directory '" +
+                                       (directory_ / "missing").string() + "'"));
+}
+
+TEST_F(ZamctlProcess, PrintsTheLibrarysRecordsOnlyWhenVerbose) {
+    EXPECT_THAT(Run({"state"}).err, Not(HasSubstr("[error]")));
+    EXPECT_THAT(Run({"-v", "state"}).err, HasSubstr("[error] service_locator:"));
+}
+
+TEST_F(ZamctlProcess, EndsWithStatusOneForWrongWordsAndValues) {
+    for (const Arguments& arguments :
+         {Arguments{}, Arguments{"stat"}, Arguments{"settings", "gett"},
+          Arguments{"start", "--server", "a", "--port", "0"},
+          Arguments{"start", "--server", "a", "--port", "65536"},
+          Arguments{"start", "--server", "a", "--port", "-1"},
+          Arguments{"start", "--server", "a", "--port", "http"},
+          Arguments{"settings", "set", "no_such_setting=1"},
+          Arguments{"event", std::string(129, 'e')}, Arguments{"ping", "--count", "0"},
+          Arguments{"explain", "nonsense"}, Arguments{"state", "--unknown"}}) {
+        SCOPED_TRACE(::testing::PrintToString(arguments));
+        const ProgramResult result = Run(arguments);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.out, "");
+        EXPECT_THAT(result.err, AllOf(HasSubstr("zamctl"), HasSubstr("--help'.\n")));
+    }
+}
+
+TEST_F(ZamctlProcess, ExplainsCodesWithoutAService) {
+    const ProgramResult result = Run({"explain", "0x8000004B", "-2147483578"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out,
+              "0x8000004B Unspecified error (facility 0, general)\n"
+              "0x80000046 Invalid argument (facility 0, general)\n");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(ZamctlProcess, PrintsHelpAndVersion) {
+    const ProgramResult help = Run({"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_THAT(help.out, HasSubstr("Usage: zamctl"));
+    EXPECT_EQ(help.err, "");
+    const ProgramResult version = Run({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out, "zamctl " ZAMCTL_VERSION "\n");
+}
+
+TEST_F(ZamctlProcess, ReportsThroughDoctorWhatIsMissing) {
+    const ProgramResult result = Run({"--json", "doctor"});
+    EXPECT_EQ(result.status, 3);
+    const nlohmann::json report = nlohmann::json::parse(result.out);
+    EXPECT_EQ(report.at("status"), "problem");
+    const std::vector<std::string> found = [&report] {
+        std::vector<std::string> lines;
+        for (const nlohmann::json& check : report.at("checks")) {
+            lines.push_back(check.at("check").get<std::string>() + ' ' +
+                            check.at("status").get<std::string>());
+        }
+        return lines;
+    }();
+    EXPECT_THAT(
+        found, ::testing::IsSupersetOf({"zamctl ok", "library ok", "runtime_dir ok", "directory ok",
+                                        "socket problem", "service problem"}));
+    EXPECT_THAT(result.err, HasSubstr("the connector cannot be made"));
+}
+
+TEST_F(ZamctlProcess, SaysWhenStandardOutputTakesNothing) {
+    // The shell leads the output to a device that is always full.
+    const ProgramResult result =
+        RunProgram("/bin/sh", {"-c", "exec \"$0\" explain 1 >/dev/full", ZAMCTL_EXECUTABLE});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr("the result could not be written"));
+}
+
+}  // namespace
+}  // namespace zamctl::test

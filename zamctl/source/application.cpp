@@ -1,0 +1,57 @@
+#include "application.h"
+
+#include <fmt/format.h>
+
+#include <ostream>
+
+#include "command_line.h"
+
+namespace zamctl {
+namespace {
+
+std::string RemedyOf(const Failure& failure, const std::string& commandName) {
+    if (!failure.Remedy().empty() || failure.Status() != kExitUsage) {
+        return failure.Remedy();
+    }
+    return fmt::format("See 'zamctl {}{}--help'.", commandName, commandName.empty() ? "" : " ");
+}
+
+void PrintFailure(std::ostream& err, const Failure& failure, const std::string& commandName) {
+    err << fmt::format("zamctl{}{}: {}\n", commandName.empty() ? "" : " ", commandName,
+                       failure.what());
+    const std::string remedy = RemedyOf(failure, commandName);
+    if (!remedy.empty()) {
+        err << remedy << '\n';
+    }
+    err << std::flush;
+}
+
+}  // namespace
+
+int Application::Run(const std::vector<std::string>& arguments) {
+    Invocation invocation;
+    try {
+        ParseCommandLine(arguments, invocation);
+        surroundings_.records.SetVerbose(invocation.verbose);
+        if (invocation.command == nullptr) {
+            surroundings_.out << invocation.information << '\n' << std::flush;
+        } else {
+            Context context(surroundings_, invocation.format);
+            invocation.command->Run(context);
+        }
+        if (!surroundings_.out) {
+            throw Failure(kExitFailed, "the result could not be written to standard output",
+                          "What was asked for has been done all the same.");
+        }
+        return kExitDone;
+    } catch (const Failure& failure) {
+        PrintFailure(surroundings_.err, failure, invocation.commandName);
+        return failure.Status();
+    } catch (const std::exception& exception) {
+        PrintFailure(surroundings_.err, Failure(kExitFailed, exception.what()),
+                     invocation.commandName);
+        return kExitFailed;
+    }
+}
+
+}  // namespace zamctl

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+
+#include "clock.h"
+#include "connector_provider.h"
+#include "failure.h"
+#include "output.h"
+#include "record_keeper.h"
+#include "system_view.h"
+
+namespace zamctl {
+
+/// Everything that a command touches; nothing is owned, and all of it must outlive the command's
+/// run.
+struct Surroundings {
+    std::istream& in;
+    std::ostream& out;
+    std::ostream& err;
+    ConnectorProvider& provider;
+    RecordKeeper& records;
+    Clock& clock;
+    const SystemView& system;
+};
+
+/// What one run of a command works with.
+class Context {
+public:
+    Context(const Surroundings& surroundings, Output::Format format)
+        : in(surroundings.in),
+          clock(surroundings.clock),
+          system(surroundings.system),
+          provider(surroundings.provider),
+          output(surroundings.out, format),
+          records_(surroundings.records) {}
+
+    /// The connector. Throws `ConnectorFailure` when it cannot be made.
+    ConnectorInterfaces Connector();
+
+    /// Asks `look`, which uses the provider; what it throws becomes a `ConnectorFailure`.
+    template <typename Look>
+    auto Reach(Look&& look) {
+        records_.Clear();
+        try {
+            return look(provider);
+        } catch (const std::exception& exception) {
+            ThrowConnectorFailure(exception);
+        }
+    }
+
+    /// Makes one call and returns its code; throws `CallFailure` for a failure. `action` completes
+    /// "cannot ...".
+    template <typename Call>
+    int Checked(const char* action, Call&& call) {
+        records_.Clear();
+        const int code = call();
+        if (code < 0) {
+            throw CallFailure(action, code, records_.Cause());
+        }
+        return code;
+    }
+
+    std::istream& in;
+    Clock& clock;
+    const SystemView& system;
+    ConnectorProvider& provider;
+    Output output;
+
+private:
+    [[noreturn]] void ThrowConnectorFailure(const std::exception& exception) const;
+
+    RecordKeeper& records_;
+};
+
+/// One command with its options, ready to run once.
+class Command {
+public:
+    virtual ~Command() = default;
+
+    /// Does the work and prints its result. Throws `Failure`, with nothing printed unless the
+    /// command says otherwise.
+    virtual void Run(Context& context) = 0;
+};
+
+}  // namespace zamctl

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "command.h"
+#include "output.h"
+
+namespace zamctl {
+
+/// What a command line asks for.
+struct Invocation {
+    Output::Format format;
+    bool verbose = false;
+    std::string commandName;           ///< "settings set"; empty when none was recognised
+    std::unique_ptr<Command> command;  ///< null when there is information to print instead
+    std::string information;           ///< help or version, without the last line end
+};
+
+/// Reads the arguments behind the program's name. Fills `invocation` as far as it comes, so that
+/// the message about a throw can name the command. Throws `UsageError`.
+void ParseCommandLine(const std::vector<std::string>& arguments, Invocation& invocation);
+
+}  // namespace zamctl

@@ -1,0 +1,236 @@
+#include "commands/doctor_command.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <vector>
+
+#include "finding.h"
+#include "round_trip.h"
+#include "runtime_directory_check.h"
+#include "state_names.h"
+#include "version.h"
+
+namespace zamctl {
+namespace {
+
+constexpr std::size_t kRoundTrips = 5;
+
+using Findings = std::vector<Finding>;
+
+const char* StatusName(FindingStatus status) {
+    switch (status) {
+        case FindingStatus::Ok:
+            return "ok";
+        case FindingStatus::Warning:
+            return "warning";
+        case FindingStatus::Problem:
+            break;
+    }
+    return "problem";
+}
+
+/// The version that a library's file is named after: "0.1.0" of "libzam_platform.so.0.1.0".
+std::string VersionOf(const std::string& path) {
+    constexpr std::string_view kMark = ".so.";
+    const std::string name = std::filesystem::path(path).filename().string();
+    const std::size_t mark = name.find(kMark);
+    return mark == std::string::npos ? std::string() : name.substr(mark + kMark.size());
+}
+
+void CheckVersions(Findings& findings, const SystemView& system) {
+    findings.push_back({"zamctl",
+                        FindingStatus::Ok,
+                        fmt::format("version {}", kVersion),
+                        {},
+                        {{"version", kVersion}}});
+    const std::vector<LoadedLibrary> libraries = system.Libraries();
+    if (libraries.empty()) {
+        findings.push_back({"library",
+                            FindingStatus::Ok,
+                            fmt::format("version {}, part of zamctl", kVersion),
+                            {},
+                            {{"version", kVersion}}});
+    }
+    for (const LoadedLibrary& library : libraries) {
+        const std::string version = VersionOf(library.path);
+        const bool same = version == kVersion;
+        findings.push_back(
+            {"library",
+             same ? FindingStatus::Ok : FindingStatus::Warning,
+             fmt::format("version {}, {}", version.empty() ? "unknown" : version, library.path),
+             same ? "" : "Install zamctl and the libraries of one version.",
+             {{"version", version}, {"path", library.path}}});
+    }
+}
+
+void CheckLogLevel(Findings& findings, const SystemView& system) {
+    constexpr const char* kVariable = "ZAM_LOG_LEVEL";
+    constexpr int kDefault = zor::logger::kLevelError;
+    const std::optional<std::string> text = system.Variable(kVariable);
+    int level = kDefault;
+    if (!text) {
+        findings.push_back({"log_level",
+                            FindingStatus::Ok,
+                            fmt::format("{}, as {} is not set", kDefault, kVariable),
+                            {},
+                            {{"level", kDefault}}});
+        return;
+    }
+    const char* const end = text->data() + text->size();
+    const auto [stop, error] = std::from_chars(text->data(), end, level);
+    if (error != std::errc() || stop != end) {
+        findings.push_back(
+            {"log_level",
+             FindingStatus::Warning,
+             fmt::format("{}, as {} is '{}', which is no number", kDefault, kVariable, *text),
+             fmt::format("Set {} to a number from 0 (everything) to 4 (failures), "
+                         "or unset it.",
+                         kVariable),
+             {{"level", kDefault}}});
+        return;
+    }
+    findings.push_back({"log_level",
+                        FindingStatus::Ok,
+                        fmt::format("{}, from {}", level, kVariable),
+                        {},
+                        {{"level", level}}});
+}
+
+Finding EndpointFinding(const EndpointReport& endpoint) {
+    if (!endpoint.riid) {
+        return {"endpoint",
+                FindingStatus::Problem,
+                fmt::format("{} is not known to the service", endpoint.name),
+                "Restart zam_connectord, and install one of zamctl's version if that does not "
+                "help.",
+                {{"name", endpoint.name}}};
+    }
+    return {"endpoint",
+            FindingStatus::Ok,
+            fmt::format("{}, riid {}", endpoint.name, *endpoint.riid),
+            {},
+            {{"name", endpoint.name}, {"riid", *endpoint.riid}}};
+}
+
+bool HasProblem(const Findings& findings) {
+    return std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
+        return finding.status == FindingStatus::Problem;
+    });
+}
+
+/// Connects, looks the endpoints up and makes the connector. False when that cannot be done.
+bool CheckService(Findings& findings, Context& context) {
+    const std::string service = context.provider.ServiceName();
+    const char* check = "service";
+    try {
+        const std::vector<EndpointReport> endpoints =
+            context.Reach([](ConnectorProvider& from) { return from.Endpoints(); });
+        findings.push_back({check,
+                            FindingStatus::Ok,
+                            fmt::format("'{}' connected", service),
+                            {},
+                            {{"name", service}}});
+        for (const EndpointReport& endpoint : endpoints) {
+            findings.push_back(EndpointFinding(endpoint));
+        }
+        check = "connector";
+        context.Connector();
+        return true;
+    } catch (const ConnectorFailure& failure) {
+        // What is wrong with the directory, or an endpoint that is missing, stands above with its
+        // own advice.
+        const std::string remedy =
+            HasProblem(findings) ? std::string() : ConnectRemedy(context.system, service);
+        findings.push_back({check, FindingStatus::Problem, failure.what(), remedy, Json::object()});
+        return false;
+    }
+}
+
+/// Times some calls. Gives the failure in which that ends.
+std::optional<CallFailure> CheckCalls(Findings& findings, Context& context) {
+    try {
+        const ConnectorInterfaces connector = context.Connector();
+        std::array<std::chrono::nanoseconds, kRoundTrips> times{};
+        StateAnswer answer{};
+        for (std::chrono::nanoseconds& time : times) {
+            const RoundTrip trip = TimeRoundTrip(context, connector.controller);
+            time = trip.time;
+            answer = trip.answer;
+        }
+        std::sort(times.begin(), times.end());
+        const double median = Microseconds(Percentile(times, 50));
+        const std::string state = StateName(answer.state);
+        findings.push_back(
+            {"round_trip",
+             FindingStatus::Ok,
+             fmt::format("{:.1f} us, median of {} calls; state {}", median, kRoundTrips, state),
+             {},
+             {{"median_us", median}, {"calls", kRoundTrips}, {"state", state}}});
+        return std::nullopt;
+    } catch (const CallFailure& failure) {
+        findings.push_back({"round_trip", FindingStatus::Problem, failure.what(), failure.Remedy(),
+                            Json::object()});
+        return failure;
+    }
+}
+
+void PrintReport(Output& output, const Findings& findings) {
+    FindingStatus worst = FindingStatus::Ok;
+    std::string lines;
+    Json checks = Json::array();
+    for (const Finding& finding : findings) {
+        worst = std::max(worst, finding.status);
+        Json check = {{"check", finding.check},
+                      {"status", StatusName(finding.status)},
+                      {"text", finding.text}};
+        if (!finding.remedy.empty()) {
+            check["remedy"] = finding.remedy;
+        }
+        check.update(finding.details);
+        checks.push_back(std::move(check));
+        if (output.IsQuiet() && finding.status == FindingStatus::Ok) {
+            continue;
+        }
+        lines += fmt::format("{}{:<8} {:<11}  {}", lines.empty() ? "" : "\n",
+                             StatusName(finding.status), finding.check, finding.text);
+        if (!finding.remedy.empty()) {
+            lines += fmt::format("\n{:20}  {}", "", finding.remedy);
+        }
+    }
+    if (lines.empty()) {
+        output.Confirmation(lines, {{"status", StatusName(worst)}, {"checks", checks}});
+    } else {
+        output.Result(lines, {{"status", StatusName(worst)}, {"checks", checks}});
+    }
+}
+
+}  // namespace
+
+void DoctorCommand::Run(Context& context) {
+    Findings findings;
+    CheckVersions(findings, context.system);
+    CheckLogLevel(findings, context.system);
+    const Findings directory =
+        CheckRuntimeDirectory(context.system, context.provider.ServiceName());
+    findings.insert(findings.end(), directory.begin(), directory.end());
+    std::optional<CallFailure> failedCall;
+    if (CheckService(findings, context)) {
+        failedCall = CheckCalls(findings, context);
+    }
+    PrintReport(context.output, findings);
+    if (failedCall) {
+        throw CallFailure(*failedCall);
+    }
+    if (HasProblem(findings)) {
+        throw ConnectorFailure("the connector cannot be made",
+                               "The lines of the report that begin with 'problem' say what to do.");
+    }
+}
+
+}  // namespace zamctl

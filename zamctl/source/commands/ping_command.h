@@ -1,0 +1,32 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+#include "command.h"
+
+namespace zamctl {
+
+/// Most calls of one ping; their times are kept for the summary.
+inline constexpr std::size_t kMaxPingCount = 1'000'000;
+
+inline constexpr std::chrono::milliseconds kMaxPingInterval{3'600'000};
+
+/// Times round trips to the service: one line for each as it comes, and a summary, also when
+/// interrupted. A failing call ends it without a summary, behind the lines already printed.
+class PingCommand final : public Command {
+public:
+    struct Options {
+        std::size_t count = 10;
+        std::chrono::milliseconds interval{100};  ///< between the end of a call and the next
+    };
+
+    explicit PingCommand(Options options) : options_(options) {}
+
+    void Run(Context& context) override;
+
+private:
+    Options options_;
+};
+
+}  // namespace zamctl

@@ -1,0 +1,39 @@
+#include "failure.h"
+
+#include <fmt/format.h>
+
+#include "codes.h"
+
+namespace zamctl {
+namespace {
+
+std::string Message(const std::string& action, int code, const std::string& cause) {
+    return cause.empty()
+               ? fmt::format("cannot {}: the service answered {}", action, DescribeCode(code))
+               : fmt::format("cannot {}: {}: {}", action, DescribeCode(code), cause);
+}
+
+std::string RemedyFor(int code, const std::string& cause) {
+    if (!cause.empty()) {
+        return "'zamctl doctor' checks whether the service runs and can be reached.";
+    }
+    switch (code) {
+        case kInvalidArgument:
+            return "The service does not accept these values, alone or together; change them.";
+        case kInvalidState:
+            return "The state of the connection does not allow it: 'zamctl state' prints it, "
+                   "'zamctl stop' ends the connection.";
+        case kAccessDenied:
+            return "Run zamctl as a user to whom the service allows it.";
+        default:
+            return "Look into the log of zam_connectord; with ZAM_LOG_LEVEL=0 in its environment "
+                   "it logs everything.";
+    }
+}
+
+}  // namespace
+
+CallFailure::CallFailure(const std::string& action, int code, const std::string& cause)
+    : Failure(kExitFailed, Message(action, code, cause), RemedyFor(code, cause)) {}
+
+}  // namespace zamctl

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace zamctl {
+
+/// What the process ends with.
+enum ExitStatus : int {
+    kExitDone = 0,
+    kExitUsage = 1,        ///< the command line or what it refers to is wrong; nothing was sent
+    kExitFailed = 2,       ///< the service or the library answered with a failure code
+    kExitNoConnector = 3,  ///< no service, or not all of its endpoints
+};
+
+/// A command that did not end well: what failed and why (`what()`), what to do about it, and the
+/// exit status. Thrown by commands, turned into messages by `Application` alone.
+class Failure : public std::runtime_error {
+public:
+    Failure(ExitStatus status, const std::string& message, std::string remedy = {})
+        : std::runtime_error(message), status_(status), remedy_(std::move(remedy)) {}
+
+    ExitStatus Status() const noexcept { return status_; }
+
+    /// What to do; empty when the application's own advice for the status is good enough.
+    const std::string& Remedy() const noexcept { return remedy_; }
+
+private:
+    ExitStatus status_;
+    std::string remedy_;
+};
+
+class UsageError : public Failure {
+public:
+    explicit UsageError(const std::string& message, std::string remedy = {})
+        : Failure(kExitUsage, message, std::move(remedy)) {}
+};
+
+class ConnectorFailure : public Failure {
+public:
+    ConnectorFailure(const std::string& message, std::string remedy)
+        : Failure(kExitNoConnector, message, std::move(remedy)) {}
+};
+
+/// A call that was answered with a failure code.
+class CallFailure : public Failure {
+public:
+    /// `action` completes "cannot ...". `cause` is what the library logged; empty when the code is
+    /// the service's own.
+    CallFailure(const std::string& action, int code, const std::string& cause);
+};
+
+}  // namespace zamctl

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <iosfwd>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+namespace zamctl {
+
+/// A document whose members keep their order.
+using Json = nlohmann::ordered_json;
+
+/// Where a command's results go: one text, or one JSON document in a line. One thread at a time.
+class Output {
+public:
+    struct Format {
+        bool json = false;
+        bool quiet = false;  ///< leave out what only confirms or details
+    };
+
+    /// `out` must outlive the object.
+    Output(std::ostream& out, Format format) : out_(out), format_(format) {}
+
+    /// What was asked for; `text` goes without its last line end.
+    void Result(const std::string& text, const Json& document);
+
+    /// That something was done: the text is left out with --quiet, the document is not.
+    void Confirmation(const std::string& text, const Json& document);
+
+    /// One of many lines that a summary will follow: left out with --quiet in both forms.
+    void Detail(const std::string& text, const Json& document);
+
+    bool IsQuiet() const noexcept { return format_.quiet; }
+
+private:
+    void Print(const std::string& text, const Json& document);
+
+    std::ostream& out_;
+    Format format_;
+};
+
+}  // namespace zamctl

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "finding.h"
+#include "system_view.h"
+
+/// The rules for the directory of the services' sockets, looked at from outside: nothing here
+/// connects to anything.
+
+namespace zamctl {
+
+struct RuntimeDirectoryChoice {
+    std::string path;
+    std::string reason;  ///< the variable that gave it, or that none did
+};
+
+RuntimeDirectoryChoice ChooseRuntimeDirectory(const SystemView& system);
+
+/// The choice, the directory and the socket of `service` in it, in this order; what stands on
+/// something that is not there is left out.
+std::vector<Finding> CheckRuntimeDirectory(const SystemView& system, const std::string& service);
+
+/// What to do when the service could not be connected to.
+std::string ConnectRemedy(const SystemView& system, const std::string& service);
+
+}  // namespace zamctl

@@ -1,0 +1,51 @@
+#include "wait_for_state.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "state_names.h"
+
+namespace zamctl {
+namespace {
+
+std::string ShowSeconds(std::chrono::milliseconds time) {
+    return fmt::format("{:g} s", std::chrono::duration<double>(time).count());
+}
+
+}  // namespace
+
+StateAnswer AskState(Context& context, const zam_connector::IZamConnController& controller) {
+    zam_connector::ZamConnectorState state{};
+    const int code = context.Checked("read the state", [&] { return controller.GetState(state); });
+    return {state, code};
+}
+
+StateAnswer WaitForState(Context& context, const zam_connector::IZamConnController& controller,
+                         const Wait& wait) {
+    const Clock::TimePoint end = context.clock.Now() + wait.timeout;
+    for (;;) {
+        const StateAnswer answer = AskState(context, controller);
+        if (answer.state == wait.target) {
+            return answer;
+        }
+        if (answer.state == wait.hopeless) {
+            throw Failure(kExitFailed,
+                          fmt::format("the state is {} and will not become {}",
+                                      StateName(answer.state), StateName(wait.target)),
+                          "The server turned this device away; check the server's address and "
+                          "the product and device names.");
+        }
+        const std::chrono::nanoseconds left = end - context.clock.Now();
+        if (left <= std::chrono::nanoseconds::zero()) {
+            throw Failure(
+                kExitFailed,
+                fmt::format("the state is {}, not {}, after {}", StateName(answer.state),
+                            StateName(wait.target), ShowSeconds(wait.timeout)),
+                "Give it more time with --timeout, or look into the log of zam_connectord.");
+        }
+        context.clock.SleepFor(std::min<std::chrono::nanoseconds>(left, kPollInterval));
+    }
+}
+
+}  // namespace zamctl
