@@ -62,28 +62,32 @@ TEST_F(ServerLimitsTest, TellTheClientOfAUserWithTooManyConnections) {
 TEST_F(ServerLimitsTest, BoundTheBytesOfHalfReceivedFrames) {
     TestServer server({.bufferedBytesPerUser = 10000});
     for (int round = 0; round < 3; ++round) {
-        const Bytes call = CallFrame(1, kEcho, 3, Pattern(6000));
-        const RawSocket first = server.Greet();
-        first.Send(Head(call, 100));
-        first.AwaitTaken();
-        server.Connections();  // the loop has handled what came before
-        const RawSocket second = server.Greet();
-        second.Send(Head(call, 100));
-        EXPECT_EQ(ToHex(second.ReadToEnd()), ToHex(QuotaRefusal()));
-        EXPECT_EQ(LastRecord(), "client of user " + user_ + ": user " + user_ +
-                                    " has 6064 bytes of half-received frames: connection closed");
+        {
+            const Bytes call = CallFrame(1, kEcho, 3, Pattern(6000));
+            const RawSocket first = server.Greet();
+            first.Send(Head(call, 100));
+            first.AwaitTaken();
+            server.Connections();  // the loop has handled what came before
+            const RawSocket second = server.Greet();
+            second.Send(Head(call, 100));
+            EXPECT_EQ(ToHex(second.ReadToEnd()), ToHex(QuotaRefusal()));
+            EXPECT_EQ(LastRecord(),
+                      "client of user " + user_ + ": user " + user_ +
+                          " has 6064 bytes of half-received frames: connection closed");
 
-        // What one has left over another can have.
-        first.Send(Tail(call, 100));
-        EXPECT_EQ(first.ReadFrame().arena, Pattern(6000));
-        const RawSocket third = server.Greet();
-        third.Send(Head(call, 100));
-        third.AwaitTaken();
-        third.Send(Tail(call, 100));
-        EXPECT_EQ(third.ReadFrame().arena, Pattern(6000));
-        // And so it is with what was never finished.
-        third.Send(Head(call, 100));
-        third.AwaitTaken();
+            // What one has left over another can have.
+            first.Send(Tail(call, 100));
+            EXPECT_EQ(first.ReadFrame().arena, Pattern(6000));
+            const RawSocket third = server.Greet();
+            third.Send(Head(call, 100));
+            third.AwaitTaken();
+            third.Send(Tail(call, 100));
+            EXPECT_EQ(third.ReadFrame().arena, Pattern(6000));
+            // And so it is with what was never finished.
+            third.Send(Head(call, 100));
+            third.AwaitTaken();
+        }
+        Await("the end of all", [&] { return server.Connections() == 0; });
     }
 }
 
@@ -104,24 +108,27 @@ TEST_F(ServerLimitsTest, BoundTheBytesThatAClientDoesNotTake) {
 TEST_F(ServerLimitsTest, CountTheQueuesOfAllConnectionsOfAUser) {
     TestServer server({.queuedBytesPerUser = 1500000});
     for (int round = 0; round < 3; ++round) {
-        const RawSocket first = server.Greet();
-        first.Send(CallFrame(1, kFill, 1 << 20));
-        Await("the first answer", [&] { return first.HasInput(); });
-        server.Connections();  // the loop has queued what the socket did not take
-        const RawSocket second = server.Greet();
-        second.Send(CallFrame(1, kFill, 1 << 20));
-        EXPECT_LT(second.ReadToEnd().size(), std::size_t{1} << 20);
-        EXPECT_NE(LastRecord().find(" bytes of answers that its clients do not take"),
-                  std::string::npos);
+        {
+            const RawSocket first = server.Greet();
+            first.Send(CallFrame(1, kFill, 1 << 20));
+            Await("the first answer", [&] { return first.HasInput(); });
+            server.Connections();  // the loop has queued what the socket did not take
+            const RawSocket second = server.Greet();
+            second.Send(CallFrame(1, kFill, 1 << 20));
+            EXPECT_LT(second.ReadToEnd().size(), std::size_t{1} << 20);
+            EXPECT_NE(LastRecord().find(" bytes of answers that its clients do not take"),
+                      std::string::npos);
 
-        // The first has its answer to the last byte, and makes room for the second.
-        EXPECT_TRUE(first.ReadFrame().arena == Pattern(1 << 20));
-        const RawSocket third = server.Greet();
-        third.Send(CallFrame(1, kFill, 1 << 20));
-        EXPECT_TRUE(third.ReadFrame().arena == Pattern(1 << 20));
-        // Left with a full queue: that one is given back with the connection.
-        third.Send(CallFrame(2, kFill, 1 << 20));
-        Await("the third answer", [&] { return third.HasInput(); });
+            // The first has its answer to the last byte, and makes room for the second.
+            EXPECT_TRUE(first.ReadFrame().arena == Pattern(1 << 20));
+            const RawSocket third = server.Greet();
+            third.Send(CallFrame(1, kFill, 1 << 20));
+            EXPECT_TRUE(third.ReadFrame().arena == Pattern(1 << 20));
+            // Left with a full queue: that one is given back with the connection.
+            third.Send(CallFrame(2, kFill, 1 << 20));
+            Await("the third answer", [&] { return third.HasInput(); });
+        }
+        Await("the end of all", [&] { return server.Connections() == 0; });
     }
 }
 

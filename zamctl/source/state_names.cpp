@@ -40,6 +40,7 @@ std::optional<ZamConnectorState> ParseState(std::string_view name) {
 
 std::vector<std::string> StateNames() {
     std::vector<std::string> names;
+    names.reserve(kStates.size());
     for (const auto& [state, name] : kStates) {
         names.emplace_back(name);
     }

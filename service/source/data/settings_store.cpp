@@ -34,7 +34,7 @@ SettingsStore::SettingsStore(asio::io_context& loop, zam_platform::WorkerPool& w
                              const FolderFiles& files)
     : loop_(loop), workers_(workers), files_(files) {}
 
-void SettingsStore::Set(const ZamConnectorSettings& settings, Done done) {
+void SettingsStore::Set(const ZamConnectorSettings& settings, const Done& done) {
     const bool posted = workers_.Post(kSettingsLane, [this, settings, done] {
         asio::post(loop_, [this, settings, done, code = WriteFile(files_, settings)] {
             if (code == kNoError) {

@@ -25,7 +25,7 @@ public:
 
     /// Writes consistent settings to the disk and then puts them in force. On failure, "Media
     /// error" or "Insufficient resources", those before stay.
-    void Set(const zam_connector::ZamConnectorSettings& settings, Done done);
+    void Set(const zam_connector::ZamConnectorSettings& settings, const Done& done);
 
     /// Puts settings in force that were read from the disk.
     void Publish(const zam_connector::ZamConnectorSettings& settings) { current_ = settings; }

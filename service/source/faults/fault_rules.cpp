@@ -121,7 +121,7 @@ void FaultRules::ReadCalls(const JsonValue& value, Rule& rule) {
         rule.firstCall = calls->Unsigned(1, kMaxCall);
         rule.lastCall = rule.firstCall;
     } else {
-        calls->Refuse("\"all\", the number of a call, or an array of the first and the last");
+        calls->Refuse(R"("all", the number of a call, or an array of the first and the last)");
     }
 }
 
@@ -129,7 +129,7 @@ void FaultRules::ReadFault(const JsonValue& value, Fault& fault) {
     if (const auto when = value.Find("when")) {
         const std::string text = when->IsText() ? when->Text() : "";
         if (text != "before" && text != "after") {
-            when->Refuse("\"before\" or \"after\"");
+            when->Refuse(R"("before" or "after")");
         }
         fault.when = text == "after" ? FaultTime::After : FaultTime::Before;
     }

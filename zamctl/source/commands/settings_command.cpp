@@ -18,7 +18,7 @@ namespace {
 using zam_connector::ZamConnectorSettings;
 
 /// A document of settings has less than 1 KiB; this is far more than it takes and little to hold.
-constexpr std::size_t kMaxDocumentBytes = 64 * 1024;
+constexpr std::size_t kMaxDocumentBytes = 64UL * 1024;
 
 std::string ReadAll(std::istream& in, const std::string& source) {
     std::string text(kMaxDocumentBytes + 1, '\0');
