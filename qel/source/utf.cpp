@@ -47,7 +47,7 @@ struct Lead {
     char32_t bits = 0;
 };
 
-Lead ClassifyLead(unsigned char byte) {
+Lead ClassifyLead(unsigned char byte) noexcept {
     if (byte >= 0xC2 && byte <= 0xDF) {
         return {1, 0x80, 0xBF, byte & 0x1FU};
     }
@@ -64,37 +64,40 @@ Lead ClassifyLead(unsigned char byte) {
     return {};
 }
 
+/// Takes the sequence that begins at `at`, which is moved behind it: `point` is its code point.
+/// False when it is ill-formed; `at` is then behind its maximal subpart.
+bool TakePoint(std::string_view text, std::size_t& at, char32_t& point) noexcept {
+    const auto first = static_cast<unsigned char>(text[at++]);
+    if (first < 0x80) {
+        point = first;
+        return true;
+    }
+    Lead lead = ClassifyLead(first);
+    point = lead.bits;
+    if (lead.following == 0) {
+        return false;
+    }
+    for (; lead.following > 0; --lead.following, ++at) {
+        const auto next = static_cast<unsigned char>(at < text.size() ? text[at] : '\0');
+        if (next < lead.low || next > lead.high) {
+            return false;
+        }
+        point = (point << 6U) | (next & 0x3FU);
+        lead.low = 0x80;
+        lead.high = 0xBF;
+    }
+    return true;
+}
+
 }  // namespace
 
 std::u16string ToUtf16(std::string_view text) {
     std::u16string out;
     out.reserve(text.size());
     for (std::size_t at = 0; at < text.size();) {
-        const auto first = static_cast<unsigned char>(text[at++]);
-        if (first < 0x80) {
-            out.push_back(first);
-            continue;
-        }
-        Lead lead = ClassifyLead(first);
-        char32_t point = lead.bits;
-        bool whole = lead.following > 0;
-        while (lead.following > 0) {
-            if (at == text.size()) {
-                whole = false;
-                break;
-            }
-            const auto next = static_cast<unsigned char>(text[at]);
-            if (next < lead.low || next > lead.high) {
-                whole = false;
-                break;
-            }
-            point = (point << 6U) | (next & 0x3FU);
-            lead.low = 0x80;
-            lead.high = 0xBF;
-            --lead.following;
-            ++at;
-        }
-        AppendUtf16(out, whole ? point : kReplacement);
+        char32_t point = 0;
+        const bool isWhole = TakePoint(text, at, point);
+        AppendUtf16(out, isWhole ? point : kReplacement);
     }
     return out;
 }
@@ -114,6 +117,16 @@ std::string ToUtf8(std::u16string_view text) {
         }
     }
     return out;
+}
+
+bool IsUtf8(std::string_view text) noexcept {
+    char32_t point = 0;
+    for (std::size_t at = 0; at < text.size();) {
+        if (!TakePoint(text, at, point)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 }  // namespace qel

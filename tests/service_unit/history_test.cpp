@@ -42,31 +42,6 @@ TEST(Rfc3339, WritesUtcWithMilliseconds) {
     EXPECT_EQ(at(4'102'444'799'999), "2099-12-31T23:59:59.999Z");
 }
 
-TEST(Base64, FollowsTheVectorsOfItsDefinition) {
-    EXPECT_EQ(Base64(""), "");
-    EXPECT_EQ(Base64("f"), "Zg==");
-    EXPECT_EQ(Base64("fo"), "Zm8=");
-    EXPECT_EQ(Base64("foo"), "Zm9v");
-    EXPECT_EQ(Base64("foob"), "Zm9vYg==");
-    EXPECT_EQ(Base64("fooba"), "Zm9vYmE=");
-    EXPECT_EQ(Base64("foobar"), "Zm9vYmFy");
-    EXPECT_EQ(Base64(std::string("\xFB\xFF\x00", 3)), "+/8A");
-}
-
-TEST(IsUtf8, AcceptsEveryScalarsEncodingAndNothingElse) {
-    for (const char* const good :
-         {"", "a", "\x7F", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEE\x80\x80",
-          "\xEF\xBF\xBF", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "aä€😀"}) {
-        EXPECT_TRUE(IsUtf8(good)) << good;
-    }
-    for (const char* const bad :
-         {"\x80", "\xBF", "\xC0\x80", "\xC1\xBF", "\xC2", "\xC2\x7F", "\xC2\xC0", "\xE0\x9F\xBF",
-          "\xE2\x82", "\xED\xA0\x80", "\xF0\x8F\xBF\xBF", "\xF0\x90\x80", "\xF4\x90\x80\x80",
-          "\xF5\x80\x80\x80", "\xFF", "a\xE2\x28\xA1"}) {
-        EXPECT_FALSE(IsUtf8(bad)) << Base64(bad);
-    }
-}
-
 std::string EventLine(std::string_view text) {
     return HistoryLine("event", system_clock::time_point(milliseconds(5))).Add("text", text).Text();
 }

@@ -16,6 +16,10 @@ namespace zam_service {
 namespace {
 
 using ::testing::HasSubstr;
+using zam_json::FindInJson;
+using zam_json::JsonPart;
+using zam_json::PositionAt;
+using zam_json::TokenAt;
 
 /// One faulty text: what is read of it, and where and how it is refused.
 struct Row {

@@ -125,6 +125,26 @@ TEST(ToUtf8, ReplacesSurrogatesWithoutAPartner) {
     }
 }
 
+TEST(IsUtf8, AcceptsEveryScalarsEncodingAndNothingElse) {
+    for (const std::string_view good :
+         {""sv, "a"sv, "\0"sv, "\x7F"sv, "\xC2\x80"sv, "\xDF\xBF"sv, "\xE0\xA0\x80"sv,
+          "\xED\x9F\xBF"sv, "\xEE\x80\x80"sv, "\xEF\xBF\xBF"sv, "\xF0\x90\x80\x80"sv,
+          "\xF4\x8F\xBF\xBF"sv, "aä€😀"sv}) {
+        EXPECT_TRUE(qel::IsUtf8(good)) << ::testing::PrintToString(good);
+    }
+    for (const std::string_view bad :
+         {"\x80"sv, "\xBF"sv, "\xC0\x80"sv, "\xC1\xBF"sv, "\xC2"sv, "\xC2\x7F"sv, "\xC2\xC0"sv,
+          "\xC2\x00"sv, "\xE0\x9F\xBF"sv, "\xE2\x82"sv, "\xE2\x28\xA1"sv, "\xED\xA0\x80"sv,
+          "\xF0\x8F\xBF\xBF"sv, "\xF0\x90\x80"sv, "\xF4\x90\x80\x80"sv, "\xF5\x80\x80\x80"sv,
+          "\xFF"sv, "a\xE2\x28\xA1"sv, "ä\x80"sv}) {
+        EXPECT_FALSE(qel::IsUtf8(bad)) << ::testing::PrintToString(bad);
+    }
+}
+
+TEST(IsUtf8, ReadsOnlyTheBytesThatItIsGiven) {
+    EXPECT_FALSE(qel::IsUtf8(std::string_view("\xE2\x82\xAC").substr(0, 2)));
+}
+
 TEST(Utf, RoundTripsEveryCodePoint) {
     std::u16string all;
     for (char32_t point = 0; point <= 0x10FFFF; ++point) {
@@ -142,6 +162,7 @@ TEST(Utf, RoundTripsEveryCodePoint) {
     // 128 points of one byte, 1920 of two, 61440 of three, 1048576 of four.
     EXPECT_EQ(bytes.size(), 128U + 2 * 1920U + 3 * 61440U + 4 * 1048576U);
     EXPECT_TRUE(qel::ToUtf16(bytes) == all);
+    EXPECT_TRUE(qel::IsUtf8(bytes));
 }
 
 }  // namespace

@@ -15,4 +15,7 @@ ZAM_API std::u16string ToUtf16(std::string_view text);
 /// UTF-16 to UTF-8; a surrogate without its partner becomes U+FFFD. Thread-safe.
 ZAM_API std::string ToUtf8(std::u16string_view text);
 
+/// Whether `text` is well-formed UTF-8, as the empty text is. Thread-safe.
+ZAM_API bool IsUtf8(std::string_view text) noexcept;
+
 }  // namespace qel

@@ -10,12 +10,6 @@ namespace zam_service {
 /// UTC as RFC 3339 has it, with milliseconds: "2024-11-21T07:43:00.123Z".
 std::string Rfc3339(std::chrono::system_clock::time_point time);
 
-/// Base64 with padding (RFC 4648, section 4).
-std::string Base64(std::string_view bytes);
-
-/// True for well-formed UTF-8. Thread-safe.
-bool IsUtf8(std::string_view bytes) noexcept;
-
 /// One line of the history: a JSON object whose first members are the time and the kind. Pure; one
 /// thread at a time.
 class HistoryLine {

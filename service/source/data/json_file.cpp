@@ -11,34 +11,15 @@ namespace zam_service {
 namespace {
 
 using nlohmann::json;
-
-/// Most bytes of a value that an error shows.
-constexpr std::size_t kMaxShownBytes = 64;
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
-/// As a JSON string, so that a key cannot break the line of a log.
-std::string Quoted(std::string_view text) {
-    return json(text).dump(-1, ' ', false, json::error_handler_t::replace);
-}
-
-std::string Shown(std::string_view token) {
-    if (token.size() <= kMaxShownBytes) {
-        return std::string(token);
-    }
-    std::size_t end = kMaxShownBytes;
-    // Not through the middle of a character.
-    while ((static_cast<unsigned char>(token[end]) & 0xC0U) == 0x80U) {
-        --end;
-    }
-    return fmt::format("{}...", token.substr(0, end));
-}
+using zam_json::FindInJson;
+using zam_json::JsonPart;
+using zam_json::PositionAt;
 
 }  // namespace
 
-JsonError::JsonError(std::string_view file, TextPosition position, std::string pointer,
+JsonError::JsonError(std::string_view file, zam_json::TextPosition position, std::string pointer,
                      std::string_view message)
-    : std::runtime_error(fmt::format("{}:{}:{}: at {}: {}", file, position.line, position.column,
-                                     Quoted(pointer), message)),
+    : std::runtime_error(zam_json::FaultText(file, position, pointer, message)),
       position_(position),
       pointer_(std::move(pointer)) {}
 
@@ -126,7 +107,7 @@ void JsonValue::CheckMembers(std::initializer_list<std::string_view> known) cons
     for (const auto& [name, value] : value_->items()) {
         if (std::find(known.begin(), known.end(), name) == known.end()) {
             document_->Fail(
-                pointer_ + PointerStep(name), JsonPart::Key,
+                pointer_ + zam_json::PointerStep(name), JsonPart::Key,
                 fmt::format("the key is not known here, allowed are {}", fmt::join(known, ", ")));
         }
     }
@@ -140,13 +121,13 @@ std::optional<JsonValue> JsonValue::Find(std::string_view name) const {
     if (found == value_->end()) {
         return std::nullopt;
     }
-    return Child(*found, PointerStep(name));
+    return Child(*found, zam_json::PointerStep(name));
 }
 
 JsonValue JsonValue::At(std::string_view name) const {
     std::optional<JsonValue> member = Find(name);
     if (!member) {
-        Fail(fmt::format("the member {} is missing", Quoted(name)));
+        Fail(fmt::format("the member {} is missing", zam_json::Quoted(name)));
     }
     return *std::move(member);
 }
@@ -164,7 +145,7 @@ void JsonValue::Refuse(std::string_view allowed) const {
         seen = "an array";
     } else {
         const auto offset = FindInJson(document_->text_, pointer_, JsonPart::Value);
-        seen = Shown(TokenAt(document_->text_, offset.value_or(0)));
+        seen = zam_json::ShownTokenAt(document_->text_, offset.value_or(0));
     }
     Fail(fmt::format("is {}, allowed is {}", seen, allowed));
 }
@@ -175,10 +156,8 @@ void JsonValue::Fail(std::string_view message) const {
 
 JsonDocument::JsonDocument(std::string name, std::string text)
     : name_(std::move(name)), text_(std::move(text)) {
-    if (std::string_view(text_).substr(0, kByteOrderMark.size()) == kByteOrderMark) {
-        text_.erase(0, kByteOrderMark.size());
-    }
-    JsonOutcome outcome = ParseJson(text_);
+    text_.erase(0, text_.size() - zam_json::WithoutByteOrderMark(text_).size());
+    zam_json::JsonOutcome outcome = zam_json::ParseJson(text_, kMaxJsonDepth);
     if (outcome.fault) {
         throw JsonError(name_, PositionAt(text_, outcome.fault->offset), outcome.fault->pointer,
                         outcome.fault->message);

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "data/json_text.h"
+#include "json_text/json_text.h"
 
 /// JSON files of the data folder, read with a full account of what is wrong: every error names
 /// file, line, column and JSON pointer, the value seen and what is allowed. No I/O. A document may
@@ -19,18 +19,22 @@
 
 namespace zam_service {
 
+/// Deepest nesting of arrays and objects: a deeper document can overflow the stack of whoever walks
+/// its tree.
+inline constexpr std::size_t kMaxJsonDepth = 64;
+
 /// What is wrong with a file. `what()` reads
 /// `FILE:LINE:COLUMN: at "POINTER": is VALUE, allowed is ...`.
 class JsonError : public std::runtime_error {
 public:
-    JsonError(std::string_view file, TextPosition position, std::string pointer,
+    JsonError(std::string_view file, zam_json::TextPosition position, std::string pointer,
               std::string_view message);
 
-    TextPosition Position() const noexcept { return position_; }
+    zam_json::TextPosition Position() const noexcept { return position_; }
     const std::string& Pointer() const noexcept { return pointer_; }
 
 private:
-    TextPosition position_;
+    zam_json::TextPosition position_;
     std::string pointer_;
 };
 
@@ -101,7 +105,7 @@ public:
 private:
     friend class JsonValue;
 
-    [[noreturn]] void Fail(const std::string& pointer, JsonPart part,
+    [[noreturn]] void Fail(const std::string& pointer, zam_json::JsonPart part,
                            std::string_view message) const;
 
     std::string name_;

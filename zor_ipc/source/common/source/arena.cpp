@@ -18,18 +18,24 @@ vd_bytes ArenaWriter::PutText(std::string_view text, const char* field) {
     if (text.empty()) {
         return {0, 0};
     }
+    const auto [stretch, room] = Reserve(text.size(), field);
+    std::memcpy(room, text.data(), text.size());
+    return stretch;
+}
+
+std::pair<vd_bytes, unsigned char*> ArenaWriter::Reserve(std::size_t size, const char* field) {
     void* room = nullptr;
-    if (text.size() <= std::numeric_limits<std::uint32_t>::max()) {
-        room = vd_arena_alloc(arena_, static_cast<std::uint32_t>(text.size()), 1);
+    if (size <= std::numeric_limits<std::uint32_t>::max()) {
+        room = vd_arena_alloc(arena_, static_cast<std::uint32_t>(size), 1);
     }
     if (room == nullptr) {
         throw std::length_error(
-            fmt::format("{}: {} bytes do not fit, {} of the arena's {} bytes are free", field,
-                        text.size(), arena_->capacity - arena_->used, arena_->capacity));
+            fmt::format("{}: {} bytes do not fit, {} of the arena's {} bytes are free", field, size,
+                        arena_->capacity - arena_->used, arena_->capacity));
     }
-    std::memcpy(room, text.data(), text.size());
-    const auto offset = static_cast<unsigned char*>(room) - arena_->base;
-    return {static_cast<std::uint32_t>(offset), static_cast<std::uint32_t>(text.size())};
+    auto* bytes = static_cast<unsigned char*>(room);
+    const auto offset = static_cast<std::uint32_t>(bytes - arena_->base);
+    return {{offset, static_cast<std::uint32_t>(size)}, bytes};
 }
 
 std::string_view ArenaReader::Text(vd_bytes stretch, const char* field) const {

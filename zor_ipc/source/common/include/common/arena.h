@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "vd/arena.h"
 #include "zam_connector/export.h"
@@ -30,6 +31,9 @@ private:
 
 /// Makes the arena empty and all its bytes zero, by touching only those that were in use.
 inline void ClearArena(vd_arena* arena) noexcept {
+    if (arena->used == 0) {
+        return;  // there may be no buffer at all
+    }
     std::memset(arena->base, 0, arena->used);
     vd_arena_reset(arena);
 }
@@ -44,6 +48,9 @@ public:
     /// text takes no room and gives {0, 0}. Throws `std::length_error`, with the arena unchanged,
     /// when the bytes do not fit.
     vd_bytes PutText(std::string_view text, const char* field);
+
+    /// Takes room for `size` bytes, not 0, which the caller fills. Throws as `PutText`.
+    std::pair<vd_bytes, unsigned char*> Reserve(std::size_t size, const char* field);
 
 private:
     vd_arena* arena_;

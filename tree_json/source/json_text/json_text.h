@@ -7,26 +7,12 @@
 #include <string>
 #include <string_view>
 
+#include "json_text/json_token.h"
+
 /// JSON text with places: what is parsed, and where in the text each part of it stands. Comments in
 /// the manner of C++ are allowed between tokens. No I/O. Thread-safe.
 
-namespace zam_service {
-
-/// Deepest nesting of arrays and objects: a deeper document can overflow the stack of whoever walks
-/// its tree.
-inline constexpr std::size_t kMaxJsonDepth = 64;
-
-/// Both begin with 1; columns count characters, not bytes.
-struct TextPosition {
-    std::size_t line = 1;
-    std::size_t column = 1;
-};
-
-/// The position of the byte at `offset` (at most `text.size()`) of UTF-8 text.
-TextPosition PositionAt(std::string_view text, std::size_t offset) noexcept;
-
-/// `key` as it stands in a JSON pointer, with the separator in front: "/a~1b" for "a/b".
-std::string PointerStep(std::string_view key);
+namespace zam_json {
 
 /// What is wrong with a text, and where.
 struct JsonFault {
@@ -46,9 +32,16 @@ struct JsonOutcome {
     ~JsonOutcome();
 };
 
-/// Parses a whole text. Broken syntax, bytes that are no UTF-8, duplicate keys and nesting beyond
-/// `kMaxJsonDepth` are faults.
-JsonOutcome ParseJson(std::string_view text);
+/// What a whole number beyond 64 bits is in the tree, where `nlohmann::json` has no integer for it.
+enum class WideIntegers {
+    Float,      ///< the nearest float
+    Discarded,  ///< of the type `discarded`, so that every float has a fraction or an exponent
+};
+
+/// Parses a whole text. Broken syntax, bytes that are no UTF-8, duplicate keys, numbers beyond the
+/// range of `double` and arrays and objects nested more than `maxDepth` deep are faults.
+JsonOutcome ParseJson(std::string_view text, std::size_t maxDepth,
+                      WideIntegers wideIntegers = WideIntegers::Float);
 
 /// Which part of an object's member is meant.
 enum class JsonPart { Key, Value };
@@ -58,7 +51,4 @@ enum class JsonPart { Key, Value };
 std::optional<std::size_t> FindInJson(std::string_view text, std::string_view pointer,
                                       JsonPart part);
 
-/// The token that begins at `offset`, as it stands in a text that `ParseJson` accepts.
-std::string_view TokenAt(std::string_view text, std::size_t offset) noexcept;
-
-}  // namespace zam_service
+}  // namespace zam_json

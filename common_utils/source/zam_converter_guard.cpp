@@ -1,0 +1,35 @@
+#include "zam_converter_guard.h"
+
+#include <iterator>
+#include <new>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "qel/result_code.h"
+#include "qor/utils/process_exception.h"
+
+namespace zam_connector::zam_converter {
+namespace {
+
+/// What there is to say of the exception in flight when there is no memory to say it.
+constexpr std::string_view kNoMemory = "std::exception: std::bad_alloc";
+
+}  // namespace
+
+void LogCaught(const common::LogSite& site, const char* operation) noexcept {
+    common::detail::LogWith(zor::logger::kLevelError, site, [&](fmt::memory_buffer& text) {
+        std::pair<int, std::string> caught(qel::kUnspecifiedError, {});
+        std::string_view message = kNoMemory;
+        try {
+            caught = qor::utils::ProcessException();
+            message = caught.second;
+        } catch (const std::bad_alloc&) {
+            // The message then tells of this failure, the one before it being lost.
+        }
+        fmt::format_to(std::back_inserter(text), "{} failed with exception [{} : {}]", operation,
+                       qel::ResultCodeMessage(caught.first), message);
+    });
+}
+
+}  // namespace zam_connector::zam_converter

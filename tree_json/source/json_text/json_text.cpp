@@ -1,0 +1,107 @@
+#include "json_text/json_text.h"
+
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <utility>
+#include <vector>
+
+#include "json_text/place_tracker.h"
+
+namespace zam_json {
+namespace {
+
+using nlohmann::json;
+
+class TreeBuilder final : public PlaceTracker {
+public:
+    using PlaceTracker::PlaceTracker;
+
+    json tree;
+
+private:
+    bool OnValue(json value) override {
+        const bool isContainer = value.is_structured();
+        json* place = &tree;
+        if (!open_.empty()) {
+            json& parent = *open_.back();
+            if (parent.is_array()) {
+                parent.push_back(nullptr);
+                place = &parent.back();
+            } else {
+                place = &parent[key_];
+            }
+        }
+        *place = std::move(value);
+        if (isContainer) {
+            open_.push_back(place);
+        }
+        return true;
+    }
+
+    bool OnKey(std::string& key) override {
+        if (open_.back()->contains(key)) {
+            Fail(TokenOffset(), "the key stands twice in the same object");
+            return false;
+        }
+        key_ = std::move(key);
+        return true;
+    }
+
+    // An array's elements move when it grows, but only while none of them is open.
+    void OnEnd() override { open_.pop_back(); }
+
+    std::vector<json*> open_;
+    std::string key_;
+};
+
+class PartFinder final : public PlaceTracker {
+public:
+    PartFinder(std::string_view text, std::string_view pointer, JsonPart part)
+        : PlaceTracker(text, std::numeric_limits<std::size_t>::max(), WideIntegers::Float),
+          wanted_(pointer),
+          part_(part) {}
+
+    std::optional<std::size_t> found;
+
+private:
+    bool OnValue(json /*value*/) override { return part_ != JsonPart::Value || !Matches(); }
+    bool OnKey(std::string& /*key*/) override { return part_ != JsonPart::Key || !Matches(); }
+    void OnEnd() override {}
+
+    bool Matches() {
+        if (Pointer() != wanted_) {
+            return false;
+        }
+        found = TokenOffset();
+        return true;
+    }
+
+    std::string_view wanted_;
+    JsonPart part_;
+};
+
+}  // namespace
+
+JsonOutcome::JsonOutcome() = default;
+JsonOutcome::JsonOutcome(JsonOutcome&&) noexcept = default;
+JsonOutcome::~JsonOutcome() = default;
+
+JsonOutcome ParseJson(std::string_view text, std::size_t maxDepth, WideIntegers wideIntegers) {
+    TreeBuilder builder(text, maxDepth, wideIntegers);
+    JsonOutcome outcome;
+    if (builder.Walk()) {
+        outcome.tree = std::make_unique<json>(std::move(builder.tree));
+    } else {
+        outcome.fault = std::move(builder.fault);
+    }
+    return outcome;
+}
+
+std::optional<std::size_t> FindInJson(std::string_view text, std::string_view pointer,
+                                      JsonPart part) {
+    PartFinder finder(text, pointer, part);
+    finder.Walk();
+    return finder.found;
+}
+
+}  // namespace zam_json

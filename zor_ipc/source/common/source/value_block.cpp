@@ -1,0 +1,185 @@
+#include "value_block.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "common/raw_zam_param.h"
+#include "qel/result_code.h"
+#include "zuv/error.h"
+
+namespace zam_connector::common {
+namespace {
+
+static_assert(std::endian::native == std::endian::little, "words are copied as they stand");
+
+constexpr std::size_t kWordBytes = 8;
+static_assert(kValueHeaderBytes == 2 * kWordBytes);
+
+/// Sums of a length word and the header exceed 64 bits.
+__extension__ using WideSize = unsigned __int128;
+
+/// What stands in a block behind the index word.
+struct Content {
+    std::uint64_t payload = 0;
+    const void* data = nullptr;
+    std::size_t size = 0;
+};
+
+Content ContentOf(zuv::None /*value*/) {
+    return {};
+}
+Content ContentOf(const zuv::Vector& vector) {
+    return {.payload = vector.size()};
+}
+Content ContentOf(const zuv::Map& /*value*/) {
+    return {};
+}
+/// The closing zero counts as part of the text.
+Content ContentOf(const std::string& text) {
+    return {.payload = text.size() + 1, .data = text.c_str(), .size = text.size() + 1};
+}
+Content ContentOf(const zuv::Blob& blob) {
+    return {.payload = blob.size(), .data = blob.data(), .size = blob.size()};
+}
+/// A scalar stands in the low bytes of the payload word, without sign extension.
+template <typename Scalar>
+Content ContentOf(const Scalar& scalar) {
+    static_assert(sizeof scalar <= kWordBytes);
+    Content content;
+    std::memcpy(&content.payload, &scalar, sizeof scalar);
+    return content;
+}
+
+std::uint64_t WordAt(const std::vector<unsigned char>& block, std::size_t offset) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, block.data() + offset, kWordBytes);
+    return word;
+}
+
+[[noreturn]] void ThrowInsufficient(std::size_t fact, WideSize plan) {
+    throw zuv::Error(
+        qel::kInvalidSize,
+        fmt::format("[RawZamParams] Insufficient raw data size: fact/plan = {}/{}", fact, plan));
+}
+
+/// The `length` bytes behind the header.
+std::string_view DataOf(const std::vector<unsigned char>& block, std::uint64_t length) {
+    const std::size_t present = block.size() - kValueHeaderBytes;
+    if (present < length) {
+        ThrowInsufficient(block.size(), WideSize{kValueHeaderBytes} + length);
+    }
+    return {reinterpret_cast<const char*>(block.data()) + kValueHeaderBytes, length};
+}
+
+std::string DecodeString(const std::vector<unsigned char>& block, std::uint64_t length) {
+    const std::string_view data = DataOf(block, length);
+    if (data.empty()) {
+        throw std::length_error("a string's length word is 0, at least 1 is needed for its end");
+    }
+    return std::string(data.substr(0, data.size() - 1));
+}
+
+zuv::Blob DecodeBlob(const std::vector<unsigned char>& block, std::uint64_t length) {
+    DataOf(block, length);
+    const auto begin = block.begin() + static_cast<std::ptrdiff_t>(kValueHeaderBytes);
+    return {begin, begin + static_cast<std::ptrdiff_t>(length)};
+}
+
+zuv::Vector DecodeVector(std::uint64_t elements, std::size_t& reservable) {
+    if (elements > kMaxAnnouncedElements) {
+        throw std::length_error(
+            fmt::format("a vector announces {} elements, at most {} are allowed", elements,
+                        kMaxAnnouncedElements));
+    }
+    zuv::Vector vector;
+    const std::size_t room = std::min<std::size_t>(elements, reservable);
+    vector.reserve(room);
+    reservable -= room;
+    return vector;
+}
+
+template <typename Scalar>
+Scalar LowBytes(std::uint64_t word) {
+    Scalar scalar{};
+    std::memcpy(&scalar, &word, sizeof scalar);
+    return scalar;
+}
+
+}  // namespace
+
+std::vector<unsigned char> EncodeValue(const zuv::TValue& value) {
+    if (value.IsValueless()) {
+        throw zuv::Error(qel::FromBits(0x8000006AU), "[RawZamParams] Invalid value state");
+    }
+    const Content content = value.Visit([](const auto& held) { return ContentOf(held); });
+    const std::array<std::uint64_t, 2> header{value.Index(), content.payload};
+    static_assert(sizeof header == kValueHeaderBytes);
+    std::vector<unsigned char> block(kValueHeaderBytes + content.size);
+    std::memcpy(block.data(), header.data(), sizeof header);
+    if (content.size != 0) {
+        std::memcpy(block.data() + sizeof header, content.data, content.size);
+    }
+    return block;
+}
+
+zuv::TValue DecodeValue(const std::vector<unsigned char>& block, std::size_t& reservable) {
+    if (block.size() < kValueHeaderBytes) {
+        ThrowInsufficient(block.size(), kValueHeaderBytes);
+    }
+    const std::uint64_t index = WordAt(block, 0);
+    const std::uint64_t payload = WordAt(block, kWordBytes);
+    if (index >= zuv::kKindCount) {
+        throw zuv::Error(qel::kInvalidIndex,
+                         fmt::format("[RawZamParams] Invalid value index: {}", index));
+    }
+    switch (static_cast<zuv::Kind>(index)) {
+        case zuv::Kind::Vector:
+            return DecodeVector(payload, reservable);
+        case zuv::Kind::Map:
+            return zuv::Map();
+        case zuv::Kind::Bool:
+            return LowBytes<unsigned char>(payload) != 0;
+        case zuv::Kind::Int8:
+            return LowBytes<signed char>(payload);
+        case zuv::Kind::Int16:
+            return LowBytes<short>(payload);
+        case zuv::Kind::Int32:
+            return LowBytes<int>(payload);
+        case zuv::Kind::Int64:
+            return LowBytes<long>(payload);
+        case zuv::Kind::Double:
+            return LowBytes<double>(payload);
+        case zuv::Kind::Timestamp:
+            return qor::types::Timestamp(LowBytes<std::int64_t>(payload));
+        case zuv::Kind::String:
+            return DecodeString(block, payload);
+        case zuv::Kind::Blob:
+            return DecodeBlob(block, payload);
+        case zuv::Kind::UInt8:
+            return LowBytes<unsigned char>(payload);
+        case zuv::Kind::UInt16:
+            return LowBytes<unsigned short>(payload);
+        case zuv::Kind::UInt32:
+            return LowBytes<unsigned int>(payload);
+        case zuv::Kind::UInt64:
+            return LowBytes<unsigned long>(payload);
+        case zuv::Kind::None:
+        default:
+            return {};
+    }
+}
+
+void RawZamParam::DeserializeValue(zuv::TValue& out) const {
+    std::size_t reservable = kMaxReservedElements;
+    out = DecodeValue(value, reservable);
+}
+
+}  // namespace zam_connector::common
