@@ -1,4 +1,5 @@
 #include <stdexcept>
+#include <string>
 
 #include "allocation_counter.h"
 #include "service.h"
@@ -15,12 +16,20 @@ void Count(Report& report, const char* operation, const Call& call) {
     for (int i = 0; i < kWarmUpCalls; ++i) {
         call();
     }
-    const std::uint64_t before = AllocationCount();
+    const AllocationWatch watch;
     for (int i = 0; i < kCalls; ++i) {
         call();
     }
-    const double count = static_cast<double>(AllocationCount() - before) / kCalls;
+    const double count = static_cast<double>(watch.Count()) / kCalls;
     report.Add({"call.allocations", operation, "per call", count, {}});
+}
+
+void CheckThatAllocationsAreCounted() {
+    const AllocationWatch watch;
+    const std::string text(1000, ' ');
+    if (watch.Count() == 0 || watch.Bytes() < static_cast<std::ptrdiff_t>(text.size())) {
+        throw std::runtime_error("allocations are not counted");
+    }
 }
 
 void Require(int code) {
@@ -32,11 +41,9 @@ void Require(int code) {
 }  // namespace
 
 void MeasureAllocations(Report& report) {
+    CheckThatAllocationsAreCounted();
     const Service service;
     zam_connector::test::RealConnection connection;
-    if (AllocationCount() == 0) {
-        throw std::runtime_error("allocations are not counted");
-    }
     zam_connector::ZamConnectorSettings settings;
     Count(report, "Stop", [&] { Require(connection.Controller().Stop()); });
     Count(report, "GetState", [&] { GetState(connection); });

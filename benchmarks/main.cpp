@@ -17,6 +17,7 @@ constexpr std::array kSuites = std::to_array<Suite>({
     {"call.getstate", &zam_bench::MeasureGetState},
     {"call.clients8", &zam_bench::MeasureEightClients},
     {"call.allocations", &zam_bench::MeasureAllocations},
+    {"tree", &zam_bench::MeasureTrees},
 });
 
 }  // namespace

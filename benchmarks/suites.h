@@ -8,5 +8,6 @@ namespace zam_bench {
 void MeasureGetState(Report& report);      ///< `call.getstate`
 void MeasureEightClients(Report& report);  ///< `call.clients8`
 void MeasureAllocations(Report& report);   ///< `call.allocations`
+void MeasureTrees(Report& report);         ///< `tree.*`, `peer.*`
 
 }  // namespace zam_bench
