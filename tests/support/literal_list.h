@@ -26,9 +26,9 @@ std::vector<unsigned char> Block(unsigned long index, unsigned long payload,
 /// A value that an assignment which failed half way has left without any alternative.
 zuv::TValue ValuelessValue();
 
-/// Takes the alternative from a level for its own lifetime. The level must not be copied, changed or
-/// destroyed meanwhile: the standard library at hand never lets a level come into this state, so it
-/// does not expect it either.
+/// Takes the alternative from a level for its own lifetime. The level must not be copied, changed
+/// or destroyed meanwhile: the standard library at hand never lets a level come into this state, so
+/// it does not expect it either.
 class ValuelessLevel {
 public:
     explicit ValuelessLevel(zuv::Level& level);
