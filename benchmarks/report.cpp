@@ -28,12 +28,12 @@ void Report::Add(Row row) {
 }
 
 std::string Report::Table() const {
-    std::string table = fmt::format("{:<20} {:<22} {:>12} {:>12} {:>8}  {}\n", "name", "metric",
+    std::string table = fmt::format("{:<28} {:<20} {:>12} {:>12} {:>8}  {}\n", "name", "metric",
                                     "value", "floor", "ratio", "unit");
     for (const Row& row : rows_) {
         const std::string floor = row.floor ? fmt::format("{:.2f}", *row.floor) : "-";
         const std::string ratio = row.floor ? fmt::format("{:.2f}", row.value / *row.floor) : "-";
-        fmt::format_to(std::back_inserter(table), "{:<20} {:<22} {:>12.2f} {:>12} {:>8}  {}\n",
+        fmt::format_to(std::back_inserter(table), "{:<28} {:<20} {:>12.2f} {:>12} {:>8}  {}\n",
                        row.name, row.metric, row.value, floor, ratio, row.unit);
     }
     return table;

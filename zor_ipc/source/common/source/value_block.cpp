@@ -26,36 +26,25 @@ static_assert(kValueHeaderBytes == 2 * kWordBytes);
 /// Sums of a length word and the header exceed 64 bits.
 __extension__ using WideSize = unsigned __int128;
 
-/// What stands in a block behind the index word.
-struct Content {
-    std::uint64_t payload = 0;
-    const void* data = nullptr;
-    std::size_t size = 0;
-};
+std::vector<unsigned char> MakeBlock(std::uint64_t index, std::uint64_t payload,
+                                     const void* data = nullptr, std::size_t size = 0) {
+    const std::array<std::uint64_t, 2> header{index, payload};
+    static_assert(sizeof header == kValueHeaderBytes);
+    std::vector<unsigned char> block(sizeof header + size);
+    std::memcpy(block.data(), header.data(), sizeof header);
+    if (size != 0) {
+        std::memcpy(block.data() + sizeof header, data, size);
+    }
+    return block;
+}
 
-Content ContentOf(zuv::None /*value*/) {
-    return {};
-}
-Content ContentOf(const zuv::Vector& vector) {
-    return {.payload = vector.size()};
-}
-Content ContentOf(const zuv::Map& /*value*/) {
-    return {};
-}
-/// The closing zero counts as part of the text.
-Content ContentOf(const std::string& text) {
-    return {.payload = text.size() + 1, .data = text.c_str(), .size = text.size() + 1};
-}
-Content ContentOf(const zuv::Blob& blob) {
-    return {.payload = blob.size(), .data = blob.data(), .size = blob.size()};
-}
 /// A scalar stands in the low bytes of the payload word, without sign extension.
 template <typename Scalar>
-Content ContentOf(const Scalar& scalar) {
-    static_assert(sizeof scalar <= kWordBytes);
-    Content content;
-    std::memcpy(&content.payload, &scalar, sizeof scalar);
-    return content;
+std::vector<unsigned char> ScalarBlock(const zuv::TValue& value) {
+    static_assert(sizeof(Scalar) <= kWordBytes);
+    std::uint64_t payload = 0;
+    std::memcpy(&payload, value.GetIf<Scalar>(), sizeof(Scalar));
+    return MakeBlock(value.Index(), payload);
 }
 
 std::uint64_t WordAt(const std::vector<unsigned char>& block, std::size_t offset) {
@@ -116,18 +105,47 @@ Scalar LowBytes(std::uint64_t word) {
 }  // namespace
 
 std::vector<unsigned char> EncodeValue(const zuv::TValue& value) {
-    if (value.IsValueless()) {
-        throw zuv::Error(qel::FromBits(0x8000006AU), "[RawZamParams] Invalid value state");
+    switch (value.Kind()) {
+        case zuv::Kind::None:
+        case zuv::Kind::Map:
+            return MakeBlock(value.Index(), 0);
+        case zuv::Kind::Vector:
+            return MakeBlock(value.Index(), value.GetIf<zuv::Vector>()->size());
+        case zuv::Kind::String: {
+            // The closing zero counts as part of the text.
+            const std::string& text = *value.GetIf<std::string>();
+            return MakeBlock(value.Index(), text.size() + 1, text.c_str(), text.size() + 1);
+        }
+        case zuv::Kind::Blob: {
+            const zuv::Blob& blob = *value.GetIf<zuv::Blob>();
+            return MakeBlock(value.Index(), blob.size(), blob.data(), blob.size());
+        }
+        case zuv::Kind::Bool:
+            return ScalarBlock<bool>(value);
+        case zuv::Kind::Int8:
+            return ScalarBlock<signed char>(value);
+        case zuv::Kind::Int16:
+            return ScalarBlock<short>(value);
+        case zuv::Kind::Int32:
+            return ScalarBlock<int>(value);
+        case zuv::Kind::Int64:
+            return ScalarBlock<long>(value);
+        case zuv::Kind::Double:
+            return ScalarBlock<double>(value);
+        case zuv::Kind::Timestamp:
+            return ScalarBlock<qor::types::Timestamp>(value);
+        case zuv::Kind::UInt8:
+            return ScalarBlock<unsigned char>(value);
+        case zuv::Kind::UInt16:
+            return ScalarBlock<unsigned short>(value);
+        case zuv::Kind::UInt32:
+            return ScalarBlock<unsigned int>(value);
+        case zuv::Kind::UInt64:
+            return ScalarBlock<unsigned long>(value);
+        case zuv::Kind::Valueless:
+            break;
     }
-    const Content content = value.Visit([](const auto& held) { return ContentOf(held); });
-    const std::array<std::uint64_t, 2> header{value.Index(), content.payload};
-    static_assert(sizeof header == kValueHeaderBytes);
-    std::vector<unsigned char> block(kValueHeaderBytes + content.size);
-    std::memcpy(block.data(), header.data(), sizeof header);
-    if (content.size != 0) {
-        std::memcpy(block.data() + sizeof header, content.data, content.size);
-    }
-    return block;
+    throw zuv::Error(qel::FromBits(0x8000006AU), "[RawZamParams] Invalid value state");
 }
 
 zuv::TValue DecodeValue(const std::vector<unsigned char>& block, std::size_t& reservable) {
