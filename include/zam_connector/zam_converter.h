@@ -20,10 +20,9 @@
 /// Conversions between records and the trees that travel to and from the connector service.
 ///
 /// None of them throws, `ParseZamParamList` excepted: an empty optional is failure, want of memory
-/// included. What failed is
-/// logged at level 4, as "OPERATION failed with exception [CODE TEXT : MESSAGE]" where nothing else
-/// is said. Arguments are not changed, and results share nothing with them. All are thread-safe as
-/// long as no other thread changes the arguments meanwhile.
+/// included. What failed is logged at level 4, as "OPERATION failed with exception [CODE TEXT :
+/// MESSAGE]" where nothing else is said. Arguments are not changed, and results share nothing with
+/// them. All are thread-safe as long as no other thread changes the arguments meanwhile.
 
 namespace zam_connector::zam_converter {
 

@@ -1,68 +1,20 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
-#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "converter_fixture.h"
-
-// The allocation functions of this executable fail when a test wants them to.
-
-namespace {
-
-/// Allocations until one fails; none fails while it is negative.
-int g_allocationsLeft = -1;
-/// Whether those behind the one that failed fail too.
-bool g_keepFailing = false;
-/// Whether one failed.
-bool g_failed = false;
-
-void* Allocation(std::size_t size) {
-    if (g_allocationsLeft == 0) {
-        g_failed = true;
-        if (!g_keepFailing) {
-            g_allocationsLeft = -1;
-        }
-        throw std::bad_alloc();
-    }
-    if (g_allocationsLeft > 0) {
-        --g_allocationsLeft;
-    }
-    void* const bytes = std::malloc(size == 0 ? 1 : size);
-    if (bytes == nullptr) {
-        throw std::bad_alloc();
-    }
-    return bytes;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return Allocation(size);
-}
-void* operator new[](std::size_t size) {
-    return Allocation(size);
-}
-void operator delete(void* bytes) noexcept {
-    std::free(bytes);
-}
-void operator delete[](void* bytes) noexcept {
-    std::free(bytes);
-}
-void operator delete(void* bytes, std::size_t /*size*/) noexcept {
-    std::free(bytes);
-}
-void operator delete[](void* bytes, std::size_t /*size*/) noexcept {
-    std::free(bytes);
-}
+#include "support/allocations.h"
 
 namespace zam_connector::test {
 namespace {
 
 using namespace zam_converter;
+using zam_test::g_allocationsLeft;
+using zam_test::g_failed;
+using zam_test::g_keepFailing;
 
 /// Keeps the first text in room of its own.
 class FirstTextLogger final : public zor::logger::ZORLogger {

@@ -1,10 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <pthread.h>
-
 #include <functional>
 
 #include "common/raw_zam_param.h"
+#include "support/stack.h"
 #include "zuv/for_each.h"
 
 namespace zuv {
@@ -13,20 +12,8 @@ namespace {
 constexpr std::size_t kLevels = 20'000;
 constexpr std::size_t kStackBytes = std::size_t{8} << 20U;
 
-/// Runs a body on a stack of 8 MiB, whatever the test itself has.
 void OnAnOrdinaryStack(const std::function<void()>& body) {
-    pthread_attr_t attributes;
-    ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, kStackBytes), 0);
-    pthread_t thread{};
-    const auto run = [](void* argument) -> void* {
-        (*static_cast<const std::function<void()>*>(argument))();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attributes, run, const_cast<std::function<void()>*>(&body)),
-              0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
+    zam_test::OnStackOf(kStackBytes, body);
 }
 
 /// Maps and vectors in turns, each with a leaf beside the next level.

@@ -92,6 +92,15 @@ TEST(ForEach, EndsAtOnceWithStopOrAbort) {
     }
 }
 
+TEST(ForEach, GivesThePathBackWhenItIsEnded) {
+    const TValue tree = zuv::MakeVector(1, Map{{"x", MakeVector(2)}});
+    const Walk walk(tree, {"root", 1UL}, [](const std::string& text) {
+        return At(text, "root/1/1/x/0/", Option::Stop);
+    });
+    EXPECT_EQ(walk.result, Option::Stop);
+    EXPECT_EQ(walk.visits.back(), "root/1/1/x/0/=int32");
+}
+
 TEST(ForEach, RemembersOneAndSkipsNothing) {
     const auto remember = [](const TValue& tree, const std::string& place) {
         return Walk(tree, {}, [&place](const std::string& text) {

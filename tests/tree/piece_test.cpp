@@ -130,6 +130,22 @@ TEST(Piece, ThatDoesNotFitThrowsAndLeavesTheArenaAsItWas) {
     EXPECT_THROW(CastToVd({}, nullptr), std::invalid_argument);
 }
 
+TEST(Piece, OfDamagedBlocksMayBeLargerThanItsWeightAndThenDoesNotFit) {
+    List list;
+    std::size_t weight = 0;
+    for (int record = 0; record < 10; ++record) {
+        const std::size_t bytes = record == 9 ? 675'999 - weight - 20'000 : 47'600;
+        list.push_back({Bytes(bytes, 0xFF), std::string(20'000, 'p')});
+        weight += bytes + 20'000;
+    }
+    ASSERT_EQ(weight, 675'999U);
+    Arena arena;
+    EXPECT_THROW(CastToVd(list, arena.Get()), std::length_error);
+    EXPECT_EQ(arena.Get()->used, 0U);
+    Arena larger(676'070);
+    EXPECT_EQ(CastToVd(list, larger.Get()).records.length, 676'070U);
+}
+
 TEST(Piece, RefusesLengthsBeyondItsForm) {
     Arena arena(4'200'000);
     const std::size_t limit = (1U << 21U) - 1;

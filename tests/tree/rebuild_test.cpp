@@ -117,6 +117,16 @@ TEST(Deserialize, ReservesNoMoreThanTheListCanFill) {
     EXPECT_EQ(room, 2U);
 }
 
+TEST(Deserialize, ReservesForAVectorAllThatTheListHolds) {
+    List list{Vector("", 70'000)};
+    for (unsigned position = 0; position < 70'000; ++position) {
+        list.push_back(Int(std::to_string(position) + "/", position));
+    }
+    const TValue tree = Rebuild(list);
+    EXPECT_EQ(tree.Get<zuv::Vector>().size(), 70'000U);
+    EXPECT_EQ(tree.Get<zuv::Vector>().capacity(), 70'000U);
+}
+
 struct Bad {
     List list;
     unsigned code;
@@ -224,6 +234,10 @@ INSTANTIATE_TEST_SUITE_P(
             "zuv: std::exception: position 18446744073709551615 leaves a gap of "
             "18446744073709551615 values behind position 0, at most 16777216 more are filled in "
             "this list (limit 16777216)"},
+        Bad{{Vector(""), Int("5/", 1), Int("16777218/", 1)},
+            0x8000004bU,
+            "zuv: std::exception: position 16777218 leaves a gap of 16777212 values behind "
+            "position 6, at most 16777211 more are filled in this list (limit 16777216)"},
         Bad{{Vector(""), Vector("1000/"), Int("1000/16776217/", 1)},
             0x8000004bU,
             "zuv: std::exception: position 16776217 leaves a gap of 16776217 values behind "

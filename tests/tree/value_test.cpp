@@ -87,7 +87,8 @@ TEST(Value, NestsInitialisers) {
     EXPECT_EQ(tree.Find("ports")->Get<Vector>()[2], TValue(MakeVector(1)));
     EXPECT_TRUE(tree.Find("more")->Find("deep")->Get<bool>());
     EXPECT_EQ(tree.Find("absent"), nullptr);
-    EXPECT_EQ(TValue(1).Find("absent"), nullptr);
+    const TValue scalar = 1;
+    EXPECT_EQ(scalar.Find("absent"), nullptr);
 }
 
 TEST(Value, SaysWhichKindItIsNot) {
@@ -184,6 +185,24 @@ TEST(Value, CopiesDeeplyAndMovesWhole) {
     EXPECT_TRUE((std::is_nothrow_move_assignable_v<TValue>));
 }
 
+template <typename Value>
+constexpr bool kHasGetIf = requires(Value value) {
+    std::forward<Value>(value).template GetIf<int>();
+};
+template <typename Value>
+constexpr bool kHasFind = requires(Value value) {
+    std::forward<Value>(value).Find("key");
+};
+
+TEST(Value, ThatEndsGivesItsContentAwayAndNoPointerIntoIt) {
+    EXPECT_TRUE((std::is_same_v<decltype(TValue(1).Get<int>()), int>));
+    EXPECT_EQ(TValue("text").Get<std::string>(), "text");
+    EXPECT_TRUE(kHasGetIf<TValue&> && kHasGetIf<const TValue&>);
+    EXPECT_FALSE(kHasGetIf<TValue> || kHasGetIf<const TValue>);
+    EXPECT_TRUE(kHasFind<TValue&> && kHasFind<const TValue&>);
+    EXPECT_FALSE(kHasFind<TValue> || kHasFind<const TValue>);
+}
+
 TEST(Value, CanBeAssignedAPartOfItself) {
     TValue tree = Map{{"inner", Map{{"inner", MakeVector(1, 2)}}}};
     tree = std::move(tree.Get<Map>()["inner"]);
@@ -225,6 +244,16 @@ TEST(ValueText, ShowsEveryKind) {
 TEST(ValueText, QuotesTextsAndNests) {
     EXPECT_EQ(ToText(Map{{"a\"", "b\\\n\x7F"}, {"list", MakeVector(1, Map{{"x", Map{}}}, 2)}}),
               R"({"a\"": "b\\\x0a\x7f", "list": [int32 1, {"x": {}}, int32 2]})");
+}
+
+TEST(ValueText, EscapesWhatATerminalMightObey) {
+    EXPECT_EQ(ToText("\x1B[2J"), R"("\x1b[2J")");
+    EXPECT_EQ(ToText("\xC2\x9B"
+                     "2J\xC2\xA0"),
+              "\"\\xc2\\x9b2J\xC2\xA0\"");
+    EXPECT_EQ(ToText("\xC3\xA9"), "\"\xC3\xA9\"");
+    EXPECT_EQ(ToText("\xC3\xA9\xFF"), R"("\xc3\xa9\xff")") << "no UTF-8 at all";
+    EXPECT_EQ(ToText(std::string(100, '\x80'), 10), R"("\x80\x80\...)");
 }
 
 TEST(ValueText, IsCutBehindItsLimit) {

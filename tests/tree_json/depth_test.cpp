@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <string>
 
+#include "support/stack.h"
 #include "tree_json/tree_json.h"
 
 namespace {
@@ -63,6 +64,29 @@ TEST(TypedJsonDepth, IsReadAndWrittenUpToTheLimit) {
             EXPECT_TRUE(Read(Write(tree, {.indent = 1})).IsIdenticalTo(tree)) << row.text;
         }
     }
+}
+
+/// The deepest trees of every shape: vectors, maps, maps in `$map`, and keys that are escaped.
+void ReadAndWriteTheDeepest() {
+    TValue inMaps = 1L;
+    TValue inEscapes = 1L;
+    TValue inPairs = 1L;
+    for (std::size_t level = 0; level < kMaxDepth; ++level) {
+        inMaps = zuv::Map{{"k", std::move(inMaps)}};
+        inEscapes = zuv::Map{{"$k", std::move(inEscapes)}};
+    }
+    for (std::size_t level = 0; level < kMaxDepth / 4; ++level) {
+        inPairs = zuv::Map{{"\xFF", std::move(inPairs)}};
+    }
+    for (const TValue& tree : {InVectors(kMaxDepth, 1L), inMaps, inEscapes, inPairs}) {
+        EXPECT_TRUE(Read(Write(tree, {.indent = 1})).IsIdenticalTo(tree));
+    }
+    EXPECT_THROW(Read(InBrackets(kMaxDepth, "?")), JsonError);
+}
+
+TEST(TypedJsonDepth, NeedsNoMoreStackThanPromised) {
+    constexpr std::size_t kStackBytes = (zam_test::HasLargeFrames() ? std::size_t{4} : 1) << 20U;
+    zam_test::OnStackOf(kStackBytes, ReadAndWriteTheDeepest);
 }
 
 TEST(TypedJsonDepth, IsRefusedBeyondTheLimitWithTheSamePointerInBothDirections) {

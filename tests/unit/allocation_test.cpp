@@ -1,52 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <utility>
 
 #include "common/log.h"
 #include "proxy_fixture.h"
 #include "qel/exception.h"
-
-// The allocation functions of this executable count what anything in the process takes from the
-// heap through `new`, the libraries included.
-
-namespace {
-
-std::atomic<int> g_allocations{0};
-
-void* CountedAllocation(std::size_t size) {
-    ++g_allocations;
-    void* const bytes = std::malloc(size == 0 ? 1 : size);
-    if (bytes == nullptr) {
-        throw std::bad_alloc();
-    }
-    return bytes;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return CountedAllocation(size);
-}
-void* operator new[](std::size_t size) {
-    return CountedAllocation(size);
-}
-void operator delete(void* bytes) noexcept {
-    std::free(bytes);
-}
-void operator delete[](void* bytes) noexcept {
-    std::free(bytes);
-}
-void operator delete(void* bytes, std::size_t /*size*/) noexcept {
-    std::free(bytes);
-}
-void operator delete[](void* bytes, std::size_t /*size*/) noexcept {
-    std::free(bytes);
-}
+#include "support/allocations.h"
 
 namespace zam_connector {
 namespace {
@@ -54,9 +15,9 @@ namespace {
 /// Allocations that `act` makes.
 template <typename Act>
 int AllocationsOf(Act&& act) {
-    const int before = g_allocations;
+    const int before = zam_test::g_allocations;
     act();
-    return g_allocations - before;
+    return zam_test::g_allocations - before;
 }
 
 /// Takes levels from its threshold upwards and keeps nothing.

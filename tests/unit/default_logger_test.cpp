@@ -106,6 +106,18 @@ TEST_F(DefaultLoggerProcessDeathTest, WritesOneLineWithLevelFileLineFunctionAndT
     }
 }
 
+TEST_F(DefaultLoggerProcessDeathTest, EscapesControlCharacters) {
+    EXPECT_EXIT(WriteOneRecord(4, "a\nb\tc\x1B[2J\x7F \xC3\xA9"), ::testing::ExitedWithCode(0),
+                "\\] a\\\\x0ab\\\\x09c\\\\x1b\\[2J\\\\x7f \xC3\xA9\n$");
+}
+
+TEST_F(DefaultLoggerProcessDeathTest, CutsTextsAtTheirLimit) {
+    const std::string limit(zor::logger::kMaxLogTextBytes, 'x');
+    EXPECT_EXIT(WriteOneRecord(4, limit.c_str()), ::testing::ExitedWithCode(0), "\\] x+\n$");
+    EXPECT_EXIT(WriteOneRecord(4, (limit + "yz").c_str()), ::testing::ExitedWithCode(0),
+                "\\] x+[.][.][.] \\(2 bytes more\\)\n$");
+}
+
 constexpr int kThreads = 4;
 constexpr int kRecords = 100;
 

@@ -72,7 +72,7 @@ IdState PathCodec::Append(PathText& text, const Level& level) const {
 
 IdState PathCodec::Read(std::string_view text, std::size_t offset,
                         LevelText& level) const noexcept {
-    if (text[offset] == separator_) {
+    if (offset >= text.size() || text[offset] == separator_) {
         return IdState::EmptyLevel;
     }
     std::size_t end = offset;

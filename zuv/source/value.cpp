@@ -12,7 +12,8 @@ constexpr std::array<const char*, kKindCount> kKindNames{
     "double", "timestamp", "string", "blob", "uint8", "uint16", "uint32", "uint64"};
 
 /// Levels that containers copy and destroy themselves, the fastest way there is. Below, the work
-/// goes on without recursion. A level takes less than 2 KiB of stack, even with a sanitizer.
+/// goes on without recursion. A level takes less than 1 KiB of stack, and less than 5 KiB in a
+/// build with sanitizers and without optimisation.
 constexpr unsigned kRecursionLevels = 64;
 
 /// Levels of copying that are on this thread's stack.

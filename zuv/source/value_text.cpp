@@ -4,6 +4,7 @@
 #include <ostream>
 #include <vector>
 
+#include "qel/utf.h"
 #include "zuv/for_each.h"
 #include "zuv/value.h"
 
@@ -40,9 +41,10 @@ public:
 
     std::string Take() {
         if (IsFull()) {
+            // Not within a character, which has at most three bytes behind its first.
             std::size_t end = maxBytes_;
-            while (end > 0 && (static_cast<unsigned char>(text_[end]) & 0xC0U) == 0x80U) {
-                --end;  // not within a character
+            for (int bytes = 0; bytes < 3 && end > 0 && IsContinuation(text_[end]); ++bytes) {
+                --end;
             }
             text_.resize(end);
             text_ += "...";
@@ -73,23 +75,33 @@ private:
         Format("{} {}", KindName(TValue(value).Kind()), +value);
     }
 
+    /// Control characters are escaped, and so is every byte beyond ASCII of a text that is no
+    /// UTF-8: what reads this may be a terminal.
     void Quote(std::string_view text) {
+        const bool isUtf8 = qel::IsUtf8(text.substr(0, maxBytes_ + 1)) || qel::IsUtf8(text);
         Append("\"");
-        for (const char character : text) {
-            if (IsFull()) {
-                return;
-            }
-            const auto byte = static_cast<unsigned char>(character);
-            if (character == '"' || character == '\\') {
+        for (std::size_t at = 0; at < text.size() && !IsFull(); ++at) {
+            const auto byte = static_cast<unsigned char>(text[at]);
+            const bool isC1 = byte == 0xC2 && at + 1 < text.size() &&
+                              static_cast<unsigned char>(text[at + 1]) < 0xA0;
+            if (text[at] == '"' || text[at] == '\\') {
                 text_ += '\\';
-                text_ += character;
-            } else if (byte < 0x20 || byte == 0x7F) {
+                text_ += text[at];
+            } else if (byte < 0x20 || byte == 0x7F || (byte >= 0x80 && !isUtf8)) {
                 Format("\\x{:02x}", byte);
+            } else if (isC1) {
+                Format("\\x{:02x}\\x{:02x}", byte, static_cast<unsigned char>(text[++at]));
             } else {
-                text_ += character;
+                text_ += text[at];
             }
         }
-        Append("\"");
+        if (!IsFull()) {
+            Append("\"");
+        }
+    }
+
+    static bool IsContinuation(char character) noexcept {
+        return (static_cast<unsigned char>(character) & 0xC0U) == 0x80U;
     }
 
     template <typename... Arguments>

@@ -64,21 +64,44 @@ struct qx_zam_connector_ZamTypes_ZamParams {
 static_assert(sizeof(qx_zam_connector_ZamTypes_ZamParams) == 8);
 QX_FIELD(qx_zam_connector_ZamTypes_ZamParams, records, 0);
 
-/// Subscriptions with the hash of their content.
+/// Subscriptions with the hash of their content. The three sequences have one element for each
+/// subscription: the event types (`vd_bytes` each), the least severities and the longest delays in
+/// seconds (32-bit each).
 struct qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash {
     std::uint64_t hash;
-    std::uint64_t opaque[6];
+    vd_bytes eventTypes;
+    vd_bytes minSeverities;
+    vd_bytes maxDelaysS;
+    std::uint64_t reserved[3];
 };
 static_assert(sizeof(qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash) == 56);
 QX_FIELD(qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash, hash, 0);
-QX_FIELD(qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash, opaque, 8);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash, eventTypes, 8);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash, minSeverities, 16);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash, maxDelaysS, 24);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash, reserved, 32);
+
+/// Bits of `qx_zam_connector_ZamTypes_ZamServerData::flags`; unknown bits are ignored.
+inline constexpr std::uint8_t kQxServerOffersFiles = 1U << 0U;
+inline constexpr std::uint8_t kQxServerWantsDiagnostics = 1U << 1U;
+inline constexpr std::uint8_t kQxServerRequiresClientCert = 1U << 2U;
 
 /// Data about the management server.
 struct qx_zam_connector_ZamTypes_ZamServerData {
-    std::uint32_t opaque[3];
+    std::uint16_t versionMajor;
+    std::uint16_t versionMinor;
+    std::int32_t clockOffsetS;
+    std::uint8_t deviceStatus;
+    std::uint8_t flags;
+    std::uint16_t reserved;
 };
 static_assert(sizeof(qx_zam_connector_ZamTypes_ZamServerData) == 12);
-QX_FIELD(qx_zam_connector_ZamTypes_ZamServerData, opaque, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamServerData, versionMajor, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamServerData, versionMinor, 2);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamServerData, clockOffsetS, 4);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamServerData, deviceStatus, 8);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamServerData, flags, 9);
+QX_FIELD(qx_zam_connector_ZamTypes_ZamServerData, reserved, 10);
 
 /// A sequence of 16-byte update identifiers.
 struct qx_zam_connector_ZamTypes_ZamUpdateIdentifierContainer {
@@ -87,19 +110,81 @@ struct qx_zam_connector_ZamTypes_ZamUpdateIdentifierContainer {
 static_assert(sizeof(qx_zam_connector_ZamTypes_ZamUpdateIdentifierContainer) == 8);
 QX_FIELD(qx_zam_connector_ZamTypes_ZamUpdateIdentifierContainer, identifiers, 0);
 
-/// What the product tells about itself.
+/// What the product tells about itself. The last three stretches are sequences of `vd_bytes`; the
+/// first two of them have one element for each component.
 struct qx_zam_connector_ZamTypes_AppInfo {
-    std::uint64_t opaque[25];
+    vd_bytes productId;
+    vd_bytes productName;
+    vd_bytes productVersion;
+    vd_bytes buildNumber;
+    vd_bytes vendorName;
+    vd_bytes installationId;
+    vd_bytes installPath;
+    vd_bytes licenseId;
+    vd_bytes updateChannel;
+    vd_bytes deviceModel;
+    vd_bytes deviceSerial;
+    vd_bytes osName;
+    vd_bytes osVersion;
+    vd_bytes architecture;
+    vd_bytes hostName;
+    vd_bytes supportUrl;
+    vd_bytes componentNames;
+    vd_bytes componentVersions;
+    vd_bytes capabilities;
+    std::int64_t installTime;
+    std::int64_t lastUpdateTime;
+    std::int64_t licenseExpiry;
+    std::uint64_t maxFileSizeBytes;
+    std::uint32_t localeId;
+    std::uint32_t protocolVersion;
+    std::uint64_t reserved;
 };
 static_assert(sizeof(qx_zam_connector_ZamTypes_AppInfo) == 200);
-QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, opaque, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, productId, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, productName, 8);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, productVersion, 16);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, buildNumber, 24);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, vendorName, 32);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, installationId, 40);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, installPath, 48);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, licenseId, 56);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, updateChannel, 64);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, deviceModel, 72);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, deviceSerial, 80);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, osName, 88);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, osVersion, 96);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, architecture, 104);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, hostName, 112);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, supportUrl, 120);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, componentNames, 128);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, componentVersions, 136);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, capabilities, 144);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, installTime, 152);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, lastUpdateTime, 160);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, licenseExpiry, 168);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, maxFileSizeBytes, 176);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, localeId, 184);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, protocolVersion, 188);
+QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, reserved, 192);
+
+/// Bits of `qx_zam_connector_ZamTypes_DynamicAppInfo::flags`; unknown bits are ignored.
+inline constexpr std::uint8_t kQxAppRestartRequired = 1U << 0U;
+inline constexpr std::uint8_t kQxAppRebootRequired = 1U << 1U;
+inline constexpr std::uint8_t kQxAppUpdateInProgress = 1U << 2U;
 
 /// What changes of it while the product runs.
 struct qx_zam_connector_ZamTypes_DynamicAppInfo {
-    std::uint64_t opaque;
+    std::uint32_t uptimeS;
+    std::uint8_t health;
+    std::uint8_t flags;
+    std::uint16_t reserved;
 };
 static_assert(sizeof(qx_zam_connector_ZamTypes_DynamicAppInfo) == 8);
-QX_FIELD(qx_zam_connector_ZamTypes_DynamicAppInfo, opaque, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_DynamicAppInfo, uptimeS, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_DynamicAppInfo, health, 4);
+QX_FIELD(qx_zam_connector_ZamTypes_DynamicAppInfo, flags, 5);
+QX_FIELD(qx_zam_connector_ZamTypes_DynamicAppInfo, reserved, 6);
 
 /// Which file to describe.
 struct qx_zam_connector_ZamTypes_FileInfoParams {

@@ -41,7 +41,11 @@ public:
     static ZORLogger* InstallRootLogger(ZORLogger* logger) noexcept;
 };
 
-/// The default logger: one line per record on stderr, for levels at or above a threshold.
+/// Longest text of a record, in bytes, that the default logger writes; the rest is left out.
+inline constexpr std::size_t kMaxLogTextBytes = 16384;
+
+/// The default logger: one line per record on stderr, for levels at or above a threshold. Texts can
+/// hold what a peer sent, so control characters are written as \xNN and long texts are cut.
 class ZAM_API DefaultLoggerImpl final : public ZORLogger {
 public:
     explicit DefaultLoggerImpl(int threshold) noexcept;

@@ -15,8 +15,8 @@
 namespace zam_connector::tree_json {
 
 /// Deepest nesting of JSON arrays and objects that is read and written; the objects and arrays that
-/// only tell a kind count. Reading and writing recurse; this many levels need less than 512 KiB of
-/// stack, and less than 2 MiB under AddressSanitizer.
+/// only tell a kind count. Reading and writing recurse; this many levels need less than 1 MiB of
+/// stack, and less than 4 MiB under a sanitizer.
 inline constexpr std::size_t kMaxDepth = 512;
 
 /// Widest indentation.

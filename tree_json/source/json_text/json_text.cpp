@@ -69,7 +69,9 @@ private:
     void OnEnd() override {}
 
     bool Matches() {
-        if (Pointer() != wanted_) {
+        // From the end, where neighbours differ: a long way down to them is not compared for each.
+        if (Pointer().size() != wanted_.size() ||
+            !std::equal(wanted_.rbegin(), wanted_.rend(), Pointer().rbegin())) {
             return false;
         }
         found = TokenOffset();

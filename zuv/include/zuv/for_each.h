@@ -59,10 +59,11 @@ private:
 /// position, map entries by ascending key. `visit(const Path&, const TValue&)` is called for every
 /// node and returns a `for_each::Option`.
 ///
-/// `Stop` or `Abort` from any visit ends the walk before that node's children and is the result.
-/// `Remember` skips nothing; once all of a container's children have been walked, the container
-/// gives `Remember` if its own visit or the walk of a child did. An empty container gives
-/// `Continue` whatever its own visit gave, unless that ended the walk.
+/// A visit must return one of the four enumerators. `Stop` or `Abort` from any visit ends the walk
+/// before that node's children and is the result. `Remember` skips nothing; once all of a
+/// container's children have been walked, the container gives `Remember` if its own visit or the
+/// walk of a child did. An empty container gives `Continue` whatever its own visit gave, unless
+/// that ended the walk.
 ///
 /// `path` grows and shrinks during the walk and is as before when it ends, by a throw too. The tree
 /// must not change during the walk. Uses no recursion, so the depth of the tree is not limited by

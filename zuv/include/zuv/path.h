@@ -20,7 +20,7 @@ using Level = std::variant<unsigned long, std::string>;
 using Path = std::vector<Level>;
 
 /// The path of a whole tree.
-inline const Path Root;
+ZAM_API inline const Path Root;
 
 /// How paths are written as text.
 struct IdSpec {

@@ -59,7 +59,7 @@ public:
                                      ///< past the end of a text that has none behind this level
     };
 
-    /// Reads the level that begins at `offset`, which must lie inside `text`.
+    /// Reads the level that begins at `offset`. `EmptyLevel` when there is none.
     IdState Read(std::string_view text, std::size_t offset, LevelText& level) const noexcept;
 
 private:

@@ -209,7 +209,8 @@ public:
     }
 
     /// The value as a `T`, which is one of the alternatives. Throws `BadKind` when it is of another
-    /// kind. The reference is valid until the value is assigned, moved from or destroyed.
+    /// kind. The reference is valid until the value is assigned, moved from or destroyed; a value
+    /// that ends here gives its `T` away.
     template <typename T>
     const T& Get() const& {
         CheckKind<T>();
@@ -221,20 +222,22 @@ public:
         return *std::get_if<T>(&storage_);
     }
     template <typename T>
-    T&& Get() && {
+    T Get() && {
         CheckKind<T>();
         return std::move(*std::get_if<T>(&storage_));
     }
 
     /// The value as a `T`, or null when it is of another kind.
     template <typename T>
-    const T* GetIf() const noexcept {
+    const T* GetIf() const& noexcept {
         return std::get_if<T>(&storage_);
     }
     template <typename T>
-    T* GetIf() noexcept {
+    T* GetIf() & noexcept {
         return std::get_if<T>(&storage_);
     }
+    template <typename T>
+    const T* GetIf() const&& = delete;  // it would point into what ends here
 
     /// Calls `visitor` with a reference to the alternative held; `visitor` takes all sixteen.
     /// Throws `std::bad_variant_access` when there is none.
@@ -248,7 +251,8 @@ public:
     }
 
     /// The entry of a map, or null when there is none of that key or this is no map.
-    const TValue* Find(std::string_view key) const noexcept {
+    const TValue* Find(std::string_view key) const&& = delete;
+    const TValue* Find(std::string_view key) const& noexcept {
         const auto* map = GetIf<Map>();
         if (map == nullptr) {
             return nullptr;

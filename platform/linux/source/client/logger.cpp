@@ -63,6 +63,27 @@ private:
     void flush_() override {}
 };
 
+constexpr bool IsControl(char character) noexcept {
+    return static_cast<unsigned char>(character) < 0x20 || character == 0x7F;
+}
+
+/// A text whose control characters would break the line, or do worse to a terminal.
+std::string Escaped(std::string_view text) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string escaped;
+    for (const char character : text) {
+        if (IsControl(character)) {
+            const auto byte = static_cast<unsigned char>(character);
+            escaped += "\\x";
+            escaped += kDigits[byte >> 4U];
+            escaped += kDigits[byte & 0x0FU];
+        } else {
+            escaped += character;
+        }
+    }
+    return escaped;
+}
+
 /// What the default logger writes through; never destroyed, since threads may log until the
 /// process has ended.
 struct StderrLog {
@@ -112,9 +133,22 @@ bool DefaultLoggerImpl::IsEnabled(int level) const {
 void DefaultLoggerImpl::LogImpl(int level, const char* file, int line, const char* function,
                                 std::string_view text) {
     const int known = std::clamp<int>(level, spdlog::level::trace, spdlog::level::critical);
-    StderrLog::Instance().logger.log(spdlog::source_loc{file, line, function},
-                                     static_cast<spdlog::level::level_enum>(known),
-                                     spdlog::string_view_t(text.data(), text.size()));
+    const auto write = [&](std::string_view shown) {
+        StderrLog::Instance().logger.log(spdlog::source_loc{file, line, function},
+                                         static_cast<spdlog::level::level_enum>(known),
+                                         spdlog::string_view_t(shown.data(), shown.size()));
+    };
+    const bool isLong = text.size() > kMaxLogTextBytes;
+    const std::string_view head = text.substr(0, kMaxLogTextBytes);
+    if (!isLong && std::none_of(head.begin(), head.end(), IsControl)) {
+        write(head);
+        return;
+    }
+    std::string escaped = Escaped(head);
+    if (isLong) {
+        escaped += "... (" + std::to_string(text.size() - head.size()) + " bytes more)";
+    }
+    write(escaped);
 }
 
 DefaultLoggerImpl& DefaultLoggerImpl::Instance() noexcept {

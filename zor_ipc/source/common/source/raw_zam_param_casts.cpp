@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
@@ -12,6 +13,8 @@
 
 namespace zam_connector::common {
 namespace {
+
+static_assert(std::endian::native == std::endian::little, "index words are read as they stand");
 
 constexpr unsigned char kVersion = 0x01;
 

@@ -1,6 +1,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 #include <string_view>
@@ -14,6 +16,8 @@
 
 namespace zam_connector::common {
 namespace {
+
+static_assert(std::endian::native == std::endian::little, "words are compared byte by byte");
 
 constexpr int kEmptyList = qel::FromBits(0x80000101U);
 constexpr int kNonRootedPath = qel::FromBits(0x80000064U);

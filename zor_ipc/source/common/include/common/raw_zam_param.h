@@ -19,12 +19,14 @@ namespace zam_connector::common {
 /// number is damage.
 inline constexpr std::uint64_t kMaxAnnouncedElements = std::uint64_t{1} << 31U;
 
-/// Most elements that room is reserved for because a record announces them: a few MiB. What a
-/// vector needs beyond, it gets as its elements come.
+/// Most elements that `RawZamParam::DeserializeValue` reserves room for because a record announces
+/// them: a few MiB. What a vector needs beyond, it gets as its elements come. `Deserialize` has a
+/// bound of its own.
 inline constexpr std::size_t kMaxReservedElements = 65536;
 
-/// Most none values that one rebuild puts into the gaps of vectors, in all: about 1 GiB. Without a
-/// limit, one short record could ask for any amount of memory.
+/// Most none values that one rebuild puts into the gaps of vectors, in all: about 1 GiB, and twice
+/// as much while a vector with such a gap grows further. Without a limit, one short record could
+/// ask for any amount of memory.
 inline constexpr std::size_t kMaxFilledElements = std::size_t{1} << 24U;
 
 /// Bytes before the data of a value block.
@@ -57,7 +59,7 @@ struct ZAM_API RawZamParam {
 /// Appends the records of `tree`, which stands at `root`, to `out`: one per node, in the order of
 /// `zuv::ForEach`. Returns (0, empty text), or the code and message of what is wrong, with `out` as
 /// before: 0x8000006a for a node without an alternative, 0x80000046 for a path that cannot be
-/// written. Never throws.
+/// written. Throws `std::bad_alloc` only where there is no memory for the message either.
 template <typename TPath>
 std::pair<int, std::string> Serialize(const TPath& root, const zuv::TValue& tree,
                                       std::vector<RawZamParam>& out);
@@ -69,7 +71,9 @@ ZAM_API std::pair<int, std::string> Serialize<zuv::Path>(const zuv::Path& root,
 /// Rebuilds the tree of a list whose first record is the tree's root. Returns (0, empty text), or
 /// the code and message of the first record that is wrong, with `root` and `tree` as before. A
 /// record may return to any shallower level, and positions in a vector may skip ahead: the gap is
-/// filled with none values, at most `kMaxFilledElements` in all. Never throws.
+/// filled with none values, at most `kMaxFilledElements` in all. For all vectors together, room is
+/// reserved for no more elements than the list has records. Throws `std::bad_alloc` only where
+/// there is no memory for the message either.
 ZAM_API std::pair<int, std::string> Deserialize(const std::vector<RawZamParam>& list,
                                                 zuv::Path& root, zuv::TValue& tree);
 

@@ -1,0 +1,54 @@
+#include "support/allocations.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace zam_test {
+
+std::atomic<int> g_allocations{0};
+std::atomic<int> g_allocationsLeft{-1};
+std::atomic<bool> g_keepFailing{false};
+std::atomic<bool> g_failed{false};
+
+namespace {
+
+void* Allocation(std::size_t size) {
+    ++g_allocations;
+    if (g_allocationsLeft == 0) {
+        g_failed = true;
+        if (!g_keepFailing) {
+            g_allocationsLeft = -1;
+        }
+        throw std::bad_alloc();
+    }
+    if (g_allocationsLeft > 0) {
+        --g_allocationsLeft;
+    }
+    void* const bytes = std::malloc(size == 0 ? 1 : size);
+    if (bytes == nullptr) {
+        throw std::bad_alloc();
+    }
+    return bytes;
+}
+
+}  // namespace
+}  // namespace zam_test
+
+void* operator new(std::size_t size) {
+    return zam_test::Allocation(size);
+}
+void* operator new[](std::size_t size) {
+    return zam_test::Allocation(size);
+}
+void operator delete(void* bytes) noexcept {
+    std::free(bytes);
+}
+void operator delete[](void* bytes) noexcept {
+    std::free(bytes);
+}
+void operator delete(void* bytes, std::size_t /*size*/) noexcept {
+    std::free(bytes);
+}
+void operator delete[](void* bytes, std::size_t /*size*/) noexcept {
+    std::free(bytes);
+}

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <atomic>
+
+/// The allocation functions of an executable that links `zam_test_allocations`: they count what
+/// anything in the process takes through `new`, the libraries included, and fail when told to.
+namespace zam_test {
+
+/// Allocations so far.
+extern std::atomic<int> g_allocations;
+
+/// Allocations until one throws `std::bad_alloc`; none does while it is negative.
+extern std::atomic<int> g_allocationsLeft;
+/// Whether those behind the one that failed fail too.
+extern std::atomic<bool> g_keepFailing;
+/// Whether one failed.
+extern std::atomic<bool> g_failed;
+
+}  // namespace zam_test
