@@ -27,6 +27,13 @@ public:
     ~CopyLevel() { --copyLevels; }
 };
 
+std::uint64_t Bits(double number) noexcept {
+    std::uint64_t bits = 0;
+    static_assert(sizeof bits == sizeof number);
+    std::memcpy(&bits, &number, sizeof bits);
+    return bits;
+}
+
 /// Whether two values of the same alternative, which is no container, are equal.
 bool SameLeaf(const TValue& left, const TValue& right, bool bitwise) {
     if (left.IsValueless()) {
@@ -38,7 +45,7 @@ bool SameLeaf(const TValue& left, const TValue& right, bool bitwise) {
             return false;  // not asked of containers
         } else if constexpr (std::is_same_v<T, double>) {
             const double other = *right.GetIf<double>();
-            return bitwise ? std::memcmp(&value, &other, sizeof value) == 0 : value == other;
+            return bitwise ? Bits(value) == Bits(other) : value == other;
         } else {
             return value == *right.GetIf<T>();
         }
@@ -53,8 +60,8 @@ const char* KindName(zuv::Kind kind) noexcept {
 }
 
 BadKind::BadKind(zuv::Kind wanted, zuv::Kind actual) {
-    std::snprintf(text_, sizeof text_, "the value is of kind %s, not %s", KindName(actual),
-                  KindName(wanted));
+    static_cast<void>(std::snprintf(text_, sizeof text_, "the value is of kind %s, not %s",
+                                    KindName(actual), KindName(wanted)));
 }
 
 BadKind::~BadKind() = default;
@@ -89,7 +96,7 @@ auto TValue<Tag>::CopyWithoutRecursion(const TValue& from) -> Storage {
     while (!open.empty()) {
         const Pair pair = open.back();
         open.pop_back();
-        if (const Vector* elements = pair.from->template GetIf<Vector>()) {
+        if (const auto* elements = pair.from->template GetIf<Vector>()) {
             auto& vector = pair.to->template Emplace<Vector>(elements->size());
             for (std::size_t position = 0; position < elements->size(); ++position) {
                 fill((*elements)[position], vector[position]);

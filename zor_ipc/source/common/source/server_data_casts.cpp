@@ -20,11 +20,12 @@ void CheckLength(const char* field, std::size_t length, std::size_t expected) {
     }
 }
 
-ZamDeviceStatus DeviceStatusFromVd(std::uint8_t status) {
-    if (status > static_cast<std::uint8_t>(ZamDeviceStatus::Quarantined)) {
-        throw std::out_of_range(fmt::format("deviceStatus: {} is unknown", status));
+ZamDeviceStatus CheckedStatus(ZamDeviceStatus status) {
+    if (status > ZamDeviceStatus::Quarantined) {
+        throw std::out_of_range(
+            fmt::format("deviceStatus: {} is unknown", static_cast<unsigned>(status)));
     }
-    return static_cast<ZamDeviceStatus>(status);
+    return status;
 }
 
 }  // namespace
@@ -83,7 +84,7 @@ qx_zam_connector_ZamTypes_ZamServerData CastToVd(const ZamServerData& serverData
         .versionMajor = serverData.versionMajor,
         .versionMinor = serverData.versionMinor,
         .clockOffsetS = serverData.clockOffset.count(),
-        .deviceStatus = static_cast<std::uint8_t>(serverData.deviceStatus),
+        .deviceStatus = static_cast<std::uint8_t>(CheckedStatus(serverData.deviceStatus)),
         .flags = flags,
         .reserved = 0,
     };
@@ -94,7 +95,7 @@ ZamServerData CastFromVd(const qx_zam_connector_ZamTypes_ZamServerData& serverDa
         .versionMajor = serverData.versionMajor,
         .versionMinor = serverData.versionMinor,
         .clockOffset = std::chrono::duration<std::int32_t>(serverData.clockOffsetS),
-        .deviceStatus = DeviceStatusFromVd(serverData.deviceStatus),
+        .deviceStatus = CheckedStatus(static_cast<ZamDeviceStatus>(serverData.deviceStatus)),
         .offersFiles = (serverData.flags & kQxServerOffersFiles) != 0,
         .wantsDiagnostics = (serverData.flags & kQxServerWantsDiagnostics) != 0,
         .requiresClientCert = (serverData.flags & kQxServerRequiresClientCert) != 0,

@@ -25,6 +25,10 @@ constexpr unsigned kApprovedKind = 0;
 constexpr unsigned kDeclinedKind = 1;
 constexpr unsigned kRevokedKind = 2;
 
+/// Records of what is caught at the outermost level.
+constexpr char kDataPrefix[] = "Zam_data_pvr proxy: {}";
+constexpr char kServerPrefix[] = "ZamDataProviderProxy: {}";
+
 /// The part of an arena that an answer describes; empty when it is not all there.
 std::string_view BytesInUse(const vd_arena& arena, vd_bytes stretch) noexcept {
     if (stretch.offset >= arena.used || stretch.length > arena.used - stretch.offset) {
@@ -39,14 +43,18 @@ template <typename Operation>
 int GetHash(const qx_zam_connector_ZamDataProvider_proxy& proxy, Operation operation,
             const common::LogSite& site, fmt::format_string<const int&> format,
             unsigned long& hash) noexcept {
-    qx::EmptyRequest request{};
-    qx::HashResponse response{};
-    const int status = operation(&proxy, &request, nullptr, &response, nullptr);
-    if (status != 0) {
-        return common::Failure(site, format, status);
+    try {
+        qx::EmptyRequest request{};
+        qx::HashResponse response{};
+        const int status = operation(&proxy, &request, nullptr, &response, nullptr);
+        if (status != 0) {
+            return common::Failure(site, format, status);
+        }
+        hash = response.hash;
+        return response.resultCode;
+    } catch (...) {
+        return common::CaughtFailure(site, kDataPrefix);
     }
-    hash = response.hash;
-    return response.resultCode;
 }
 
 }  // namespace
@@ -82,8 +90,7 @@ int ZamDataProviderProxy::PullTree(const char* function, const char* openName, O
         try {
             pulled = GetDataFromChannel(response.channel, tree, hash, result);
         } catch (...) {
-            pulled = common::CaughtFailure(common::Here(kSourceFile, function),
-                                           "Zam_data_pvr proxy: {}");
+            pulled = common::CaughtFailure(common::Here(kSourceFile, function), kDataPrefix);
         }
         const int closed = CloseChannel(response.channel);
         if (closed < 0) {
@@ -91,7 +98,7 @@ int ZamDataProviderProxy::PullTree(const char* function, const char* openName, O
         }
         return pulled < 0 ? pulled : result;
     } catch (...) {
-        return common::CaughtFailure(common::Here(kSourceFile, function), "Zam_data_pvr proxy: {}");
+        return common::CaughtFailure(common::Here(kSourceFile, function), kDataPrefix);
     }
 }
 
@@ -146,8 +153,7 @@ int ZamDataProviderProxy::GetDataPieces(long channel, std::vector<common::RawZam
         try {
             common::AppendFromVd(response.params, arena.Get(), list);
         } catch (...) {
-            common::CaughtFailure(common::Here(kSourceFile, "GetDataFromChannel"),
-                                  "Zam_data_pvr proxy: {}");
+            common::CaughtFailure(common::Here(kSourceFile, "GetDataFromChannel"), kDataPrefix);
             return qel::kInvalidArgument;
         }
         if (response.sessionStatus == kSessionLast) {
@@ -183,7 +189,7 @@ int ZamDataProviderProxy::GetSubscriptions(
         subscriptions = std::move(converted);
         return response.resultCode;
     } catch (...) {
-        return common::CaughtFailure(site, "Zam_data_pvr proxy: {}");
+        return common::CaughtFailure(site, kDataPrefix);
     }
 }
 
@@ -191,11 +197,16 @@ int ZamDataProviderProxy::GetZamServerData(ZamServerData& serverData) noexcept {
     const common::LogSite site = common::Here(kSourceFile, "GetZamServerData");
     qx_zam_connector_ZamDataProvider_GetZamServerData_req request{};
     qx_zam_connector_ZamDataProvider_GetZamServerData_rsp response{};
-    const int status = proxy_.ops->GetZamServerData(&proxy_, &request, nullptr, &response, nullptr);
-    if (status != 0) {
-        return common::Failure(
-            site, "ZamDataProviderProxy: ipc call GetZamServerData terminated with a error {}",
-            status);
+    try {
+        const int status =
+            proxy_.ops->GetZamServerData(&proxy_, &request, nullptr, &response, nullptr);
+        if (status != 0) {
+            return common::Failure(
+                site, "ZamDataProviderProxy: ipc call GetZamServerData terminated with a error {}",
+                status);
+        }
+    } catch (...) {
+        return common::CaughtFailure(site, kServerPrefix);
     }
     try {
         serverData = common::CastFromVd(response.serverData);
@@ -212,22 +223,22 @@ int ZamDataProviderProxy::GetZamReserveCert(std::string& cert) noexcept {
     qx_zam_connector_ZamDataProvider_GetZamReserveCert_req request{};
     qx_zam_connector_ZamDataProvider_GetZamReserveCert_rsp response{};
     common::StackArena<kReserveCertArenaBytes> arena;
-    const int status =
-        proxy_.ops->GetZamReserveCert(&proxy_, &request, nullptr, &response, arena.Get());
-    if (status != 0) {
-        return common::Failure(
-            site, "ZamDataProviderProxy: ipc call GetZamReserveCert terminated with an error {}",
-            status);
-    }
-    if (response.resultCode < 0) {
-        return response.resultCode;
-    }
     try {
-        cert.assign(BytesInUse(*arena.Get(), response.certificate));
+        const int status =
+            proxy_.ops->GetZamReserveCert(&proxy_, &request, nullptr, &response, arena.Get());
+        if (status != 0) {
+            return common::Failure(
+                site,
+                "ZamDataProviderProxy: ipc call GetZamReserveCert terminated with an error {}",
+                status);
+        }
+        if (response.resultCode >= 0) {
+            cert.assign(BytesInUse(*arena.Get(), response.certificate));
+        }
+        return response.resultCode;
     } catch (...) {
-        return common::CaughtFailure(site, "ZamDataProviderProxy: {}");
+        return common::CaughtFailure(site, kServerPrefix);
     }
-    return response.resultCode;
 }
 
 int ZamDataProviderProxy::GetPolicyHash(unsigned long& hash) noexcept {
@@ -255,11 +266,16 @@ int ZamDataProviderProxy::GetSyncedSettingsHash(unsigned long& hash) noexcept {
 }
 
 int ZamDataProviderProxy::GetZamUpdatesStatusHash(unsigned long& hash) noexcept {
-    qx_zam_connector_ZamDataProvider_GetZamUpdatesStatusHash_req request{};
-    qx_zam_connector_ZamDataProvider_GetZamUpdatesStatusHash_rsp response{};
-    return IpcTransferCall("GetZamUpdatesStatusHash", proxy_.ops->GetZamUpdatesStatusHash, proxy_,
-                           request, nullptr, response, nullptr,
-                           [&hash](const auto& answer) { hash = answer.hash; });
+    try {
+        qx_zam_connector_ZamDataProvider_GetZamUpdatesStatusHash_req request{};
+        qx_zam_connector_ZamDataProvider_GetZamUpdatesStatusHash_rsp response{};
+        return IpcTransferCall("GetZamUpdatesStatusHash", proxy_.ops->GetZamUpdatesStatusHash,
+                               proxy_, request, nullptr, response, nullptr,
+                               [&hash](const auto& answer) { hash = answer.hash; });
+    } catch (...) {
+        return common::CaughtFailure(common::Here(kSourceFile, "GetZamUpdatesStatusHash"),
+                                     kDataPrefix);
+    }
 }
 
 int ZamDataProviderProxy::GetZamUpdatesStatus(

@@ -24,6 +24,7 @@ CastToVd(const std::pair<unsigned long, ZamSubscriptions>& subscriptions, vd_are
 ZAM_API std::pair<unsigned long, ZamSubscriptions> CastFromVd(
     const qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash& subscriptions, const vd_arena* arena);
 
+/// Throws `std::out_of_range` for a device status that is no enumerator.
 ZAM_API qx_zam_connector_ZamTypes_ZamServerData CastToVd(const ZamServerData& serverData);
 
 /// Throws `std::out_of_range` for an unknown device status.
