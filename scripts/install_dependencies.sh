@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(
   g++ cmake ninja-build pkg-config git
-  libfmt-dev libspdlog-dev libasio-dev nlohmann-json3-dev libcli11-dev
+  libfmt-dev libspdlog-dev libasio-dev nlohmann-json3-dev libcli11-dev libxxhash-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
 if [ "${1:-}" = --with-checks ]; then

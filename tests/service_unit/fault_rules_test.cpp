@@ -167,6 +167,23 @@ TEST(FaultRules, AreAcceptedForEveryOperationOfEveryInterface) {
     }
 }
 
+TEST(FaultRules, DamagePiecesAfterTheWork) {
+    const auto read = [](const std::string& effect) {
+        return Read(R"({"rules": [{"endpoint": "zamDataProvider", "operation": "GetData", )" +
+                    effect + "}]}");
+    };
+    const Endpoint& provider = EndpointOf("ZamDataProvider");
+    const auto fault = read(R"("damage": "endless")")
+                           .Decide(provider.riid, FindOperation(provider, "GetData")->number);
+    ASSERT_TRUE(fault);
+    EXPECT_EQ(fault->damage, PieceDamage::Endless);
+    EXPECT_EQ(fault->when, FaultTime::After);
+    EXPECT_NO_THROW(read(R"("damage": "length", "when": "after", "session_status": 0)"));
+    EXPECT_THROW(read(R"("damage": "length", "when": "before")"), JsonError);
+    EXPECT_THROW(read(R"("damage": "length", "drop": true)"), JsonError);
+    EXPECT_THROW(read(R"("damage": "length", "transport_status": 1)"), JsonError);
+}
+
 TEST(FaultRules, AcceptUpToTheLimitOfRules) {
     for (const std::size_t count : {kMaxFaultRules - 1, kMaxFaultRules, kMaxFaultRules + 1}) {
         std::string text = R"({"rules": [)";
@@ -213,6 +230,11 @@ TEST(FaultRules, RefuseWhatCannotBeAndNameThePlace) {
         {R"(, "when": "later", "drop": true)", "/when",
          "is \"later\", allowed is \"before\" or \"after\""},
         {R"(, "when": 1, "drop": true)", "/when", "is 1"},
+        {R"(, "damage": "length")", "/damage",
+         "only the answer of GetData of zamDataProvider can have this"},
+        {R"(, "damage": "slight")", "/damage",
+         "is \"slight\", allowed is one of record_value, length, repeat_path, vector_gap, endless"},
+        {R"(, "damage": 1)", "/damage", "is 1, allowed is one of"},
         {R"(, "transport_status": 0)", "/transport_status", "other than 0"},
         {R"(, "transport_status": 2147483648)", "/transport_status", "is 2147483648"},
         {R"(, "transport_status": -2147483649)", "/transport_status", "is -2147483649"},

@@ -24,6 +24,10 @@ RealConnection::RealConnection() {
                                        qx::kConnSettingsHolderEndpoint));
     commandSender_.emplace(MakeRecord(&qx_zam_connector_ConnCommandSender_proxy_init, transport_,
                                       qx::kConnCommandSenderEndpoint));
+    dataProvider_.emplace(MakeRecord(&qx_zam_connector_ZamDataProvider_proxy_init, transport_,
+                                     qx::kZamDataProviderEndpoint));
+    productDataHolder_.emplace(MakeRecord(&qx_zam_connector_ProductDataHolder_proxy_init,
+                                          transport_, qx::kProductDataHolderEndpoint));
 }
 
 }  // namespace zam_connector::test

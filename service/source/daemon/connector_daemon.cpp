@@ -12,6 +12,8 @@
 #include "endpoints/conn_controller_endpoint.h"
 #include "endpoints/conn_settings_holder_endpoint.h"
 #include "endpoints/endpoint_catalog.h"
+#include "endpoints/product_data_holder_endpoint.h"
+#include "endpoints/zam_data_provider_endpoint.h"
 #include "lanes.h"
 #include "link/connection_plan.h"
 #include "qx/endpoint_names.h"
@@ -44,12 +46,14 @@ ConnectorDaemon::ConnectorDaemon(const DaemonConfig& config)
       workers_(kWorkerThreads, kLaneCount, kMaxJobs),
       history_(server_.Context(), workers_, files_),
       settings_(server_.Context(), workers_, files_),
+      uploads_(server_.Context(), workers_, files_, history_),
       link_(server_.Context(), history_),
       folder_(server_.Context(), workers_, files_) {
     ServeFiles();
     Serve("ConnController", std::make_unique<ConnControllerEndpoint>(link_));
     Serve("ConnSettingsHolder", std::make_unique<ConnSettingsHolderEndpoint>(settings_));
     Serve("ConnCommandSender", std::make_unique<ConnCommandSenderEndpoint>(link_, history_));
+    ServeData();
     socket_.emplace(runtime_, qx::kConnectorService, config.group.has_value());
     server_.Accept(socket_->Release());
 }
@@ -72,14 +76,32 @@ std::string ConnectorDaemon::SocketPath() const {
 }
 
 void ConnectorDaemon::Serve(std::string_view interface,
-                            std::unique_ptr<zam_platform::EndpointHandler> handler) {
+                            std::unique_ptr<zam_platform::EndpointHandler> handler,
+                            FaultWitness* witness) {
     const Endpoint& endpoint = EndpointOf(interface);
-    auto faults = std::make_unique<FaultInjector>(server_.Context(), faults_, endpoint, *handler);
+    auto faults =
+        std::make_unique<FaultInjector>(server_.Context(), faults_, endpoint, *handler, witness);
     server_.Serve(RuleOf(endpoint, *faults));
     served_.push_back({.handler = std::move(handler), .faults = std::move(faults)});
 }
 
+void ConnectorDaemon::ServeData() {
+    auto provider = std::make_unique<ZamDataProviderEndpoint>(server_.Context(), channelIds_,
+                                                              provider_, uploads_);
+    auto holder =
+        std::make_unique<ProductDataHolderEndpoint>(server_.Context(), channelIds_, uploads_);
+    server_.OnSessionEnd([provider = provider.get(),
+                          holder = holder.get()](const zam_platform::SessionToken& client) {
+        provider->EndSession(client);
+        holder->EndSession(client);
+    });
+    FaultWitness* const witness = holder.get();
+    Serve("ZamDataProvider", std::move(provider));
+    Serve("ProductDataHolder", std::move(holder), witness);
+}
+
 void ConnectorDaemon::ServeFiles() {
+    ServeProviderFiles(folder_, provider_);
     folder_.Serve(
         ServeJson<ConnectionPlan>(kConnectionFile, kReadLane, ReadConnectionPlan,
                                   [this](ConnectionPlan plan) { link_.SetPlan(std::move(plan)); }));
@@ -102,6 +124,12 @@ void ConnectorDaemon::Finish() {
     }
     link_.Close();
     folder_.Close();
+    // An upload that is on the disk is answered behind its line in the history, which takes the
+    // loop and a worker once more.
+    while (uploads_.Unanswered() != 0) {
+        server_.Context().restart();
+        server_.Context().run_one();
+    }
     workers_.Finish();
     history_.Close();
     do {

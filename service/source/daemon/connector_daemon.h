@@ -9,12 +9,16 @@
 #include <string_view>
 #include <vector>
 
+#include "channels/channel_ids.h"
 #include "data/data_folder.h"
 #include "data/folder_files.h"
 #include "data/history.h"
+#include "data/provider_data.h"
 #include "data/settings_store.h"
+#include "data/upload_store.h"
 #include "faults/fault_injector.h"
 #include "faults/fault_rules.h"
+#include "faults/fault_witness.h"
 #include "link/connector_link.h"
 #include "zam_platform/server/listening_socket.h"
 #include "zam_platform/server/server.h"
@@ -62,7 +66,9 @@ private:
         std::unique_ptr<FaultInjector> faults;
     };
 
-    void Serve(std::string_view interface, std::unique_ptr<zam_platform::EndpointHandler> handler);
+    void Serve(std::string_view interface, std::unique_ptr<zam_platform::EndpointHandler> handler,
+               FaultWitness* witness = nullptr);
+    void ServeData();
     void ServeFiles();
     void Finish();
 
@@ -74,6 +80,9 @@ private:
     zam_platform::WorkerPool workers_;
     History history_;
     SettingsStore settings_;
+    UploadStore uploads_;
+    ProviderData provider_;
+    ChannelIds channelIds_;
     ConnectorLink link_;
     FaultRules faults_;
     std::vector<Served> served_;

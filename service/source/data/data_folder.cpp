@@ -56,7 +56,7 @@ void DataFolder::Close() {
 
 DataFolder::Outcome DataFolder::Read(const ServedFile& file) const {
     try {
-        std::optional<std::string> text = files_.Read(file.name);
+        std::optional<std::string> text = files_.Read(file.name, file.maxBytes);
         const bool exists = text.has_value();
         return {.publish = file.read(std::move(text)), .exists = exists, .error = {}};
     } catch (const std::exception& exception) {

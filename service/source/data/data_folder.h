@@ -2,6 +2,7 @@
 
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
+#include <cstddef>
 #include <functional>
 #include <list>
 #include <memory>
@@ -24,6 +25,7 @@ struct ServedFile {
     /// Takes the file's text, empty when there is no file, and returns what publishes its content
     /// on the loop thread. Runs on a worker; what it throws keeps the content before in force.
     std::function<std::function<void()>(std::optional<std::string> text)> read;
+    std::size_t maxBytes = kMaxDataFileBytes;
 };
 
 /// A file of JSON that `read` turns into a `Content`, and whose default, while there is no file, is
@@ -42,7 +44,8 @@ ServedFile ServeJson(std::string name, Lane lane, Content (*read)(const JsonValu
                 return [publish, content = std::move(content)]() mutable {
                     publish(std::move(content));
                 };
-            }};
+            },
+            kMaxDataFileBytes};
 }
 
 /// Keeps what is served equal to the data folder: reads every file at the start, and again when it

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 
 #include "zam_platform/posix_error.h"
 
@@ -82,6 +83,33 @@ void WriteWhole(int file, std::string_view bytes, const std::string& shown) {
             throw PosixError(shown, errno);
         }
     }
+}
+
+std::string UnfinishedName(const std::string& name) {
+    return "." + name + ".new";
+}
+
+void ReplaceFile(int directory, const std::string& name, std::string_view bytes,
+                 const std::string& shown) {
+    const std::string unfinished = UnfinishedName(name);
+    // What a daemon that was killed has left; a link in its place must not be written through.
+    ::unlinkat(directory, unfinished.c_str(), 0);
+    try {
+        const UniqueFd file =
+            OpenBeneath(directory, unfinished, O_WRONLY | O_CREAT | O_EXCL, shown);
+        if (!file) {
+            throw PosixError(shown, ENOENT);
+        }
+        WriteWhole(file.Get(), bytes, shown);
+        Sync(file.Get(), shown);
+        if (::renameat(directory, unfinished.c_str(), directory, name.c_str()) != 0) {
+            throw PosixError(shown, errno);
+        }
+    } catch (const PlatformError&) {
+        ::unlinkat(directory, unfinished.c_str(), 0);
+        throw;
+    }
+    Sync(directory, shown);
 }
 
 void Sync(int file, const std::string& shown) {

@@ -24,6 +24,14 @@ std::string ReadWhole(int file, std::size_t limit, const std::string& shown);
 
 void WriteWhole(int file, std::string_view bytes, const std::string& shown);
 
+/// The name under which `ReplaceFile` writes a file until it is whole.
+std::string UnfinishedName(const std::string& name);
+
+/// Replaces a file whole or not at all, and returns when it is on the disk. When only the very last
+/// step fails, which makes the new name durable, the new file stands all the same.
+void ReplaceFile(int directory, const std::string& name, std::string_view bytes,
+                 const std::string& shown);
+
 /// Returns when a file's bytes, or a directory's names, are on the disk.
 void Sync(int file, const std::string& shown);
 

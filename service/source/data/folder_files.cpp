@@ -46,7 +46,7 @@ FolderFiles::FolderFiles(const std::string& path) : path_(Resolve(path)) {
     directory_ = std::move(directory);
 }
 
-std::optional<std::string> FolderFiles::Read(const std::string& name) const {
+std::optional<std::string> FolderFiles::Read(const std::string& name, std::size_t maxBytes) const {
     const Directory directory = Open();
     const std::string shown = Shown(name);
     const UniqueFd file = OpenBeneath(directory->Get(), name, O_RDONLY, shown);
@@ -54,36 +54,18 @@ std::optional<std::string> FolderFiles::Read(const std::string& name) const {
         return std::nullopt;
     }
     const std::size_t size = CheckRegular(file.Get(), shown);
-    if (size > kMaxDataFileBytes) {
-        throw PlatformError(zam_platform::kStatusRequestTooLarge,
-                            fmt::format("{}: has {} bytes, more than the {} allowed", shown, size,
-                                        kMaxDataFileBytes));
+    if (size > maxBytes) {
+        throw PlatformError(
+            zam_platform::kStatusRequestTooLarge,
+            fmt::format("{}: has {} bytes, more than the {} allowed", shown, size, maxBytes));
     }
-    return ReadWhole(file.Get(), kMaxDataFileBytes, shown);
+    return ReadWhole(file.Get(), maxBytes, shown);
 }
 
 void FolderFiles::Write(const std::string& name, std::string_view bytes) const {
     const Directory directory = Open();
     const std::string shown = Shown(name);
-    const std::string unfinished = "." + name + ".new";
-    // What a daemon that was killed has left; a link in its place must not be written through.
-    ::unlinkat(directory->Get(), unfinished.c_str(), 0);
-    try {
-        const UniqueFd file =
-            OpenBeneath(directory->Get(), unfinished, O_WRONLY | O_CREAT | O_EXCL, shown);
-        if (!file) {
-            throw PosixError(shown, ENOENT);
-        }
-        WriteWhole(file.Get(), bytes, shown);
-        Sync(file.Get(), shown);
-        if (::renameat(directory->Get(), unfinished.c_str(), directory->Get(), name.c_str()) != 0) {
-            throw PosixError(shown, errno);
-        }
-    } catch (const PlatformError&) {
-        ::unlinkat(directory->Get(), unfinished.c_str(), 0);
-        throw;
-    }
-    Sync(directory->Get(), shown);
+    ReplaceFile(directory->Get(), name, bytes, shown);
 }
 
 UniqueFd FolderFiles::OpenFolder(const std::string& name) const {

@@ -11,8 +11,7 @@
 
 namespace zam_service {
 
-/// Largest file of the data folder that is read as a whole, in bytes: enough for every tree that
-/// a client could fetch.
+/// Largest file of the data folder but for trees, in bytes.
 inline constexpr std::size_t kMaxDataFileBytes = std::size_t{16} << 20U;
 
 /// The files of the data folder, reached through an opened descriptor of it: check and use cannot
@@ -28,8 +27,9 @@ public:
     /// The absolute path without links.
     const std::string& Path() const noexcept { return path_; }
 
-    /// The bytes of a file of at most `kMaxDataFileBytes`; empty when there is none.
-    std::optional<std::string> Read(const std::string& name) const;
+    /// The bytes of a file of at most `maxBytes`; empty when there is none.
+    std::optional<std::string> Read(const std::string& name,
+                                    std::size_t maxBytes = kMaxDataFileBytes) const;
 
     /// Replaces a file whole or not at all, and returns when it is on the disk. When only the very
     /// last step fails, which makes the new name durable, the new file stands all the same.

@@ -100,6 +100,22 @@ std::vector<JsonValue> JsonValue::Elements(std::size_t least, std::size_t most) 
     return elements;
 }
 
+std::vector<std::pair<std::string, JsonValue>> JsonValue::Members(std::size_t least,
+                                                                  std::size_t most) const {
+    if (!value_->is_object()) {
+        Refuse(fmt::format("an object of {} to {} members", least, most));
+    }
+    if (value_->size() < least || value_->size() > most) {
+        Fail(fmt::format("has {} members, allowed is an object of {} to {}", value_->size(), least,
+                         most));
+    }
+    std::vector<std::pair<std::string, JsonValue>> members;
+    for (const auto& [name, value] : value_->items()) {
+        members.emplace_back(name, Child(value, zam_json::PointerStep(name)));
+    }
+    return members;
+}
+
 void JsonValue::CheckMembers(std::initializer_list<std::string_view> known) const {
     if (!value_->is_object()) {
         Refuse("an object");

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "json_text/json_text.h"
@@ -61,6 +62,10 @@ public:
 
     /// The elements of an array of a length within both bounds.
     std::vector<JsonValue> Elements(std::size_t least, std::size_t most) const;
+
+    /// The members of an object of a size within both bounds, in the order of their keys.
+    std::vector<std::pair<std::string, JsonValue>> Members(std::size_t least,
+                                                           std::size_t most) const;
 
     /// Checks that this is an object without other members than these.
     void CheckMembers(std::initializer_list<std::string_view> known) const;

@@ -11,6 +11,8 @@
 #include <filesystem>
 
 #include "data/file_io.h"
+#include "data/provider_data.h"
+#include "data/sample_provider_texts.h"
 #include "zam_platform/posix_error.h"
 
 namespace zam_service {
@@ -88,7 +90,11 @@ constexpr std::string_view kFaults =
         //  "when": "after", "drop": true},
 
         // All answers about settings take a second:
-        // {"endpoint": "connSettingsHolder", "operation": "*", "delay_ms": 1000}
+        // {"endpoint": "connSettingsHolder", "operation": "*", "delay_ms": 1000},
+
+        // The first piece of a tree has a record that is cut off:
+        // {"endpoint": "zamDataProvider", "operation": "GetData", "calls": 1,
+        //  "damage": "record_value"}
     ]
 }
 )";
@@ -97,6 +103,12 @@ constexpr auto kSample = std::to_array<SampleFile>({
     {"connection.json", kConnection},
     {"connector_settings.json", kSettings},
     {"faults.json", kFaults},
+    {kPolicyFile, sample::kPolicy},
+    {kProductSettingsFile, sample::kProductSettings},
+    {kSubscriptionsFile, sample::kSubscriptions},
+    {kServerDataFile, sample::kServerData},
+    {kUpdatesStatusFile, sample::kUpdatesStatus},
+    {kReserveCertFile, sample::kReserveCert},
 });
 
 std::string Shown(const std::string& path, std::string_view name) {

@@ -12,7 +12,8 @@ struct SampleFile {
     std::string_view text;
 };
 
-/// The sample: it serves the same as an empty folder. Static storage.
+/// The sample: what a management server could have delivered, and everything else as with an empty
+/// folder. Static storage.
 std::span<const SampleFile> SampleFiles() noexcept;
 
 /// Writes the sample to the folder `path`, which is made when it is missing (its last component

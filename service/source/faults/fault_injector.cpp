@@ -103,8 +103,8 @@ struct FaultInjector::Delayed {
 };
 
 FaultInjector::FaultInjector(asio::io_context& loop, FaultRules& rules, const Endpoint& endpoint,
-                             zam_platform::EndpointHandler& inner)
-    : loop_(loop), rules_(rules), endpoint_(endpoint), inner_(inner) {}
+                             zam_platform::EndpointHandler& inner, FaultWitness* witness)
+    : loop_(loop), rules_(rules), endpoint_(endpoint), inner_(inner), witness_(witness) {}
 
 FaultInjector::~FaultInjector() {
     Close();
@@ -121,6 +121,9 @@ void FaultInjector::OnCall(const Request& request, Responder responder) {
         return;
     }
     LogFault(*fault, endpoint_, request.operation);
+    if (witness_ != nullptr && !fault->IsDelayOnly()) {
+        witness_->OnFault(request);
+    }
     if (fault->when == FaultTime::After) {
         responder.Intercept(std::make_unique<Interceptor>(*this, *fault));
         inner_.OnCall(request, std::move(responder));
@@ -151,7 +154,14 @@ void FaultInjector::OnAnswer(const Fault& fault, AnswerParts answer, Responder r
     if (answer.status == 0) {
         vd_message_header header{};
         std::memcpy(&header, answer.message.data(), sizeof(header));
-        Change(fault, endpoint_.operations[header.operation], answer.message);
+        const qx::OperationInfo& operation = endpoint_.operations[header.operation];
+        if (fault.damage && !DamagePiece(*fault.damage, answer.message, answer.arena)) {
+            zam_connector::common::Log(zor::logger::kLevelInformation,
+                                       zam_connector::common::Here(kSourceFile, "OnAnswer"),
+                                       "{} of {}: nothing there for the damage of the rule",
+                                       operation.name, endpoint_.shortName);
+        }
+        Change(fault, operation, answer.message);
     }
     Delay(fault.delay, std::move(responder), [fault, answer = std::move(answer)](Responder late) {
         Send(fault, answer, std::move(late));

@@ -9,6 +9,7 @@
 
 #include "endpoints/endpoint_catalog.h"
 #include "faults/fault_rules.h"
+#include "faults/fault_witness.h"
 #include "zam_platform/server/endpoint.h"
 
 namespace zam_service {
@@ -18,9 +19,10 @@ namespace zam_service {
 class FaultInjector final : public zam_platform::EndpointHandler {
 public:
     /// None of them is owned; all must outlive this object. `rules` may be assigned to at any
-    /// time on the loop thread.
+    /// time on the loop thread. `witness` may be null; it is told of every fault that is more than
+    /// a delay.
     FaultInjector(asio::io_context& loop, FaultRules& rules, const Endpoint& endpoint,
-                  zam_platform::EndpointHandler& inner);
+                  zam_platform::EndpointHandler& inner, FaultWitness* witness = nullptr);
     FaultInjector(const FaultInjector&) = delete;
     FaultInjector& operator=(const FaultInjector&) = delete;
     ~FaultInjector() override;
@@ -47,6 +49,7 @@ private:
     FaultRules& rules_;
     const Endpoint& endpoint_;
     zam_platform::EndpointHandler& inner_;
+    FaultWitness* const witness_;
     std::map<std::uint64_t, std::unique_ptr<Delayed>> delayed_;
     std::uint64_t lastDelayed_ = 0;
     bool isClosed_ = false;

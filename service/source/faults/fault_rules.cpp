@@ -90,7 +90,7 @@ FaultRules FaultRules::Read(const JsonValue& root) {
 
 FaultRules::Rule FaultRules::ReadRule(const JsonValue& value) {
     value.CheckMembers({"endpoint", "operation", "calls", "probability", "when", "transport_status",
-                        "session_status", "result_code", "delay_ms", "drop"});
+                        "session_status", "result_code", "damage", "delay_ms", "drop"});
     const Endpoint& endpoint = ReadEndpoint(value.At("endpoint"));
     const auto operations = ReadOperations(value.At("operation"), endpoint);
     Rule rule;
@@ -102,6 +102,7 @@ FaultRules::Rule FaultRules::ReadRule(const JsonValue& value) {
     if (const auto probability = value.Find("probability")) {
         rule.probability = probability->Number(0, 1);
     }
+    ReadDamage(value, rule);
     ReadFault(value, rule.fault);
     CheckField(value, "session_status", operations, &qx::OperationInfo::sessionStatusOffset);
     CheckField(value, "result_code", operations, &qx::OperationInfo::resultCodeOffset);
@@ -122,6 +123,27 @@ void FaultRules::ReadCalls(const JsonValue& value, Rule& rule) {
         rule.lastCall = rule.firstCall;
     } else {
         calls->Refuse(R"("all", the number of a call, or an array of the first and the last)");
+    }
+}
+
+/// Only one operation answers with pieces of trees.
+void FaultRules::ReadDamage(const JsonValue& value, Rule& rule) {
+    const auto damage = value.Find("damage");
+    if (!damage) {
+        return;
+    }
+    rule.fault.damage = damage->IsText() ? FindPieceDamage(damage->Text()) : std::nullopt;
+    if (!rule.fault.damage) {
+        damage->Refuse(fmt::format("one of {}", fmt::join(kPieceDamageNames, ", ")));
+    }
+    const Endpoint& provider = EndpointOf("ZamDataProvider");
+    const qx::OperationInfo* const getData = FindOperation(provider, "GetData");
+    if (rule.riid != provider.riid || rule.operation != getData->number) {
+        damage->Fail(fmt::format("only the answer of {} of {} can have this", getData->name,
+                                 provider.shortName));
+    }
+    if (!value.Find("when")) {
+        rule.fault.when = FaultTime::After;
     }
 }
 
@@ -154,14 +176,17 @@ void FaultRules::ReadFault(const JsonValue& value, Fault& fault) {
     if (const auto drop = value.Find("drop")) {
         fault.drop = drop->Boolean();
     }
-    if (fault.drop) {
-        CheckAlone(value, "drop", {"transport_status", "session_status", "result_code"});
+    if (fault.damage && fault.when == FaultTime::Before) {
+        value.At("when").Fail("there is no piece to damage before the work");
     }
-    CheckAlone(value, "transport_status", {"session_status", "result_code"});
+    if (fault.drop) {
+        CheckAlone(value, "drop", {"transport_status", "session_status", "result_code", "damage"});
+    }
+    CheckAlone(value, "transport_status", {"session_status", "result_code", "damage"});
     if (fault.IsDelayOnly() && !value.Find("delay_ms")) {
         value.Fail(
             "the rule changes nothing; give it one of transport_status, session_status, "
-            "result_code, delay_ms, drop");
+            "result_code, damage, delay_ms, drop");
     }
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "data/json_file.h"
+#include "faults/piece_damage.h"
 
 namespace zam_service {
 
@@ -29,12 +30,13 @@ struct Fault {
     std::optional<std::int32_t> transportStatus;  ///< other than 0; then there is no answer
     std::optional<std::int8_t> sessionStatus;
     std::optional<std::int32_t> resultCode;
+    std::optional<PieceDamage> damage;  ///< after the work
     std::chrono::milliseconds delay{0};
     bool drop = false;  ///< the connection is closed; then there is no answer
 
     /// True when all that happens is that the call takes longer: then the work is done.
     bool IsDelayOnly() const noexcept {
-        return !transportStatus && !sessionStatus && !resultCode && !drop;
+        return !transportStatus && !sessionStatus && !resultCode && !damage && !drop;
     }
 };
 
@@ -66,6 +68,7 @@ private:
     };
 
     static Rule ReadRule(const JsonValue& value);
+    static void ReadDamage(const JsonValue& value, Rule& rule);
     static void ReadCalls(const JsonValue& value, Rule& rule);
     static void ReadFault(const JsonValue& value, Fault& fault);
     double Draw();

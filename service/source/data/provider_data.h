@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "data/data_folder.h"
+#include "data/server_data_json.h"
+#include "data/subscriptions_json.h"
+#include "data/tree_file.h"
+#include "data/tree_snapshot.h"
+#include "data/updates_status_json.h"
+
+namespace zam_service {
+
+inline constexpr char kPolicyFile[] = "policy.json";
+inline constexpr char kProductSettingsFile[] = "product_settings.json";
+inline constexpr char kReserveCertFile[] = "reserve_cert.pem";
+
+/// Largest answer to a request for the reserve certificate, in bytes.
+inline constexpr std::size_t kReserveCertBytes = 16384;
+
+/// What the management server has delivered, in the version in force. On the loop thread only.
+struct ProviderData {
+    TreeSnapshotPtr policy = AbsentTree();
+    TreeSnapshotPtr settings = AbsentTree();
+    SubscriptionsSnapshot subscriptions;
+    ServerData server;
+    std::string reserveCert;
+    UpdatesSnapshotPtr updates = std::make_shared<const UpdatesSnapshot>();
+};
+
+/// Serves the files that `data`, which must outlive the folder, is made of.
+void ServeProviderFiles(DataFolder& folder, ProviderData& data);
+
+}  // namespace zam_service

@@ -1,0 +1,42 @@
+#include "data/tree_snapshot.h"
+
+#include <span>
+
+#include "common/arena.h"
+#include "common/raw_zam_param_casts.h"
+#include "zuv/path.h"
+
+namespace zam_service {
+
+using zam_connector::common::HeapArena;
+using zam_connector::common::RawZamParam;
+
+std::vector<std::vector<unsigned char>> CutIntoPieces(const std::vector<RawZamParam>& records) {
+    std::vector<std::vector<unsigned char>> pieces;
+    HeapArena arena(kPieceBytes);
+    const std::span<const RawZamParam> all(records);
+    for (std::size_t first = 0; first < all.size();) {
+        // On the wire a record of a flattened tree is shorter than its weight.
+        std::size_t weight = 0;
+        std::size_t next = first;
+        while (next < all.size() &&
+               (next == first || weight + WeightOf(all[next]) <= kMaxRecordBytes)) {
+            weight += WeightOf(all[next++]);
+        }
+        vd_arena* const bytes = arena.Get();
+        zam_connector::common::CastToVd(all.subspan(first, next - first), bytes);
+        pieces.emplace_back(bytes->base, bytes->base + bytes->used);
+        vd_arena_reset(bytes);
+        first = next;
+    }
+    return pieces;
+}
+
+TreeSnapshotPtr AbsentTree() {
+    std::vector<RawZamParam> records;
+    zam_connector::common::Serialize(zuv::Root, zuv::TValue(), records);
+    return std::make_shared<const TreeSnapshot>(
+        TreeSnapshot{.pieces = CutIntoPieces(records), .hash = kAbsentHash});
+}
+
+}  // namespace zam_service

@@ -1,0 +1,87 @@
+#include "data/upload_store.h"
+
+#include <fmt/format.h>
+
+#include <asio/post.hpp>
+#include <chrono>
+#include <utility>
+
+#include "common/log.h"
+#include "data/content_hash.h"
+#include "data/history_line.h"
+#include "lanes.h"
+#include "result_codes.h"
+
+namespace zam_service {
+namespace {
+
+constexpr char kSourceFile[] = "upload_store";
+
+std::string LineOf(UploadKind kind, const UploadOutcome& outcome) {
+    HistoryLine line("upload", std::chrono::system_clock::now());
+    line.Add("upload", NameOf(kind));
+    if (outcome.hash != kAbsentHash) {
+        line.Add("hash", fmt::format("{:#018x}", outcome.hash));
+    }
+    return line.Text();
+}
+
+}  // namespace
+
+UploadStore::UploadStore(asio::io_context& loop, zam_platform::WorkerPool& workers,
+                         const FolderFiles& files, History& history)
+    : loop_(loop), workers_(workers), files_(files), history_(history) {
+    RemoveUnfinished(files_);
+    settingsHash_ = StoredHash(files_, UploadKind::Settings);
+}
+
+void UploadStore::Store(TreeUpload upload, Done done) {
+    // Kept until the end has come back to the loop: the quota counts on that thread.
+    auto kept = std::make_shared<TreeUpload>(std::move(upload));
+    Post(
+        kept->kind,
+        [this, kept] { return StoreTree(files_, kept->kind, std::move(kept->records)); },
+        [kept, done = std::move(done)](int code, std::uint64_t hash) {
+            kept->share.Return();
+            done(code, hash);
+        });
+}
+
+void UploadStore::Store(UploadKind kind, std::string text, Done done) {
+    Post(
+        kind, [this, kind, text = std::move(text)] { return StoreText(files_, kind, text); },
+        std::move(done));
+}
+
+void UploadStore::Post(UploadKind kind, std::function<UploadOutcome()> store, Done done) {
+    // Shared, so that what runs on a worker destroys no state of the loop's.
+    auto end = std::make_shared<Done>([this, done = std::move(done)](int code, std::uint64_t hash) {
+        --unanswered_;
+        done(code, hash);
+    });
+    ++unanswered_;
+    const bool posted = workers_.Post(kUploadLane, [this, kind, store = std::move(store), end] {
+        asio::post(loop_, [this, kind, outcome = store(), end] { OnStored(kind, outcome, *end); });
+    });
+    if (!posted) {
+        (*end)(kInsufficientResources, kAbsentHash);
+    }
+}
+
+void UploadStore::OnStored(UploadKind kind, const UploadOutcome& outcome, const Done& done) {
+    if (outcome.code != kNoError) {
+        zam_connector::common::Log(
+            zor::logger::kLevelError, zam_connector::common::Here(kSourceFile, "OnStored"),
+            "{} upload refused: {}; the one before stays", NameOf(kind), outcome.error);
+        done(outcome.code, kAbsentHash);
+        return;
+    }
+    if (kind == UploadKind::Settings) {
+        settingsHash_ = outcome.hash;
+    }
+    history_.Append(LineOf(kind, outcome), [done, hash = outcome.hash](int code) {
+        done(code, code == kNoError ? hash : kAbsentHash);
+    });
+}
+
+}  // namespace zam_service

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <asio/io_context.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "channels/upload_quota.h"
+#include "common/raw_zam_param.h"
+#include "data/folder_files.h"
+#include "data/history.h"
+#include "data/upload_file.h"
+#include "zam_platform/server/worker_pool.h"
+
+namespace zam_service {
+
+/// A tree on its way to the disk.
+struct TreeUpload {
+    UploadKind kind = UploadKind::Settings;
+    std::vector<zam_connector::common::RawZamParam> records;
+    UploadShare share;  ///< what the records take of their user's quota
+};
+
+/// Keeps what clients send: on the disk, with a line in the history. Uploads are stored one after
+/// the other, in the order in which they come. On the loop thread only.
+class UploadStore {
+public:
+    /// Told on the loop thread how an upload went: 0 and the hash of the tree when it is on the
+    /// disk and in the history. "Invalid argument", "Media error" or "Insufficient resources"
+    /// otherwise; the upload before stands then, unless the history alone has failed.
+    using Done = std::function<void(int code, std::uint64_t hash)>;
+
+    /// None of them is owned; all must outlive this object. Removes what an earlier run left half
+    /// written and reads back what it stored. Blocks.
+    UploadStore(asio::io_context& loop, zam_platform::WorkerPool& workers, const FolderFiles& files,
+                History& history);
+
+    void Store(TreeUpload upload, Done done);
+    void Store(UploadKind kind, std::string text, Done done);
+
+    /// The hash of the settings that were uploaded last; `kAbsentHash` when none were.
+    std::uint64_t SettingsHash() const noexcept { return settingsHash_; }
+
+    /// Uploads whose `Done` was not called yet. The service ends when there are none.
+    std::size_t Unanswered() const noexcept { return unanswered_; }
+
+private:
+    void Post(UploadKind kind, std::function<UploadOutcome()> store, Done done);
+    void OnStored(UploadKind kind, const UploadOutcome& outcome, const Done& done);
+
+    asio::io_context& loop_;
+    zam_platform::WorkerPool& workers_;
+    const FolderFiles& files_;
+    History& history_;
+    std::uint64_t settingsHash_;
+    std::size_t unanswered_ = 0;
+};
+
+}  // namespace zam_service

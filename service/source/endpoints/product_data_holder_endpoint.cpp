@@ -1,0 +1,220 @@
+#include "endpoints/product_data_holder_endpoint.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "common/log.h"
+#include "common/product_data_casts.h"
+#include "common/raw_zam_param_casts.h"
+#include "data/app_info_json.h"
+#include "data/tree_snapshot.h"
+#include "endpoints/answer.h"
+#include "endpoints/session_statuses.h"
+#include "qx/product_data_holder.h"
+#include "result_codes.h"
+
+namespace zam_service {
+
+using zam_connector::common::RawZamParam;
+using zam_platform::Request;
+using zam_platform::Responder;
+
+namespace {
+
+using zam_connector::common::Here;
+using zam_connector::common::Log;
+
+enum Operation : std::uint16_t {
+    kSetAppInfo = 0,
+    kSetAppInfoDynamic = 1,
+    kOpenSetSettingsChannel = 2,
+    kOpenAppEulasChannel = 3,
+    kOpenAppUpdatesChannel = 4,
+    kSendData = 5,
+    kCloseChannel = 6,
+};
+
+constexpr char kSourceFile[] = "product_data_holder_endpoint";
+
+/// What a heap takes for a record's two stretches besides their bytes, about.
+constexpr std::size_t kHeapOverhead = 32;
+
+/// Memory of the records behind the first `before`, in bytes.
+std::size_t MemoryOf(const std::vector<RawZamParam>& records, std::size_t before) {
+    std::size_t bytes = 0;
+    for (std::size_t index = before; index < records.size(); ++index) {
+        bytes += sizeof(RawZamParam) + WeightOf(records[index]) + kHeapOverhead;
+    }
+    return bytes;
+}
+
+void AnswerClose(Responder responder, int code, std::uint64_t hash, std::int8_t status) {
+    qx_zam_connector_ProductDataHolder_CloseChannel_rsp response{};
+    response.hash = hash;
+    response.resultCode = code;
+    response.sessionStatus = status;
+    responder.Answer(response);
+}
+
+/// What `read` makes of a request; empty, with a log record, when nothing can be made of it.
+template <typename Read>
+auto ReadOrLog(const char* function, Read read) -> std::optional<decltype(read())> {
+    try {
+        return read();
+    } catch (const std::exception& error) {
+        Log(zor::logger::kLevelError, Here(kSourceFile, function), "{}", error.what());
+        return std::nullopt;
+    }
+}
+
+/// An upload's end as the answer to a call with a result code.
+UploadStore::Done ResultOf(Responder responder) {
+    return [answer = ResultAnswer(std::move(responder))](int code, std::uint64_t /*hash*/) {
+        answer(code);
+    };
+}
+
+}  // namespace
+
+ProductDataHolderEndpoint::ProductDataHolderEndpoint(asio::io_context& loop, ChannelIds& ids,
+                                                     UploadStore& uploads, ChannelLimits limits,
+                                                     UploadQuota quota)
+    : uploads_(uploads), quota_(std::move(quota)), channels_(loop, ids, "upload", limits) {}
+
+void ProductDataHolderEndpoint::OnCall(const Request& request, Responder responder) {
+    switch (request.operation) {
+        case kSetAppInfo:
+            SetAppInfo(request, std::move(responder));
+            break;
+        case kSetAppInfoDynamic:
+            SetAppInfoDynamic(request, std::move(responder));
+            break;
+        case kOpenSetSettingsChannel:
+            Open(request, std::move(responder), UploadKind::Settings);
+            break;
+        case kOpenAppEulasChannel:
+            Open(request, std::move(responder), UploadKind::Eulas);
+            break;
+        case kOpenAppUpdatesChannel:
+            Open(request, std::move(responder), UploadKind::Updates);
+            break;
+        case kSendData: {
+            qx::SessionResponse response{};
+            response.sessionStatus = SendData(request);
+            responder.Answer(response);
+            break;
+        }
+        case kCloseChannel:
+            CloseChannel(request, std::move(responder));
+            break;
+        default:
+            break;  // the server lets through no other
+    }
+}
+
+void ProductDataHolderEndpoint::OnFault(const Request& request) {
+    if (request.operation != kSendData) {
+        return;
+    }
+    const auto& message = request.As<qx_zam_connector_ProductDataHolder_SendData_req>();
+    if (Channel* const channel = channels_.Find(request.client.token, message.channel)) {
+        Fail(*channel, kSessionInvalid, "a piece met with a fault");
+    }
+}
+
+void ProductDataHolderEndpoint::SetAppInfo(const Request& request, Responder responder) {
+    const auto& message = request.As<qx_zam_connector_ProductDataHolder_SetAppInfo_req>();
+    const auto info = ReadOrLog("SetAppInfo", [&] {
+        return zam_connector::common::CastFromVd(message.info, &request.arena);
+    });
+    if (!info) {
+        AnswerResult(std::move(responder), kInvalidArgument);
+        return;
+    }
+    uploads_.Store(UploadKind::AppInfo, WriteAppInfo(*info), ResultOf(std::move(responder)));
+}
+
+void ProductDataHolderEndpoint::SetAppInfoDynamic(const Request& request, Responder responder) {
+    const auto& message = request.As<qx_zam_connector_ProductDataHolder_SetAppInfoDynamic_req>();
+    const auto info = ReadOrLog("SetAppInfoDynamic",
+                                [&] { return zam_connector::common::CastFromVd(message.info); });
+    if (!info) {
+        AnswerResult(std::move(responder), kInvalidArgument);
+        return;
+    }
+    uploads_.Store(UploadKind::AppInfoDynamic, WriteDynamicAppInfo(*info),
+                   ResultOf(std::move(responder)));
+}
+
+void ProductDataHolderEndpoint::Open(const Request& request, Responder responder, UploadKind kind) {
+    Channel channel;
+    channel.upload.kind = kind;
+    channel.upload.share = quota_.Begin(request.client.user);
+    qx::OpenChannelResponse response{};
+    response.channel = channels_.Open(request.client.token, std::move(channel));
+    responder.Answer(response);
+}
+
+std::int8_t ProductDataHolderEndpoint::SendData(const Request& request) {
+    const auto& message = request.As<qx_zam_connector_ProductDataHolder_SendData_req>();
+    Channel* const channel = channels_.Find(request.client.token, message.channel);
+    if (channel == nullptr || !channel->failure.empty()) {
+        return kSessionInvalid;
+    }
+    std::vector<RawZamParam>& records = channel->upload.records;
+    const std::size_t before = records.size();
+    try {
+        zam_connector::common::AppendFromVd(message.params, &request.arena, records);
+    } catch (const std::exception& error) {
+        return Fail(*channel, kSessionInvalid, error.what());
+    }
+    if (records.size() == before) {
+        return Fail(*channel, kSessionInvalid, "an empty piece");
+    }
+    if (!channel->upload.share.Grow(MemoryOf(records, before))) {
+        return Fail(*channel, kSessionFull,
+                    "more data than an upload, or a user's uploads, may have");
+    }
+    return kSessionMore;
+}
+
+void ProductDataHolderEndpoint::CloseChannel(const Request& request, Responder responder) {
+    std::optional<Channel> channel =
+        channels_.Take(request.client.token, request.As<qx::ChannelRequest>().channel);
+    if (!channel) {
+        AnswerClose(std::move(responder), kNoError, kAbsentHash, kSessionInvalid);
+        return;
+    }
+    if (!channel->failure.empty()) {
+        Log(zor::logger::kLevelError, Here(kSourceFile, "CloseChannel"),
+            "{} upload refused: {}; the one before stays", NameOf(channel->upload.kind),
+            channel->failure);
+        AnswerClose(std::move(responder), kInvalidArgument, kAbsentHash, kSessionMore);
+        return;
+    }
+    uploads_.Store(
+        std::move(channel->upload),
+        [kept = std::make_shared<Responder>(std::move(responder))](int code, std::uint64_t hash) {
+            AnswerClose(std::move(*kept), code, hash, kSessionMore);
+        });
+}
+
+/// The first failure is what the transfer fails of; its records are of no more use.
+std::int8_t ProductDataHolderEndpoint::Fail(Channel& channel, std::int8_t status,
+                                            std::string_view why) {
+    if (channel.failure.empty()) {
+        channel.failure = why;
+        Log(zor::logger::kLevelError, Here(kSourceFile, "SendData"), "{} upload: {}",
+            NameOf(channel.upload.kind), why);
+    }
+    channel.upload.records = std::vector<RawZamParam>();
+    channel.upload.share.Return();
+    return status;
+}
+
+}  // namespace zam_service
