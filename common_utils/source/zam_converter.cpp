@@ -32,7 +32,8 @@ bool IsBase(int base) noexcept {
 
 std::optional<unsigned long> ParseZamHash(const zuv::TValue& node, int base) noexcept {
     return Guarded(
-        common::Here(kSourceFile, "ParseZamHash"), [&]() -> std::optional<unsigned long> {
+        common::Here(kSourceFile, "ParseZamHash"), "ParseZamHash failed with exception [{} : {}]",
+        [&]() -> std::optional<unsigned long> {
             if (!IsBase(base)) {
                 throw std::invalid_argument(fmt::format("base {} is neither 0 nor 2 to 36", base));
             }
@@ -52,36 +53,40 @@ std::optional<unsigned long> ParseZamHashFromHex(const zuv::TValue& node) noexce
 
 std::optional<std::string> ConvertZamHashToBase64(unsigned long hash) noexcept {
     return Guarded(common::Here(kSourceFile, "ConvertZamHashToBase64"),
+                   "ConvertZamHashToBase64 failed with exception [{} : {}]",
                    [&]() -> std::optional<std::string> { return std::to_string(hash); });
 }
 
 std::optional<std::string> ConvertZamHashToHex(unsigned long hash) noexcept {
     return Guarded(common::Here(kSourceFile, "ConvertZamHashToHex"),
+                   "ConvertZamHashToHex failed with exception [{} : {}]",
                    [&]() -> std::optional<std::string> { return fmt::format("{0:x}", hash); });
 }
 
 std::optional<ZamId> ParseZamIdType(const zuv::TValue& node) noexcept {
     const common::LogSite site = common::Here(kSourceFile, "ParseZamIdType");
-    return Guarded(site, "ConvertBlobToZamIdType", [&]() -> std::optional<ZamId> {
-        const auto& blob = node.Get<zuv::Blob>();
-        if (blob.size() != kIdBlobBytes) {
-            common::Log(zor::logger::kLevelError, site,
-                        "ConvertBlobToZamIdType: Ivalid blob size [ {} != {} ]", blob.size(),
-                        kIdBlobBytes);
-            return std::nullopt;
-        }
-        if (blob.back() != 0) {
-            return LogFailed(site, "ConvertBlobToZamIdType: Invalid blob");
-        }
-        ZamId id;
-        std::transform(blob.begin(), blob.end() - 1, id.begin(),
-                       [](unsigned char byte) { return std::byte{byte}; });
-        return id;
-    });
+    return Guarded(site, "ConvertBlobToZamIdType failed with exception [{} : {}]",
+                   [&]() -> std::optional<ZamId> {
+                       const auto& blob = node.Get<zuv::Blob>();
+                       if (blob.size() != kIdBlobBytes) {
+                           common::Log(zor::logger::kLevelError, site,
+                                       "ConvertBlobToZamIdType: Ivalid blob size [ {} != {} ]",
+                                       blob.size(), kIdBlobBytes);
+                           return std::nullopt;
+                       }
+                       if (blob.back() != 0) {
+                           return LogFailed(site, "ConvertBlobToZamIdType: Invalid blob");
+                       }
+                       ZamId id;
+                       std::transform(blob.begin(), blob.end() - 1, id.begin(),
+                                      [](unsigned char byte) { return std::byte{byte}; });
+                       return id;
+                   });
 }
 
 std::optional<std::vector<unsigned char>> ConvertZamIdTypeToBlob(const ZamId& id) noexcept {
     return Guarded(common::Here(kSourceFile, "ConvertZamIdTypeToBlob"),
+                   "ConvertZamIdTypeToBlob failed with exception [{} : {}]",
                    [&]() -> std::optional<std::vector<unsigned char>> {
                        std::vector<unsigned char> blob(kIdBlobBytes);
                        std::transform(id.begin(), id.end(), blob.begin(),
@@ -101,6 +106,7 @@ std::optional<qor::types::Timestamp> ParseTimeStamp(long count) noexcept {
 std::optional<unsigned long> ZamParamsListSize(const zuv::TValue& node) noexcept {
     return Guarded(
         common::Here(kSourceFile, "ZamParamsListSize"),
+        "ZamParamsListSize failed with exception [{} : {}]",
         [&]() -> std::optional<unsigned long> { return node.Get<zuv::Vector>().size(); });
 }
 

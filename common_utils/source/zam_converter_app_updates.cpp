@@ -45,34 +45,38 @@ zuv::TValue MakeTree(zuv::TValue&& updates, zuv::TValue&& statuses) {
 
 std::optional<zuv::TValue> ConvertAppUpdates(const AppUpdates& updates) noexcept {
     const common::LogSite site = common::Here(kSourceFile, "ConvertAppUpdates");
-    return Guarded(site, [&]() -> std::optional<zuv::TValue> {
-        constexpr char kFailure[] = "ConvertAppUpdates: Convert updates failed";
-        std::optional<zuv::TValue> updateTrees = ConvertList(updates.updates, ConvertUpdateInfo);
-        if (!updateTrees) {
-            return LogFailed(site, kFailure);
-        }
-        std::optional<zuv::TValue> statusTrees =
-            ConvertList(updates.statuses, ConvertUpdateStatusInfo);
-        if (!statusTrees) {
-            return LogFailed(site, kFailure);
-        }
-        return MakeTree(*std::move(updateTrees), *std::move(statusTrees));
-    });
+    return Guarded(site, "ConvertAppUpdates failed with exception [{} : {}]",
+                   [&]() -> std::optional<zuv::TValue> {
+                       constexpr char kFailure[] = "ConvertAppUpdates: Convert updates failed";
+                       std::optional<zuv::TValue> updateTrees =
+                           ConvertList(updates.updates, ConvertUpdateInfo);
+                       if (!updateTrees) {
+                           return LogFailed(site, kFailure);
+                       }
+                       std::optional<zuv::TValue> statusTrees =
+                           ConvertList(updates.statuses, ConvertUpdateStatusInfo);
+                       if (!statusTrees) {
+                           return LogFailed(site, kFailure);
+                       }
+                       return MakeTree(*std::move(updateTrees), *std::move(statusTrees));
+                   });
 }
 
 std::optional<AppUpdates> ParseAppUpdates(const zuv::TValue& node) noexcept {
     const common::LogSite site = common::Here(kSourceFile, "ParseAppUpdates");
-    return Guarded(site, [&]() -> std::optional<AppUpdates> {
-        auto updates = ParseList(GetListNode(node, kUpdatesKey), ParseUpdateInfo);
-        if (!updates) {
-            return LogFailed(site, "ParseAppUpdates: Could not parse updateInfoContainer");
-        }
-        auto statuses = ParseList(GetListNode(node, kStatusesKey), ParseUpdateStatusInfo);
-        if (!statuses) {
-            return LogFailed(site, "ParseAppUpdates: Could not parse updateStatusContainer");
-        }
-        return AppUpdates{*std::move(updates), *std::move(statuses)};
-    });
+    return Guarded(
+        site, "ParseAppUpdates failed with exception [{} : {}]",
+        [&]() -> std::optional<AppUpdates> {
+            auto updates = ParseList(GetListNode(node, kUpdatesKey), ParseUpdateInfo);
+            if (!updates) {
+                return LogFailed(site, "ParseAppUpdates: Could not parse updateInfoContainer");
+            }
+            auto statuses = ParseList(GetListNode(node, kStatusesKey), ParseUpdateStatusInfo);
+            if (!statuses) {
+                return LogFailed(site, "ParseAppUpdates: Could not parse updateStatusContainer");
+            }
+            return AppUpdates{*std::move(updates), *std::move(statuses)};
+        });
 }
 
 std::optional<zuv::TValue> ConvertAppUpdatesIdentityInfo(
@@ -80,19 +84,20 @@ std::optional<zuv::TValue> ConvertAppUpdatesIdentityInfo(
     const std::unordered_map<unsigned long, const UpdateStatusInfo>& statuses) noexcept {
     const common::LogSite site = common::Here(kSourceFile, "ConvertAppUpdatesIdentityInfo");
     // The shorter name in the record of an exception is the contract's.
-    return Guarded(site, "ConvertUpdatesIdentityInfo", [&]() -> std::optional<zuv::TValue> {
-        std::optional<zuv::TValue> updateTrees =
-            ConvertIdentities(updates, ConvertUpdateIdentityInfo);
-        if (!updateTrees) {
-            return LogFailed(site, "Could not convert updateInfo to ZAMParam");
-        }
-        std::optional<zuv::TValue> statusTrees =
-            ConvertIdentities(statuses, ConvertUpdateStatusIdentityInfo);
-        if (!statusTrees) {
-            return LogFailed(site, "Could not convert updateStatusInfo to ZAMParam");
-        }
-        return MakeTree(*std::move(updateTrees), *std::move(statusTrees));
-    });
+    return Guarded(site, "ConvertUpdatesIdentityInfo failed with exception [{} : {}]",
+                   [&]() -> std::optional<zuv::TValue> {
+                       std::optional<zuv::TValue> updateTrees =
+                           ConvertIdentities(updates, ConvertUpdateIdentityInfo);
+                       if (!updateTrees) {
+                           return LogFailed(site, "Could not convert updateInfo to ZAMParam");
+                       }
+                       std::optional<zuv::TValue> statusTrees =
+                           ConvertIdentities(statuses, ConvertUpdateStatusIdentityInfo);
+                       if (!statusTrees) {
+                           return LogFailed(site, "Could not convert updateStatusInfo to ZAMParam");
+                       }
+                       return MakeTree(*std::move(updateTrees), *std::move(statusTrees));
+                   });
 }
 
 }  // namespace zam_connector::zam_converter

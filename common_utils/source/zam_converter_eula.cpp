@@ -36,81 +36,91 @@ std::string GetText(const zuv::TValue& tree, const char* key) {
 
 std::optional<zuv::TValue> ConvertEulaData(const AppEula& eula, int pieceSize) noexcept {
     const common::LogSite site = common::Here(kSourceFile, "ConvertEulaData");
-    return Guarded(site, [&]() -> std::optional<zuv::TValue> {
-        zuv::Map map;
-        std::optional<zuv::Blob> id = ConvertZamIdTypeToBlob(eula.id);
-        if (!id) {
-            return LogFailed(site, "ConvertEulaData: Could not convert eula id");
-        }
-        map.emplace(kIdKey, *std::move(id));
-        const std::optional<long> releaseTime = ConvertTimeStamp(eula.releaseTime);
-        if (!releaseTime) {
-            return LogFailed(site, "ConvertEulaData: Could not convert timestamp");
-        }
-        map.emplace(kReleaseTimeKey, *releaseTime);
-        std::optional<zuv::TValue> text = ConvertStringToZamParams(eula.text, pieceSize);
-        if (!text) {
-            return LogFailed(site, "ConvertEulaData: Could not convert eula text");
-        }
-        map.emplace(kTextKey, *std::move(text));
-        map.emplace(kLocaleInfoKey, eula.localeInfo);
-        return zuv::TValue(std::move(map));
-    });
+    return Guarded(site, "ConvertEulaData failed with exception [{} : {}]",
+                   [&]() -> std::optional<zuv::TValue> {
+                       zuv::Map map;
+                       std::optional<zuv::Blob> id = ConvertZamIdTypeToBlob(eula.id);
+                       if (!id) {
+                           return LogFailed(site, "ConvertEulaData: Could not convert eula id");
+                       }
+                       map.emplace(kIdKey, *std::move(id));
+                       const std::optional<long> releaseTime = ConvertTimeStamp(eula.releaseTime);
+                       if (!releaseTime) {
+                           return LogFailed(site, "ConvertEulaData: Could not convert timestamp");
+                       }
+                       map.emplace(kReleaseTimeKey, *releaseTime);
+                       std::optional<zuv::TValue> text =
+                           ConvertStringToZamParams(eula.text, pieceSize);
+                       if (!text) {
+                           return LogFailed(site, "ConvertEulaData: Could not convert eula text");
+                       }
+                       map.emplace(kTextKey, *std::move(text));
+                       map.emplace(kLocaleInfoKey, eula.localeInfo);
+                       return zuv::TValue(std::move(map));
+                   });
 }
 
 std::optional<zuv::TValue> ConvertEulaIdentityInfo(const AppEula& eula) noexcept {
     const common::LogSite site = common::Here(kSourceFile, "ConvertEulaIdentityInfo");
-    return Guarded(site, [&]() -> std::optional<zuv::TValue> {
-        zuv::Map map;
-        std::optional<zuv::Blob> id = ConvertZamIdTypeToBlob(eula.id);
-        if (!id) {
-            return LogFailed(site, "ConvertEulaIdentityInfo: Could not convert eula Id to BLOB");
-        }
-        map.emplace(kIdKey, *std::move(id));
-        map.emplace(kReleaseTimeKey, ConvertTimeStamp(eula.releaseTime).value());
-        return zuv::TValue(std::move(map));
-    });
+    return Guarded(site, "ConvertEulaIdentityInfo failed with exception [{} : {}]",
+                   [&]() -> std::optional<zuv::TValue> {
+                       zuv::Map map;
+                       std::optional<zuv::Blob> id = ConvertZamIdTypeToBlob(eula.id);
+                       if (!id) {
+                           return LogFailed(
+                               site, "ConvertEulaIdentityInfo: Could not convert eula Id to BLOB");
+                       }
+                       map.emplace(kIdKey, *std::move(id));
+                       map.emplace(kReleaseTimeKey, ConvertTimeStamp(eula.releaseTime).value());
+                       return zuv::TValue(std::move(map));
+                   });
 }
 
 std::optional<zuv::TValue> ConvertEulas(const std::vector<AppEula>& eulas, int pieceSize) noexcept {
     const common::LogSite site = common::Here(kSourceFile, "ConvertEulas");
-    return Guarded(site, [&]() -> std::optional<zuv::TValue> {
-        std::optional<zuv::TValue> trees = ConvertList(
-            eulas, [&](const AppEula& eula) { return ConvertEulaData(eula, pieceSize); });
-        if (!trees) {
-            return LogFailed(site, "ConvertEulas: Convert eulas failed");
-        }
-        return trees;
-    });
+    return Guarded(
+        site, "ConvertEulas failed with exception [{} : {}]", [&]() -> std::optional<zuv::TValue> {
+            std::optional<zuv::TValue> trees = ConvertList(
+                eulas, [&](const AppEula& eula) { return ConvertEulaData(eula, pieceSize); });
+            if (!trees) {
+                return LogFailed(site, "ConvertEulas: Convert eulas failed");
+            }
+            return trees;
+        });
 }
 
 std::optional<AppEula> ParseEula(const zuv::TValue& node) noexcept {
-    return Guarded(common::Here(kSourceFile, "ParseEula"), [&]() -> std::optional<AppEula> {
-        AppEula eula;
-        eula.id = GetTreeNodeValue<ZamId>(node, kIdKey);
-        eula.releaseTime = ParseTimeStamp(GetTreeNodeValue<long>(node, kReleaseTimeKey)).value();
-        eula.text = GetText(node, kTextKey);
-        eula.localeInfo = GetTreeNodeValue<std::int32_t>(node, kLocaleInfoKey);
-        return eula;
-    });
+    return Guarded(common::Here(kSourceFile, "ParseEula"),
+                   "ParseEula failed with exception [{} : {}]", [&]() -> std::optional<AppEula> {
+                       AppEula eula;
+                       eula.id = GetTreeNodeValue<ZamId>(node, kIdKey);
+                       eula.releaseTime =
+                           ParseTimeStamp(GetTreeNodeValue<long>(node, kReleaseTimeKey)).value();
+                       eula.text = GetText(node, kTextKey);
+                       eula.localeInfo = GetTreeNodeValue<std::int32_t>(node, kLocaleInfoKey);
+                       return eula;
+                   });
 }
 
 std::optional<std::vector<AppEula>> ParseEulas(const zuv::TValue& node) noexcept {
     const common::LogSite site = common::Here(kSourceFile, "ParseEulas");
-    return Guarded(site, [&]() -> std::optional<std::vector<AppEula>> {
-        std::optional<std::vector<AppEula>> eulas = ParseList(node, ParseEula);
-        if (!eulas) {
-            // The prefix is the writer's: the text is the contract's.
-            return LogFailed(site, "ConvertEulaData: Could not parse eulas");
-        }
-        return eulas;
-    });
+    return Guarded(site, "ParseEulas failed with exception [{} : {}]",
+                   [&]() -> std::optional<std::vector<AppEula>> {
+                       std::optional<std::vector<AppEula>> eulas = ParseList(node, ParseEula);
+                       if (!eulas) {
+                           // The prefix is the writer's: the text is the contract's.
+                           return LogFailed(site, "ConvertEulaData: Could not parse eulas");
+                       }
+                       return eulas;
+                   });
 }
 
 std::optional<zuv::TValue> ConvertStringToZamParams(std::string_view text,
                                                     long pieceSize) noexcept {
     return Guarded(
-        common::Here(kSourceFile, "ConvertStringToZamParams"), [&]() -> std::optional<zuv::TValue> {
+        common::Here(kSourceFile, "ConvertStringToZamParams"),
+        "ConvertStringToZamParams failed with exception [{} : {}]",
+        [&]() -> std::optional<zuv::TValue> {
             if (pieceSize <= 0) {
                 throw std::invalid_argument(fmt::format("piece size {} is not above 0", pieceSize));
             }
@@ -127,6 +137,7 @@ std::optional<zuv::TValue> ConvertStringToZamParams(std::string_view text,
 
 std::optional<std::string> ParseStringFromZamParams(const zuv::TValue& node) noexcept {
     return Guarded(common::Here(kSourceFile, "ParseStringFromZamParams"),
+                   "ParseStringFromZamParams failed with exception [{} : {}]",
                    [&]() -> std::optional<std::string> {
                        if (const auto* const whole = node.GetIf<std::string>()) {
                            return *whole;

@@ -17,7 +17,7 @@ constexpr std::string_view kNoMemory = "std::exception: std::bad_alloc";
 
 }  // namespace
 
-void LogCaught(const common::LogSite& site, const char* operation) noexcept {
+void LogCaught(const common::LogSite& site, FailureFormat format) noexcept {
     common::detail::LogWith(zor::logger::kLevelError, site, [&](fmt::memory_buffer& text) {
         std::pair<int, std::string> caught(qel::kUnspecifiedError, {});
         std::string_view message = kNoMemory;
@@ -27,8 +27,8 @@ void LogCaught(const common::LogSite& site, const char* operation) noexcept {
         } catch (const std::bad_alloc&) {
             // The message then tells of this failure, the one before it being lost.
         }
-        fmt::format_to(std::back_inserter(text), "{} failed with exception [{} : {}]", operation,
-                       qel::ResultCodeMessage(caught.first), message);
+        const std::string_view code = qel::ResultCodeMessage(caught.first);
+        fmt::format_to(std::back_inserter(text), format, code, std::as_const(message));
     });
 }
 

@@ -1,33 +1,34 @@
 #pragma once
 
+#include <fmt/format.h>
+
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "common/log.h"
 
 namespace zam_connector::zam_converter {
 
-/// Logs the exception in flight as "OPERATION failed with exception [CODE TEXT : MESSAGE]". To be
-/// called inside a catch block. Gets along without memory. Thread-safe.
-void LogCaught(const common::LogSite& site, const char* operation) noexcept;
+/// The record of an exception: "OPERATION failed with exception [{} : {}]", for the text of the
+/// result code and the message.
+using FailureFormat = fmt::format_string<const std::string_view&, const std::string_view&>;
+
+/// Logs the exception in flight. To be called inside a catch block. Gets along without memory.
+/// Thread-safe.
+void LogCaught(const common::LogSite& site, FailureFormat format) noexcept;
 
 /// What `body`, the whole body of a converter, returns; an empty optional, and a record, when it
-/// throws. `operation` is the converter's name in the record.
+/// throws.
 template <typename Body>
-auto Guarded(const common::LogSite& site, const char* operation, Body&& body) noexcept
+auto Guarded(const common::LogSite& site, FailureFormat format, Body&& body) noexcept
     -> decltype(body()) {
     try {
         return std::forward<Body>(body)();
     } catch (...) {
-        LogCaught(site, operation);
+        LogCaught(site, format);
         return std::nullopt;
     }
-}
-
-/// For the converters whose name in the record is the name of the function.
-template <typename Body>
-auto Guarded(const common::LogSite& site, Body&& body) noexcept -> decltype(body()) {
-    return Guarded(site, site.function, std::forward<Body>(body));
 }
 
 /// Logs `text` and gives the empty optional that the converter returns: for failures that have a

@@ -41,17 +41,20 @@ constexpr std::tuple kIdentityFields{
 
 std::optional<zuv::TValue> ConvertUpdateInfo(const UpdateInfo& info) noexcept {
     const common::LogSite site = common::Here(kSourceFile, "ConvertUpdateInfo");
-    return Guarded(site, [&] { return WriteFields(site, info, kFields); });
+    return Guarded(site, "ConvertUpdateInfo failed with exception [{} : {}]",
+                   [&] { return WriteFields(site, info, kFields); });
 }
 
 std::optional<UpdateInfo> ParseUpdateInfo(const zuv::TValue& node) noexcept {
     return Guarded(common::Here(kSourceFile, "ParseUpdateInfo"),
+                   "ParseUpdateInfo failed with exception [{} : {}]",
                    [&] { return std::optional<UpdateInfo>(ReadFields(node, kFields)); });
 }
 
 std::optional<zuv::TValue> ConvertUpdateIdentityInfo(const UpdateInfo& info) noexcept {
     const common::LogSite site = common::Here(kSourceFile, "ConvertUpdateIdentityInfo");
-    return Guarded(site, [&] { return WriteFields(site, info, kIdentityFields); });
+    return Guarded(site, "ConvertUpdateIdentityInfo failed with exception [{} : {}]",
+                   [&] { return WriteFields(site, info, kIdentityFields); });
 }
 
 }  // namespace zam_connector::zam_converter

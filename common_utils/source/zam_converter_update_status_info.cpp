@@ -27,17 +27,20 @@ constexpr std::tuple kIdentityFields{
 
 std::optional<zuv::TValue> ConvertUpdateStatusInfo(const UpdateStatusInfo& info) noexcept {
     const common::LogSite site = common::Here(kSourceFile, "ConvertUpdateStatusInfo");
-    return Guarded(site, [&] { return WriteFields(site, info, kFields); });
+    return Guarded(site, "ConvertUpdateStatusInfo failed with exception [{} : {}]",
+                   [&] { return WriteFields(site, info, kFields); });
 }
 
 std::optional<UpdateStatusInfo> ParseUpdateStatusInfo(const zuv::TValue& node) noexcept {
     return Guarded(common::Here(kSourceFile, "ParseUpdateStatusInfo"),
+                   "ParseUpdateStatusInfo failed with exception [{} : {}]",
                    [&] { return std::optional<UpdateStatusInfo>(ReadFields(node, kFields)); });
 }
 
 std::optional<zuv::TValue> ConvertUpdateStatusIdentityInfo(const UpdateStatusInfo& info) noexcept {
     const common::LogSite site = common::Here(kSourceFile, "ConvertUpdateStatusIdentityInfo");
-    return Guarded(site, [&] { return WriteFields(site, info, kIdentityFields); });
+    return Guarded(site, "ConvertUpdateStatusIdentityInfo failed with exception [{} : {}]",
+                   [&] { return WriteFields(site, info, kIdentityFields); });
 }
 
 }  // namespace zam_connector::zam_converter
