@@ -69,7 +69,7 @@ BadKind::~BadKind() = default;
 namespace aux::impl {
 
 template <typename Tag>
-auto TValue<Tag>::CopyChildren(const TValue& from) -> Storage {
+auto TValue<Tag>::CopyContainer(const TValue& from) -> Storage {
     if (copyLevels == kRecursionLevels) {
         return CopyWithoutRecursion(from);
     }
@@ -113,7 +113,9 @@ auto TValue<Tag>::CopyWithoutRecursion(const TValue& from) -> Storage {
 
 template <typename Tag>
 void TValue<Tag>::DestroyChildren() noexcept {
-    DestroyChildren(*this, kRecursionLevels);
+    if (HasChildren()) {
+        DestroyChildren(*this, kRecursionLevels);
+    }
 }
 
 template <typename Tag>

@@ -163,7 +163,7 @@ public:
         : storage_(std::in_place_type<Alternative>, std::forward<T>(value)) {}
 
     TValue(const TValue& other)
-        : storage_(other.HasChildren() ? CopyChildren(other) : other.storage_) {}
+        : storage_(other.IsContainer() ? CopyContainer(other) : other.storage_) {}
     TValue(TValue&& other) noexcept : storage_(std::move(other.storage_)) {}
 
     /// On failure this value is as before.
@@ -181,7 +181,7 @@ public:
     }
 
     ~TValue() {
-        if (HasChildren()) {
+        if (IsContainer()) {
             DestroyChildren();
         }
     }
@@ -287,7 +287,12 @@ private:
         }
     }
 
-    static Storage CopyChildren(const TValue& from);
+    bool IsContainer() const noexcept {
+        return storage_.index() == static_cast<std::size_t>(zuv::Kind::Vector) ||
+               storage_.index() == static_cast<std::size_t>(zuv::Kind::Map);
+    }
+
+    static Storage CopyContainer(const TValue& from);
     static Storage CopyWithoutRecursion(const TValue& from);
     void DestroyChildren() noexcept;
     static void DestroyChildren(TValue& node, unsigned depth) noexcept;
