@@ -9,7 +9,7 @@
 #include "zuv/path.h"
 
 /// An input without line ends is a path in the system's own form. One with two lines in front holds
-/// a specification there, its characters and its largest position in decimal, and the path behind.
+/// an `IdSpec` there, its characters and its largest position in decimal, and the path behind.
 
 namespace {
 
@@ -74,7 +74,7 @@ void CheckWritten(const zuv::Path& path, const zuv::IdSpec& spec) {
     Check(again == path, "a path that was written is read back");
 }
 
-/// Keys of another specification may hold what the system reserves, and nothing else is wrong.
+/// Keys under another `IdSpec` may hold what the system reserves, and nothing else is wrong.
 void CheckWrittenForTheSystem(const zuv::Path& path) {
     const auto [text, state] = zuv::ToString<zuv::Path>(path, IdSpecification());
     if (state == IdState::Ok) {

@@ -42,7 +42,7 @@ class ZAM_API PathCodec {
 public:
     explicit PathCodec(const IdSpec& spec) noexcept;
 
-    /// `NoCharacters` when the specification has none; nothing else may be called then.
+    /// `NoCharacters` when the `IdSpec` has none; nothing else may be called then.
     IdState State() const noexcept { return hasCharacters_ ? IdState::Ok : IdState::NoCharacters; }
 
     /// Appends a level and the separator. On failure `text` is as before.

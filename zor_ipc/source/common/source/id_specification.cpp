@@ -3,8 +3,8 @@
 namespace zam_connector::common::meta {
 
 const zuv::IdSpec& IdSpecification() {
-    static const zuv::IdSpec specification{.chars = "/\\\"'`%", .maxIndex = 0};
-    return specification;
+    static const zuv::IdSpec spec{.chars = "/\\\"'`%", .maxIndex = 0};
+    return spec;
 }
 
 }  // namespace zam_connector::common::meta
