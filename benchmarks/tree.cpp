@@ -16,6 +16,7 @@
 #include "ping_pong.h"
 #include "policy_tree.h"
 #include "process.h"
+#include "qx/zam_data_provider.h"
 #include "suites.h"
 #include "tree_peers.h"
 
@@ -38,7 +39,7 @@ constexpr std::array<Size, 4> kSizes{
 /// Limits of a piece on its way over a channel.
 constexpr std::size_t kPieceRecords = 10;
 constexpr std::size_t kPieceWeight = 675'999;
-constexpr std::uint32_t kPieceArenaBytes = 676'000;
+constexpr std::uint32_t kPieceArenaBytes = qx_zam_connector_ZamDataProvider_GetData_response_arena;
 
 void Require(const std::pair<int, std::string>& result) {
     if (result.first != 0) {
@@ -65,7 +66,7 @@ std::vector<std::span<const RawZamParam>> Cut(const std::vector<RawZamParam>& li
     for (std::size_t begin = 0; begin < list.size();) {
         std::size_t end = begin;
         for (std::size_t weight = 0; end < list.size() && end - begin < kPieceRecords; ++end) {
-            weight += list[end].value.size() + list[end].path.size();
+            weight += zam_connector::common::WeightOf(list[end]);
             if (weight > kPieceWeight) {
                 break;
             }

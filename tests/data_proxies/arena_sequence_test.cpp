@@ -6,28 +6,16 @@
 #include <stdexcept>
 
 #include "common/arena.h"
+#include "support/conversions.h"
 
 namespace zam_connector::common {
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using Bytes = std::vector<unsigned char>;
-
-template <typename Exception>
-std::string TextOf(const std::function<void()>& act) {
-    try {
-        act();
-    } catch (const Exception& exception) {
-        EXPECT_EQ(typeid(exception), typeid(Exception));
-        return exception.what();
-    }
-    return "nothing was thrown";
-}
-
-Bytes UsedOf(vd_arena* arena) {
-    return {arena->base, arena->base + arena->used};
-}
+using zam_test::Bytes;
+using zam_test::TextOf;
+using zam_test::UsedOf;
 
 void ExpectStretch(vd_bytes stretch, std::uint32_t offset, std::uint32_t length) {
     EXPECT_EQ(stretch.offset, offset);

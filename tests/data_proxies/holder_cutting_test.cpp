@@ -19,7 +19,7 @@ constexpr std::size_t kMaxWeight = 675'999;
 constexpr std::size_t kHeader = 16;  ///< bytes of a value block before its data
 constexpr std::size_t kRootWeight = kHeader;
 
-std::size_t WeightOf(const common::RawZamParam& record) {
+std::size_t Weight(const common::RawZamParam& record) {
     return record.value.size() + record.path.size();
 }
 
@@ -38,7 +38,7 @@ Sizes Cut(const List& list) {
     Sizes sizes;
     std::size_t sum = 0;
     for (const auto& record : list) {
-        const std::size_t weight = WeightOf(record);
+        const std::size_t weight = Weight(record);
         if (sizes.empty() || sizes.back() == 10 || sum + weight > kMaxWeight) {
             sizes.push_back(0);
             sum = 0;
@@ -62,7 +62,7 @@ Sizes Send(const zuv::TValue& tree) {
     for (std::size_t index = 0; index < pieces.size(); ++index) {
         std::size_t weight = 0;
         for (const auto& record : pieces[index]) {
-            weight += WeightOf(record);
+            weight += Weight(record);
         }
         EXPECT_LE(weight, kMaxWeight);
         EXPECT_LE(pieces[index].size(), 10U);

@@ -11,35 +11,17 @@
 #include <vector>
 
 #include "common/arena.h"
+#include "support/conversions.h"
 
 namespace zam_connector::common {
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using zam_test::Bytes;
+using zam_test::BytesOf;
+using zam_test::TextOf;
+using zam_test::UsedOf;
 using IdlAppInfo = qx_zam_connector_ZamTypes_AppInfo;
 using IdlDynamic = qx_zam_connector_ZamTypes_DynamicAppInfo;
-
-template <typename Exception>
-std::string TextOf(const std::function<void()>& act) {
-    try {
-        act();
-    } catch (const Exception& exception) {
-        EXPECT_EQ(typeid(exception), typeid(Exception));
-        return exception.what();
-    }
-    return "nothing was thrown";
-}
-
-template <typename Record>
-Bytes BytesOf(const Record& record) {
-    Bytes bytes(sizeof record);
-    std::memcpy(bytes.data(), &record, sizeof record);
-    return bytes;
-}
-
-Bytes UsedOf(vd_arena* arena) {
-    return {arena->base, arena->base + arena->used};
-}
 
 /// The texts in the order of the wire: each stands 8 bytes behind the one before.
 struct TextField {

@@ -10,41 +10,19 @@
 #include <string>
 
 #include "common/arena.h"
+#include "support/conversions.h"
 
 namespace zam_connector::common {
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using zam_test::Bytes;
+using zam_test::BytesOf;
+using zam_test::RecordOf;
+using zam_test::TextOf;
 using Subscriptions = std::pair<unsigned long, ZamSubscriptions>;
 using IdlSubscriptions = qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash;
 using IdlServerData = qx_zam_connector_ZamTypes_ZamServerData;
 using Seconds = std::chrono::duration<std::uint32_t>;
-
-template <typename Exception>
-std::string TextOf(const std::function<void()>& act) {
-    try {
-        act();
-    } catch (const Exception& exception) {
-        EXPECT_EQ(typeid(exception), typeid(Exception));
-        return exception.what();
-    }
-    return "nothing was thrown";
-}
-
-template <typename Record>
-Bytes BytesOf(const Record& record) {
-    Bytes bytes(sizeof record);
-    std::memcpy(bytes.data(), &record, sizeof record);
-    return bytes;
-}
-
-template <typename Record>
-Record RecordOf(const Bytes& bytes) {
-    Record record{};
-    EXPECT_EQ(bytes.size(), sizeof record);
-    std::memcpy(&record, bytes.data(), sizeof record);
-    return record;
-}
 
 Subscriptions OneSubscription() {
     Subscriptions subscriptions;

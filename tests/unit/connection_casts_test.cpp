@@ -11,6 +11,7 @@
 #include <string>
 
 #include "common/arena.h"
+#include "support/conversions.h"
 
 namespace zam_connector::common {
 namespace {
@@ -18,21 +19,10 @@ namespace {
 using std::chrono::milliseconds;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
+using zam_test::TextOf;
 
 using IdlParameters = qx_zam_connector_ZamTypes_ZamConnectionParameters;
 using IdlSettings = qx_zam_connector_ZamTypes_ZamConnectorSettings;
-
-/// The text of the exception of type `Exception` that `act` throws.
-template <typename Exception>
-std::string TextOf(const std::function<void()>& act) {
-    try {
-        act();
-    } catch (const Exception& exception) {
-        EXPECT_EQ(typeid(exception), typeid(Exception));
-        return exception.what();
-    }
-    return "nothing was thrown";
-}
 
 ZamConnectionParameters FullParameters() {
     ZamConnectionParameters parameters;

@@ -52,11 +52,27 @@ int Exchange(const Proxy* proxy, Request* request, vd_arena* requestArena, Respo
     static_assert(offsetof(qx_zam_connector_##INTERFACE##_##NAME##_rsp, header) == 0); \
     static_assert(offsetof(qx_zam_connector_##INTERFACE##_ops, NAME) == (NUMBER) * sizeof(void*));
 
-/// Declares an interface whose messages are already declared: its operation table type
-/// `qx_zam_connector_NAME_ops`, its proxy record `qx_zam_connector_NAME_proxy` of three words, the
-/// table itself, and `qx_zam_connector_NAME_proxy_init(record, transport, riid)`, which fills the
-/// record and checks nothing. Neither the table nor the transport is owned by the record.
+#define QX_OPERATION_NUMBER(INTERFACE, NUMBER, NAME, REQUEST, RESPONSE, REQUEST_ARENA, \
+                            RESPONSE_ARENA)                                            \
+    NAME = (NUMBER),
+
+#define QX_OPERATION_ARENAS(INTERFACE, NUMBER, NAME, REQUEST, RESPONSE, REQUEST_ARENA,      \
+                            RESPONSE_ARENA)                                                 \
+    inline constexpr std::uint32_t qx_zam_connector_##INTERFACE##_##NAME##_request_arena =  \
+        REQUEST_ARENA;                                                                      \
+    inline constexpr std::uint32_t qx_zam_connector_##INTERFACE##_##NAME##_response_arena = \
+        RESPONSE_ARENA;
+
+/// Declares an interface whose messages are already declared: the numbers of its operations
+/// `qx_zam_connector_NAME_operation`, the arena bytes of each
+/// (`qx_zam_connector_NAME_OPERATION_request_arena`, `..._response_arena`), its operation table
+/// type `qx_zam_connector_NAME_ops`, its proxy record `qx_zam_connector_NAME_proxy` of three words,
+/// the table itself, and `qx_zam_connector_NAME_proxy_init(record, transport, riid)`, which fills
+/// the record and checks nothing. Neither the table nor the transport is owned by the record.
 #define QX_DECLARE_INTERFACE(INTERFACE, OPERATIONS)                                   \
+    enum class qx_zam_connector_##INTERFACE##_operation : std::uint16_t{              \
+        OPERATIONS(QX_OPERATION_NUMBER)};                                             \
+    OPERATIONS(QX_OPERATION_ARENAS)                                                   \
     struct qx_zam_connector_##INTERFACE##_proxy;                                      \
     struct qx_zam_connector_##INTERFACE##_ops {                                       \
         OPERATIONS(QX_OPERATION_SLOT)                                                 \

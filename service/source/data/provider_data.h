@@ -9,6 +9,7 @@
 #include "data/tree_file.h"
 #include "data/tree_snapshot.h"
 #include "data/updates_status_json.h"
+#include "qx/zam_data_provider.h"
 
 namespace zam_service {
 
@@ -17,7 +18,8 @@ inline constexpr char kProductSettingsFile[] = "product_settings.json";
 inline constexpr char kReserveCertFile[] = "reserve_cert.pem";
 
 /// Largest answer to a request for the reserve certificate, in bytes.
-inline constexpr std::size_t kReserveCertBytes = 16384;
+inline constexpr std::size_t kReserveCertBytes =
+    qx_zam_connector_ZamDataProvider_GetZamReserveCert_response_arena;
 
 /// What the management server has delivered, in the version in force. On the loop thread only.
 struct ProviderData {

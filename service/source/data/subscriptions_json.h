@@ -6,6 +6,7 @@
 
 #include "data/content_hash.h"
 #include "data/json_file.h"
+#include "qx/zam_data_provider.h"
 #include "qx/zam_types.h"
 #include "zam_connector/zam_subscriptions.h"
 
@@ -14,7 +15,8 @@ namespace zam_service {
 inline constexpr char kSubscriptionsFile[] = "subscriptions.json";
 
 /// Largest answer to a request for the subscriptions, in bytes of its arena.
-inline constexpr std::size_t kSubscriptionsBytes = 0x11000;
+inline constexpr std::uint32_t kSubscriptionsBytes =
+    qx_zam_connector_ZamDataProvider_GetSubscriptions_response_arena;
 
 /// Subscriptions as they go into an answer; without a file, none.
 struct SubscriptionsSnapshot {

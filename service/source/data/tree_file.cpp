@@ -67,7 +67,7 @@ std::vector<RawZamParam> Flatten(const std::string& name, std::string_view text,
 void CheckWeights(const std::string& name, std::string_view text,
                   const std::vector<RawZamParam>& records) {
     for (const RawZamParam& record : records) {
-        if (WeightOf(record) > kMaxRecordBytes) {
+        if (zam_connector::common::WeightOf(record) > kMaxRecordBytes) {
             FailAt(name, text, zuv::FromString(record.path, IdSpecification()).first,
                    zam_json::JsonPart::Value,
                    fmt::format("has {} bytes of value and {} of path, {}; at most {} can be sent "

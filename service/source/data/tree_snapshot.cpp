@@ -20,8 +20,9 @@ std::vector<std::vector<unsigned char>> CutIntoPieces(const std::vector<RawZamPa
         std::size_t weight = 0;
         std::size_t next = first;
         while (next < all.size() &&
-               (next == first || weight + WeightOf(all[next]) <= kMaxRecordBytes)) {
-            weight += WeightOf(all[next++]);
+               (next == first ||
+                weight + zam_connector::common::WeightOf(all[next]) <= kMaxRecordBytes)) {
+            weight += zam_connector::common::WeightOf(all[next++]);
         }
         vd_arena* const bytes = arena.Get();
         zam_connector::common::CastToVd(all.subspan(first, next - first), bytes);

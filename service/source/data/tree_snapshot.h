@@ -7,21 +7,18 @@
 
 #include "common/raw_zam_param.h"
 #include "data/content_hash.h"
+#include "qx/zam_data_provider.h"
 #include "zuv/value.h"
 
 namespace zam_service {
 
 /// Largest answer to a request for a piece, in bytes.
-inline constexpr std::size_t kPieceBytes = 676000;
+inline constexpr std::uint32_t kPieceBytes =
+    qx_zam_connector_ZamDataProvider_GetData_response_arena;
 
 /// Largest value and path text of one record, together: such a record still goes through an arena
 /// of `kPieceBytes` in either direction.
 inline constexpr std::size_t kMaxRecordBytes = kPieceBytes - 1;
-
-/// Bytes of value and path text of a record.
-inline std::size_t WeightOf(const zam_connector::common::RawZamParam& record) noexcept {
-    return record.value.size() + record.path.size();
-}
 
 /// A tree as clients fetch it. Immutable: a transfer holds on to the one that it began with.
 struct TreeSnapshot {

@@ -15,7 +15,7 @@
 namespace zam_service {
 namespace {
 
-enum Operation : std::uint16_t { kPostZamEvent = 0, kScheduleSync = 1 };
+using Operation = qx_zam_connector_ConnCommandSender_operation;
 
 constexpr char kSourceFile[] = "conn_command_sender_endpoint";
 
@@ -36,11 +36,11 @@ std::string EventText(const zam_platform::Request& request) {
 
 void ConnCommandSenderEndpoint::OnCall(const zam_platform::Request& request,
                                        zam_platform::Responder responder) {
-    switch (request.operation) {
-        case kPostZamEvent:
+    switch (static_cast<Operation>(request.operation)) {
+        case Operation::PostZamEvent:
             PostZamEvent(request, std::move(responder));
             break;
-        case kScheduleSync:
+        case Operation::ScheduleSync:
             link_.ScheduleSync(ResultAnswer(std::move(responder)));
             break;
         default:

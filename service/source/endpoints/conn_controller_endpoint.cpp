@@ -12,7 +12,7 @@
 namespace zam_service {
 namespace {
 
-enum Operation : std::uint16_t { kStart = 0, kStop = 1, kGetState = 2 };
+using Operation = qx_zam_connector_ConnController_operation;
 
 constexpr char kSourceFile[] = "conn_controller_endpoint";
 
@@ -20,14 +20,14 @@ constexpr char kSourceFile[] = "conn_controller_endpoint";
 
 void ConnControllerEndpoint::OnCall(const zam_platform::Request& request,
                                     zam_platform::Responder responder) {
-    switch (request.operation) {
-        case kStart:
+    switch (static_cast<Operation>(request.operation)) {
+        case Operation::Start:
             AnswerResult(std::move(responder), Start(request));
             break;
-        case kStop:
+        case Operation::Stop:
             AnswerResult(std::move(responder), link_.Stop());
             break;
-        case kGetState: {
+        case Operation::GetState: {
             qx_zam_connector_ConnController_GetState_rsp response{};
             response.state = zam_connector::common::CastToVd(link_.State());
             responder.Answer(response);

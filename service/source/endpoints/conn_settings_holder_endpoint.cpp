@@ -11,14 +11,14 @@
 namespace zam_service {
 namespace {
 
-enum Operation : std::uint16_t { kSet = 0, kGet = 1 };
+using Operation = qx_zam_connector_ConnSettingsHolder_operation;
 
 }  // namespace
 
 void ConnSettingsHolderEndpoint::OnCall(const zam_platform::Request& request,
                                         zam_platform::Responder responder) {
-    switch (request.operation) {
-        case kSet: {
+    switch (static_cast<Operation>(request.operation)) {
+        case Operation::Set: {
             const auto& message = request.As<qx_zam_connector_ConnSettingsHolder_Set_req>();
             const auto settings = zam_connector::common::CastFromVd(message.settings);
             if (AreConsistent(settings)) {
@@ -28,7 +28,7 @@ void ConnSettingsHolderEndpoint::OnCall(const zam_platform::Request& request,
             }
             break;
         }
-        case kGet: {
+        case Operation::Get: {
             qx_zam_connector_ConnSettingsHolder_Get_rsp response{};
             response.settings = zam_connector::common::CastToVd(settings_.Current());
             responder.Answer(response);

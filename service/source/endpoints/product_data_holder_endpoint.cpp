@@ -29,15 +29,7 @@ namespace {
 using zam_connector::common::Here;
 using zam_connector::common::Log;
 
-enum Operation : std::uint16_t {
-    kSetAppInfo = 0,
-    kSetAppInfoDynamic = 1,
-    kOpenSetSettingsChannel = 2,
-    kOpenAppEulasChannel = 3,
-    kOpenAppUpdatesChannel = 4,
-    kSendData = 5,
-    kCloseChannel = 6,
-};
+using Operation = qx_zam_connector_ProductDataHolder_operation;
 
 constexpr char kSourceFile[] = "product_data_holder_endpoint";
 
@@ -48,7 +40,8 @@ constexpr std::size_t kHeapOverhead = 32;
 std::size_t MemoryOf(const std::vector<RawZamParam>& records, std::size_t before) {
     std::size_t bytes = 0;
     for (std::size_t index = before; index < records.size(); ++index) {
-        bytes += sizeof(RawZamParam) + WeightOf(records[index]) + kHeapOverhead;
+        bytes +=
+            sizeof(RawZamParam) + zam_connector::common::WeightOf(records[index]) + kHeapOverhead;
     }
     return bytes;
 }
@@ -87,29 +80,29 @@ ProductDataHolderEndpoint::ProductDataHolderEndpoint(asio::io_context& loop, Cha
     : uploads_(uploads), quota_(std::move(quota)), channels_(loop, ids, "upload", limits) {}
 
 void ProductDataHolderEndpoint::OnCall(const Request& request, Responder responder) {
-    switch (request.operation) {
-        case kSetAppInfo:
+    switch (static_cast<Operation>(request.operation)) {
+        case Operation::SetAppInfo:
             SetAppInfo(request, std::move(responder));
             break;
-        case kSetAppInfoDynamic:
+        case Operation::SetAppInfoDynamic:
             SetAppInfoDynamic(request, std::move(responder));
             break;
-        case kOpenSetSettingsChannel:
+        case Operation::OpenSetSettingsChannel:
             Open(request, std::move(responder), UploadKind::Settings);
             break;
-        case kOpenAppEulasChannel:
+        case Operation::OpenAppEulasChannel:
             Open(request, std::move(responder), UploadKind::Eulas);
             break;
-        case kOpenAppUpdatesChannel:
+        case Operation::OpenAppUpdatesChannel:
             Open(request, std::move(responder), UploadKind::Updates);
             break;
-        case kSendData: {
+        case Operation::SendData: {
             qx::SessionResponse response{};
             response.sessionStatus = SendData(request);
             responder.Answer(response);
             break;
         }
-        case kCloseChannel:
+        case Operation::CloseChannel:
             CloseChannel(request, std::move(responder));
             break;
         default:
@@ -118,7 +111,7 @@ void ProductDataHolderEndpoint::OnCall(const Request& request, Responder respond
 }
 
 void ProductDataHolderEndpoint::OnFault(const Request& request) {
-    if (request.operation != kSendData) {
+    if (static_cast<Operation>(request.operation) != Operation::SendData) {
         return;
     }
     const auto& message = request.As<qx_zam_connector_ProductDataHolder_SendData_req>();

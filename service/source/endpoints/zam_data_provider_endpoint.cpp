@@ -19,31 +19,12 @@ using zam_platform::Responder;
 
 namespace {
 
-enum Operation : std::uint16_t {
-    kOpenPolicyChannel = 0,
-    kOpenSettingsChannel = 1,
-    kGetData = 2,
-    kGetZamHash = 3,
-    kGetZamResult = 4,
-    kCloseChannel = 5,
-    kGetSubscriptions = 6,
-    kGetZamServerData = 7,
-    kGetZamReserveCert = 8,
-    kGetPolicyHash = 9,
-    kGetSettingsHash = 10,
-    kGetSubscriptionHash = 11,
-    kGetZamUpdatesStatusHash = 12,
-    kGetSyncedSettingsHash = 13,
-    kOpenZamUpdatesStatusChannel = 14,
-    kGetUpdatesStatus = 15,
-    kCloseZamUpdatesStatusChannel = 16,
-};
+using Operation = qx_zam_connector_ZamDataProvider_operation;
 
 constexpr char kSourceFile[] = "zam_data_provider_endpoint";
 
-/// Bytes of identifiers that an answer has room for.
-constexpr std::size_t kUpdatesBytes = 160;
-constexpr std::size_t kIdsPerPiece = kUpdatesBytes / sizeof(zam_connector::ZamId);
+constexpr std::size_t kIdsPerPiece =
+    qx_zam_connector_ZamDataProvider_GetUpdatesStatus_response_arena / sizeof(zam_connector::ZamId);
 
 std::int64_t ChannelOf(const Request& request) {
     return request.As<qx::ChannelRequest>().channel;
@@ -71,56 +52,56 @@ void ZamDataProviderEndpoint::EndSession(const zam_platform::SessionToken& clien
 }
 
 void ZamDataProviderEndpoint::OnCall(const Request& request, Responder responder) {
-    switch (request.operation) {
-        case kOpenPolicyChannel:
+    switch (static_cast<Operation>(request.operation)) {
+        case Operation::OpenPolicyChannel:
             OpenTree(request, std::move(responder), data_.policy, data_.server.policyResult);
             break;
-        case kOpenSettingsChannel:
+        case Operation::OpenSettingsChannel:
             OpenTree(request, std::move(responder), data_.settings, data_.server.settingsResult);
             break;
-        case kGetData:
+        case Operation::GetData:
             GetData(request, std::move(responder));
             break;
-        case kGetZamHash:
+        case Operation::GetZamHash:
             GetZamHash(request, std::move(responder));
             break;
-        case kGetZamResult:
+        case Operation::GetZamResult:
             GetZamResult(request, std::move(responder));
             break;
-        case kCloseChannel:
+        case Operation::CloseChannel:
             Close(trees_, request, std::move(responder));
             break;
-        case kGetSubscriptions:
+        case Operation::GetSubscriptions:
             GetSubscriptions(std::move(responder));
             break;
-        case kGetZamServerData:
+        case Operation::GetZamServerData:
             GetZamServerData(std::move(responder));
             break;
-        case kGetZamReserveCert:
+        case Operation::GetZamReserveCert:
             GetZamReserveCert(std::move(responder));
             break;
-        case kGetPolicyHash:
+        case Operation::GetPolicyHash:
             AnswerHash(std::move(responder), data_.policy->hash);
             break;
-        case kGetSettingsHash:
+        case Operation::GetSettingsHash:
             AnswerHash(std::move(responder), data_.settings->hash);
             break;
-        case kGetSubscriptionHash:
+        case Operation::GetSubscriptionHash:
             AnswerHash(std::move(responder), data_.subscriptions.message.hash);
             break;
-        case kGetZamUpdatesStatusHash:
+        case Operation::GetZamUpdatesStatusHash:
             AnswerHash(std::move(responder), data_.updates->hash);
             break;
-        case kGetSyncedSettingsHash:
+        case Operation::GetSyncedSettingsHash:
             AnswerHash(std::move(responder), uploads_.SettingsHash());
             break;
-        case kOpenZamUpdatesStatusChannel:
+        case Operation::OpenZamUpdatesStatusChannel:
             OpenUpdates(request, std::move(responder));
             break;
-        case kGetUpdatesStatus:
+        case Operation::GetUpdatesStatus:
             GetUpdatesStatus(request, std::move(responder));
             break;
-        case kCloseZamUpdatesStatusChannel:
+        case Operation::CloseZamUpdatesStatusChannel:
             Close(updates_, request, std::move(responder));
             break;
         default:

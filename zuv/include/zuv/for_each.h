@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -24,19 +25,44 @@ enum class Option : std::uint8_t {
 namespace detail {
 
 /// Where a walk stands among the children of one container.
-struct Frame {
-    explicit Frame(const Vector& vector) noexcept : elements(&vector) {}
-    explicit Frame(const Map& map) noexcept : entry(map.begin()), end(map.end()) {}
-
-    bool AtEnd() const noexcept {
-        return elements != nullptr ? position == elements->size() : entry == end;
+class ChildCursor {
+public:
+    /// `container` is a vector or a map and must outlive the cursor, unchanged.
+    explicit ChildCursor(const TValue& container) noexcept
+        : elements_(container.GetIf<Vector>()),
+          entries_(elements_ == nullptr ? container.GetIf<Map>() : nullptr) {
+        if (entries_ != nullptr) {
+            entry_ = entries_->begin();
+        }
     }
 
-    const Vector* elements = nullptr;  ///< of a vector; null for a map
-    std::size_t position = 0;
-    Map::const_iterator entry;
-    Map::const_iterator end;
-    Option remembered = Option::Continue;
+    bool AtEnd() const noexcept {
+        return elements_ != nullptr ? position_ == elements_->size() : entry_ == entries_->end();
+    }
+
+    /// The next child, with its place: `atPosition(position)` or `atKey(key)` is called with it.
+    /// There must be one.
+    template <typename AtPosition, typename AtKey>
+    const TValue& Next(const AtPosition& atPosition, const AtKey& atKey) {
+        if (elements_ != nullptr) {
+            atPosition(static_cast<unsigned long>(position_));
+            return (*elements_)[position_++];
+        }
+        atKey(entry_->first);
+        return (entry_++)->second;
+    }
+
+private:
+    const Vector* elements_;  ///< of a vector; null for a map
+    std::size_t position_ = 0;
+    const Map* entries_;
+    Map::const_iterator entry_;
+};
+
+/// A container on the way from the root to the node that is being visited.
+struct Frame {
+    ChildCursor children;
+    Option remembered;
 };
 
 /// Gives a path back the length it had, whichever way a walk ends.
@@ -86,13 +112,7 @@ for_each::Option ForEach(const TValue& tree, Visitor&& visit, Path& path) {
             return result;
         }
         if (node->HasChildren()) {
-            const auto* vector = node->GetIf<Vector>();
-            if (vector != nullptr) {
-                frames.emplace_back(*vector);
-            } else {
-                frames.emplace_back(*node->GetIf<Map>());
-            }
-            frames.back().remembered = result;
+            frames.push_back({for_each::detail::ChildCursor(*node), result});
             path.emplace_back();
         } else {
             if (node->Is<Vector>() || node->Is<Map>()) {
@@ -106,7 +126,7 @@ for_each::Option ForEach(const TValue& tree, Visitor&& visit, Path& path) {
             }
         }
         // Up, over every container whose children have all been walked.
-        while (frames.back().AtEnd()) {
+        while (frames.back().children.AtEnd()) {
             const Option remembered = frames.back().remembered;
             frames.pop_back();
             path.pop_back();
@@ -118,16 +138,9 @@ for_each::Option ForEach(const TValue& tree, Visitor&& visit, Path& path) {
             }
         }
         // Sideways, to the next child.
-        for_each::detail::Frame& frame = frames.back();
-        if (frame.elements != nullptr) {
-            path.back() = static_cast<unsigned long>(frame.position);
-            node = &(*frame.elements)[frame.position];
-            ++frame.position;
-        } else {
-            path.back() = frame.entry->first;
-            node = &frame.entry->second;
-            ++frame.entry;
-        }
+        node = &frames.back().children.Next(
+            [&path](unsigned long position) { path.back() = position; },
+            [&path](const std::string& key) { path.back() = key; });
     }
 }
 

@@ -5,6 +5,7 @@
 #include "qel/result_code.h"
 #include "value_block.h"
 #include "zuv/error.h"
+#include "zuv/for_each.h"
 #include "zuv/path_codec.h"
 
 namespace zam_connector::common {
@@ -29,34 +30,24 @@ public:
         while (!frames_.empty()) {
             Frame& frame = frames_.back();
             text_.Truncate(frame.textBytes);
-            const zuv::TValue* child = nullptr;
-            if (frame.elements != nullptr) {
-                if (frame.position == frame.elements->size()) {
-                    frames_.pop_back();
-                    continue;
-                }
-                state = codec_.Append(text_, static_cast<unsigned long>(frame.position));
-                child = &(*frame.elements)[frame.position++];
-            } else {
-                if (frame.entry == frame.end) {
-                    frames_.pop_back();
-                    continue;
-                }
-                state = codec_.Append(text_, std::string_view(frame.entry->first));
-                child = &(frame.entry++)->second;
+            if (frame.children.AtEnd()) {
+                frames_.pop_back();
+                continue;
             }
-            AppendRecord(*child, state);
-            Open(*child);
+            const zuv::TValue& child = frame.children.Next(
+                [&](unsigned long position) { state = codec_.Append(text_, position); },
+                [&](const std::string& key) {
+                    state = codec_.Append(text_, std::string_view(key));
+                });
+            AppendRecord(child, state);
+            Open(child);
         }
     }
 
 private:
     struct Frame {
         std::size_t textBytes;  ///< of the container's own path
-        const zuv::Vector* elements = nullptr;
-        std::size_t position = 0;
-        zuv::Map::const_iterator entry{};
-        zuv::Map::const_iterator end{};
+        zuv::for_each::detail::ChildCursor children;
     };
 
     /// What is wrong with the value comes before what is wrong with the path.
@@ -71,15 +62,8 @@ private:
     }
 
     void Open(const zuv::TValue& value) {
-        const auto* map = value.GetIf<zuv::Map>();
-        if (map != nullptr) {
-            frames_.push_back(
-                {.textBytes = text_.Size(), .entry = map->begin(), .end = map->end()});
-            return;
-        }
-        const auto* elements = value.GetIf<zuv::Vector>();
-        if (elements != nullptr) {
-            frames_.push_back({.textBytes = text_.Size(), .elements = elements});
+        if (value.HasChildren()) {
+            frames_.push_back({text_.Size(), zuv::for_each::detail::ChildCursor(value)});
         }
     }
 

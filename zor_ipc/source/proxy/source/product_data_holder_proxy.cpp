@@ -18,9 +18,6 @@ namespace {
 constexpr char kSourceFile[] = "product_data_holder_proxy";
 constexpr common::ProxyCheckLines kCheckLines{.transport = 20, .riid = 21, .operations = 22};
 
-constexpr std::uint32_t kAppInfoArenaBytes = 21'216;
-constexpr std::uint32_t kDataArenaBytes = 676'000;
-
 /// Bytes of licence text in one value.
 constexpr int kEulaPieceBytes = 32'768;
 
@@ -36,7 +33,7 @@ ProductDataHolderProxy::RawIterator CutPiece(ProductDataHolderProxy::RawIterator
     const auto limit = first + std::min(kMaxPieceRecords, end - first);
     std::size_t left = kMaxPieceWeight;
     for (; first != limit; ++first) {
-        const std::size_t weight = first->value.size() + first->path.size();
+        const std::size_t weight = common::WeightOf(*first);
         if (weight > left) {
             break;
         }
@@ -73,7 +70,7 @@ int ProductDataHolderProxy::SetAppInfo(const AppInfo& info) noexcept {
     try {
         qx_zam_connector_ProductDataHolder_SetAppInfo_req request{};
         qx_zam_connector_ProductDataHolder_SetAppInfo_rsp response{};
-        common::HeapArena arena(kAppInfoArenaBytes);
+        common::HeapArena arena(qx_zam_connector_ProductDataHolder_SetAppInfo_request_arena);
         request.info = common::CastToVd(info, arena.Get());
         const int status =
             proxy_.ops->SetAppInfo(&proxy_, &request, arena.Get(), &response, nullptr);
@@ -198,7 +195,7 @@ int ProductDataHolderProxy::SendZamParams(long channel, const zuv::TValue& tree)
                         "SendZamParams: data serialization error - {}!", message);
         return qel::kInvalidArgument;
     }
-    common::HeapArena arena(kDataArenaBytes);
+    common::HeapArena arena(qx_zam_connector_ProductDataHolder_SendData_request_arena);
     for (auto first = list.begin(); first != list.end();) {
         const auto last = CutPiece(first, list.end());
         const int sent = SendRawZamParams(channel, arena.Get(), first, last);

@@ -11,8 +11,6 @@ namespace {
 constexpr char kSourceFile[] = "zam_conn_command_sender_proxy";
 constexpr common::ProxyCheckLines kCheckLines{.transport = 20, .riid = 21, .operations = 22};
 
-constexpr std::uint32_t kEventArenaBytes = 128;
-
 }  // namespace
 
 ZamConnCommandSenderProxy::ZamConnCommandSenderProxy(
@@ -24,7 +22,7 @@ ZamConnCommandSenderProxy::ZamConnCommandSenderProxy(
 int ZamConnCommandSenderProxy::PostZamEvent(std::string event) noexcept {
     qx_zam_connector_ConnCommandSender_PostZamEvent_req request{};
     qx_zam_connector_ConnCommandSender_PostZamEvent_rsp response{};
-    common::StackArena<kEventArenaBytes> arena;
+    common::StackArena<qx_zam_connector_ConnCommandSender_PostZamEvent_request_arena> arena;
     try {
         request.event = common::CastToVd(event, arena.Get());
     } catch (...) {

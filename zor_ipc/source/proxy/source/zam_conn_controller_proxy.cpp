@@ -13,8 +13,6 @@ namespace {
 constexpr char kSourceFile[] = "zam_conn_controller_proxy";
 constexpr common::ProxyCheckLines kCheckLines{.transport = 20, .riid = 21, .operations = 22};
 
-constexpr std::uint32_t kStartArenaBytes = 1360;
-
 }  // namespace
 
 ZamConnControllerProxy::ZamConnControllerProxy(const qx_zam_connector_ConnController_proxy& proxy)
@@ -25,7 +23,7 @@ ZamConnControllerProxy::ZamConnControllerProxy(const qx_zam_connector_ConnContro
 int ZamConnControllerProxy::Start(const ZamConnectionParameters& parameters) noexcept {
     qx_zam_connector_ConnController_Start_req request{};
     qx_zam_connector_ConnController_Start_rsp response{};
-    common::StackArena<kStartArenaBytes> arena;
+    common::StackArena<qx_zam_connector_ConnController_Start_request_arena> arena;
     try {
         request.parameters = common::CastToVd(parameters, arena.Get());
     } catch (...) {

@@ -15,11 +15,6 @@ namespace {
 constexpr char kSourceFile[] = "zam_data_provider_proxy";
 constexpr common::ProxyCheckLines kCheckLines{.transport = 20, .riid = 21, .operations = 22};
 
-constexpr std::uint32_t kDataArenaBytes = 676'000;
-constexpr std::uint32_t kSubscriptionsArenaBytes = 0x11000;
-constexpr std::uint32_t kReserveCertArenaBytes = 16'384;
-constexpr std::uint32_t kUpdatesStatusArenaBytes = 160;
-
 /// The kinds of update lists, in the order in which they are pulled.
 constexpr unsigned kApprovedKind = 0;
 constexpr unsigned kDeclinedKind = 1;
@@ -139,7 +134,7 @@ int ZamDataProviderProxy::GetDataFromChannel(long channel, zuv::TValue& tree, un
 
 /// Appends what the pieces hold to `list`.
 int ZamDataProviderProxy::GetDataPieces(long channel, std::vector<common::RawZamParam>& list) {
-    common::HeapArena arena(kDataArenaBytes);
+    common::HeapArena arena(qx_zam_connector_ZamDataProvider_GetData_response_arena);
     for (;;) {
         qx_zam_connector_ZamDataProvider_GetData_req request{};
         request.channel = channel;
@@ -176,7 +171,7 @@ int ZamDataProviderProxy::GetSubscriptions(
     try {
         qx_zam_connector_ZamDataProvider_GetSubscriptions_req request{};
         qx_zam_connector_ZamDataProvider_GetSubscriptions_rsp response{};
-        common::HeapArena arena(kSubscriptionsArenaBytes);
+        common::HeapArena arena(qx_zam_connector_ZamDataProvider_GetSubscriptions_response_arena);
         const int status =
             proxy_.ops->GetSubscriptions(&proxy_, &request, nullptr, &response, arena.Get());
         if (status != 0) {
@@ -222,7 +217,7 @@ int ZamDataProviderProxy::GetZamReserveCert(std::string& cert) noexcept {
     const common::LogSite site = common::Here(kSourceFile, "GetZamReserveCert");
     qx_zam_connector_ZamDataProvider_GetZamReserveCert_req request{};
     qx_zam_connector_ZamDataProvider_GetZamReserveCert_rsp response{};
-    common::StackArena<kReserveCertArenaBytes> arena;
+    common::StackArena<qx_zam_connector_ZamDataProvider_GetZamReserveCert_response_arena> arena;
     try {
         const int status =
             proxy_.ops->GetZamReserveCert(&proxy_, &request, nullptr, &response, arena.Get());
@@ -350,7 +345,7 @@ void ZamDataProviderProxy::GetZamUpdatesStatus(long channel, unsigned int kind,
     qx_zam_connector_ZamDataProvider_GetUpdatesStatus_req request{};
     request.channel = channel;
     request.kind = kind;
-    common::HeapArena arena(kUpdatesStatusArenaBytes);
+    common::HeapArena arena(qx_zam_connector_ZamDataProvider_GetUpdatesStatus_response_arena);
     using Response = qx_zam_connector_ZamDataProvider_GetUpdatesStatus_rsp;
     IpcTransferCall(
         "GetUpdatesStatus", proxy_.ops->GetUpdatesStatus, proxy_, request, arena.Get(),

@@ -56,6 +56,11 @@ struct ZAM_API RawZamParam {
     }
 };
 
+/// Bytes of a record's value and path together: what pieces are cut by.
+inline std::size_t WeightOf(const RawZamParam& record) noexcept {
+    return record.value.size() + record.path.size();
+}
+
 /// Appends the records of `tree`, which stands at `root`, to `out`: one per node, in the order of
 /// `zuv::ForEach`. Returns (0, empty text), or the code and message of what is wrong, with `out` as
 /// before: 0x8000006a for a node without an alternative, 0x80000046 for a path that cannot be
