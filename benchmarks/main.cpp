@@ -16,10 +16,25 @@ struct Suite {
 
 constexpr std::array kSuites = std::to_array<Suite>({
     {"call.getstate", &zam_bench::MeasureGetState},
-    {"call.clients8", &zam_bench::MeasureEightClients},
-    {"call.allocations", &zam_bench::MeasureAllocations},
-    {"tree", &zam_bench::MeasureTrees},
-    {"peer", &zam_bench::MeasureTrees},
+        {"call.clients8", &zam_bench::MeasureEightClients},
+        {"call.allocations", &zam_bench::MeasureAllocations}, {"tree", &zam_bench::MeasureTrees},
+        {"pull.policy", &zam_bench::MeasurePulls}, {"push.settings", &zam_bench::MeasurePushes},
+        {"notice.latency", &zam_bench::MeasureNotices},
+        {"notice.fanout1000", &zam_bench::MeasureFanout},
+        {"queue.throughput", &zam_bench::MeasureQueues},
+        {"peer.nlohmann_cbor", &zam_bench::MeasureTrees},
+#if ZAM_BENCH_PROTOBUF
+        {"peer.protobuf_struct", &zam_bench::MeasureTrees},
+#endif
+#if ZAM_BENCH_MSGPACK
+        {"peer.msgpack", &zam_bench::MeasureTrees},
+#endif
+#if ZAM_BENCH_BOOST_JSON
+        {"peer.boost_json", &zam_bench::MeasureTrees},
+#endif
+#if ZAM_BENCH_GRPC
+        {"peer.grpc.pull", &zam_bench::MeasurePulls},
+#endif
 });
 
 }  // namespace

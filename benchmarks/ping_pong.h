@@ -21,6 +21,10 @@ struct SocketPair {
 };
 SocketPair MakeSocketPair();
 
+/// All the bytes, blocking; false when the peer is gone.
+bool SendAll(int socket, const unsigned char* from, std::size_t bytes);
+bool ReceiveAll(int socket, unsigned char* to, std::size_t bytes);
+
 /// One exchange as the client. Throws `std::runtime_error` when the server is gone.
 void Ping(int socket, const Exchange& exchange);
 

@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <string>
+
 #include "support/real_connection.h"
 #include "zam_connector_testing/service_process.h"
 
@@ -12,9 +14,20 @@ class Service {
 public:
     Service();
 
+    /// One that serves a policy, typed JSON, when this returns.
+    explicit Service(const std::string& policy);
+
     pid_t Pid() const noexcept { return process_.Pid(); }
 
+    /// Path of the connector service's socket.
+    std::string SocketPath() const;
+
+    /// Changes the policy that is served.
+    void WritePolicy(const std::string& policy) const { process_.WriteData("policy.json", policy); }
+
 private:
+    void Start();
+
     zam_connector::testing::ServiceProcess process_;
 };
 

@@ -8,6 +8,11 @@ namespace zam_bench {
 void MeasureGetState(Report& report);      ///< `call.getstate`
 void MeasureEightClients(Report& report);  ///< `call.clients8`
 void MeasureAllocations(Report& report);   ///< `call.allocations`
-void MeasureTrees(Report& report);         ///< `tree.*`, `peer.*`
+void MeasureTrees(Report& report);         ///< `tree.*`, `peer.*` but the next
+void MeasurePulls(Report& report);         ///< `pull.policy`, `peer.grpc.pull`
+void MeasurePushes(Report& report);        ///< `push.settings`
+void MeasureNotices(Report& report);       ///< `notice.latency`
+void MeasureFanout(Report& report);        ///< `notice.fanout1000`
+void MeasureQueues(Report& report);        ///< `queue.throughput`
 
 }  // namespace zam_bench

@@ -14,3 +14,14 @@ function(zam_target target)
     target_link_options(${target} PRIVATE -fsanitize=${ZAM_SANITIZE})
   endif()
 endfunction()
+
+# zam_shared_library(TARGET): version, soname and exported symbols of a shared library; the symbols
+# stand in cmake/symbols/TARGET.map. A sanitizer's own symbols are not held back.
+function(zam_shared_library target)
+  set_target_properties(${target} PROPERTIES VERSION ${zam_connector_VERSION} SOVERSION 1)
+  if(NOT ZAM_SANITIZE)
+    set(map "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/symbols/${target}.map")
+    target_link_options(${target} PRIVATE "LINKER:--version-script=${map}")
+    set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${map}")
+  endif()
+endfunction()

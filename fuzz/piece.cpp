@@ -1,11 +1,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "check.h"
 #include "common/arena.h"
 #include "common/raw_zam_param_casts.h"
+#include "common/raw_zam_pieces.h"
 
 /// An input is a piece of a raw parameter list as it stands in a message's arena.
 
@@ -42,6 +44,15 @@ void CheckEncoded(const List& list, const Bytes& bytes) {
     }
 }
 
+void CheckRefused(zam_connector::common::RawZamPieces& pieces, const vd_arena& arena) {
+    try {
+        pieces.Append({{0, arena.used}}, &arena);
+        Check(false, "a piece is refused whichever way it is read");
+    } catch (const std::invalid_argument&) {
+        Check(pieces.Count() == 0, "a piece that is refused leaves nothing");
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
@@ -51,11 +62,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     arena.used = arena.capacity;
     const List before{{{1, 2, 3}, "before/"}};
     List list = before;
+    zam_connector::common::RawZamPieces pieces;
     try {
         zam_connector::common::AppendFromVd({{0, arena.used}}, &arena, list);
     } catch (const std::invalid_argument& error) {
         Check(error.what()[0] != '\0', "an error says what is wrong");
         Check(list == before, "a piece that is refused appends nothing");
+        CheckRefused(pieces, arena);
         return 0;
     }
     Check(bytes == input, "reading changes no byte");
@@ -65,5 +78,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     Check(zam_connector::common::CastFromVd({{0, arena.used}}, &arena) == list,
           "appending and reading give the same records");
     CheckEncoded(list, input);
+    pieces.Append({{0, arena.used}}, &arena);
+    Check(pieces.Count() == list.size(), "a piece has as many records where it lies");
+    Check(pieces.Count() == 0 || pieces.Pieces().front() == std::string(input.begin(), input.end()),
+          "a piece is kept as it came");
     return 0;
 }

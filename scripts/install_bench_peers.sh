@@ -9,7 +9,7 @@ if [ "$(id -u)" -ne 0 ]; then
   sudo=(sudo)
 fi
 
-for package in libprotobuf-dev libmsgpack-cxx-dev; do
+for package in libprotobuf-dev libmsgpack-cxx-dev libgrpc++-dev protobuf-compiler-grpc; do
   if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed'; then
     echo "installing: $package" >&2
     DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends \

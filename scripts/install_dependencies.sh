@@ -5,10 +5,14 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config git
   libfmt-dev libspdlog-dev libasio-dev nlohmann-json3-dev libcli11-dev libxxhash-dev
+  libssl-dev zlib1g-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
 if [ "${1:-}" = --with-checks ]; then
-  packages+=(clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev clang)
+  packages+=(
+    clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev clang
+    abigail-tools doxygen dpkg-dev file
+  )
 fi
 
 missing=()

@@ -13,6 +13,9 @@ enum Lane : std::size_t {
     kSettingsLane,
     kHistoryLane,
     kUploadLane,
+    kFileLane,
+    kHashLane,
+    kSecondHashLane,
     kLaneCount,
 };
 

@@ -11,10 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
+#include <cstdint>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -24,18 +21,13 @@ namespace {
 
 constexpr std::chrono::milliseconds kLimit{30'000};
 
+constexpr char kLogFile[] = "log";
+
 /// Descriptor that the child reports its readiness on.
 constexpr int kReadyDescriptor = 3;
 
 std::runtime_error SystemFailure(const std::string& what, int errorNumber) {
     return std::runtime_error(what + ": " + std::generic_category().message(errorNumber));
-}
-
-std::string ReadFile(const std::string& path) {
-    const std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
 }
 
 /// Waits for input or the end of input; false when the time is up.
@@ -58,23 +50,10 @@ bool WaitForInput(int descriptor, std::chrono::milliseconds limit) {
 
 }  // namespace
 
-ServiceProcess::ServiceProcess(std::string program) : program_(std::move(program)) {
-    std::string pattern = (std::filesystem::temp_directory_path() / "zam_service.XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        throw SystemFailure("folder for a service", errno);
-    }
-    folder_ = pattern;
-    runtimeDirectory_ = folder_ + "/run";
-    dataDirectory_ = folder_ + "/data";
-    std::filesystem::create_directory(runtimeDirectory_);
-    std::filesystem::create_directory(dataDirectory_);
-    std::filesystem::permissions(runtimeDirectory_, std::filesystem::perms::owner_all);
-}
+ServiceProcess::ServiceProcess(std::string program) : program_(std::move(program)) {}
 
 ServiceProcess::~ServiceProcess() {
     Kill();
-    std::error_code ignored;
-    std::filesystem::remove_all(folder_, ignored);
 }
 
 void ServiceProcess::Start(const std::vector<std::string>& arguments) {
@@ -83,9 +62,9 @@ void ServiceProcess::Start(const std::vector<std::string>& arguments) {
     }
     std::vector<std::string> words = {program_,
                                       "--data",
-                                      dataDirectory_,
+                                      DataDirectory(),
                                       "--runtime-dir",
-                                      runtimeDirectory_,
+                                      RuntimeDirectory(),
                                       "--ready-fd",
                                       std::to_string(kReadyDescriptor)};
     words.insert(words.end(), arguments.begin(), arguments.end());
@@ -103,7 +82,7 @@ void ServiceProcess::Start(const std::vector<std::string>& arguments) {
     // The child's copy must not be close-on-exec, which dup2 onto the same number would leave.
     const int writeEnd = ::fcntl(ready[1], F_DUPFD_CLOEXEC, kReadyDescriptor + 1);
     ::close(ready[1]);
-    const std::string log = folder_ + "/log";
+    const std::string log = folders_.Path(kLogFile);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
@@ -159,24 +138,8 @@ int ServiceProcess::Wait(std::chrono::milliseconds limit) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-void ServiceProcess::WriteData(const std::string& name, const std::string& content) const {
-    const std::string path = dataDirectory_ + "/" + name;
-    const std::string unfinished = path + ".new";
-    std::ofstream file(unfinished, std::ios::binary);
-    file << content;
-    file.close();
-    if (!file) {
-        throw std::runtime_error("write " + unfinished);
-    }
-    std::filesystem::rename(unfinished, path);
-}
-
-std::string ServiceProcess::ReadData(const std::string& name) const {
-    return ReadFile(dataDirectory_ + "/" + name);
-}
-
 std::string ServiceProcess::Log() const {
-    return ReadFile(folder_ + "/log");
+    return folders_.Read(kLogFile);
 }
 
 }  // namespace zam_connector::testing

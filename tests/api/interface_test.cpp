@@ -1,13 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "product_data_holder_proxy.h"
+#include "virtual_slot.h"
 #include "zam_conn_command_sender_proxy.h"
 #include "zam_conn_controller_proxy.h"
 #include "zam_conn_settings_holder_proxy.h"
@@ -21,23 +21,6 @@
 
 namespace zam_connector {
 namespace {
-
-/// The slot of a virtual member in its class's table. In the C++ ABI of our platforms a pointer to
-/// a virtual member holds the slot's offset in bytes, marked in its lowest bit: with 1 added to it
-/// on x86-64, in the adjustment word behind it on AArch64.
-template <typename Member>
-std::intptr_t SlotOf(Member member) {
-    static_assert(sizeof(member) == 2 * sizeof(std::intptr_t));
-    std::intptr_t words[2];
-    std::memcpy(words, &member, sizeof(words));
-#if defined(__aarch64__)
-    EXPECT_EQ(words[1] & 1, 1) << "not virtual";
-    return words[0] / static_cast<std::intptr_t>(sizeof(void*));
-#else
-    EXPECT_EQ(words[0] % static_cast<std::intptr_t>(sizeof(void*)), 1) << "not virtual";
-    return (words[0] - 1) / static_cast<std::intptr_t>(sizeof(void*));
-#endif
-}
 
 // Slots 0 and 1 are those of the destructor, which the interfaces declare first.
 

@@ -1,52 +1,26 @@
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "data_fixture.h"
 #include "history.h"
-#include "qx/endpoint_names.h"
-#include "service_fixture.h"
-#include "tree_json/tree_json.h"
-#include "vd/service_locator.h"
 
 namespace zam_connector::test {
 namespace {
 
-namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 constexpr int kInvalidArgument = -2147483578;  // 0x80000046
 
-/// Data both ways, through the library, with the service in another process.
-class ServiceData : public ServiceTest {
+class ServiceData : public ServiceDataTest {
 protected:
-    IZamDataProvider& Provider() { return connection_->DataProvider(); }
-    IProductDataHolder& Holder() { return connection_->ProductDataHolder(); }
-
     unsigned long PolicyHash() {
         unsigned long hash = 0;
         EXPECT_EQ(Provider().GetPolicyHash(hash), 0);
         return hash;
-    }
-
-    zuv::TValue Upload(const std::string& name) const {
-        return tree_json::Read(service_.ReadData("uploads/" + name + ".json"), name);
-    }
-
-    /// A map of so many numbers and texts.
-    static zuv::TValue TreeOf(long nodes) {
-        zuv::Map map;
-        for (long number = 0; number < nodes; ++number) {
-            map["key" + std::to_string(number)] = zuv::Map{{"n", number}, {"t", "text"}};
-        }
-        return map;
     }
 };
 
@@ -191,61 +165,6 @@ TEST_F(ServiceData, TwoThreadsTransferAtOnce) {
         thread.join();
     }
     EXPECT_TRUE(Upload("settings").IsIdenticalTo(expected));
-}
-
-/// In a process of its own: opens channels for all sorts of transfers, sends one piece, tells that
-/// it is so far, and waits to be killed.
-[[noreturn]] void BeginTransfersAndWait(int told) {
-    const std::uint32_t handle = ServiceLocatorConnect(qx::kConnectorService);
-    VdZorTransport transport{};
-    VdZorTransport_Init(&transport, handle, 0, 0);
-    qx_zam_connector_ProductDataHolder_proxy holder{};
-    qx_zam_connector_ProductDataHolder_proxy_init(
-        &holder, &transport, ServiceLocatorGetRiid(handle, qx::kProductDataHolderEndpoint));
-    qx_zam_connector_ZamDataProvider_proxy provider{};
-    qx_zam_connector_ZamDataProvider_proxy_init(
-        &provider, &transport, ServiceLocatorGetRiid(handle, qx::kZamDataProviderEndpoint));
-    proxy::ProductDataHolderProxy sender(holder);
-    proxy::ZamDataProviderProxy receiver(provider);
-    long eulas = 0;
-    long updates = 0;
-    long status = 0;
-    unsigned long hash = 0;
-    const bool isUnderWay = sender.OpenAppEulasChannel(eulas) == 0 &&
-                            sender.OpenAppUpdatesChannel(updates) == 0 &&
-                            sender.SendZamParams(updates, zuv::Map{{"a", 1L}}) == 0 &&
-                            receiver.OpenZamUpdatesStatusChannel(status, hash) == 0;
-    const char word = isUnderWay ? '1' : '0';
-    if (::write(told, &word, 1) == 1) {
-        ::pause();
-    }
-    ::_exit(1);
-}
-
-TEST_F(ServiceData, AClientKilledInTheMiddleOfATransferLeavesNothingBehind) {
-    ::setenv("ZAM_LOG_LEVEL", "2", 1);  // the service tells of what it drops
-    service_.Start();
-    ::unsetenv("ZAM_LOG_LEVEL");
-    int told[2];
-    ASSERT_EQ(::pipe(told), 0);
-    const pid_t client = ::fork();
-    if (client == 0) {
-        BeginTransfersAndWait(told[1]);
-    }
-    ASSERT_GT(client, 0);
-    char word = 0;
-    EXPECT_EQ(::read(told[0], &word, 1), 1);
-    EXPECT_EQ(word, '1');
-    ::kill(client, SIGKILL);
-    ::waitpid(client, nullptr, 0);
-    ::close(told[0]);
-    ::close(told[1]);
-    EXPECT_TRUE(Eventually([this] {
-        const std::string log = service_.Log();
-        return log.find("2 upload channels ended with their client") != std::string::npos &&
-               log.find("1 updates status channels ended with their client") != std::string::npos;
-    }));
-    EXPECT_FALSE(fs::exists(service_.DataDirectory() + "/uploads"));
 }
 
 }  // namespace

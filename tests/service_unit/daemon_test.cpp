@@ -42,15 +42,20 @@ TEST_F(ConnectorDaemonTest, TellsWhereItServes) {
     EXPECT_FALSE(fs::exists(runtime_.Path("zam_connector_id.sock")));
 }
 
-TEST_F(ConnectorDaemonTest, GivesTheServedEndpointsTheirFixedIdsAndKnowsNoOthers) {
+TEST_F(ConnectorDaemonTest, GivesEveryEndpointItsFixedIdAndKnowsNoOthers) {
     Begin();
-    const std::uint32_t handle = ServiceLocatorConnect(qx::kConnectorService);
+    const std::uint32_t connector = ServiceLocatorConnect(qx::kConnectorService);
+    const std::uint32_t downloader = ServiceLocatorConnect(qx::kFileDownloaderService);
+    EXPECT_EQ(Endpoints().size(), 9U);
     for (const Endpoint& endpoint : Endpoints()) {
-        const bool isServed = endpoint.riid <= 3 || endpoint.riid == 6 || endpoint.riid == 7;
-        EXPECT_EQ(ServiceLocatorGetRiid(handle, std::string(endpoint.name).c_str()),
-                  isServed ? endpoint.riid : VD_UNKNOWN_RIID)
+        const bool isDownloader = endpoint.name == qx::kFileDownloaderEndpoint;
+        EXPECT_EQ(ServiceLocatorGetRiid(isDownloader ? downloader : connector,
+                                        std::string(endpoint.name).c_str()),
+                  endpoint.riid)
             << endpoint.name;
     }
+    EXPECT_EQ(ServiceLocatorGetRiid(connector, "qx.zam_connector.ZamConnectorComponent.other"),
+              VD_UNKNOWN_RIID);
 }
 
 TEST_F(ConnectorDaemonTest, StartsAndStopsTheLink) {

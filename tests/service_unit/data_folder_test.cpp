@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -162,6 +163,30 @@ TEST_F(DataFolderTest, DoesNotServeAHalfWrittenFile) {
     half << R"(ber": 9})";
     half.close();
     EXPECT_TRUE(Becomes(9));
+}
+
+TEST_F(DataFolderTest, TakesAFileThatIsWrittenAnewForNoneThatIsGone) {
+    Write(R"({"number": 5})");
+    Begin();
+    fs::rename(parent_.Path("data/number.json"), parent_.Path("data/number.json~"));
+    std::ofstream half(parent_.Path("data/number.json"));
+    half << R"({"num)" << std::flush;
+    const auto settled = std::chrono::steady_clock::now() + std::chrono::milliseconds(80);
+    EXPECT_TRUE(RunUntil(loop_, [&] { return std::chrono::steady_clock::now() >= settled; }));
+    EXPECT_EQ(number_, 5U);
+    EXPECT_TRUE(logger_.Records().empty());
+    half << R"(ber": 9})";
+    half.close();
+    EXPECT_TRUE(Becomes(9));
+}
+
+TEST_F(DataFolderTest, ReadsAFileThatIsBackAsALink) {
+    Write(R"({"number": 5})");
+    Begin();
+    parent_.Write("data/source", R"({"number": 6})");
+    fs::remove(parent_.Path("data/number.json"));
+    fs::create_hard_link(parent_.Path("data/source"), parent_.Path("data/number.json"));
+    EXPECT_TRUE(Becomes(6));
 }
 
 TEST_F(DataFolderTest, KeepsWhatItReadWhileTheFolderIsAwayAndReadsItWhenItIsBack) {

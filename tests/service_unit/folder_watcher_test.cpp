@@ -29,9 +29,11 @@ protected:
         files_.emplace(parent_.Path("data"));
         watcher_.emplace(
             loop_, files_->Path(),
-            FolderObserver{.onFile = [this](const std::string& name) { names_.push_back(name); },
-                           .onLost = [this] { ++lost_; },
-                           .onFolder = [this] { ++folders_; }});
+            FolderObserver{
+                .onFile = [this](const std::string& name) { names_.push_back(name); },
+                .onGone = [this](const std::string& name) { names_.push_back("no " + name); },
+                .onLost = [this] { ++lost_; },
+                .onFolder = [this] { ++folders_; }});
         watcher_->Watch(files_->Open()->Get());
     }
 
@@ -81,7 +83,7 @@ TEST_F(FolderWatcherTest, TellsAFileThatIsGone) {
     Names();
     fs::remove(File("a.json"));
     fs::rename(File("b.json"), parent_.Path("away"));
-    EXPECT_THAT(Names(), ::testing::ElementsAre("a.json", "b.json"));
+    EXPECT_THAT(Names(), ::testing::ElementsAre("no a.json", "no b.json"));
 }
 
 TEST_F(FolderWatcherTest, TellsNothingOfFolders) {

@@ -147,6 +147,7 @@ TEST(Sample, HoldsFaultRulesThatWorkOnceTheirCommentsAreTakenAway) {
 TEST(Sample, OverwritesNothing) {
     for (const SampleFile& file : SampleFiles()) {
         const TemporaryFolder folder;
+        fs::create_directories(fs::path(folder.Path(file.name)).parent_path());
         folder.Write(file.name, "mine");
         try {
             WriteSample(folder.Path());

@@ -9,6 +9,7 @@ std::atomic<int> g_allocations{0};
 std::atomic<int> g_allocationsLeft{-1};
 std::atomic<bool> g_keepFailing{false};
 std::atomic<bool> g_failed{false};
+std::atomic<void (*)(const void*)> g_onFree{nullptr};
 
 namespace {
 
@@ -31,6 +32,13 @@ void* Allocation(std::size_t size) {
     return bytes;
 }
 
+void Free(void* bytes) noexcept {
+    if (void (*const onFree)(const void*) = g_onFree) {
+        onFree(bytes);
+    }
+    std::free(bytes);
+}
+
 }  // namespace
 }  // namespace zam_test
 
@@ -41,14 +49,14 @@ void* operator new[](std::size_t size) {
     return zam_test::Allocation(size);
 }
 void operator delete(void* bytes) noexcept {
-    std::free(bytes);
+    zam_test::Free(bytes);
 }
 void operator delete[](void* bytes) noexcept {
-    std::free(bytes);
+    zam_test::Free(bytes);
 }
 void operator delete(void* bytes, std::size_t /*size*/) noexcept {
-    std::free(bytes);
+    zam_test::Free(bytes);
 }
 void operator delete[](void* bytes, std::size_t /*size*/) noexcept {
-    std::free(bytes);
+    zam_test::Free(bytes);
 }

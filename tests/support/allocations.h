@@ -16,4 +16,7 @@ extern std::atomic<bool> g_keepFailing;
 /// Whether one failed.
 extern std::atomic<bool> g_failed;
 
+/// Called with each block that is about to be freed, when it is not null. Must allocate nothing.
+extern std::atomic<void (*)(const void*)> g_onFree;
+
 }  // namespace zam_test

@@ -7,6 +7,7 @@
 
 #include "common/raw_zam_param_casts.h"
 #include "support/literal_list.h"
+#include "support/pieces.h"
 
 namespace zam_connector::common {
 namespace {
@@ -94,6 +95,10 @@ TEST(MangledList, IsRebuiltOrRefusedInListedWords) {
             EXPECT_EQ(result.second, literal.second);
         }
         EXPECT_TRUE(tree.IsIdenticalTo(literalTree));
+        zuv::Path piecesRoot;
+        TValue piecesTree;
+        EXPECT_EQ(Deserialize(zam_test::PiecesOf(list, 3), piecesRoot, piecesTree), result);
+        EXPECT_TRUE(piecesTree.IsIdenticalTo(tree));
     };
     for (std::size_t index = 0; index < golden.size(); ++index) {
         List list = golden;

@@ -1,8 +1,11 @@
 #include "clock.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <thread>
 
 namespace zamctl::test {
@@ -47,6 +50,57 @@ TEST(SystemClock, LeavesTheSecondInterruptToTheSystem) {
             std::raise(SIGINT);
         },
         ::testing::KilledBySignal(SIGINT), "");
+}
+
+TEST(SystemClock, TakesATerminationForAnInterrupt) {
+    SystemClock clock;
+    clock.CatchInterrupt();
+    std::raise(SIGTERM);
+    EXPECT_TRUE(clock.Interrupted());
+    EXPECT_EQ(clock.WaitForWake(), Clock::Wakeup::Interrupted);
+}
+
+TEST(SystemClock, WakesForEveryCallAlsoForOneThatCameBefore) {
+    SystemClock clock;
+    clock.CatchInterrupt();
+    clock.Wake();
+    EXPECT_EQ(clock.WaitForWake(), Clock::Wakeup::Called);
+    std::thread caller([&clock] { clock.Wake(); });
+    EXPECT_EQ(clock.WaitForWake(), Clock::Wakeup::Called);
+    caller.join();
+    const pthread_t waiter = ::pthread_self();
+    std::thread interrupter([waiter] { ::pthread_kill(waiter, SIGTERM); });
+    EXPECT_EQ(clock.WaitForWake(), Clock::Wakeup::Interrupted);
+    interrupter.join();
+}
+
+TEST(SystemClock, NoticesThatNobodyReadsStandardOutput) {
+    EXPECT_EXIT(
+        {
+            int ends[2];
+            bool isDone = ::pipe(ends) == 0 && ::dup2(ends[1], STDOUT_FILENO) >= 0;
+            SystemClock clock;
+            clock.CatchInterrupt();
+            clock.EndWithReader();
+            clock.Wake();
+            isDone = isDone && clock.WaitForWake() == Clock::Wakeup::Called;
+            ::close(ends[0]);
+            isDone = isDone && ::write(STDOUT_FILENO, "x", 1) < 0 && errno == EPIPE;
+            std::_Exit(isDone && clock.WaitForWake() == Clock::Wakeup::ReaderGone ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+TEST(SystemClock, EndsTheProcessWhenItsTimeIsOver) {
+    EXPECT_EXIT(
+        {
+            SystemClock clock;
+            clock.LimitRun(1ms, "the time is over\n", 2);
+            clock.SleepFor(1h);
+        },
+        ::testing::ExitedWithCode(2), "the time is over\n");
+    SystemClock clock;
+    clock.LimitRun(1h, "never", 2);
 }
 
 TEST(SystemClock, PutsTheSignalBack) {

@@ -17,7 +17,8 @@ TEST_F(CommandLineTest, PrintsTheHelpOfEveryCommandOnStandardOutput) {
          {Arguments{}, Arguments{"state"}, Arguments{"start"}, Arguments{"stop"},
           Arguments{"settings"}, Arguments{"settings", "get"}, Arguments{"settings", "set"},
           Arguments{"sync"}, Arguments{"event"}, Arguments{"explain"}, Arguments{"ping"},
-          Arguments{"doctor"}}) {
+          Arguments{"doctor"}, Arguments{"watch"}, Arguments{"file"}, Arguments{"file", "get"},
+          Arguments{"certs"}, Arguments{"locales"}}) {
         for (const std::string flag : {"--help", "-h"}) {
             Arguments whole = arguments;
             whole.push_back(flag);
@@ -116,7 +117,12 @@ const std::vector<Arguments> kCommandsOfTheService = {{"state"},
                                                       {"settings", "set", "sync_period_s=1"},
                                                       {"sync"},
                                                       {"event", "text"},
-                                                      {"ping"}};
+                                                      {"ping"},
+                                                      {"watch"},
+                                                      {"state", "--watch"},
+                                                      {"file", "info", "name"},
+                                                      {"certs"},
+                                                      {"locales"}};
 
 TEST_F(CommandLineTest, SaysWithoutAServiceWhereItLookedAndWhatToDo) {
     provider_.noService = "Handle was not received";
@@ -128,12 +134,11 @@ TEST_F(CommandLineTest, SaysWithoutAServiceWhereItLookedAndWhatToDo) {
             arguments.push_back(format);
             const Ran ran = Run(arguments);
             ExpectFailure(ran, 3);
-            EXPECT_THAT(
-                ran.err,
-                AllOf(HasSubstr("cannot reach the connector service 'fake_service': Handle was "
-                                "not received"),
-                      HasSubstr("Start zam_connectord"), HasSubstr("'/run/fake'"),
-                      HasSubstr("ZAM_RUNTIME_DIR"), HasSubstr("'zamctl doctor'")));
+            EXPECT_THAT(ran.err,
+                        AllOf(HasSubstr("cannot reach the service 'fake_service': Handle was "
+                                        "not received"),
+                              HasSubstr("Start zam_connectord"), HasSubstr("'/run/fake'"),
+                              HasSubstr("ZAM_RUNTIME_DIR"), HasSubstr("'zamctl doctor'")));
         }
     }
 }
@@ -145,7 +150,7 @@ TEST_F(CommandLineTest, QuotesWithoutAServiceTheLoggedCauseOnce) {
         SCOPED_TRACE(::testing::PrintToString(command));
         const Ran ran = Run(command);
         ExpectFailure(ran, 3);
-        EXPECT_THAT(ran.err, HasSubstr("cannot reach the connector service 'fake_service': socket "
+        EXPECT_THAT(ran.err, HasSubstr("cannot reach the service 'fake_service': socket "
                                        "'/run/fake/fake_service.sock': Connection refused\n"));
         EXPECT_EQ(ran.err.find("Connection refused"), ran.err.rfind("Connection refused"));
         EXPECT_THAT(ran.err, ::testing::Not(HasSubstr("Handle was not received")));
@@ -158,11 +163,29 @@ TEST_F(CommandLineTest, NamesAMissingEndpoint) {
         SCOPED_TRACE(::testing::PrintToString(command));
         const Ran ran = Run(command);
         ExpectFailure(ran, 3);
-        EXPECT_THAT(ran.err,
-                    AllOf(HasSubstr("the connector service 'fake_service' lacks an endpoint: "
-                                    "no riid for fake.commands"),
-                          HasSubstr("Restart zam_connectord")));
+        EXPECT_THAT(ran.err, AllOf(HasSubstr("the service 'fake_service' lacks an endpoint: "
+                                             "no riid for fake.commands"),
+                                   HasSubstr("Restart zam_connectord")));
     }
+}
+
+TEST_F(CommandLineTest, SaysWhenTheLibraryReportsSuccessAndGivesNothing) {
+    provider_.nothingReturned = "the library answered 0x00000000 No error but gave no connector";
+    provider_.logged = "Create zam connector proxy: Invalid argument";
+    const Ran ran = Run({"state"});
+    ExpectFailure(ran, 3);
+    EXPECT_THAT(ran.err, HasSubstr("cannot make the connector: the library answered 0x00000000 No "
+                                   "error but gave no connector: Create zam connector proxy: "
+                                   "Invalid argument\n"));
+}
+
+TEST_F(CommandLineTest, NamesTheServiceThatIsAway) {
+    provider_.services = {"fake_service", "fake_files"};
+    provider_.goneService = "fake_files";
+    provider_.noService = "no socket";
+    const Ran ran = Run({"state"});
+    ExpectFailure(ran, 3);
+    EXPECT_THAT(ran.err, HasSubstr("cannot reach the service 'fake_files': no socket\n"));
 }
 
 /// A controller whose calls fail in the library, which logs the cause.
@@ -188,11 +211,23 @@ class LoggingProvider final : public ConnectorProvider {
 public:
     explicit LoggingProvider(FakeProvider& rest) : rest_(rest) {}
 
-    std::string ServiceName() const override { return rest_.ServiceName(); }
+    std::vector<std::string> ServiceNames() const override { return rest_.ServiceNames(); }
     ConnectorInterfaces Open() override {
-        return {controller_, rest_.settingsHolder, rest_.commandSender};
+        return {controller_,
+                rest_.settingsHolder,
+                rest_.stateSubscriber,
+                rest_.commandSender,
+                rest_.dataProvider,
+                rest_.dataChangeSubscriber,
+                rest_.productDataHolder,
+                rest_.fileDownloader,
+                rest_.certsDownloader,
+                rest_.localeInfo,
+                rest_.locationInfo};
     }
-    std::vector<EndpointReport> Endpoints() override { return rest_.Endpoints(); }
+    std::vector<EndpointReport> Endpoints(const std::string& service) override {
+        return rest_.Endpoints(service);
+    }
 
 private:
     LoggingController controller_;

@@ -116,7 +116,7 @@ TEST_F(DoctorCommandTest, ReportsAndEndsWithStatusThreeWithoutAService) {
                 AllOf(HasSubstr("problem  directory    /run/fake: No such file or directory\n"
                                 "                      Start zam_connectord for the directory "
                                 "'/run/fake', or set ZAM_RUNTIME_DIR"),
-                      HasSubstr("problem  service      cannot reach the connector service "
+                      HasSubstr("problem  service      cannot reach the service "
                                 "'fake_service': no socket\n")));
     EXPECT_THAT(ran.out, Not(HasSubstr("round_trip")));
     EXPECT_EQ(ran.err,
@@ -146,6 +146,21 @@ TEST_F(DoctorCommandTest, NamesAMissingEndpoint) {
     EXPECT_THAT(endpoints[2].at("remedy").get<std::string>(), HasSubstr("Restart zam_connectord"));
     EXPECT_EQ(Checks(ran, "service").front().at("status"), "ok");
     EXPECT_EQ(Checks(ran, "connector").front().at("status"), "problem");
+}
+
+TEST_F(DoctorCommandTest, ChecksTheServiceOfFilesToo) {
+    provider_.services = {"fake_service", "fake_files"};
+    system_.files["/run/fake/fake_files.sock"] = {FileKind::Socket, system_.user, 0600};
+    EXPECT_THAT(Run({"doctor"}).out, AllOf(HasSubstr("'fake_files' connected\n"),
+                                           HasSubstr("endpoint     fake.files, riid 9\n")));
+    provider_.goneService = "fake_files";
+    provider_.noService = "no answer";
+    const Ran ran = Run({"doctor"});
+    EXPECT_EQ(ran.status, 3);
+    EXPECT_THAT(ran.out, AllOf(HasSubstr("'fake_service' connected\n"),
+                               HasSubstr("problem  service      cannot reach the service "
+                                         "'fake_files': no answer\n"),
+                               Not(HasSubstr("round_trip"))));
 }
 
 TEST_F(DoctorCommandTest, EndsWithStatusTwoWhenACallFails) {

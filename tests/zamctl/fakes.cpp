@@ -27,6 +27,25 @@ bool FakeClock::SleepFor(std::chrono::nanoseconds duration) {
     return !interrupted;
 }
 
+Clock::WallTime FakeClock::WallNow() const {
+    constexpr std::chrono::milliseconds kStart{1'769'862'896'789};
+    return WallTime(kStart) +
+           std::chrono::duration_cast<WallTime::duration>(now_.time_since_epoch());
+}
+
+Clock::Wakeup FakeClock::WaitForWake() {
+    if (wakes_.exchange(0) > 0) {
+        return Wakeup::Called;
+    }
+    if (steps.empty()) {
+        return end;
+    }
+    const std::function<void()> step = std::move(steps.front());
+    steps.pop_front();
+    step();
+    return Wakeup::Called;
+}
+
 int FakeController::Start(const zam_connector::ZamConnectionParameters& parameters) noexcept {
     started = parameters;
     return startCode;
@@ -68,23 +87,125 @@ int FakeCommandSender::ScheduleSync() noexcept {
     return syncCode;
 }
 
+int FakeDataProvider::GetPolicy(std::pair<unsigned long, zam_connector::ZamPolicy>& data) noexcept {
+    data = {hash, {policy}};
+    return Note("GetPolicy");
+}
+
+int FakeDataProvider::GetProductSettings(
+    std::pair<unsigned long, zam_connector::ZamProductSettings>& data) noexcept {
+    data = {hash, {settings}};
+    return Note("GetProductSettings");
+}
+
+int FakeDataProvider::GetSubscriptions(
+    std::pair<unsigned long, zam_connector::ZamSubscriptions>& data) noexcept {
+    data = {hash, subscriptions};
+    return Note("GetSubscriptions");
+}
+
+int FakeDataProvider::GetZamServerData(zam_connector::ZamServerData& data) noexcept {
+    data = serverData;
+    return Note("GetZamServerData");
+}
+
+int FakeDataProvider::GetZamReserveCert(std::string& data) noexcept {
+    data = cert;
+    return Note("GetZamReserveCert");
+}
+
+int FakeDataProvider::GetZamUpdatesStatus(
+    std::pair<unsigned long, zam_connector::ZamUpdatesStatus>& data) noexcept {
+    data = {hash, updates};
+    return Note("GetZamUpdatesStatus");
+}
+
+int FakeDataProvider::GetZamUpdatesStatusHash(unsigned long& data) noexcept {
+    data = hash;
+    return Note("GetZamUpdatesStatusHash");
+}
+
+int FakeDataProvider::GetPolicyHash(unsigned long& data) noexcept {
+    data = hash;
+    return Note("GetPolicyHash");
+}
+
+int FakeDataProvider::GetSettingsHash(unsigned long& data) noexcept {
+    data = hash;
+    return Note("GetSettingsHash");
+}
+
+int FakeDataProvider::GetSubscriptionHash(unsigned long& data) noexcept {
+    data = hash;
+    return Note("GetSubscriptionHash");
+}
+
+int FakeDataProvider::GetSyncedSettingsHash(unsigned long& data) noexcept {
+    data = hash;
+    return Note("GetSyncedSettingsHash");
+}
+
+int FakeDataProvider::Note(const char* call) noexcept {
+    calls.emplace_back(call);
+    return code;
+}
+
+int FakeProductDataHolder::SetAppInfo(const zam_connector::AppInfo& data) noexcept {
+    info = data;
+    return code;
+}
+
+int FakeProductDataHolder::SetAppInfoDynamic(const zam_connector::DynamicAppInfo& data) noexcept {
+    dynamicInfo = data;
+    return code;
+}
+
+int FakeProductDataHolder::SetAppEulas(const std::vector<zam_connector::AppEula>& data,
+                                       unsigned long& hash) noexcept {
+    eulas = data;
+    hash = givenHash;
+    return code;
+}
+
+int FakeProductDataHolder::SetAppUpdates(const zam_connector::AppUpdates& data,
+                                         unsigned long& hash) noexcept {
+    updates = data;
+    hash = givenHash;
+    return code;
+}
+
+int FakeProductDataHolder::SetSettings(const zam_connector::ZamProductSettings& data,
+                                       unsigned long& hash) noexcept {
+    settings = data.tree;
+    hash = givenHash;
+    return code;
+}
+
 ConnectorInterfaces FakeProvider::Open() {
     ++opens;
     if (!logged.empty()) {
         LogError(logged);
     }
     if (!noService.empty()) {
-        throw std::runtime_error(noService);
+        throw UnreachableService(goneService, noService);
+    }
+    if (!nothingReturned.empty()) {
+        throw NothingReturned(nothingReturned);
     }
     if (!missingEndpoint.empty()) {
-        throw MissingEndpoint("no riid for " + missingEndpoint);
+        throw MissingEndpoint("fake_service", "no riid for " + missingEndpoint);
     }
-    return {controller, settingsHolder, commandSender};
+    return {controller,      settingsHolder,       stateSubscriber,   commandSender,
+            dataProvider,    dataChangeSubscriber, productDataHolder, fileDownloader,
+            certsDownloader, localeInfo,           locationInfo};
 }
 
-std::vector<EndpointReport> FakeProvider::Endpoints() {
-    if (!noService.empty()) {
-        throw std::runtime_error(noService);
+std::vector<EndpointReport> FakeProvider::Endpoints(const std::string& service) {
+    if (!noService.empty() && service == goneService) {
+        throw UnreachableService(service, noService);
+    }
+    if (service != services.front()) {
+        return {{"fake.files", 9}};
     }
     std::vector<EndpointReport> reports = {{"fake.controller", 1}, {"fake.settings", 2}};
     if (!missingEndpoint.empty()) {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -9,6 +11,7 @@
 
 #include "clock.h"
 #include "connector_provider.h"
+#include "live_fakes.h"
 #include "system_view.h"
 
 namespace zamctl::test {
@@ -24,15 +27,32 @@ public:
     void CatchInterrupt() override { catching = true; }
     bool Interrupted() const override { return interrupted; }
 
+    /// 2026-01-31T12:34:56.789Z and the time that has passed.
+    WallTime WallNow() const override;
+    void EndWithReader() override { watchesReader = true; }
+    void Wake() noexcept override { ++wakes_; }
+
+    /// Runs the next step unless it was woken already; behind the last one comes `end`.
+    Wakeup WaitForWake() override;
+    void LimitRun(std::chrono::milliseconds limit, const char* /*message*/,
+                  int /*status*/) override {
+        runLimit = limit;
+    }
+
     void Advance(std::chrono::nanoseconds duration) { now_ += duration; }
 
     std::vector<std::chrono::nanoseconds> sleeps;
     std::optional<std::size_t> interruptAtSleep;
     bool catching = false;
     bool interrupted = false;
+    bool watchesReader = false;
+    std::deque<std::function<void()>> steps;
+    Wakeup end = Wakeup::Interrupted;
+    std::optional<std::chrono::milliseconds> runLimit;
 
 private:
     TimePoint now_{};
+    std::atomic<int> wakes_{0};
 };
 
 /// Answers as told and notes what it was asked.
@@ -83,22 +103,86 @@ public:
     int syncs = 0;
 };
 
+/// Gives the data that it is told to hold. Every call notes its name, and answers `code`.
+class FakeDataProvider final : public zam_connector::IZamDataProvider {
+public:
+    int GetPolicy(std::pair<unsigned long, zam_connector::ZamPolicy>& data) noexcept override;
+    int GetProductSettings(
+        std::pair<unsigned long, zam_connector::ZamProductSettings>& data) noexcept override;
+    int GetSubscriptions(
+        std::pair<unsigned long, zam_connector::ZamSubscriptions>& data) noexcept override;
+    int GetZamServerData(zam_connector::ZamServerData& data) noexcept override;
+    int GetZamReserveCert(std::string& data) noexcept override;
+    int GetZamUpdatesStatus(
+        std::pair<unsigned long, zam_connector::ZamUpdatesStatus>& data) noexcept override;
+    int GetZamUpdatesStatusHash(unsigned long& data) noexcept override;
+    int GetPolicyHash(unsigned long& data) noexcept override;
+    int GetSettingsHash(unsigned long& data) noexcept override;
+    int GetSubscriptionHash(unsigned long& data) noexcept override;
+    int GetSyncedSettingsHash(unsigned long& data) noexcept override;
+
+    zuv::TValue policy;
+    zuv::TValue settings;
+    zam_connector::ZamSubscriptions subscriptions;
+    zam_connector::ZamServerData serverData;
+    std::string cert;
+    zam_connector::ZamUpdatesStatus updates;
+    unsigned long hash = 0xC0FFEE;
+
+    int code = 0;
+    std::vector<std::string> calls;
+
+private:
+    int Note(const char* call) noexcept;
+};
+
+/// Keeps what it is sent.
+class FakeProductDataHolder final : public zam_connector::IProductDataHolder {
+public:
+    int SetAppInfo(const zam_connector::AppInfo& data) noexcept override;
+    int SetAppInfoDynamic(const zam_connector::DynamicAppInfo& data) noexcept override;
+    int SetAppEulas(const std::vector<zam_connector::AppEula>& data,
+                    unsigned long& hash) noexcept override;
+    int SetAppUpdates(const zam_connector::AppUpdates& data, unsigned long& hash) noexcept override;
+    int SetSettings(const zam_connector::ZamProductSettings& data,
+                    unsigned long& hash) noexcept override;
+
+    std::optional<zam_connector::AppInfo> info;
+    std::optional<zam_connector::DynamicAppInfo> dynamicInfo;
+    std::optional<std::vector<zam_connector::AppEula>> eulas;
+    std::optional<zam_connector::AppUpdates> updates;
+    std::optional<zuv::TValue> settings;
+    unsigned long givenHash = 0xC0FFEE;
+    int code = 0;
+};
+
 /// A connector of fakes, or none.
 class FakeProvider final : public ConnectorProvider {
 public:
     explicit FakeProvider(FakeClock& clock) : controller(clock) {}
 
-    std::string ServiceName() const override { return "fake_service"; }
+    std::vector<std::string> ServiceNames() const override { return services; }
     ConnectorInterfaces Open() override;
-    std::vector<EndpointReport> Endpoints() override;
+    std::vector<EndpointReport> Endpoints(const std::string& service) override;
 
     FakeController controller;
     FakeSettingsHolder settingsHolder;
     FakeCommandSender commandSender;
+    FakeDataProvider dataProvider;
+    FakeProductDataHolder productDataHolder;
+    FakeStateSubscriber stateSubscriber;
+    FakeDataChangeSubscriber dataChangeSubscriber;
+    FakeFileDownloader fileDownloader;
+    FakeCertsDownloader certsDownloader;
+    FakeLocaleInfo localeInfo;
+    FakeLocationInfo locationInfo;
 
-    std::string noService;        ///< when not empty, why there is no service
-    std::string missingEndpoint;  ///< when not empty, the endpoint that is not there
-    std::string logged;           ///< when not empty, what is logged before a throw
+    std::vector<std::string> services = {"fake_service"};
+    std::string goneService = "fake_service";  ///< the one that `noService` is about
+    std::string nothingReturned;               ///< when not empty, what that is told by
+    std::string noService;                     ///< when not empty, why there is no service
+    std::string missingEndpoint;               ///< when not empty, the endpoint that is not there
+    std::string logged;                        ///< when not empty, what is logged before a throw
     int opens = 0;
 };
 
@@ -111,6 +195,7 @@ public:
     std::string UserName(uid_t id) const override;
     std::optional<uid_t> ServiceUser() const override { return serviceUser; }
     std::vector<LoadedLibrary> Libraries() const override { return libraries; }
+    bool ErrIsTerminal() const override { return errIsTerminal; }
 
     /// Sets everything up as it is when the service runs in `/run/fake`.
     void MakeSound();
@@ -122,6 +207,7 @@ public:
     uid_t user = 1000;
     std::optional<uid_t> serviceUser;
     std::vector<LoadedLibrary> libraries;
+    bool errIsTerminal = false;
 };
 
 /// Writes a record to the root logger, as the library does on a failure.

@@ -40,17 +40,20 @@ TEST_F(ZamctlProcess, EndsWithStatusThreeWithoutAService) {
          {Arguments{"state"}, Arguments{"--json", "state"}, Arguments{"state", "--wait", "stopped"},
           Arguments{"start", "--server", "server.example", "--port", "1"}, Arguments{"stop"},
           Arguments{"settings", "get"}, Arguments{"settings", "set", "sync_period_s=1"},
-          Arguments{"sync"}, Arguments{"event", "text"}, Arguments{"--json", "ping"}}) {
+          Arguments{"sync"}, Arguments{"event", "text"}, Arguments{"--json", "ping"},
+          Arguments{"policy"}, Arguments{"--json", "updates-status", "hash"}, Arguments{"watch"},
+          Arguments{"state", "--watch"}, Arguments{"file", "info", "name"},
+          Arguments{"file", "get", "name", "-o", (directory_ / "name").string()},
+          Arguments{"--json", "certs"}, Arguments{"locales"}}) {
         SCOPED_TRACE(::testing::PrintToString(arguments));
         const ProgramResult result = Run(arguments);
         EXPECT_EQ(result.status, 3);
         EXPECT_EQ(result.out, "");
-        EXPECT_THAT(
-            result.err,
-            AllOf(HasSubstr("cannot reach the connector service 'zam_connector_id': socket"),
-                  HasSubstr("zam_connector_id.sock': No such file or directory\n"),
-                  HasSubstr("Start zam_connectord for the directory '" + directory_.string() +
-                            "', or set ZAM_RUNTIME_DIR")));
+        EXPECT_THAT(result.err,
+                    AllOf(HasSubstr("cannot reach the service 'zam_connector_id': socket"),
+                          HasSubstr("zam_connector_id.sock': No such file or directory\n"),
+                          HasSubstr("Start zam_connectord for the directory '" +
+                                    directory_.string() + "', or set ZAM_RUNTIME_DIR")));
         EXPECT_EQ(result.err.find("No such file"), result.err.rfind("No such file"));
     }
 }
@@ -84,7 +87,8 @@ TEST_F(ZamctlProcess, EndsWithStatusOneForWrongWordsAndValues) {
           Arguments{"start", "--server", "a", "--port", "http"},
           Arguments{"settings", "set", "no_such_setting=1"},
           Arguments{"event", std::string(129, 'e')}, Arguments{"ping", "--count", "0"},
-          Arguments{"explain", "nonsense"}, Arguments{"state", "--unknown"}}) {
+          Arguments{"explain", "nonsense"}, Arguments{"state", "--unknown"},
+          Arguments{"policy", "hush"}, Arguments{"upload"}, Arguments{"upload", "settings"}}) {
         SCOPED_TRACE(::testing::PrintToString(arguments));
         const ProgramResult result = Run(arguments);
         EXPECT_EQ(result.status, 1);

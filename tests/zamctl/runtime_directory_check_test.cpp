@@ -17,7 +17,7 @@ protected:
     RuntimeDirectoryCheck() { system_.MakeSound(); }
 
     /// The last finding, which is the one that ends the checks.
-    Finding Last() const { return CheckRuntimeDirectory(system_, "fake_service").back(); }
+    Finding Last() const { return CheckRuntimeDirectory(system_, {"fake_service"}).back(); }
 
     /// Checks that the last finding is a problem and that the advice of a failed connection has the
     /// same remedy and names the directory.
@@ -53,7 +53,7 @@ TEST_F(RuntimeDirectoryCheck, ChoosesAsTheLibraryDoes) {
 }
 
 TEST_F(RuntimeDirectoryCheck, FindsNothingWrongWithASoundDirectory) {
-    const std::vector<Finding> findings = CheckRuntimeDirectory(system_, "fake_service");
+    const std::vector<Finding> findings = CheckRuntimeDirectory(system_, {"fake_service"});
     ASSERT_EQ(findings.size(), 3U);
     for (const Finding& finding : findings) {
         EXPECT_EQ(finding.status, FindingStatus::Ok) << finding.text;
@@ -97,7 +97,7 @@ TEST_F(RuntimeDirectoryCheck, TrustsTheUserRootAndTheServiceUser) {
     system_.names[78] = "mallory";
     system_.files["/run/fake"].owner = 78;
     system_.files.erase("/run/fake/fake_service.sock");
-    const std::vector<Finding> findings = CheckRuntimeDirectory(system_, "fake_service");
+    const std::vector<Finding> findings = CheckRuntimeDirectory(system_, {"fake_service"});
     EXPECT_EQ(findings[1].status, FindingStatus::Problem);
     EXPECT_THAT(findings[1].text, HasSubstr("belongs to user mallory (78), not to user 1000"));
     EXPECT_THAT(ConnectRemedy(system_, "fake_service"), HasSubstr("a directory of your own"));
@@ -106,13 +106,13 @@ TEST_F(RuntimeDirectoryCheck, TrustsTheUserRootAndTheServiceUser) {
 TEST_F(RuntimeDirectoryCheck, RefusesDirectoriesThatOthersMayWrite) {
     for (const unsigned mode : {0720U, 0702U, 0777U, 01777U}) {
         system_.files["/run/fake"].mode = mode;
-        const Finding finding = CheckRuntimeDirectory(system_, "fake_service")[1];
+        const Finding finding = CheckRuntimeDirectory(system_, {"fake_service"})[1];
         EXPECT_EQ(finding.status, FindingStatus::Problem) << mode;
         EXPECT_THAT(finding.text, HasSubstr("lets others write"));
         EXPECT_EQ(finding.remedy, "Run 'chmod go-w /run/fake'.");
     }
     system_.files["/run/fake"].mode = 0755;
-    EXPECT_EQ(CheckRuntimeDirectory(system_, "fake_service")[1].status, FindingStatus::Ok);
+    EXPECT_EQ(CheckRuntimeDirectory(system_, {"fake_service"})[1].status, FindingStatus::Ok);
 }
 
 TEST_F(RuntimeDirectoryCheck, MissesTheSocket) {

@@ -237,7 +237,7 @@ TEST_F(SettingsCommandsTest, SetRefusesWrongDocumentsBeforeAnythingIsSent) {
         Row{R"({"sync_period":1})", "did you mean 'sync_period_s'?"},
         Row{R"({"sync_period_s":1,"sync_period_s":2})", "'sync_period_s' stands there twice"},
         Row{R"({"sync_period_s":[[[[[[1]]]]]]})", "nested deeper than 4"},
-        Row{std::string(100000, '['), "more than 65536 bytes"},
+        Row{std::string(100000, '['), "more than the 65536 bytes"},
         Row{std::string(60000, '['), "nested deeper than 4"},
         Row{"{\"sync_period_s\":\"\xff\"}", "no JSON"}};
     for (const auto& [document, message] : rows) {

@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "command_line.h"
+#include "printable.h"
 
 namespace zamctl {
 namespace {
@@ -18,10 +19,10 @@ std::string RemedyOf(const Failure& failure, const std::string& commandName) {
 
 void PrintFailure(std::ostream& err, const Failure& failure, const std::string& commandName) {
     err << fmt::format("zamctl{}{}: {}\n", commandName.empty() ? "" : " ", commandName,
-                       failure.what());
+                       Printable(failure.what()));
     const std::string remedy = RemedyOf(failure, commandName);
     if (!remedy.empty()) {
-        err << remedy << '\n';
+        err << Printable(remedy) << '\n';
     }
     err << std::flush;
 }
@@ -43,6 +44,8 @@ int Application::Run(const std::vector<std::string>& arguments) {
             throw Failure(kExitFailed, "the result could not be written to standard output",
                           "What was asked for has been done all the same.");
         }
+        return kExitDone;
+    } catch (const ReaderGone&) {
         return kExitDone;
     } catch (const Failure& failure) {
         PrintFailure(surroundings_.err, failure, invocation.commandName);

@@ -2,22 +2,30 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/time.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <cstring>
 #include <system_error>
 
 namespace zamctl {
 namespace {
 
-// What the handler can reach: it may touch lock-free atomics and the descriptor, nothing else. The
-// descriptor makes a sleep end that the signal came just before.
+// What the handlers can reach: they may touch lock-free atomics and the descriptor, nothing else.
+// The descriptor makes a wait end that the signal came just before.
 volatile std::sig_atomic_t g_interrupted = 0;
 int g_wakeUp = -1;
-struct sigaction g_previous {};
+struct sigaction g_previousInterrupt {};
+struct sigaction g_previousTermination {};
+struct sigaction g_previousPipe {};
+
+// Written before the timer is set that leads to reading them.
+const char* g_limitMessage = "";
+int g_limitStatus = 0;
 
 extern "C" void OnInterrupt(int /*signal*/) {
     const int error = errno;
@@ -28,12 +36,42 @@ extern "C" void OnInterrupt(int /*signal*/) {
     errno = error;
 }
 
+extern "C" void OnLimit(int /*signal*/) {
+    [[maybe_unused]] const ssize_t written =
+        ::write(STDERR_FILENO, g_limitMessage, std::strlen(g_limitMessage));
+    ::_exit(g_limitStatus);
+}
+
+int MakeEvent() {
+    const int event = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (event < 0) {
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+    return event;
+}
+
+void SetTimer(std::chrono::milliseconds time) {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+    itimerval timer{};
+    timer.it_value.tv_sec = seconds.count();
+    timer.it_value.tv_usec = std::chrono::microseconds(time - seconds).count();
+    ::setitimer(ITIMER_REAL, &timer, nullptr);
+}
+
 }  // namespace
 
 SystemClock::~SystemClock() {
+    if (isLimited_) {
+        SetTimer({});
+    }
+    if (watchesReader_) {
+        ::sigaction(SIGPIPE, &g_previousPipe, nullptr);
+    }
     if (catching_) {
-        ::sigaction(SIGINT, &g_previous, nullptr);
+        ::sigaction(SIGINT, &g_previousInterrupt, nullptr);
+        ::sigaction(SIGTERM, &g_previousTermination, nullptr);
         ::close(g_wakeUp);
+        ::close(calls_);
         g_wakeUp = -1;
         g_interrupted = 0;
     }
@@ -41,6 +79,10 @@ SystemClock::~SystemClock() {
 
 Clock::TimePoint SystemClock::Now() const {
     return std::chrono::steady_clock::now();
+}
+
+Clock::WallTime SystemClock::WallNow() const {
+    return std::chrono::system_clock::now();
 }
 
 bool SystemClock::SleepFor(std::chrono::nanoseconds duration) {
@@ -62,20 +104,75 @@ void SystemClock::CatchInterrupt() {
     if (catching_) {
         return;
     }
-    g_wakeUp = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (g_wakeUp < 0) {
-        throw std::system_error(errno, std::generic_category(), "eventfd");
+    calls_ = MakeEvent();
+    try {
+        g_wakeUp = MakeEvent();
+    } catch (...) {
+        ::close(calls_);
+        throw;
     }
     struct sigaction action {};
     action.sa_handler = &OnInterrupt;
     action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
     ::sigemptyset(&action.sa_mask);
-    ::sigaction(SIGINT, &action, &g_previous);
+    ::sigaction(SIGINT, &action, &g_previousInterrupt);
+    ::sigaction(SIGTERM, &action, &g_previousTermination);
     catching_ = true;
 }
 
 bool SystemClock::Interrupted() const {
     return g_interrupted != 0;
+}
+
+void SystemClock::EndWithReader() {
+    if (!watchesReader_) {
+        struct sigaction ignore {};
+        ignore.sa_handler = SIG_IGN;
+        ::sigaction(SIGPIPE, &ignore, &g_previousPipe);
+        watchesReader_ = true;
+    }
+}
+
+void SystemClock::Wake() noexcept {
+    const std::uint64_t one = 1;
+    // The counter cannot run over in the life of a machine.
+    [[maybe_unused]] const ssize_t written = ::write(calls_, &one, sizeof(one));
+}
+
+Clock::Wakeup SystemClock::WaitForWake() {
+    for (;;) {
+        if (Interrupted()) {
+            return Wakeup::Interrupted;
+        }
+        // Without events asked for, poll reports what it always does: an error or a hang-up, which
+        // is what a pipe shows whose reader has gone.
+        std::array<pollfd, 3> polled = {
+            pollfd{.fd = g_wakeUp, .events = POLLIN, .revents = 0},
+            pollfd{.fd = calls_, .events = POLLIN, .revents = 0},
+            pollfd{.fd = watchesReader_ ? STDOUT_FILENO : -1, .events = 0, .revents = 0}};
+        if (::poll(polled.data(), polled.size(), -1) < 0 || Interrupted()) {
+            continue;
+        }
+        if (polled[2].revents != 0) {
+            return Wakeup::ReaderGone;
+        }
+        std::uint64_t count = 0;
+        if (::read(calls_, &count, sizeof(count)) > 0) {
+            return Wakeup::Called;
+        }
+    }
+}
+
+void SystemClock::LimitRun(std::chrono::milliseconds limit, const char* message, int status) {
+    g_limitMessage = message;
+    g_limitStatus = status;
+    if (!isLimited_) {
+        struct sigaction action {};
+        action.sa_handler = &OnLimit;
+        ::sigaction(SIGALRM, &action, nullptr);
+        isLimited_ = true;
+    }
+    SetTimer(limit);
 }
 
 }  // namespace zamctl

@@ -15,6 +15,7 @@ namespace zamctl {
 /// Codes of the service for which zamctl knows advice.
 inline constexpr int kAccessDenied = static_cast<int>(0x80000045U);
 inline constexpr int kInvalidArgument = static_cast<int>(0x80000046U);
+inline constexpr int kNotReady = static_cast<int>(0x80000063U);
 inline constexpr int kInvalidState = static_cast<int>(0x8000006AU);
 
 /// "0x80000046".

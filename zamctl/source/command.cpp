@@ -10,19 +10,32 @@ ConnectorInterfaces Context::Connector() {
     return Reach([](ConnectorProvider& from) { return from.Open(); });
 }
 
+std::string Context::TakeCause() {
+    std::string cause = records_.Cause();
+    records_.Clear();
+    return cause;
+}
+
 void Context::ThrowConnectorFailure(const std::exception& exception) const {
     const std::string logged = records_.Cause();
     const std::string cause = logged.empty() ? exception.what() : logged;
-    if (dynamic_cast<const MissingEndpoint*>(&exception) != nullptr) {
+    if (const auto* const missing = dynamic_cast<const MissingEndpoint*>(&exception)) {
         throw ConnectorFailure(
-            fmt::format("the connector service '{}' lacks an endpoint: {}", provider.ServiceName(),
-                        cause),
+            fmt::format("the service '{}' lacks an endpoint: {}", missing->Service(), cause),
             "Restart zam_connectord, and install one of zamctl's version if that does not help; "
             "'zamctl doctor' lists the endpoints.");
     }
+    if (const auto* const away = dynamic_cast<const UnreachableService*>(&exception)) {
+        throw ConnectorFailure(
+            fmt::format("cannot reach the service '{}': {}", away->Service(), cause),
+            ConnectRemedy(system, away->Service()) + " 'zamctl doctor' tells more.");
+    }
+    const bool isNothing = dynamic_cast<const NothingReturned*>(&exception) != nullptr;
     throw ConnectorFailure(
-        fmt::format("cannot reach the connector service '{}': {}", provider.ServiceName(), cause),
-        ConnectRemedy(system, provider.ServiceName()) + " 'zamctl doctor' tells more.");
+        fmt::format(
+            "cannot make the connector: {}",
+            isNothing && !logged.empty() ? fmt::format("{}: {}", exception.what(), logged) : cause),
+        "'zamctl doctor' tells more.");
 }
 
 }  // namespace zamctl

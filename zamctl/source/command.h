@@ -29,6 +29,7 @@ class Context {
 public:
     Context(const Surroundings& surroundings, Output::Format format)
         : in(surroundings.in),
+          err(surroundings.err),
           clock(surroundings.clock),
           system(surroundings.system),
           provider(surroundings.provider),
@@ -61,7 +62,11 @@ public:
         return code;
     }
 
+    /// What the library logged about the last failure, for once; empty when it logged nothing.
+    std::string TakeCause();
+
     std::istream& in;
+    std::ostream& err;  ///< for progress and summaries
     Clock& clock;
     const SystemView& system;
     ConnectorProvider& provider;

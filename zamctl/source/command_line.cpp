@@ -49,17 +49,37 @@ std::vector<std::string> OptionNames(const CLI::App& app) {
     return names;
 }
 
+/// The option of a command, or of those that it belongs to, that an argument gives without a value
+/// in the same word; null when there is none.
+const CLI::Option* FindOption(const CLI::App& app, const std::string& argument) {
+    for (const CLI::App* level = &app; level != nullptr; level = level->get_parent()) {
+        if (const CLI::Option* const option = level->get_option_no_throw(argument)) {
+            return option;
+        }
+    }
+    return nullptr;
+}
+
 /// Checks the words that choose the command before the options are looked at: what the parser says
-/// of a wrong one does not tell which words there are. Only flags can stand before them.
+/// of a wrong one does not tell which words there are.
 void CheckCommandWords(const CLI::App& app, const std::vector<std::string>& arguments,
                        std::string& commandName) {
     const CLI::App* level = &app;
+    bool isValue = false;
+    bool isUnknown = false;
     for (const std::string& argument : arguments) {
+        if (std::exchange(isValue, false)) {
+            continue;
+        }
         if (argument.starts_with('-')) {
+            const CLI::Option* const option = FindOption(*level, argument);
+            isValue = option != nullptr && option->get_items_expected_max() > 0;
+            isUnknown = isUnknown || (option == nullptr && argument.find('=') == std::string::npos);
             continue;
         }
         const std::vector<std::string> names = CommandNames(*level);
-        if (names.empty()) {
+        // A word that need not be there may be the value of an option that is not known.
+        if (names.empty() || (isUnknown && level->get_require_subcommand_min() == 0)) {
             return;
         }
         if (std::find(names.begin(), names.end(), argument) == names.end()) {
@@ -74,7 +94,7 @@ void CheckCommandWords(const CLI::App& app, const std::vector<std::string>& argu
     const std::vector<std::string> names = CommandNames(*level);
     const bool informs = Contains(arguments, "--help") || Contains(arguments, "-h") ||
                          Contains(arguments, "--version");
-    if (!names.empty() && !informs) {
+    if (level->get_require_subcommand_min() > 0 && !informs) {
         throw UsageError(fmt::format("no command given{}", SuggestName("", names, "commands")));
     }
 }

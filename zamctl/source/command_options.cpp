@@ -67,8 +67,9 @@ CLI::Option* AddTimeout(CLI::App& command, milliseconds& target) {
         ->type_name("SECONDS");
 }
 
-void DeclareState(CLI::App& app, StateCommand::Options& options) {
+void DeclareState(CLI::App& app, CommandOptions& all) {
     CLI::App& command = AddCommand(app, "state", "Print the state of the connection");
+    StateCommand::Options& options = all.state;
     const auto parse = [&options](const std::string& text) {
         options.waitFor = ParseState(text);
         if (!options.waitFor) {
@@ -83,6 +84,9 @@ void DeclareState(CLI::App& app, StateCommand::Options& options) {
                 fmt::format("Wait until the state is one of: {}", fmt::join(StateNames(), ", ")))
             ->type_name("STATE");
     AddTimeout(command, options.timeout)->needs(wait);
+    command.add_flag("--watch", all.watchState, "Print each change as it comes, until interrupted")
+        ->excludes(wait);
+    DeclareNoticeCount(command, all.stateWatch, "--watch");
 }
 
 void DeclareStart(CLI::App& app, StartCommand::Options& options) {
@@ -161,7 +165,7 @@ void DeclarePing(CLI::App& app, PingCommand::Options& options) {
 }  // namespace
 
 void DeclareCommands(CLI::App& app, CommandOptions& options) {
-    DeclareState(app, options.state);
+    DeclareState(app, options);
     DeclareStart(app, options.start);
     DeclareStop(app, options.stop);
     DeclareSettings(app, options.settingsSet);
@@ -170,6 +174,8 @@ void DeclareCommands(CLI::App& app, CommandOptions& options) {
         .add_option("TEXT", options.event,
                     fmt::format("At most {} bytes; - reads standard input", kMaxEventBytes))
         ->required();
+    DeclareDataCommands(app, options.data);
+    DeclareLiveCommands(app, options.live);
     CLI::App& explain = AddCommand(app, "explain", "Print what result codes mean");
     explain.add_option("CODE", options.codes, "0x... or decimal, signed or not")->type_name("CODE");
     explain.add_flag("-l,--list", options.allCodes, "Print every code that has a text");
@@ -179,6 +185,9 @@ void DeclareCommands(CLI::App& app, CommandOptions& options) {
 
 std::unique_ptr<Command> MakeCommand(const CLI::App& app, const CommandOptions& options) {
     if (app.got_subcommand("state")) {
+        if (options.watchState) {
+            return std::make_unique<WatchCommand>(options.stateWatch);
+        }
         return std::make_unique<StateCommand>(options.state);
     }
     if (app.got_subcommand("start")) {
@@ -208,6 +217,12 @@ std::unique_ptr<Command> MakeCommand(const CLI::App& app, const CommandOptions& 
     }
     if (app.got_subcommand("ping")) {
         return std::make_unique<PingCommand>(options.ping);
+    }
+    if (std::unique_ptr<Command> command = MakeDataCommand(app, options.data)) {
+        return command;
+    }
+    if (std::unique_ptr<Command> command = MakeLiveCommand(app, options.live)) {
+        return command;
     }
     return std::make_unique<DoctorCommand>();
 }

@@ -10,6 +10,8 @@
 #include "commands/start_command.h"
 #include "commands/state_command.h"
 #include "commands/stop_command.h"
+#include "data_options.h"
+#include "live_options.h"
 
 namespace CLI {
 class App;
@@ -20,6 +22,8 @@ namespace zamctl {
 /// The options of all commands; a command line fills those of one.
 struct CommandOptions {
     StateCommand::Options state;
+    WatchCommand::Options stateWatch{.kinds = {NoticeKind::State}};
+    bool watchState = false;
     StartCommand::Options start;
     StopCommand::Options stop;
     SettingsSetCommand::Options settingsSet;
@@ -27,6 +31,8 @@ struct CommandOptions {
     std::vector<std::string> codes;
     bool allCodes = false;
     PingCommand::Options ping;
+    DataOptions data;
+    LiveOptions live;
 };
 
 /// Declares every command with its options, which are written to `options` by the parse; that must

@@ -3,28 +3,37 @@
 #include <memory>
 
 #include "connector_provider.h"
-#include "vd/zor_transport.h"
+#include "zam_connector/i_zam_connector.h"
 
 namespace zamctl {
 
-/// The connector over the service of this machine.
+/// The connector over the services of this machine.
 class Connection final : public ConnectorProvider {
 public:
-    Connection();
+    Connection() = default;
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
-    ~Connection() override;
 
-    std::string ServiceName() const override;
+    std::vector<std::string> ServiceNames() const override;
     ConnectorInterfaces Open() override;
-    std::vector<EndpointReport> Endpoints() override;
+    std::vector<EndpointReport> Endpoints(const std::string& service) override;
 
 private:
-    // The proxies refer to the transport and therefore stand behind it.
-    std::unique_ptr<VdZorTransport> transport_;
-    std::unique_ptr<zam_connector::IZamConnController> controller_;
-    std::unique_ptr<zam_connector::IZamConnSettingsHolder> settingsHolder_;
-    std::unique_ptr<zam_connector::IZamConnCommandSender> commandSender_;
+    void Make();
+
+    // Declared before the interfaces, which must not be used without it.
+    std::shared_ptr<zam_connector::IZamConnector> connector_;
+    std::shared_ptr<zam_connector::IZamConnController> controller_;
+    std::shared_ptr<zam_connector::IZamConnSettingsHolder> settingsHolder_;
+    std::shared_ptr<zam_connector::IZamConnStateSubscriber> stateSubscriber_;
+    std::shared_ptr<zam_connector::IZamConnCommandSender> commandSender_;
+    std::shared_ptr<zam_connector::IZamDataProvider> dataProvider_;
+    std::shared_ptr<zam_connector::IZamDataChangeSubscriber> dataChangeSubscriber_;
+    std::shared_ptr<zam_connector::IProductDataHolder> productDataHolder_;
+    std::shared_ptr<zam_connector::IZamFileDownloader> fileDownloader_;
+    std::shared_ptr<zam_connector::IZamClientCertsDownloader> certsDownloader_;
+    std::shared_ptr<zam_connector::zam_locale::IZamLocaleInfo> localeInfo_;
+    std::shared_ptr<zam_connector::zam_locale::IZamLocationInfo> locationInfo_;
 };
 
 }  // namespace zamctl

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -42,6 +43,10 @@ public:
     ConnectorFailure(const std::string& message, std::string remedy)
         : Failure(kExitNoConnector, message, std::move(remedy)) {}
 };
+
+/// Nobody reads standard output any more: what was asked for has been read, and the command is
+/// done.
+class ReaderGone final : public std::exception {};
 
 /// A call that was answered with a failure code.
 class CallFailure : public Failure {

@@ -3,6 +3,8 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
+#include "printable.h"
+
 namespace zamctl {
 
 void Output::Result(const std::string& text, const Json& document) {
@@ -21,10 +23,18 @@ void Output::Detail(const std::string& text, const Json& document) {
     }
 }
 
+void Output::Content(const std::string& content) {
+    out_ << content << std::flush;
+}
+
+bool Output::IsGood() const {
+    return out_.good();
+}
+
 void Output::Print(const std::string& text, const Json& document) {
     if (format_.json) {
         // Texts that are no UTF-8 must not end in an exception behind a call that has succeeded.
-        out_ << document.dump(-1, ' ', false, Json::error_handler_t::replace);
+        out_ << PrintableJson(document.dump(-1, ' ', false, Json::error_handler_t::replace));
     } else {
         out_ << text;
     }

@@ -29,6 +29,13 @@ public:
     /// One of many lines that a summary will follow: left out with --quiet in both forms.
     void Detail(const std::string& text, const Json& document);
 
+    /// What was asked for, in the form that it shall have, its last line end included.
+    void Content(const std::string& content);
+
+    /// False once something could not be written.
+    bool IsGood() const;
+
+    bool IsJson() const noexcept { return format_.json; }
     bool IsQuiet() const noexcept { return format_.quiet; }
 
 private:

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <ostream>
 
+#include "printable.h"
+
 namespace zamctl {
 namespace {
 
@@ -42,7 +44,8 @@ void RecordKeeper::LogImpl(int level, const char* file, int line, const char* fu
                            std::string_view text) {
     const std::lock_guard lock(mutex_);
     if (verbose_) {
-        err_ << fmt::format("[{}] {}:{} {}: {}\n", LevelName(level), file, line, function, text)
+        err_ << fmt::format("[{}] {}:{} {}: {}\n", LevelName(level), file, line, function,
+                            Printable(text))
              << std::flush;
     }
     if (records_.size() == kMaxRecords) {

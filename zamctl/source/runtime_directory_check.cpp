@@ -114,7 +114,8 @@ RuntimeDirectoryChoice ChooseRuntimeDirectory(const SystemView& system) {
             "the default, as neither ZAM_RUNTIME_DIR nor XDG_RUNTIME_DIR is set"};
 }
 
-std::vector<Finding> CheckRuntimeDirectory(const SystemView& system, const std::string& service) {
+std::vector<Finding> CheckRuntimeDirectory(const SystemView& system,
+                                           const std::vector<std::string>& services) {
     const RuntimeDirectoryChoice choice = ChooseRuntimeDirectory(system);
     std::vector<Finding> findings = {CheckChoice(choice)};
     if (findings.back().status == FindingStatus::Problem) {
@@ -123,14 +124,16 @@ std::vector<Finding> CheckRuntimeDirectory(const SystemView& system, const std::
     const FileLook look = system.Look(choice.path);
     findings.push_back(CheckDirectory(system, choice.path, look));
     if (look.status && look.status->kind == FileKind::Directory) {
-        findings.push_back(CheckSocket(system, choice.path, look.status->owner,
-                                       fmt::format("{}/{}.sock", choice.path, service)));
+        for (const std::string& service : services) {
+            findings.push_back(CheckSocket(system, choice.path, look.status->owner,
+                                           fmt::format("{}/{}.sock", choice.path, service)));
+        }
     }
     return findings;
 }
 
 std::string ConnectRemedy(const SystemView& system, const std::string& service) {
-    const std::vector<Finding> findings = CheckRuntimeDirectory(system, service);
+    const std::vector<Finding> findings = CheckRuntimeDirectory(system, {service});
     const auto problem = std::find_if(findings.begin(), findings.end(), [](const Finding& finding) {
         return finding.status == FindingStatus::Problem;
     });

@@ -18,9 +18,10 @@ struct RuntimeDirectoryChoice {
 
 RuntimeDirectoryChoice ChooseRuntimeDirectory(const SystemView& system);
 
-/// The choice, the directory and the socket of `service` in it, in this order; what stands on
+/// The choice, the directory and the sockets of the services in it, in this order; what stands on
 /// something that is not there is left out.
-std::vector<Finding> CheckRuntimeDirectory(const SystemView& system, const std::string& service);
+std::vector<Finding> CheckRuntimeDirectory(const SystemView& system,
+                                           const std::vector<std::string>& services);
 
 /// What to do when the service could not be connected to.
 std::string ConnectRemedy(const SystemView& system, const std::string& service);

@@ -80,4 +80,8 @@ std::vector<LoadedLibrary> HostSystemView::Libraries() const {
     return libraries;
 }
 
+bool HostSystemView::ErrIsTerminal() const {
+    return ::isatty(STDERR_FILENO) == 1;
+}
+
 }  // namespace zamctl

@@ -50,6 +50,9 @@ public:
     virtual std::optional<uid_t> ServiceUser() const = 0;
 
     virtual std::vector<LoadedLibrary> Libraries() const = 0;
+
+    /// Whether standard error is a terminal.
+    virtual bool ErrIsTerminal() const = 0;
 };
 
 class HostSystemView final : public SystemView {
@@ -60,6 +63,7 @@ public:
     std::string UserName(uid_t user) const override;
     std::optional<uid_t> ServiceUser() const override;
     std::vector<LoadedLibrary> Libraries() const override;
+    bool ErrIsTerminal() const override;
 };
 
 }  // namespace zamctl

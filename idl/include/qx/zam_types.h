@@ -186,44 +186,107 @@ QX_FIELD(qx_zam_connector_ZamTypes_DynamicAppInfo, health, 4);
 QX_FIELD(qx_zam_connector_ZamTypes_DynamicAppInfo, flags, 5);
 QX_FIELD(qx_zam_connector_ZamTypes_DynamicAppInfo, reserved, 6);
 
+/// A 64-bit number in two halves, for records that are aligned to 4 bytes.
+struct qx_zam_connector_ZamTypes_Halves {
+    std::uint32_t low;
+    std::uint32_t high;
+
+    constexpr std::uint64_t Get() const noexcept { return std::uint64_t{high} << 32U | low; }
+    constexpr void Set(std::uint64_t number) noexcept {
+        low = static_cast<std::uint32_t>(number);
+        high = static_cast<std::uint32_t>(number >> 32U);
+    }
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_Halves) == 8);
+QX_FIELD(qx_zam_connector_ZamTypes_Halves, low, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_Halves, high, 4);
+
 /// Which file to describe.
 struct qx_zam_connector_ZamTypes_FileInfoParams {
-    vd_bytes opaque;
+    vd_bytes path;
 };
 static_assert(sizeof(qx_zam_connector_ZamTypes_FileInfoParams) == 8);
-QX_FIELD(qx_zam_connector_ZamTypes_FileInfoParams, opaque, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_FileInfoParams, path, 0);
 
 /// A file's description.
 struct qx_zam_connector_ZamTypes_FileInfo {
-    vd_bytes opaqueText;
-    std::uint64_t opaque[3];
+    vd_bytes sha256;
+    std::uint64_t sizeBytes;
+    std::int64_t modificationTime;
+    std::uint64_t chunkSizeBytes;
 };
 static_assert(sizeof(qx_zam_connector_ZamTypes_FileInfo) == 32);
-QX_FIELD(qx_zam_connector_ZamTypes_FileInfo, opaqueText, 0);
-QX_FIELD(qx_zam_connector_ZamTypes_FileInfo, opaque, 8);
+QX_FIELD(qx_zam_connector_ZamTypes_FileInfo, sha256, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_FileInfo, sizeBytes, 8);
+QX_FIELD(qx_zam_connector_ZamTypes_FileInfo, modificationTime, 16);
+QX_FIELD(qx_zam_connector_ZamTypes_FileInfo, chunkSizeBytes, 24);
 
 /// Which stretch of a file to fetch.
 struct qx_zam_connector_ZamTypes_FileChunkParams {
-    std::uint64_t opaque[3];
+    vd_bytes path;
+    std::uint64_t offset;
+    std::uint32_t maxSizeBytes;
+    std::uint32_t reserved;
 };
 static_assert(sizeof(qx_zam_connector_ZamTypes_FileChunkParams) == 24);
-QX_FIELD(qx_zam_connector_ZamTypes_FileChunkParams, opaque, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_FileChunkParams, path, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_FileChunkParams, offset, 8);
+QX_FIELD(qx_zam_connector_ZamTypes_FileChunkParams, maxSizeBytes, 16);
+QX_FIELD(qx_zam_connector_ZamTypes_FileChunkParams, reserved, 20);
 
 /// A stretch of a file. Aligned to 4 bytes, so that the result code behind it still fits.
 struct qx_zam_connector_ZamTypes_FileChunk {
-    std::uint32_t opaque[9];
+    std::uint32_t crc32;
+    vd_bytes version;
+    qx_zam_connector_ZamTypes_Halves offset;
+    qx_zam_connector_ZamTypes_Halves totalSizeBytes;
+    vd_bytes data;
 };
 static_assert(sizeof(qx_zam_connector_ZamTypes_FileChunk) == 36);
-QX_FIELD(qx_zam_connector_ZamTypes_FileChunk, opaque, 0);
+static_assert(alignof(qx_zam_connector_ZamTypes_FileChunk) == 4);
+QX_FIELD(qx_zam_connector_ZamTypes_FileChunk, crc32, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_FileChunk, version, 4);
+QX_FIELD(qx_zam_connector_ZamTypes_FileChunk, offset, 12);
+QX_FIELD(qx_zam_connector_ZamTypes_FileChunk, totalSizeBytes, 20);
+QX_FIELD(qx_zam_connector_ZamTypes_FileChunk, data, 28);
 
 /// Which client certificates to fetch.
 struct qx_zam_connector_ZamTypes_ClientCertParams {
-    std::uint64_t opaque[3];
+    vd_bytes subject;
+    vd_bytes issuer;
+    std::int64_t validAt;
 };
 static_assert(sizeof(qx_zam_connector_ZamTypes_ClientCertParams) == 24);
-QX_FIELD(qx_zam_connector_ZamTypes_ClientCertParams, opaque, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_ClientCertParams, subject, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_ClientCertParams, issuer, 8);
+QX_FIELD(qx_zam_connector_ZamTypes_ClientCertParams, validAt, 16);
 
-/// A sequence of client certificates.
+/// Bits of `qx_zam_connector_ZamTypes_ClientCertInfo::flags`; unknown bits are ignored.
+inline constexpr std::uint32_t kQxClientCertHasPrivateKey = 1U << 0U;
+
+/// A client certificate; stands in the arena. Without its flag the private key is absent.
+struct qx_zam_connector_ZamTypes_ClientCertInfo {
+    vd_bytes name;
+    vd_bytes subject;
+    vd_bytes issuer;
+    vd_bytes serialNumber;
+    vd_bytes certificate;
+    vd_bytes privateKey;
+    std::uint32_t flags;
+    std::uint32_t reserved;
+};
+static_assert(sizeof(qx_zam_connector_ZamTypes_ClientCertInfo) == 56);
+static_assert(alignof(qx_zam_connector_ZamTypes_ClientCertInfo) == 4);
+QX_FIELD(qx_zam_connector_ZamTypes_ClientCertInfo, name, 0);
+QX_FIELD(qx_zam_connector_ZamTypes_ClientCertInfo, subject, 8);
+QX_FIELD(qx_zam_connector_ZamTypes_ClientCertInfo, issuer, 16);
+QX_FIELD(qx_zam_connector_ZamTypes_ClientCertInfo, serialNumber, 24);
+QX_FIELD(qx_zam_connector_ZamTypes_ClientCertInfo, certificate, 32);
+QX_FIELD(qx_zam_connector_ZamTypes_ClientCertInfo, privateKey, 40);
+QX_FIELD(qx_zam_connector_ZamTypes_ClientCertInfo, flags, 48);
+QX_FIELD(qx_zam_connector_ZamTypes_ClientCertInfo, reserved, 52);
+
+/// A sequence of client certificates, `qx_zam_connector_ZamTypes_ClientCertInfo` each.
 struct qx_zam_connector_ZamTypes_ClientCertsInfo {
     vd_bytes certificates;
 };

@@ -45,7 +45,7 @@ public:
 inline constexpr std::size_t kMaxLogTextBytes = 16384;
 
 /// The default logger: one line per record on stderr, for levels at or above a threshold. Texts can
-/// hold what a peer sent, so control characters are written as \xNN and long texts are cut.
+/// hold what a peer sent, so control characters are written as `\xNN` and long texts are cut.
 class ZAM_API DefaultLoggerImpl final : public ZORLogger {
 public:
     explicit DefaultLoggerImpl(int threshold) noexcept;

@@ -14,8 +14,8 @@ namespace qel {
 
 /// A failure with a result code, the place where it was raised and a UTF-16 text.
 ///
-/// Exceptions are used inside the library only; none crosses a public operation. A value of these
-/// classes may be read from several threads at once, and changed by one.
+/// Exceptions are used inside the library; of the public operations only those throw that say so. A
+/// value of these classes may be read from several threads at once, and changed by one.
 class ZAM_API Exception : public std::exception {
 public:
     Exception(int code, std::u16string text);
@@ -61,7 +61,7 @@ private:
 /// Gives `Derived` its `Throw` and `Clone`, and an `At` that keeps the derived type, so that
 /// `throw Derived().At(file, line)` does not slice. `Base` is `Exception` or derives from it.
 template <typename Derived, typename Base>
-class ExceptionBase : public Base {
+class ZAM_API ExceptionBase : public Base {
 public:
     using Base::Base;
 

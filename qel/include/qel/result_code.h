@@ -22,6 +22,7 @@ inline constexpr int kInvalidArgument = FromBits(0x80000046U);
 inline constexpr int kUnspecifiedError = FromBits(0x8000004BU);
 inline constexpr int kInvalidSize = FromBits(0x8000005CU);
 inline constexpr int kInvalidIndex = FromBits(0x8000005EU);
+inline constexpr int kAlreadyDone = FromBits(0x80000067U);
 inline constexpr int kInvalidResult = FromBits(0x80000071U);
 
 /// The text of a facility-0 code; "Unknown result code" for every other code. The view is of

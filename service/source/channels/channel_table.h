@@ -73,6 +73,16 @@ public:
         return taken;
     }
 
+    /// Calls `visit` with the content of each channel of a client. This is no use of the channels.
+    template <typename Visit>
+    void ForEach(const zam_platform::SessionToken& client, Visit visit) {
+        for (auto& [id, entry] : channels_) {
+            if (entry.client == client) {
+                visit(entry.content);
+            }
+        }
+    }
+
     /// Ends all channels of a client.
     void EndSession(const zam_platform::SessionToken& client) {
         const std::size_t ended = std::erase_if(

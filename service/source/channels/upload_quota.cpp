@@ -1,6 +1,22 @@
 #include "channels/upload_quota.h"
 
+#include <fmt/format.h>
+
+#include "channels/rebuild_meter.h"
+
 namespace zam_service {
+namespace {
+
+template <typename Usage>
+std::size_t TakenIn(const std::shared_ptr<Usage>& usage, uid_t user) {
+    if (usage == nullptr) {
+        return 0;
+    }
+    const auto found = usage->find(user);
+    return found == usage->end() ? 0 : found->second;
+}
+
+}  // namespace
 
 UploadShare::UploadShare(UploadShare&& other) noexcept {
     *this = std::move(other);
@@ -19,16 +35,25 @@ UploadShare& UploadShare::operator=(UploadShare&& other) noexcept {
 }
 
 bool UploadShare::Grow(std::size_t bytes) {
-    if (usage_ == nullptr || bytes > perUpload_ - taken_) {
+    if (usage_ == nullptr || !Excess(bytes).empty()) {
         return false;
     }
-    std::size_t& ofUser = (*usage_)[user_];
-    if (bytes > perUser_ - ofUser) {
-        return false;
-    }
-    ofUser += bytes;
+    (*usage_)[user_] += bytes;
     taken_ += bytes;
     return true;
+}
+
+std::string UploadShare::Excess(std::size_t bytes) const {
+    if (bytes > perUpload_ - taken_) {
+        return fmt::format("it would take {} bytes of memory, limit {}",
+                           SaturatedSum(taken_, bytes), perUpload_);
+    }
+    const std::size_t ofUser = TakenIn(usage_, user_);
+    if (bytes > perUser_ - ofUser) {
+        return fmt::format("the uploads of user {} would take {} bytes of memory, limit {}", user_,
+                           SaturatedSum(ofUser, bytes), perUser_);
+    }
+    return {};
 }
 
 void UploadShare::Return() noexcept {
@@ -43,8 +68,7 @@ void UploadShare::Return() noexcept {
 }
 
 std::size_t UploadQuota::TakenBy(uid_t user) const {
-    const auto found = usage_->find(user);
-    return found == usage_->end() ? 0 : found->second;
+    return TakenIn(usage_, user);
 }
 
 }  // namespace zam_service

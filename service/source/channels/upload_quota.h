@@ -5,11 +5,13 @@
 #include <cstddef>
 #include <map>
 #include <memory>
+#include <string>
 #include <utility>
 
 namespace zam_service {
 
-/// Most memory that the records of one upload may take, in bytes: a few million nodes.
+/// Most memory that one upload may take, its records and what they rebuild to, in bytes: over a
+/// million nodes.
 inline constexpr std::size_t kMaxUploadBytes = std::size_t{512} << 20U;
 
 /// Most memory that the unfinished uploads of one user may take together, in bytes.
@@ -26,6 +28,9 @@ public:
 
     /// Takes more. False, with nothing taken, when the upload or its user would have too much.
     bool Grow(std::size_t bytes);
+
+    /// Which limit so many bytes more would exceed, and by what; empty when none.
+    std::string Excess(std::size_t bytes) const;
 
     /// Gives everything back.
     void Return() noexcept;

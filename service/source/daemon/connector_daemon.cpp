@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "data/settings_json.h"
+#include "endpoints/client_certs_downloader_endpoint.h"
 #include "endpoints/conn_command_sender_endpoint.h"
 #include "endpoints/conn_controller_endpoint.h"
 #include "endpoints/conn_settings_holder_endpoint.h"
@@ -48,14 +49,19 @@ ConnectorDaemon::ConnectorDaemon(const DaemonConfig& config)
       settings_(server_.Context(), workers_, files_),
       uploads_(server_.Context(), workers_, files_, history_),
       link_(server_.Context(), history_),
-      folder_(server_.Context(), workers_, files_) {
+      notices_(link_),
+      folder_(server_.Context(), workers_, files_),
+      certs_(server_.Context(), workers_, files_) {
     ServeFiles();
     Serve("ConnController", std::make_unique<ConnControllerEndpoint>(link_));
     Serve("ConnSettingsHolder", std::make_unique<ConnSettingsHolderEndpoint>(settings_));
     Serve("ConnCommandSender", std::make_unique<ConnCommandSenderEndpoint>(link_, history_));
     ServeData();
-    socket_.emplace(runtime_, qx::kConnectorService, config.group.has_value());
-    server_.Accept(socket_->Release());
+    ServeNotices("ConnStateNotifier", notices_.States());
+    ServeNotices("ZamDataNotifier", notices_.Data());
+    uploads_.OnSettings([this] { notices_.Tell(DataKind::SettingsSynced); });
+    ServeDownloads();
+    Listen(config);
 }
 
 ConnectorDaemon::~ConnectorDaemon() {
@@ -88,20 +94,48 @@ void ConnectorDaemon::Serve(std::string_view interface,
 void ConnectorDaemon::ServeData() {
     auto provider = std::make_unique<ZamDataProviderEndpoint>(server_.Context(), channelIds_,
                                                               provider_, uploads_);
-    auto holder =
-        std::make_unique<ProductDataHolderEndpoint>(server_.Context(), channelIds_, uploads_);
-    server_.OnSessionEnd([provider = provider.get(),
+    auto holder = std::make_unique<ProductDataHolderEndpoint>(server_, channelIds_, uploads_);
+    server_.OnSessionEnd([this, provider = provider.get(),
                           holder = holder.get()](const zam_platform::SessionToken& client) {
         provider->EndSession(client);
         holder->EndSession(client);
+        notices_.EndSession(client);
+    });
+    server_.OnConnectionBroken([holder = holder.get()](const zam_platform::SessionToken& client) {
+        holder->OnConnectionBroken(client);
     });
     FaultWitness* const witness = holder.get();
     Serve("ZamDataProvider", std::move(provider));
     Serve("ProductDataHolder", std::move(holder), witness);
 }
 
+void ConnectorDaemon::ServeNotices(std::string_view interface, NoticeBoard& board) {
+    auto notifier = std::make_unique<NotifierEndpoint>(
+        server_.Context(), board,
+        [this](const zam_platform::SessionToken& client) { server_.NoticeBroken(client); });
+    FaultWitness* const witness = notifiers_.emplace_back(notifier.get());
+    Serve(interface, std::move(notifier), witness);
+}
+
+void ConnectorDaemon::ServeDownloads() {
+    auto downloader = std::make_unique<FileDownloaderEndpoint>(server_.Context(), workers_, files_);
+    downloader_ = downloader.get();
+    Serve("ZamFileDownloader", std::move(downloader));
+    Serve("ZamClientCertsDownloader", std::make_unique<ClientCertsDownloaderEndpoint>(certs_));
+    folder_.OnBack([this] { certs_.Reattach(); });
+}
+
+/// Whoever waits for the connector's socket to appear finds the other one there too.
+void ConnectorDaemon::Listen(const DaemonConfig& config) {
+    const bool openToAll = config.group.has_value();
+    downloadSocket_.emplace(runtime_, qx::kFileDownloaderService, openToAll);
+    server_.Accept(downloadSocket_->Release());
+    socket_.emplace(runtime_, qx::kConnectorService, openToAll);
+    server_.Accept(socket_->Release());
+}
+
 void ConnectorDaemon::ServeFiles() {
-    ServeProviderFiles(folder_, provider_);
+    ServeProviderFiles(folder_, provider_, [this](DataKind kind) { notices_.Tell(kind); });
     folder_.Serve(
         ServeJson<ConnectionPlan>(kConnectionFile, kReadLane, ReadConnectionPlan,
                                   [this](ConnectionPlan plan) { link_.SetPlan(std::move(plan)); }));
@@ -119,11 +153,17 @@ void ConnectorDaemon::Finish() {
         return;
     }
     socket_.reset();
+    downloadSocket_.reset();
     for (const Served& served : served_) {
         served.faults->Close();
     }
+    for (NotifierEndpoint* const notifier : notifiers_) {
+        notifier->Close();
+    }
+    downloader_->Close();
     link_.Close();
     folder_.Close();
+    certs_.Close();
     // An upload that is on the disk is answered behind its line in the history, which takes the
     // loop and a worker once more.
     while (uploads_.Unanswered() != 0) {

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "certs/cert_folder.h"
 #include "channels/channel_ids.h"
 #include "data/data_folder.h"
 #include "data/folder_files.h"
@@ -16,10 +17,13 @@
 #include "data/provider_data.h"
 #include "data/settings_store.h"
 #include "data/upload_store.h"
+#include "endpoints/file_downloader_endpoint.h"
+#include "endpoints/notifier_endpoint.h"
 #include "faults/fault_injector.h"
 #include "faults/fault_rules.h"
 #include "faults/fault_witness.h"
 #include "link/connector_link.h"
+#include "notices/notices.h"
 #include "zam_platform/server/listening_socket.h"
 #include "zam_platform/server/server.h"
 #include "zam_platform/server/worker_pool.h"
@@ -33,7 +37,8 @@ struct DaemonConfig {
     std::optional<gid_t> group;    ///< whose members are served besides the own user and root
 };
 
-/// The connector service: one thread runs it, a few workers help it with the disk.
+/// The connector service and the file-downloader service: one thread runs them, a few workers help
+/// it with the disk.
 class ConnectorDaemon {
 public:
     /// Takes the runtime directory, reads the data folder, listens: from here on clients can
@@ -43,7 +48,7 @@ public:
     ConnectorDaemon(const ConnectorDaemon&) = delete;
     ConnectorDaemon& operator=(const ConnectorDaemon&) = delete;
 
-    /// Removes the socket. `Run` must have returned.
+    /// Removes the sockets. `Run` must have returned.
     ~ConnectorDaemon();
 
     /// Serves until `Stop`. Before it returns, what clients were promised is on the disk. Once.
@@ -54,6 +59,9 @@ public:
 
     /// For what belongs on the loop thread, signals among them.
     asio::io_context& Context() noexcept { return server_.Context(); }
+
+    /// What clients are told by the service itself. On the loop thread only.
+    Notices& ClientNotices() noexcept { return notices_; }
 
     /// Absolute path of the data folder, and path of the connector service's socket.
     const std::string& DataFolderPath() const noexcept { return files_.Path(); }
@@ -69,6 +77,9 @@ private:
     void Serve(std::string_view interface, std::unique_ptr<zam_platform::EndpointHandler> handler,
                FaultWitness* witness = nullptr);
     void ServeData();
+    void ServeNotices(std::string_view interface, NoticeBoard& board);
+    void ServeDownloads();
+    void Listen(const DaemonConfig& config);
     void ServeFiles();
     void Finish();
 
@@ -84,10 +95,15 @@ private:
     ProviderData provider_;
     ChannelIds channelIds_;
     ConnectorLink link_;
+    Notices notices_;
     FaultRules faults_;
     std::vector<Served> served_;
+    std::vector<NotifierEndpoint*> notifiers_;      ///< among those
+    FileDownloaderEndpoint* downloader_ = nullptr;  ///< the same
     DataFolder folder_;
+    CertFolder certs_;
     std::optional<zam_platform::ListeningSocket> socket_;
+    std::optional<zam_platform::ListeningSocket> downloadSocket_;
     bool isFinished_ = false;
 };
 

@@ -1,5 +1,6 @@
 #include "data/data_folder.h"
 
+#include <algorithm>
 #include <asio/post.hpp>
 #include <chrono>
 #include <exception>
@@ -18,6 +19,12 @@ constexpr char kSourceFile[] = "data_folder";
 constexpr std::chrono::milliseconds kReattachPeriod{200};
 /// Before a file is read that found every worker taken.
 constexpr std::chrono::milliseconds kRetryDelay{100};
+/// Many programs save by moving the old file away and then writing a new one: that is one change,
+/// not two. Well below the 50 ms within which a change is to be noticed.
+constexpr std::chrono::milliseconds kSettleTime{20};
+/// Before a file is read that was gone and is there again, but was not written and closed: it is
+/// being written, or is a link to another file.
+constexpr std::chrono::milliseconds kReturnTime{1000};
 
 }  // namespace
 
@@ -28,6 +35,7 @@ DataFolder::DataFolder(asio::io_context& loop, zam_platform::WorkerPool& workers
       files_(files),
       watcher_(loop, files.Path(),
                {.onFile = [this](const std::string& name) { OnFile(name); },
+                .onGone = [this](const std::string& name) { OnGone(name); },
                 .onLost = [this] { OnLost(); },
                 .onFolder = [this] { OnFolder(); }}),
       reattach_(loop),
@@ -36,7 +44,7 @@ DataFolder::DataFolder(asio::io_context& loop, zam_platform::WorkerPool& workers
 }
 
 void DataFolder::Serve(ServedFile file) {
-    served_.push_back({.file = std::move(file)});
+    served_.push_back({.file = std::move(file), .settle = asio::steady_timer(loop_)});
     const Served& served = served_.back();
     const Outcome outcome = Read(served.file);
     if (outcome.publish) {
@@ -52,6 +60,9 @@ void DataFolder::Close() {
     watcher_.Close();
     reattach_.cancel();
     retry_.cancel();
+    for (Served& served : served_) {
+        served.settle.cancel();
+    }
 }
 
 DataFolder::Outcome DataFolder::Read(const ServedFile& file) const {
@@ -65,11 +76,38 @@ DataFolder::Outcome DataFolder::Read(const ServedFile& file) const {
 }
 
 void DataFolder::OnFile(const std::string& name) {
-    for (Served& served : served_) {
-        if (served.file.name == name) {
+    if (Served* const served = Find(name)) {
+        served->settle.cancel();
+        StartReading(*served);
+    }
+}
+
+void DataFolder::OnGone(const std::string& name) {
+    if (Served* const served = Find(name)) {
+        Settle(*served, kSettleTime);
+    }
+}
+
+void DataFolder::Settle(Served& served, std::chrono::milliseconds time) {
+    served.settle.expires_after(time);
+    served.settle.async_wait([this, &served, time](const std::error_code& error) {
+        if (error) {
+            return;
+        }
+        if (time == kSettleTime && files_.Exists(served.file.name)) {
+            // Half of it may be written; its end is told.
+            Settle(served, kReturnTime);
+        } else {
             StartReading(served);
         }
-    }
+    });
+}
+
+DataFolder::Served* DataFolder::Find(const std::string& name) {
+    const auto found = std::find_if(served_.begin(), served_.end(), [&name](const Served& served) {
+        return served.file.name == name;
+    });
+    return found == served_.end() ? nullptr : &*found;
 }
 
 void DataFolder::OnLost() {
@@ -99,6 +137,9 @@ void DataFolder::Reattach() {
             Log(zor::logger::kLevelInformation, Here(kSourceFile, "Reattach"),
                 "data folder '{}' is back", files_.Path());
             OnLost();
+            if (onBack_) {
+                onBack_();
+            }
             // It may have been replaced once more before it was watched.
             OnFolder();
             return;

@@ -2,6 +2,7 @@
 
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <list>
@@ -61,12 +62,16 @@ public:
     /// Serves one more file, and reads it now: before the loop runs.
     void Serve(ServedFile file);
 
+    /// Called when the folder has been replaced by another that is watched and read now.
+    void OnBack(std::function<void()> observer) { onBack_ = std::move(observer); }
+
     /// Ends watching. What is being read is still published.
     void Close();
 
 private:
     struct Served {
         ServedFile file;
+        asio::steady_timer settle;  ///< runs from when the file was gone until that counts
         bool isReading = false;
         bool isStale = false;  ///< changed since it was read
     };
@@ -80,6 +85,9 @@ private:
 
     Outcome Read(const ServedFile& file) const;
     void OnFile(const std::string& name);
+    void OnGone(const std::string& name);
+    void Settle(Served& served, std::chrono::milliseconds time);
+    Served* Find(const std::string& name);
     void OnLost();
     void OnFolder();
     void Reattach();
@@ -94,6 +102,7 @@ private:
     FolderWatcher watcher_;
     asio::steady_timer reattach_;
     asio::steady_timer retry_;
+    std::function<void()> onBack_;
     bool isClosed_ = false;
 };
 

@@ -62,6 +62,13 @@ std::optional<std::string> FolderFiles::Read(const std::string& name, std::size_
     return ReadWhole(file.Get(), maxBytes, shown);
 }
 
+bool FolderFiles::Exists(const std::string& name) const noexcept {
+    const qor::MutexLock lock(mutex_);
+    struct stat found {};
+    return directory_ != nullptr &&
+           ::fstatat(directory_->Get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 void FolderFiles::Write(const std::string& name, std::string_view bytes) const {
     const Directory directory = Open();
     const std::string shown = Shown(name);

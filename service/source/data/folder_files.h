@@ -31,6 +31,9 @@ public:
     std::optional<std::string> Read(const std::string& name,
                                     std::size_t maxBytes = kMaxDataFileBytes) const;
 
+    /// Whether there is anything of that name. Does not wait for the disk but for its metadata.
+    bool Exists(const std::string& name) const noexcept;
+
     /// Replaces a file whole or not at all, and returns when it is on the disk. When only the very
     /// last step fails, which makes the new name durable, the new file stands all the same.
     void Write(const std::string& name, std::string_view bytes) const;

@@ -38,14 +38,18 @@ void FolderWatcher::Watch(int directory) {
     if (folder_ >= 0) {
         // A folder that was moved away would go on telling of its files.
         ::inotify_rm_watch(notices_.native_handle(), folder_);
+        folder_ = -1;
+    }
+    WatchParent();
+    if (directory < 0) {
+        return;
     }
     // Through the descriptor, so that the folder watched is the one that is read.
     const std::string link = fmt::format("/proc/self/fd/{}", directory);
     folder_ = ::inotify_add_watch(notices_.native_handle(), link.c_str(), kFolderMask);
     if (folder_ < 0) {
-        throw zam_platform::PosixError(fmt::format("watching the data folder '{}'", path_), errno);
+        throw zam_platform::PosixError(fmt::format("watching the folder '{}'", path_), errno);
     }
-    WatchParent();
 }
 
 void FolderWatcher::WatchParent() {
@@ -90,7 +94,8 @@ void FolderWatcher::OnRead(std::size_t bytes) {
         if (isLost || isOfFolder || isOfOwnName) {
             folderTouched = true;
         } else if (event.wd == folder_ && (event.mask & IN_ISDIR) == 0 && !name.empty()) {
-            observer_.onFile(name);
+            const bool isGone = (event.mask & (IN_MOVED_FROM | IN_DELETE)) != 0;
+            (isGone ? observer_.onGone : observer_.onFile)(name);
         }
     }
     if (folderTouched) {

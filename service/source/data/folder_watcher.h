@@ -11,8 +11,10 @@ namespace zam_service {
 
 /// What a `FolderWatcher` tells, on the loop thread.
 struct FolderObserver {
-    /// A file was closed after writing, moved in, moved away or deleted.
+    /// A file was closed after writing, or moved in.
     std::function<void(const std::string& name)> onFile;
+    /// A file was moved away or deleted.
+    std::function<void(const std::string& name)> onGone;
     /// Notices were lost: anything may have changed.
     std::function<void()> onLost;
     /// The folder itself may have been moved, removed or replaced.
@@ -27,8 +29,8 @@ public:
     /// Throws `zam_platform::PlatformError`. `path` is absolute.
     FolderWatcher(asio::io_context& loop, std::string path, FolderObserver observer);
 
-    /// Watches the folder behind an open descriptor, in place of the one before. Throws
-    /// `zam_platform::PlatformError`.
+    /// Watches the folder behind an open descriptor, in place of the one before; with -1 nothing
+    /// but the folder's name, until there is one. Throws `zam_platform::PlatformError`.
     void Watch(int directory);
 
     /// Ends it; no observer is called after that.

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -10,39 +11,65 @@
 namespace zam_service {
 namespace {
 
+/// Puts `next` in the place of `current`, and tells of it when it is something else.
+template <typename Content, typename IsSame>
+auto Publisher(Content& current, IsSame isSame, DataKind kind, const DataObserver& onChange) {
+    return [&current, isSame, kind, onChange](Content next) {
+        const bool isChange = !isSame(current, next);
+        current = std::move(next);
+        if (isChange) {
+            onChange(kind);
+        }
+    };
+}
+
+constexpr auto kSameHash = [](const auto& left, const auto& right) {
+    return left->hash == right->hash;
+};
+
 /// The certificate is served as it stands, whatever it holds.
-ServedFile ServeReserveCert(ProviderData& data) {
+ServedFile ServeReserveCert(std::function<void(std::string)> publish) {
     return {.name = kReserveCertFile,
             .lane = kReadLane,
-            .read = [&data](std::optional<std::string> text) -> std::function<void()> {
+            .read = [publish = std::move(publish)](
+                        std::optional<std::string> text) -> std::function<void()> {
                 std::string cert = std::move(text).value_or("");
                 if (cert.size() > kReserveCertBytes) {
                     throw std::length_error(
                         fmt::format("{}: has {} bytes, more than the {} allowed", kReserveCertFile,
                                     cert.size(), kReserveCertBytes));
                 }
-                return [&data, cert = std::move(cert)] { data.reserveCert = cert; };
+                return [publish, cert = std::move(cert)] { publish(cert); };
             },
             .maxBytes = kMaxDataFileBytes};
 }
 
 }  // namespace
 
-void ServeProviderFiles(DataFolder& folder, ProviderData& data) {
+void ServeProviderFiles(DataFolder& folder, ProviderData& data, const DataObserver& onChange) {
     folder.Serve(
-        ServeTree(kPolicyFile, [&data](TreeSnapshotPtr tree) { data.policy = std::move(tree); }));
-    folder.Serve(ServeTree(kProductSettingsFile,
-                           [&data](TreeSnapshotPtr tree) { data.settings = std::move(tree); }));
+        ServeTree(kPolicyFile, Publisher(data.policy, kSameHash, DataKind::Policy, onChange)));
+    folder.Serve(ServeTree(kProductSettingsFile, Publisher(data.settings, kSameHash,
+                                                           DataKind::ProductSettings, onChange)));
     folder.Serve(ServeJson<SubscriptionsSnapshot>(
         kSubscriptionsFile, kReadLane, ReadSubscriptions,
-        [&data](SubscriptionsSnapshot read) { data.subscriptions = std::move(read); }));
-    folder.Serve(ServeJson<ServerData>(kServerDataFile, kReadLane, ReadServerData,
-                                       [&data](ServerData read) { data.server = read; }));
+        Publisher(
+            data.subscriptions,
+            [](const SubscriptionsSnapshot& left, const SubscriptionsSnapshot& right) {
+                return left.message.hash == right.message.hash;
+            },
+            DataKind::Subscriptions, onChange)));
+    folder.Serve(ServeJson<ServerData>(
+        kServerDataFile, kReadLane, ReadServerData,
+        Publisher(data.server, std::equal_to<>(), DataKind::ServerData, onChange)));
     folder.Serve(ServeJson<UpdatesSnapshot>(
-        kUpdatesStatusFile, kReadLane, ReadUpdatesStatus, [&data](UpdatesSnapshot read) {
-            data.updates = std::make_shared<const UpdatesSnapshot>(std::move(read));
+        kUpdatesStatusFile, kReadLane, ReadUpdatesStatus,
+        [publish = Publisher(data.updates, kSameHash, DataKind::UpdatesStatus, onChange)](
+            UpdatesSnapshot read) {
+            publish(std::make_shared<const UpdatesSnapshot>(std::move(read)));
         }));
-    folder.Serve(ServeReserveCert(data));
+    folder.Serve(ServeReserveCert(
+        Publisher(data.reserveCert, std::equal_to<>(), DataKind::ReserveCert, onChange)));
 }
 
 }  // namespace zam_service

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 
 #include "data/data_folder.h"
@@ -9,6 +10,7 @@
 #include "data/tree_file.h"
 #include "data/tree_snapshot.h"
 #include "data/updates_status_json.h"
+#include "notices/data_kind.h"
 #include "qx/zam_data_provider.h"
 
 namespace zam_service {
@@ -31,7 +33,11 @@ struct ProviderData {
     UpdatesSnapshotPtr updates = std::make_shared<const UpdatesSnapshot>();
 };
 
-/// Serves the files that `data`, which must outlive the folder, is made of.
-void ServeProviderFiles(DataFolder& folder, ProviderData& data);
+/// Told that data of a kind is other than it was. On the loop thread.
+using DataObserver = std::function<void(DataKind kind)>;
+
+/// Serves the files that `data`, which must outlive the folder, is made of. A file whose content
+/// means the same as before is no change. All of `server_data.json` counts as server data.
+void ServeProviderFiles(DataFolder& folder, ProviderData& data, const DataObserver& onChange);
 
 }  // namespace zam_service

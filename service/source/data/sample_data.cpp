@@ -12,6 +12,7 @@
 
 #include "data/file_io.h"
 #include "data/provider_data.h"
+#include "data/sample_download_texts.h"
 #include "data/sample_provider_texts.h"
 #include "zam_platform/posix_error.h"
 
@@ -94,7 +95,10 @@ constexpr std::string_view kFaults =
 
         // The first piece of a tree has a record that is cut off:
         // {"endpoint": "zamDataProvider", "operation": "GetData", "calls": 1,
-        //  "damage": "record_value"}
+        //  "damage": "record_value"},
+
+        // Every chunk of a file has a wrong byte, and the CRC that the right ones have:
+        // {"endpoint": "fileDownloader", "operation": "GetFileChunk", "damage": "chunk_data"}
     ]
 }
 )";
@@ -109,7 +113,22 @@ constexpr auto kSample = std::to_array<SampleFile>({
     {kServerDataFile, sample::kServerData},
     {kUpdatesStatusFile, sample::kUpdatesStatus},
     {kReserveCertFile, sample::kReserveCert},
+    {"files/readme.txt", sample::kReadme},
+    {"client_certs/sample.json", sample::kClientCert},
+    {"client_certs/sample.pem", sample::kClientCertPem},
 });
+
+/// Makes the folder that a file of the sample is in.
+void MakeFolderOf(int folder, const std::string& path, std::string_view name) {
+    const std::size_t end = name.find('/');
+    if (end == std::string_view::npos) {
+        return;
+    }
+    const std::string made(name.substr(0, end));
+    if (::mkdirat(folder, made.c_str(), kFolderMode) != 0 && errno != EEXIST) {
+        throw PosixError(fmt::format("'{}/{}'", path, made), errno);
+    }
+}
 
 std::string Shown(const std::string& path, std::string_view name) {
     return fmt::format("'{}/{}'", path, name);
@@ -141,6 +160,7 @@ void WriteSample(const std::string& path) {
     }
     for (const SampleFile& file : kSample) {
         const std::string name(file.name);
+        MakeFolderOf(folder.Get(), path, file.name);
         const UniqueFd made =
             OpenBeneath(folder.Get(), name, O_WRONLY | O_CREAT | O_EXCL, Shown(path, name));
         if (!made) {

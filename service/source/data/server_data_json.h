@@ -12,6 +12,8 @@ struct ServerData {
     zam_connector::ZamServerData data;
     int policyResult = 0;    ///< what the server gives with the policy
     int settingsResult = 0;  ///< the same with the product settings
+
+    bool operator==(const ServerData& other) const = default;
 };
 
 /// Reads data about the server; a field that is missing has its default. Throws `JsonError`.

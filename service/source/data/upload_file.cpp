@@ -37,9 +37,6 @@ constexpr auto kNames = std::to_array<std::string_view>(
 /// Largest stored tree that is read back at the start, in bytes.
 constexpr std::size_t kMaxStoredBytes = std::size_t{4} << 30U;
 
-/// For people to read.
-constexpr unsigned kIndent = 2;
-
 std::string Shown(const FolderFiles& files, const std::string& name) {
     return fmt::format("'{}/{}/{}'", files.Path(), kUploadsFolder, name);
 }
@@ -91,7 +88,7 @@ UploadOutcome StoreTree(const FolderFiles& files, UploadKind kind,
                 return outcome;
             }
             outcome.hash = HashOf(tree);
-            text = zam_connector::tree_json::Write(tree, {.indent = kIndent});
+            text = zam_connector::tree_json::Write(tree, {.indent = kUploadIndent});
         }
         text += '\n';
         Store(files, kind, text);

@@ -23,6 +23,9 @@ std::string_view NameOf(UploadKind kind) noexcept;
 /// "settings.json".
 std::string FileOf(UploadKind kind);
 
+/// Spaces per level in the files, which are for people to read.
+inline constexpr unsigned kUploadIndent = 2;
+
 /// What became of an upload.
 struct UploadOutcome {
     int code = 0;            ///< 0, or the result code; then the upload before stands

@@ -78,6 +78,9 @@ void UploadStore::OnStored(UploadKind kind, const UploadOutcome& outcome, const 
     }
     if (kind == UploadKind::Settings) {
         settingsHash_ = outcome.hash;
+        if (onSettings_) {
+            onSettings_();
+        }
     }
     history_.Append(LineOf(kind, outcome), [done, hash = outcome.hash](int code) {
         done(code, code == kNoError ? hash : kAbsentHash);

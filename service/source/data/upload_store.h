@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "channels/upload_quota.h"
@@ -44,6 +45,10 @@ public:
     /// The hash of the settings that were uploaded last; `kAbsentHash` when none were.
     std::uint64_t SettingsHash() const noexcept { return settingsHash_; }
 
+    /// Called when settings that were uploaded stand on the disk, also when they equal those
+    /// before: their client waits to hear that they have come.
+    void OnSettings(std::function<void()> observer) { onSettings_ = std::move(observer); }
+
     /// Uploads whose `Done` was not called yet. The service ends when there are none.
     std::size_t Unanswered() const noexcept { return unanswered_; }
 
@@ -56,6 +61,7 @@ private:
     const FolderFiles& files_;
     History& history_;
     std::uint64_t settingsHash_;
+    std::function<void()> onSettings_;
     std::size_t unanswered_ = 0;
 };
 

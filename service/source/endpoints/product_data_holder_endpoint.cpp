@@ -11,11 +11,11 @@
 #include "common/log.h"
 #include "common/product_data_casts.h"
 #include "common/raw_zam_param_casts.h"
-#include "data/app_info_json.h"
 #include "data/tree_snapshot.h"
 #include "endpoints/answer.h"
 #include "endpoints/session_statuses.h"
 #include "qx/product_data_holder.h"
+#include "record_json/app_info_json.h"
 #include "result_codes.h"
 
 namespace zam_service {
@@ -33,15 +33,12 @@ using Operation = qx_zam_connector_ProductDataHolder_operation;
 
 constexpr char kSourceFile[] = "product_data_holder_endpoint";
 
-/// What a heap takes for a record's two stretches besides their bytes, about.
-constexpr std::size_t kHeapOverhead = 32;
-
-/// Memory of the records behind the first `before`, in bytes.
-std::size_t MemoryOf(const std::vector<RawZamParam>& records, std::size_t before) {
+/// What the records behind the first `before` add to an upload, in bytes of memory.
+std::size_t Measure(RebuildMeter& meter, const std::vector<RawZamParam>& records,
+                    std::size_t before) {
     std::size_t bytes = 0;
     for (std::size_t index = before; index < records.size(); ++index) {
-        bytes +=
-            sizeof(RawZamParam) + zam_connector::common::WeightOf(records[index]) + kHeapOverhead;
+        bytes = SaturatedSum(bytes, meter.Add(records[index]));
     }
     return bytes;
 }
@@ -74,10 +71,13 @@ UploadStore::Done ResultOf(Responder responder) {
 
 }  // namespace
 
-ProductDataHolderEndpoint::ProductDataHolderEndpoint(asio::io_context& loop, ChannelIds& ids,
+ProductDataHolderEndpoint::ProductDataHolderEndpoint(zam_platform::Server& server, ChannelIds& ids,
                                                      UploadStore& uploads, ChannelLimits limits,
                                                      UploadQuota quota)
-    : uploads_(uploads), quota_(std::move(quota)), channels_(loop, ids, "upload", limits) {}
+    : server_(server),
+      uploads_(uploads),
+      quota_(std::move(quota)),
+      channels_(server.Context(), ids, "upload", limits) {}
 
 void ProductDataHolderEndpoint::OnCall(const Request& request, Responder responder) {
     switch (static_cast<Operation>(request.operation)) {
@@ -120,6 +120,12 @@ void ProductDataHolderEndpoint::OnFault(const Request& request) {
     }
 }
 
+void ProductDataHolderEndpoint::OnConnectionBroken(const zam_platform::SessionToken& client) {
+    channels_.ForEach(client, [](Channel& channel) {
+        Fail(channel, kSessionInvalid, "a connection of its client broke");
+    });
+}
+
 void ProductDataHolderEndpoint::SetAppInfo(const Request& request, Responder responder) {
     const auto& message = request.As<qx_zam_connector_ProductDataHolder_SetAppInfo_req>();
     const auto info = ReadOrLog("SetAppInfo", [&] {
@@ -129,7 +135,8 @@ void ProductDataHolderEndpoint::SetAppInfo(const Request& request, Responder res
         AnswerResult(std::move(responder), kInvalidArgument);
         return;
     }
-    uploads_.Store(UploadKind::AppInfo, WriteAppInfo(*info), ResultOf(std::move(responder)));
+    uploads_.Store(UploadKind::AppInfo, zam_json::WriteAppInfo(*info),
+                   ResultOf(std::move(responder)));
 }
 
 void ProductDataHolderEndpoint::SetAppInfoDynamic(const Request& request, Responder responder) {
@@ -140,7 +147,7 @@ void ProductDataHolderEndpoint::SetAppInfoDynamic(const Request& request, Respon
         AnswerResult(std::move(responder), kInvalidArgument);
         return;
     }
-    uploads_.Store(UploadKind::AppInfoDynamic, WriteDynamicAppInfo(*info),
+    uploads_.Store(UploadKind::AppInfoDynamic, zam_json::WriteDynamicAppInfo(*info),
                    ResultOf(std::move(responder)));
 }
 
@@ -169,14 +176,16 @@ std::int8_t ProductDataHolderEndpoint::SendData(const Request& request) {
     if (records.size() == before) {
         return Fail(*channel, kSessionInvalid, "an empty piece");
     }
-    if (!channel->upload.share.Grow(MemoryOf(records, before))) {
-        return Fail(*channel, kSessionFull,
-                    "more data than an upload, or a user's uploads, may have");
+    const std::size_t bytes = Measure(channel->meter, records, before);
+    if (!channel->upload.share.Grow(bytes)) {
+        return Fail(*channel, kSessionFull, channel->upload.share.Excess(bytes));
     }
     return kSessionMore;
 }
 
 void ProductDataHolderEndpoint::CloseChannel(const Request& request, Responder responder) {
+    // What tells that a piece was lost may still wait in the loop, behind this call.
+    server_.NoticeBroken(request.client.token);
     std::optional<Channel> channel =
         channels_.Take(request.client.token, request.As<qx::ChannelRequest>().channel);
     if (!channel) {
@@ -202,7 +211,7 @@ std::int8_t ProductDataHolderEndpoint::Fail(Channel& channel, std::int8_t status
                                             std::string_view why) {
     if (channel.failure.empty()) {
         channel.failure = why;
-        Log(zor::logger::kLevelError, Here(kSourceFile, "SendData"), "{} upload: {}",
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Fail"), "{} upload: {}",
             NameOf(channel.upload.kind), why);
     }
     channel.upload.records = std::vector<RawZamParam>();

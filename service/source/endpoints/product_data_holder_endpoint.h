@@ -1,6 +1,5 @@
 #pragma once
 
-#include <asio/io_context.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -8,10 +7,12 @@
 
 #include "channels/channel_ids.h"
 #include "channels/channel_table.h"
+#include "channels/rebuild_meter.h"
 #include "channels/upload_quota.h"
 #include "data/upload_store.h"
 #include "faults/fault_witness.h"
 #include "zam_platform/server/endpoint.h"
+#include "zam_platform/server/server.h"
 
 namespace zam_service {
 
@@ -20,7 +21,7 @@ namespace zam_service {
 class ProductDataHolderEndpoint final : public zam_platform::EndpointHandler, public FaultWitness {
 public:
     /// None of them is owned; all must outlive this object.
-    ProductDataHolderEndpoint(asio::io_context& loop, ChannelIds& ids, UploadStore& uploads,
+    ProductDataHolderEndpoint(zam_platform::Server& server, ChannelIds& ids, UploadStore& uploads,
                               ChannelLimits limits = {}, UploadQuota quota = UploadQuota());
 
     void OnCall(const zam_platform::Request& request, zam_platform::Responder responder) override;
@@ -28,6 +29,10 @@ public:
     /// A piece that met with a fault may be lost, or its client takes it for lost: the transfer is
     /// not whole any more.
     void OnFault(const zam_platform::Request& request) override;
+
+    /// A connection of the client broke, and what was lost with it may have been a piece: none of
+    /// the transfers that are under way is whole any more.
+    void OnConnectionBroken(const zam_platform::SessionToken& client);
 
     /// Ends the channels of a client that has gone; what it has not closed is forgotten.
     void EndSession(const zam_platform::SessionToken& client) { channels_.EndSession(client); }
@@ -38,6 +43,7 @@ public:
 private:
     struct Channel {
         TreeUpload upload;
+        RebuildMeter meter;
         std::string failure;  ///< why the transfer cannot be stored; empty as long as it can
     };
 
@@ -49,6 +55,7 @@ private:
     void CloseChannel(const zam_platform::Request& request, zam_platform::Responder responder);
     static std::int8_t Fail(Channel& channel, std::int8_t status, std::string_view why);
 
+    zam_platform::Server& server_;
     UploadStore& uploads_;
     UploadQuota quota_;
     ChannelTable<Channel> channels_;

@@ -1,5 +1,6 @@
 #include "faults/fault_injector.h"
 
+#include <algorithm>
 #include <asio/dispatch.hpp>
 #include <cstddef>
 #include <cstring>
@@ -115,7 +116,7 @@ void FaultInjector::OnCall(const Request& request, Responder responder) {
         responder.Drop();
         return;
     }
-    const std::optional<Fault> fault = rules_.Decide(endpoint_.riid, request.operation);
+    std::optional<Fault> fault = rules_.Decide(endpoint_.riid, request.operation);
     if (!fault) {
         inner_.OnCall(request, std::move(responder));
         return;
@@ -123,6 +124,9 @@ void FaultInjector::OnCall(const Request& request, Responder responder) {
     LogFault(*fault, endpoint_, request.operation);
     if (witness_ != nullptr && !fault->IsDelayOnly()) {
         witness_->OnFault(request);
+        if (!fault->drop) {
+            fault->delay = std::max(fault->delay, witness_->HoldBack(request));
+        }
     }
     if (fault->when == FaultTime::After) {
         responder.Intercept(std::make_unique<Interceptor>(*this, *fault));
@@ -161,7 +165,11 @@ void FaultInjector::OnAnswer(const Fault& fault, AnswerParts answer, Responder r
                                        "{} of {}: nothing there for the damage of the rule",
                                        operation.name, endpoint_.shortName);
         }
+        const std::vector<unsigned char> given = answer.message;
         Change(fault, operation, answer.message);
+        if (answer.message != given) {
+            responder.TellLost();
+        }
     }
     Delay(fault.delay, std::move(responder), [fault, answer = std::move(answer)](Responder late) {
         Send(fault, answer, std::move(late));

@@ -126,7 +126,7 @@ void FaultRules::ReadCalls(const JsonValue& value, Rule& rule) {
     }
 }
 
-/// Only one operation answers with pieces of trees.
+/// Each damage is for the answers of one operation.
 void FaultRules::ReadDamage(const JsonValue& value, Rule& rule) {
     const auto damage = value.Find("damage");
     if (!damage) {
@@ -136,11 +136,12 @@ void FaultRules::ReadDamage(const JsonValue& value, Rule& rule) {
     if (!rule.fault.damage) {
         damage->Refuse(fmt::format("one of {}", fmt::join(kPieceDamageNames, ", ")));
     }
-    const Endpoint& provider = EndpointOf("ZamDataProvider");
-    const qx::OperationInfo* const getData = FindOperation(provider, "GetData");
-    if (rule.riid != provider.riid || rule.operation != getData->number) {
-        damage->Fail(fmt::format("only the answer of {} of {} can have this", getData->name,
-                                 provider.shortName));
+    const DamagedOperation damaged = OperationOf(*rule.fault.damage);
+    const Endpoint& endpoint = EndpointOf(damaged.interface);
+    const qx::OperationInfo* const operation = FindOperation(endpoint, damaged.operation);
+    if (rule.riid != endpoint.riid || rule.operation != operation->number) {
+        damage->Fail(fmt::format("only the answer of {} of {} can have this", operation->name,
+                                 endpoint.shortName));
     }
     if (!value.Find("when")) {
         rule.fault.when = FaultTime::After;
@@ -177,7 +178,7 @@ void FaultRules::ReadFault(const JsonValue& value, Fault& fault) {
         fault.drop = drop->Boolean();
     }
     if (fault.damage && fault.when == FaultTime::Before) {
-        value.At("when").Fail("there is no piece to damage before the work");
+        value.At("when").Fail("there is no answer to damage before the work");
     }
     if (fault.drop) {
         CheckAlone(value, "drop", {"transport_status", "session_status", "result_code", "damage"});

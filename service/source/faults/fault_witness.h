@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+
 #include "zam_platform/server/endpoint.h"
 
 namespace zam_service {
@@ -12,6 +14,12 @@ public:
 
     /// The call is not handed on, or its answer will be changed. On the loop thread.
     virtual void OnFault(const zam_platform::Request& request) = 0;
+
+    /// For how long a call that fails by a fault is to be held back, because its client would call
+    /// again at once. On the loop thread.
+    virtual std::chrono::milliseconds HoldBack(const zam_platform::Request& /*request*/) {
+        return std::chrono::milliseconds(0);
+    }
 };
 
 }  // namespace zam_service

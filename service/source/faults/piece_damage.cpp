@@ -14,6 +14,7 @@
 #include "data/tree_snapshot.h"
 #include "endpoints/session_statuses.h"
 #include "qx/zam_data_provider.h"
+#include "qx/zam_file_downloader.h"
 #include "zuv/path.h"
 
 namespace zam_service {
@@ -21,6 +22,7 @@ namespace {
 
 using zam_connector::common::RawZamParam;
 using Response = qx_zam_connector_ZamDataProvider_GetData_rsp;
+using ChunkResponse = qx_zam_connector_ZamFileDownloader_GetFileChunk_rsp;
 
 /// Where the length of the first record's value stands: behind the version and the tag.
 constexpr std::size_t kFirstLength = 2;
@@ -120,8 +122,47 @@ bool Damage(PieceDamage damage, Response& response, std::vector<unsigned char>& 
             return ChangeRecords(OpenVectorGap, response, bytes);
         case PieceDamage::Endless:
             return HideTheEnd(response);
+        case PieceDamage::ChunkData:
+        case PieceDamage::ChunkVersion:
+            break;  // no damages of pieces
     }
     return false;
+}
+
+/// Changes the first byte of a stretch to one that it has not been.
+bool ChangeByte(vd_bytes stretch, unsigned char other, std::vector<unsigned char>& arena) {
+    if (stretch.length == 0 || stretch.offset >= arena.size() || arena[stretch.offset] == other) {
+        return false;
+    }
+    arena[stretch.offset] = other;
+    return true;
+}
+
+bool Damage(PieceDamage damage, const ChunkResponse& response, std::vector<unsigned char>& arena) {
+    if (damage == PieceDamage::ChunkVersion) {
+        // No version begins so.
+        return ChangeByte(response.chunk.version, 'x', arena);
+    }
+    const vd_bytes data = response.chunk.data;
+    const unsigned first = data.offset < arena.size() ? arena[data.offset] : 0;
+    return ChangeByte(data, static_cast<unsigned char>(first ^ 1U), arena);
+}
+
+template <typename Message>
+bool DamageMessage(PieceDamage damage, std::vector<unsigned char>& message,
+                   std::vector<unsigned char>& arena) {
+    Message response{};
+    if (message.size() != sizeof(response)) {
+        return false;
+    }
+    std::memcpy(&response, message.data(), sizeof(response));
+    const bool isDamaged = Damage(damage, response, arena);
+    std::memcpy(message.data(), &response, sizeof(response));
+    return isDamaged;
+}
+
+bool IsOfChunk(PieceDamage damage) noexcept {
+    return damage == PieceDamage::ChunkData || damage == PieceDamage::ChunkVersion;
 }
 
 }  // namespace
@@ -134,16 +175,15 @@ std::optional<PieceDamage> FindPieceDamage(std::string_view name) noexcept {
                : std::optional(static_cast<PieceDamage>(found - std::begin(kPieceDamageNames)));
 }
 
+DamagedOperation OperationOf(PieceDamage damage) noexcept {
+    return IsOfChunk(damage) ? DamagedOperation{"ZamFileDownloader", "GetFileChunk"}
+                             : DamagedOperation{"ZamDataProvider", "GetData"};
+}
+
 bool DamagePiece(PieceDamage damage, std::vector<unsigned char>& message,
                  std::vector<unsigned char>& arena) {
-    Response response{};
-    if (message.size() != sizeof(response)) {
-        return false;
-    }
-    std::memcpy(&response, message.data(), sizeof(response));
-    const bool isDamaged = Damage(damage, response, arena);
-    std::memcpy(message.data(), &response, sizeof(response));
-    return isDamaged;
+    return IsOfChunk(damage) ? DamageMessage<ChunkResponse>(damage, message, arena)
+                             : DamageMessage<Response>(damage, message, arena);
 }
 
 }  // namespace zam_service

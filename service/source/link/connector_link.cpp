@@ -109,6 +109,9 @@ void ConnectorLink::Advance() {
                                    zam_connector::common::Here(kSourceFile, "Advance"),
                                    "link is {}", StateName(state));
         history_.Append(Line("state").Add("state", StateName(state)).Text(), nullptr);
+        if (onState_) {
+            onState_(state);
+        }
     }
     const bool isConnected = simulator_.State() == ZamConnectorState::Connected;
     if (sync_.Advance(isConnected, simulator_.Plan().sync, now)) {

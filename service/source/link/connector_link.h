@@ -4,6 +4,7 @@
 #include <asio/steady_timer.hpp>
 #include <chrono>
 #include <functional>
+#include <utility>
 
 #include "data/history.h"
 #include "data/history_line.h"
@@ -34,6 +35,11 @@ public:
 
     zam_connector::ZamConnectorState State() const noexcept { return simulator_.State(); }
 
+    /// Called with every state that the link enters.
+    void OnState(std::function<void(zam_connector::ZamConnectorState)> observer) {
+        onState_ = std::move(observer);
+    }
+
     /// Makes a synchronisation pending. `done` is told 0 when that is in the history, 1 when one
     /// is pending already, or why the history could not be written.
     void ScheduleSync(const History::Done& done);
@@ -50,6 +56,7 @@ private:
     asio::steady_timer timer_;
     LinkSimulator simulator_;
     SyncSchedule sync_;
+    std::function<void(zam_connector::ZamConnectorState)> onState_;
     zam_connector::ZamConnectionParameters parameters_;  ///< of the start in force
     bool isClosed_ = false;
 };

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "zam_connector_testing/service_folders.h"
+
 namespace zam_connector::testing {
 
 /// A connector service of one's own: a child process that serves a data folder on a runtime
@@ -37,15 +39,17 @@ public:
     bool IsRunning() const noexcept { return process_ > 0; }
     pid_t Pid() const noexcept { return process_; }
 
-    const std::string& RuntimeDirectory() const noexcept { return runtimeDirectory_; }
-    const std::string& DataDirectory() const noexcept { return dataDirectory_; }
+    const std::string& RuntimeDirectory() const noexcept { return folders_.RuntimeDirectory(); }
+    const std::string& DataDirectory() const noexcept { return folders_.DataDirectory(); }
 
-    /// Writes a file of the data folder: under a temporary name, then renamed. `name` may be in an
-    /// existing sub-folder. Throws `std::runtime_error`.
-    void WriteData(const std::string& name, const std::string& content) const;
+    /// Writes a file of the data folder: under a temporary name, then renamed. `name` may be in a
+    /// sub-folder, which is made when it is missing. Throws `std::runtime_error`.
+    void WriteData(const std::string& name, const std::string& content) const {
+        folders_.WriteData(name, content);
+    }
 
     /// Content of a file of the data folder; empty when there is none.
-    std::string ReadData(const std::string& name) const;
+    std::string ReadData(const std::string& name) const { return folders_.ReadData(name); }
 
     /// What all processes that this object started have written to stderr.
     std::string Log() const;
@@ -53,10 +57,8 @@ public:
 private:
     int Wait(std::chrono::milliseconds limit);
 
+    ServiceFolders folders_;
     std::string program_;
-    std::string folder_;
-    std::string runtimeDirectory_;
-    std::string dataDirectory_;
     pid_t process_ = 0;
 };
 

@@ -117,6 +117,10 @@ TestServer::TestServer(ServerLimits limits, AdmissionPolicy admission,
         const std::lock_guard lock(mutex_);
         ended_.push_back(token);
     });
+    server_->OnConnectionBroken([this](const SessionToken& token) {
+        const std::lock_guard lock(mutex_);
+        broken_.push_back(token);
+    });
     server_->Accept(socket_->Release());
     thread_ = std::make_unique<Background>([this] { server_->Run(); });
 }
@@ -142,6 +146,11 @@ RawSocket TestServer::Greet(unsigned char tokenByte) const {
 std::vector<SessionToken> TestServer::EndedSessions() const {
     const std::lock_guard lock(mutex_);
     return ended_;
+}
+
+std::vector<SessionToken> TestServer::BrokenSessions() const {
+    const std::lock_guard lock(mutex_);
+    return broken_;
 }
 
 void TestServer::Stop() {

@@ -115,6 +115,9 @@ public:
     /// Sessions that have ended so far.
     std::vector<SessionToken> EndedSessions() const;
 
+    /// Whose connections have broken so far.
+    std::vector<SessionToken> BrokenSessions() const;
+
     /// Ends the loop; connections stay until the server is destroyed.
     void Stop();
 
@@ -129,7 +132,8 @@ private:
     std::unique_ptr<RuntimeDirectory> directory_;
     std::unique_ptr<ListeningSocket> socket_;
     mutable std::mutex mutex_;
-    std::vector<SessionToken> ended_;  // guarded by mutex_
+    std::vector<SessionToken> ended_;   // guarded by mutex_
+    std::vector<SessionToken> broken_;  // guarded by mutex_
     std::unique_ptr<Server> server_;
     std::unique_ptr<Background> thread_;
 };

@@ -124,14 +124,20 @@ bool HasProblem(const Findings& findings) {
     });
 }
 
-/// Connects, looks the endpoints up and makes the connector. False when that cannot be done.
-bool CheckService(Findings& findings, Context& context) {
-    const std::string service = context.provider.ServiceName();
-    const char* check = "service";
+void AddFailure(Findings& findings, const char* check, const ConnectorFailure& failure,
+                const std::string& remedy) {
+    // What is wrong with the directory, or an endpoint that is missing, stands above with its own
+    // advice.
+    const std::string advice = HasProblem(findings) ? std::string() : remedy;
+    findings.push_back({check, FindingStatus::Problem, failure.what(), advice, Json::object()});
+}
+
+/// Connects to a service and looks its endpoints up. False when it cannot be reached.
+bool CheckService(Findings& findings, Context& context, const std::string& service) {
     try {
         const std::vector<EndpointReport> endpoints =
-            context.Reach([](ConnectorProvider& from) { return from.Endpoints(); });
-        findings.push_back({check,
+            context.Reach([&service](ConnectorProvider& from) { return from.Endpoints(service); });
+        findings.push_back({"service",
                             FindingStatus::Ok,
                             fmt::format("'{}' connected", service),
                             {},
@@ -139,15 +145,22 @@ bool CheckService(Findings& findings, Context& context) {
         for (const EndpointReport& endpoint : endpoints) {
             findings.push_back(EndpointFinding(endpoint));
         }
-        check = "connector";
+        return true;
+    } catch (const ConnectorFailure& failure) {
+        AddFailure(findings, "service", failure, ConnectRemedy(context.system, service));
+        return false;
+    }
+}
+
+/// False when the connector cannot be made.
+bool CheckConnector(Findings& findings, Context& context) {
+    try {
         context.Connector();
         return true;
     } catch (const ConnectorFailure& failure) {
-        // What is wrong with the directory, or an endpoint that is missing, stands above with its
-        // own advice.
-        const std::string remedy =
-            HasProblem(findings) ? std::string() : ConnectRemedy(context.system, service);
-        findings.push_back({check, FindingStatus::Problem, failure.what(), remedy, Json::object()});
+        AddFailure(findings, "connector", failure,
+                   "Look into the log of zam_connectord; 'zamctl -v doctor' prints the library's "
+                   "own records.");
         return false;
     }
 }
@@ -216,11 +229,15 @@ void DoctorCommand::Run(Context& context) {
     Findings findings;
     CheckVersions(findings, context.system);
     CheckLogLevel(findings, context.system);
-    const Findings directory =
-        CheckRuntimeDirectory(context.system, context.provider.ServiceName());
+    const std::vector<std::string> services = context.provider.ServiceNames();
+    const Findings directory = CheckRuntimeDirectory(context.system, services);
     findings.insert(findings.end(), directory.begin(), directory.end());
+    bool isReached = true;
+    for (const std::string& service : services) {
+        isReached = CheckService(findings, context, service) && isReached;
+    }
     std::optional<CallFailure> failedCall;
-    if (CheckService(findings, context)) {
+    if (isReached && CheckConnector(findings, context)) {
         failedCall = CheckCalls(findings, context);
     }
     PrintReport(context.output, findings);

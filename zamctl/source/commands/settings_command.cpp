@@ -3,14 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <fstream>
-#include <istream>
-#include <iterator>
 #include <nlohmann/json.hpp>
-#include <system_error>
 
 #include "codes.h"
+#include "input_file.h"
 
 namespace zamctl {
 namespace {
@@ -19,33 +15,6 @@ using zam_connector::ZamConnectorSettings;
 
 /// A document of settings has less than 1 KiB; this is far more than it takes and little to hold.
 constexpr std::size_t kMaxDocumentBytes = 64UL * 1024;
-
-std::string ReadAll(std::istream& in, const std::string& source) {
-    std::string text(kMaxDocumentBytes + 1, '\0');
-    in.read(text.data(), static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<std::size_t>(in.gcount()));
-    if (in.bad()) {
-        throw UsageError(fmt::format("{}: cannot be read", source));
-    }
-    if (text.size() > kMaxDocumentBytes) {
-        throw UsageError(fmt::format("{}: more than {} bytes, too much for settings", source,
-                                     kMaxDocumentBytes));
-    }
-    return text;
-}
-
-std::vector<SettingsChange> ReadDocument(const std::string& file, std::istream& in) {
-    if (file == "-") {
-        return ParseDocument(ReadAll(in, "standard input"), "standard input");
-    }
-    errno = 0;
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream) {
-        throw UsageError(fmt::format("--from: '{}' cannot be opened: {}", file,
-                                     std::generic_category().message(errno)));
-    }
-    return ParseDocument(ReadAll(stream, file), file);
-}
 
 ZamConnectorSettings Read(Context& context, ConnectorInterfaces& connector, int& code) {
     ZamConnectorSettings settings;
@@ -104,7 +73,8 @@ SettingsSetCommand::SettingsSetCommand(const Options& options) : file_(options.f
 void SettingsSetCommand::Run(Context& context) {
     std::vector<SettingsChange> changes;
     if (file_) {
-        changes = ReadDocument(*file_, context.in);
+        const Input input = ReadInput("--from", *file_, context.in, kMaxDocumentBytes);
+        changes = ParseDocument(input.text, input.name);
     }
     changes.insert(changes.end(), assignments_.begin(), assignments_.end());
 

@@ -6,10 +6,12 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 
+#include "server/passed_sockets.h"
 #include "zam_platform/posix_error.h"
 
 namespace zam_platform {
@@ -52,6 +54,10 @@ ListeningSocket::ListeningSocket(const RuntimeDirectory& directory, const std::s
     : directory_(&directory) {
     CheckServiceName(service);
     const std::string name = SocketName(service);
+    socket_ = PassedSocket(directory, name, PassedByEnvironment(::getpid()));
+    if (socket_) {
+        return;  // its name is the service manager's, and outlives this process
+    }
     const std::string shown = fmt::format("socket '{}/{}'", directory.Path(), name);
     // A leading dot keeps the unfinished socket out of the names that a client may ask for.
     const std::string unfinished = "." + name + ".new";

@@ -54,7 +54,7 @@ void Responder::AnswerBytes(vd_message_header* message, std::uint32_t messageByt
                 .callNumber = callNumber_,
                 .fixedBytes = messageBytes,
                 .arenaBytes = arenaBytes},
-               message, arena);
+               message, arena, std::exchange(watch_, nullptr));
 }
 
 void Responder::Fail(std::int32_t status) {
@@ -63,13 +63,25 @@ void Responder::Fail(std::int32_t status) {
         interceptor->OnAnswer({.status = status, .message = {}, .arena = {}}, std::move(*this));
         return;
     }
+    TellLost();
     std::exchange(connection_, nullptr)
         ->Send({.kind = FrameKind::Answer, .callNumber = callNumber_, .status = status}, nullptr,
-               nullptr);
+               nullptr, nullptr);
 }
 
 void Responder::Drop() {
     std::exchange(connection_, nullptr)->Drop();
+    TellLost();
+}
+
+void Responder::TellLost() {
+    if (const DeliveryWatch watch = std::exchange(watch_, nullptr)) {
+        watch(false);
+    }
+}
+
+bool Responder::IsConnected() const noexcept {
+    return connection_->IsOpen();
 }
 
 void Responder::Intercept(std::unique_ptr<AnswerInterceptor> interceptor) noexcept {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <iterator>
 #include <utility>
 
 #include "server/server_connection.h"
@@ -75,6 +76,7 @@ Server::~Server() {
     isClosing_ = true;
     listeners_.clear();
     sessions_.OnEnd({});
+    onBroken_ = {};
     const std::set<std::shared_ptr<ServerConnection>> connections = std::move(connections_);
     connections_.clear();
     // Closed before the loop is cleared: a call that was read when the loop stopped goes to nobody.
@@ -99,6 +101,20 @@ void Server::Accept(int listeningSocket) {
 
 void Server::OnSessionEnd(std::function<void(const SessionToken&)> observer) {
     sessions_.OnEnd(std::move(observer));
+}
+
+void Server::OnConnectionBroken(std::function<void(const SessionToken&)> observer) {
+    onBroken_ = std::move(observer);
+}
+
+void Server::NoticeBroken(const SessionToken& client) {
+    // A connection that breaks leaves the set.
+    std::vector<std::shared_ptr<ServerConnection>> ofClient;
+    std::copy_if(connections_.begin(), connections_.end(), std::back_inserter(ofClient),
+                 [&client](const auto& connection) { return connection->IsOf(client); });
+    for (const auto& connection : ofClient) {
+        connection->NoticeEnd();
+    }
 }
 
 void Server::Run() {

@@ -50,8 +50,11 @@ void ServerConnection::ReadMore() {
             if (!self->open_) {
                 return;
             }
-            if (error) {
-                self->Close();
+            if (error == asio::error::eof) {
+                self->EndAfterClient();
+            } else if (error) {
+                // The client has not read all that it was sent.
+                self->Break();
             } else {
                 self->OnRead(bytes);
             }
@@ -179,6 +182,8 @@ bool ServerConnection::CheckCall(const Prelude& prelude, const unsigned char* bo
 }
 
 void ServerConnection::HandleFrame(const Prelude& prelude, const unsigned char* body) {
+    // Clients read an answer before they send another frame.
+    EndWatch(true);
     switch (prelude.kind) {
         case FrameKind::Hello:
             return HandleHello(body);
@@ -294,26 +299,33 @@ void ServerConnection::StartFrameTimer() {
     });
 }
 
-void ServerConnection::Send(const Prelude& prelude, const void* message, const void* arena) {
+void ServerConnection::Send(const Prelude& prelude, const void* message, const void* arena,
+                            DeliveryWatch watch) {
     if (server_.context_.get_executor().running_in_this_thread()) {
-        SendNow(prelude, message, arena);
+        SendNow(prelude, message, arena, std::move(watch));
         return;
     }
     const auto* const first = static_cast<const unsigned char*>(message);
     const auto* const second = static_cast<const unsigned char*>(arena);
     std::vector<unsigned char> body(first, first + prelude.fixedBytes);
     body.insert(body.end(), second, second + prelude.arenaBytes);
-    asio::post(server_.context_, [self = shared_from_this(), prelude, body = std::move(body)] {
-        self->SendNow(prelude, body.data(), body.data() + prelude.fixedBytes);
+    asio::post(server_.context_, [self = shared_from_this(), prelude, body = std::move(body),
+                                  watch = std::move(watch)]() mutable {
+        self->SendNow(prelude, body.data(), body.data() + prelude.fixedBytes, std::move(watch));
     });
 }
 
-void ServerConnection::SendNow(const Prelude& prelude, const void* message, const void* arena) {
+void ServerConnection::SendNow(const Prelude& prelude, const void* message, const void* arena,
+                               DeliveryWatch watch) {
     if (!open_) {
+        if (watch) {
+            watch(false);
+        }
         return;
     }
     if (prelude.kind == FrameKind::Answer) {
         callPending_ = false;
+        watch_ = std::move(watch);
     }
     std::array<unsigned char, kPreludeBytes> head;
     EncodePrelude(prelude, head.data());
@@ -323,7 +335,7 @@ void ServerConnection::SendNow(const Prelude& prelude, const void* message, cons
     std::error_code error;
     const std::size_t sent = queue_.empty() ? socket_.write_some(parts, error) : 0;
     if (error && error != asio::error::would_block) {
-        Close();
+        Break();
     } else if (sent < prelude.FrameBytes()) {
         QueueRest(parts, error ? 0 : sent);
     }
@@ -337,7 +349,7 @@ void ServerConnection::QueueRest(const std::array<asio::const_buffer, 3>& parts,
                fmt::format("user {} has {} bytes of answers that its clients do not take: "
                            "connection closed",
                            client_.user, Usage().queuedBytes));
-        Close();
+        Break();
         return;
     }
     Usage().queuedBytes += rest;
@@ -359,7 +371,7 @@ void ServerConnection::WriteQueue() {
                 return;
             }
             if (error) {
-                self->Close();
+                self->Break();
                 return;
             }
             self->queueSent_ += bytes;
@@ -372,52 +384,6 @@ void ServerConnection::WriteQueue() {
                 self->WriteQueue();
             }
         });
-}
-
-void ServerConnection::Drop() {
-    if (server_.context_.get_executor().running_in_this_thread()) {
-        Close();
-    } else {
-        asio::post(server_.context_, [self = shared_from_this()] { self->Close(); });
-    }
-}
-
-void ServerConnection::Refuse(TransportStatus status, std::string_view why) {
-    if (!open_) {
-        return;
-    }
-    Report(zor::logger::kLevelError, kSourceFile, "Refuse",
-           fmt::format("client of user {}: {}: connection closed", client_.user, why));
-    if (queue_.empty()) {
-        std::array<unsigned char, kPreludeBytes> head;
-        EncodePrelude({.kind = FrameKind::Refusal, .status = status}, head.data());
-        std::error_code ignored;
-        socket_.write_some(asio::buffer(head), ignored);
-    }
-    Close();
-}
-
-void ServerConnection::Close() {
-    if (!std::exchange(open_, false)) {
-        return;
-    }
-    frameTimer_.cancel();
-    std::error_code ignored;
-    socket_.close(ignored);
-    ReleaseLarge();
-    UserUsage& usage = Usage();
-    usage.queuedBytes -= queue_.size() - queueSent_ + queueBehind_.size();
-    queue_ = {};
-    queueBehind_ = {};
-    queueSent_ = 0;
-    --usage.connections;
-    if (greeted_) {
-        server_.sessions_.Detach(client_.token);
-    }
-    // The last reference may be the set's; whoever called holds another.
-    if (const auto self = weak_from_this().lock()) {
-        server_.connections_.erase(self);
-    }
 }
 
 }  // namespace zam_platform

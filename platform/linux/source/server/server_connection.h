@@ -31,8 +31,11 @@ public:
     void Start();
 
     /// Sends the answer to a call, from any thread; nothing when the connection has closed. The
-    /// parts are copied when they cannot be sent at once.
-    void Send(const Prelude& prelude, const void* message, const void* arena);
+    /// parts are copied when they cannot be sent at once. `watch` may be null.
+    void Send(const Prelude& prelude, const void* message, const void* arena, DeliveryWatch watch);
+
+    /// On the loop thread.
+    bool IsOpen() const noexcept { return open_; }
 
     /// Closes the connection without an answer, from any thread.
     void Drop();
@@ -43,9 +46,25 @@ public:
     /// Closes at once. On the loop thread, or when the loop does not run.
     void Close();
 
+    /// Whether the client with this token has greeted here.
+    bool IsOf(const SessionToken& token) const noexcept {
+        return greeted_ && client_.token == token;
+    }
+
+    /// Ends when the client has given the connection up, also when not all that it sent has been
+    /// read yet. On the loop thread.
+    void NoticeEnd();
+
 private:
     /// Frames up to this size, which most are, need no buffer of their own.
     static constexpr std::size_t kInlineBytes = 1024;
+
+    /// Closes, and tells the server's observer that something was lost.
+    void Break();
+
+    /// Ends after the client's end: a break, unless it came between two frames with nothing left
+    /// to do.
+    void EndAfterClient();
 
     void ReadMore();
     void OnRead(std::size_t bytes);
@@ -70,7 +89,9 @@ private:
     }
     void ReleaseLarge() noexcept;
 
-    void SendNow(const Prelude& prelude, const void* message, const void* arena);
+    void SendNow(const Prelude& prelude, const void* message, const void* arena,
+                 DeliveryWatch watch = nullptr);
+    void EndWatch(bool wasTaken);
     void QueueRest(const std::array<asio::const_buffer, 3>& parts, std::size_t sent);
     void WriteQueue();
     UserUsage& Usage() { return server_.usage_[client_.user]; }
@@ -83,6 +104,8 @@ private:
     bool greeted_ = false;
     bool callPending_ = false;
     bool frameTimed_ = false;
+
+    DeliveryWatch watch_;  ///< of the last answer
 
     alignas(8) std::array<unsigned char, kInlineBytes> inline_;
     std::vector<unsigned char> large_;

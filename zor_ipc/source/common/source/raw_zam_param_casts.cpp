@@ -9,24 +9,14 @@
 #include <string_view>
 
 #include "common/arena.h"
+#include "common/raw_zam_pieces.h"
+#include "piece_reader.h"
 #include "zuv/value.h"
 
 namespace zam_connector::common {
 namespace {
 
 static_assert(std::endian::native == std::endian::little, "index words are read as they stand");
-
-constexpr unsigned char kVersion = 0x01;
-
-/// Tags below are the index word of the value block, which is then left out.
-constexpr unsigned char kVerbatimTag = 0x10;
-static_assert(kVerbatimTag == zuv::kKindCount);
-
-constexpr std::size_t kIndexWordBytes = 8;
-
-/// Largest length that its 7-bit groups hold.
-constexpr std::size_t kMaxLengthBytes = 3;
-constexpr std::size_t kMaxLength = (std::size_t{1} << (7 * kMaxLengthBytes)) - 1;
 
 unsigned char TagOf(const std::vector<unsigned char>& value) noexcept {
     std::uint64_t index = kVerbatimTag;
@@ -82,80 +72,15 @@ unsigned char* PutRecord(unsigned char* to, const RawZamParam& record) noexcept 
     return PutBytes(to, record.path.data(), record.path.size());
 }
 
-/// Reads a stream record by record and refuses whatever `PutRecord` does not write.
-class PieceReader {
-public:
-    explicit PieceReader(std::string_view bytes) : bytes_(bytes) {}
-
-    bool AtEnd() const noexcept { return at_ == bytes_.size(); }
-
-    /// An empty list has no version either.
-    void ReadVersion() {
-        const unsigned char version = Byte();
-        if (version != kVersion) {
-            Refuse(fmt::format("version {}, only {} is known", version, kVersion));
-        }
-        if (AtEnd()) {
-            Refuse("no record");
-        }
+void ToRecord(const PieceRecord& from, RawZamParam& record) {
+    record.value.reserve(Elided(from.block.tag) + from.block.bytes.size());
+    if (from.block.tag != kVerbatimTag) {
+        record.value.resize(kIndexWordBytes);
+        record.value.front() = from.block.tag;
     }
-
-    void ReadRecord(RawZamParam& record) {
-        const unsigned char tag = Byte();
-        if (tag > kVerbatimTag) {
-            Refuse(fmt::format("tag {}, at most {} is known", tag, kVerbatimTag));
-        }
-        const std::size_t valueBytes = Length();
-        const std::size_t pathBytes = Length();
-        const std::string_view value = Take(valueBytes);
-        const std::string_view path = Take(pathBytes);
-        record.value.reserve(Elided(tag) + value.size());
-        if (tag != kVerbatimTag) {
-            record.value.resize(kIndexWordBytes);
-            record.value.front() = tag;
-        }
-        record.value.insert(record.value.end(), value.begin(), value.end());
-        if (TagOf(record.value) != tag) {
-            Refuse("a value in full that has a shorter form");
-        }
-        record.path = path;
-    }
-
-private:
-    [[noreturn]] void Refuse(std::string_view what) const {
-        throw std::invalid_argument(fmt::format("piece of raw parameters, before byte {} of {}: {}",
-                                                at_, bytes_.size(), what));
-    }
-
-    std::string_view Take(std::size_t size) {
-        if (size > bytes_.size() - at_) {
-            Refuse(fmt::format("{} bytes are announced, {} are left", size, bytes_.size() - at_));
-        }
-        const std::string_view taken = bytes_.substr(at_, size);
-        at_ += size;
-        return taken;
-    }
-
-    unsigned char Byte() { return static_cast<unsigned char>(Take(1).front()); }
-
-    std::size_t Length() {
-        std::size_t length = 0;
-        for (std::size_t group = 0; group < kMaxLengthBytes; ++group) {
-            const unsigned char byte = Byte();
-            length |= std::size_t{byte & 0x7FU} << (7 * group);
-            if ((byte & 0x80U) == 0) {
-                if (byte == 0 && group > 0) {
-                    Refuse("a length that has a shorter form");
-                }
-                return length;
-            }
-        }
-        Refuse(fmt::format("a length of more than {} bytes", kMaxLengthBytes));
-    }
-
-    std::string_view bytes_;
-    std::size_t at_ = 0;
-};
+    record.value.insert(record.value.end(), from.block.bytes.begin(), from.block.bytes.end());
+    record.path = from.path;
+}
 
 }  // namespace
 
@@ -188,7 +113,7 @@ void AppendFromVd(const qx_zam_connector_ZamTypes_ZamParams& piece, const vd_are
     try {
         reader.ReadVersion();
         while (!reader.AtEnd()) {
-            reader.ReadRecord(out.emplace_back());
+            ToRecord(reader.ReadRecord(), out.emplace_back());
         }
     } catch (...) {
         out.resize(before);
@@ -201,6 +126,21 @@ std::vector<RawZamParam> CastFromVd(const qx_zam_connector_ZamTypes_ZamParams& p
     std::vector<RawZamParam> records;
     AppendFromVd(piece, arena, records);
     return records;
+}
+
+void RawZamPieces::Append(const qx_zam_connector_ZamTypes_ZamParams& piece, const vd_arena* arena) {
+    const std::string_view bytes = ArenaReader(arena).Text(piece.records, "raw parameters");
+    PieceReader reader(bytes);
+    if (reader.AtEnd()) {
+        return;
+    }
+    reader.ReadVersion();
+    std::size_t count = 0;
+    for (; !reader.AtEnd(); ++count) {
+        reader.ReadRecord();
+    }
+    pieces_.emplace_back(bytes);
+    count_ += count;
 }
 
 }  // namespace zam_connector::common

@@ -9,6 +9,8 @@
 
 #include "common/id_specification.h"
 #include "common/raw_zam_param.h"
+#include "common/raw_zam_pieces.h"
+#include "piece_reader.h"
 #include "qel/result_code.h"
 #include "value_block.h"
 #include "zuv/error.h"
@@ -188,38 +190,91 @@ private:
     std::size_t fillable_ = kMaxFilledElements;
 };
 
-std::pair<zuv::Path, zuv::TValue> Rebuild(const std::vector<RawZamParam>& list) {
+/// The records of a list, one after another.
+class ListSource {
+public:
+    explicit ListSource(const std::vector<RawZamParam>& list) : list_(list) {}
+
+    std::size_t Count() const noexcept { return list_.size(); }
+
+    PieceRecord Next() {
+        const RawZamParam& record = list_[next_++];
+        const auto* const value = reinterpret_cast<const char*>(record.value.data());
+        return {.block = {.tag = kVerbatimTag, .bytes = {value, record.value.size()}},
+                .path = record.path};
+    }
+
+private:
+    const std::vector<RawZamParam>& list_;
+    std::size_t next_ = 0;
+};
+
+/// The records of pieces, one after another.
+class PieceSource {
+public:
+    explicit PieceSource(const RawZamPieces& pieces) : pieces_(pieces) {}
+
+    std::size_t Count() const noexcept { return pieces_.Count(); }
+
+    PieceRecord Next() {
+        while (reader_.AtEnd()) {
+            reader_ = PieceReader(pieces_.Pieces()[next_++]);
+            reader_.ReadVersion();
+        }
+        return reader_.ReadRecord();
+    }
+
+private:
+    const RawZamPieces& pieces_;
+    std::size_t next_ = 0;
+    PieceReader reader_{{}};
+};
+
+template <typename Source>
+std::pair<zuv::Path, zuv::TValue> Rebuild(Source source) {
     // All elements of all vectors are records of this list, so no more room is ever of use.
-    std::size_t reservable = list.size() - 1;
+    std::size_t reservable = source.Count() - 1;
     std::pair<zuv::Path, zuv::TValue> result;
     PathReader reader;
-    result.second = DecodeValue(list.front().value, reservable);
-    result.first = reader.ReadRoot(list.front().path);
+    const PieceRecord first = source.Next();
+    result.second = DecodeValue(first.block, reservable);
+    result.first = reader.ReadRoot(first.path);
     TreeBuilder builder(result.second);
-    for (std::size_t index = 1; index < list.size(); ++index) {
-        const RawZamParam& record = list[index];
-        zuv::TValue value = DecodeValue(record.value, reservable);
+    for (std::size_t index = 1; index < source.Count(); ++index) {
+        const PieceRecord record = source.Next();
+        zuv::TValue value = DecodeValue(record.block, reservable);
         reader.Read(record.path);
         builder.Place(reader.Depth(), reader.LastLevel(), std::move(value));
     }
     return result;
 }
 
-}  // namespace
-
-std::pair<int, std::string> Deserialize(const std::vector<RawZamParam>& list, zuv::Path& root,
-                                        zuv::TValue& tree) {
-    if (list.empty()) {
+template <typename Source>
+std::pair<int, std::string> DeserializeFrom(const Source& source, zuv::Path& root,
+                                            zuv::TValue& tree) {
+    if (source.Count() == 0) {
         return {kEmptyList, "[RawZamParams] empty raw setting"};
     }
     try {
-        auto [rebuiltRoot, rebuiltTree] = Rebuild(list);
+        auto [rebuiltRoot, rebuiltTree] = Rebuild(source);
         root = std::move(rebuiltRoot);
         tree = std::move(rebuiltTree);
         return {zuv::ResultOk, {}};
     } catch (...) {
         return zuv::ProcessException();
     }
+}
+
+}  // namespace
+
+std::pair<int, std::string> Deserialize(const std::vector<RawZamParam>& list, zuv::Path& root,
+                                        zuv::TValue& tree) {
+    return DeserializeFrom(ListSource(list), root, tree);
+}
+
+std::pair<int, std::string> Deserialize(const RawZamPieces& pieces, zuv::Path& root,
+                                        zuv::TValue& tree) {
+    return DeserializeFrom(PieceSource(pieces), root, tree);
 }
 
 }  // namespace zam_connector::common

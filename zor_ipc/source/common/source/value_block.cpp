@@ -47,9 +47,9 @@ std::vector<unsigned char> ScalarBlock(const zuv::TValue& value) {
     return MakeBlock(value.Index(), payload);
 }
 
-std::uint64_t WordAt(const std::vector<unsigned char>& block, std::size_t offset) {
+std::uint64_t WordAt(std::string_view bytes, std::size_t offset) {
     std::uint64_t word = 0;
-    std::memcpy(&word, block.data() + offset, kWordBytes);
+    std::memcpy(&word, bytes.data() + offset, kWordBytes);
     return word;
 }
 
@@ -59,27 +59,26 @@ std::uint64_t WordAt(const std::vector<unsigned char>& block, std::size_t offset
         fmt::format("[RawZamParams] Insufficient raw data size: fact/plan = {}/{}", fact, plan));
 }
 
-/// The `length` bytes behind the header.
-std::string_view DataOf(const std::vector<unsigned char>& block, std::uint64_t length) {
-    const std::size_t present = block.size() - kValueHeaderBytes;
-    if (present < length) {
-        ThrowInsufficient(block.size(), WideSize{kValueHeaderBytes} + length);
+/// The first `length` of the bytes behind the header.
+std::string_view DataOf(std::string_view data, std::uint64_t length) {
+    if (data.size() < length) {
+        ThrowInsufficient(kValueHeaderBytes + data.size(), WideSize{kValueHeaderBytes} + length);
     }
-    return {reinterpret_cast<const char*>(block.data()) + kValueHeaderBytes, length};
+    return data.substr(0, length);
 }
 
-std::string DecodeString(const std::vector<unsigned char>& block, std::uint64_t length) {
-    const std::string_view data = DataOf(block, length);
+std::string DecodeString(std::string_view behindHeader, std::uint64_t length) {
+    const std::string_view data = DataOf(behindHeader, length);
     if (data.empty()) {
         throw std::length_error("a string's length word is 0, at least 1 is needed for its end");
     }
     return std::string(data.substr(0, data.size() - 1));
 }
 
-zuv::Blob DecodeBlob(const std::vector<unsigned char>& block, std::uint64_t length) {
-    DataOf(block, length);
-    const auto begin = block.begin() + static_cast<std::ptrdiff_t>(kValueHeaderBytes);
-    return {begin, begin + static_cast<std::ptrdiff_t>(length)};
+zuv::Blob DecodeBlob(std::string_view behindHeader, std::uint64_t length) {
+    const std::string_view data = DataOf(behindHeader, length);
+    const auto* const begin = reinterpret_cast<const unsigned char*>(data.data());
+    return {begin, begin + data.size()};
 }
 
 zuv::Vector DecodeVector(std::uint64_t elements, std::size_t& reservable) {
@@ -149,11 +148,20 @@ std::vector<unsigned char> EncodeValue(const zuv::TValue& value) {
 }
 
 zuv::TValue DecodeValue(const std::vector<unsigned char>& block, std::size_t& reservable) {
-    if (block.size() < kValueHeaderBytes) {
-        ThrowInsufficient(block.size(), kValueHeaderBytes);
+    return DecodeValue(
+        BlockView{.tag = kVerbatimTag,
+                  .bytes = {reinterpret_cast<const char*>(block.data()), block.size()}},
+        reservable);
+}
+
+zuv::TValue DecodeValue(const BlockView& block, std::size_t& reservable) {
+    const std::size_t elided = block.tag == kVerbatimTag ? 0 : kWordBytes;
+    if (block.bytes.size() + elided < kValueHeaderBytes) {
+        ThrowInsufficient(block.bytes.size() + elided, kValueHeaderBytes);
     }
-    const std::uint64_t index = WordAt(block, 0);
-    const std::uint64_t payload = WordAt(block, kWordBytes);
+    const std::uint64_t index = elided == 0 ? WordAt(block.bytes, 0) : block.tag;
+    const std::uint64_t payload = WordAt(block.bytes, kWordBytes - elided);
+    const std::string_view data = block.bytes.substr(kValueHeaderBytes - elided);
     if (index >= zuv::kKindCount) {
         throw zuv::Error(qel::kInvalidIndex,
                          fmt::format("[RawZamParams] Invalid value index: {}", index));
@@ -178,9 +186,9 @@ zuv::TValue DecodeValue(const std::vector<unsigned char>& block, std::size_t& re
         case zuv::Kind::Timestamp:
             return qor::types::Timestamp(LowBytes<std::int64_t>(payload));
         case zuv::Kind::String:
-            return DecodeString(block, payload);
+            return DecodeString(data, payload);
         case zuv::Kind::Blob:
-            return DecodeBlob(block, payload);
+            return DecodeBlob(data, payload);
         case zuv::Kind::UInt8:
             return LowBytes<unsigned char>(payload);
         case zuv::Kind::UInt16:

@@ -5,7 +5,6 @@
 #include "common/arena.h"
 #include "common/check_vd_proxy.h"
 #include "common/log.h"
-#include "common/raw_zam_param_casts.h"
 #include "common/server_data_casts.h"
 #include "qor/utils/process_exception.h"
 
@@ -99,7 +98,7 @@ int ZamDataProviderProxy::PullTree(const char* function, const char* openName, O
 
 int ZamDataProviderProxy::GetDataFromChannel(long channel, zuv::TValue& tree, unsigned long& hash,
                                              int& result) {
-    std::vector<common::RawZamParam> list;
+    common::RawZamPieces list;
     const int pulled = GetDataPieces(channel, list);
     if (pulled < 0) {
         return pulled;
@@ -133,7 +132,7 @@ int ZamDataProviderProxy::GetDataFromChannel(long channel, zuv::TValue& tree, un
 }
 
 /// Appends what the pieces hold to `list`.
-int ZamDataProviderProxy::GetDataPieces(long channel, std::vector<common::RawZamParam>& list) {
+int ZamDataProviderProxy::GetDataPieces(long channel, common::RawZamPieces& list) {
     common::HeapArena arena(qx_zam_connector_ZamDataProvider_GetData_response_arena);
     for (;;) {
         qx_zam_connector_ZamDataProvider_GetData_req request{};
@@ -146,7 +145,7 @@ int ZamDataProviderProxy::GetDataPieces(long channel, std::vector<common::RawZam
             return code;
         }
         try {
-            common::AppendFromVd(response.params, arena.Get(), list);
+            list.Append(response.params, arena.Get());
         } catch (...) {
             common::CaughtFailure(common::Here(kSourceFile, "GetDataFromChannel"), kDataPrefix);
             return qel::kInvalidArgument;

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "common/raw_zam_param.h"
+#include "common/raw_zam_pieces.h"
 #include "ipc_transfer_call.h"
 #include "qx/zam_data_provider.h"
 #include "zam_connector/i_zam_data_provider.h"
@@ -52,7 +52,7 @@ private:
 
     int PullTree(const char* function, const char* openName, OpenOperation open, zuv::TValue& tree,
                  unsigned long& hash) noexcept;
-    int GetDataPieces(long channel, std::vector<common::RawZamParam>& list);
+    int GetDataPieces(long channel, common::RawZamPieces& list);
     int CloseChannel(long channel);
 
     qx_zam_connector_ZamDataProvider_proxy proxy_;

@@ -3,8 +3,10 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vd/arena.h"
@@ -51,6 +53,12 @@ struct AnswerParts {
     std::vector<unsigned char> arena;
 };
 
+/// Told once what became of an answer: true when the client has got it, which shows when the next
+/// frame comes on the same connection or the client closes it with nothing left to read; false when
+/// the connection ends otherwise, and when the answer does not go out as the handler gave it. On
+/// the loop thread; must not throw.
+using DeliveryWatch = std::function<void(bool wasTaken)>;
+
 class Responder;
 
 /// Gets an answer in the place of the client, and the right to answer.
@@ -88,12 +96,23 @@ public:
     /// Closes the connection without an answer.
     void Drop();
 
+    /// Has `watch` told what becomes of the answer. Then the call is to be answered on the loop
+    /// thread; `watch` may be told before an answering function returns.
+    void Watch(DeliveryWatch watch) noexcept { watch_ = std::move(watch); }
+
+    /// The answer to come will not be the handler's: its watch is told that it is lost.
+    void TellLost();
+
+    /// False when the client has gone. On the loop thread.
+    bool IsConnected() const noexcept;
+
     /// Sends later answers of this responder through `interceptor`.
     void Intercept(std::unique_ptr<AnswerInterceptor> interceptor) noexcept;
 
 private:
     std::shared_ptr<ServerConnection> connection_;  ///< null once answered
     std::unique_ptr<AnswerInterceptor> interceptor_;
+    DeliveryWatch watch_;
     std::uint64_t callNumber_;
     vd_message_header header_;
     const OperationRule* rule_;

@@ -22,7 +22,8 @@ private:
 };
 
 /// A service's socket, listening. It appears under its name only when it listens, and replaces what
-/// a daemon that was killed has left there.
+/// a daemon that was killed has left there. Where a service manager has passed a socket of that
+/// name (`LISTEN_FDS`), it is that one, and who may connect is the manager's affair.
 class ListeningSocket {
 public:
     /// `directory` must outlive this object, and its lock be held. With `openToAll` every user may
@@ -32,7 +33,7 @@ public:
     ListeningSocket(ListeningSocket&&) = default;
     ListeningSocket& operator=(ListeningSocket&&) = delete;
 
-    /// Removes the socket's name.
+    /// Removes the socket's name, unless the socket was passed.
     ~ListeningSocket();
 
     /// Gives the descriptor away.

@@ -67,6 +67,16 @@ public:
     /// Called on the loop thread when a session has ended. Before `Run`.
     void OnSessionEnd(std::function<void(const SessionToken&)> observer);
 
+    /// Called on the loop thread when a connection of a client has broken: it ended, on either
+    /// side, within a frame or with a call unanswered, or with an answer that was not taken whole.
+    /// A connection that a client closes between two calls is not broken. Before `Run`.
+    void OnConnectionBroken(std::function<void(const SessionToken&)> observer);
+
+    /// Takes note of connections that a client has given up already although the loop has not come
+    /// to their ends yet. Who decides by what has broken asks for this first. A connection whose
+    /// greeting is still unread is nobody's yet and is passed over. On the loop thread.
+    void NoticeBroken(const SessionToken& client);
+
     /// Runs the loop until `Stop`; returns at once when that has been called before.
     void Run();
 
@@ -97,6 +107,7 @@ private:
     const ServerLimits limits_;
     asio::io_context context_{1};
     SessionRegistry sessions_;
+    std::function<void(const SessionToken&)> onBroken_;
     std::map<uid_t, UserUsage> usage_;
     std::set<std::shared_ptr<ServerConnection>> connections_;
     std::vector<std::unique_ptr<Listener>> listeners_;

@@ -1,0 +1,107 @@
+#include "certs/cert_file.h"
+
+#include <fmt/format.h>
+
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include "data/json_file.h"
+
+namespace zam_service {
+namespace {
+
+constexpr char kName[] = "name";
+constexpr char kCertificate[] = "certificate";
+constexpr char kCertificateFile[] = "certificate_file";
+constexpr char kPrivateKey[] = "private_key";
+constexpr char kPrivateKeyFile[] = "private_key_file";
+
+/// Stands in front of every private key that is PEM.
+constexpr char kKeyMark[] = "PRIVATE KEY";
+
+/// The text of a member that may hold a secret: unlike `JsonValue::Text`, shows nothing of it.
+std::string SecretText(const JsonValue& value) {
+    if (!value.IsText()) {
+        value.Fail("is no text");
+    }
+    return value.Text();
+}
+
+std::string FileName(const JsonValue& value) {
+    std::string name = SecretText(value);
+    if (name.empty() || name.front() == '.' || name.size() > 255 ||
+        name.find_first_of(std::string_view("/\n\0", 3)) != std::string::npos) {
+        value.Fail("is no name of a file beside this one");
+    }
+    return name;
+}
+
+/// The text itself, or that of the file named; empty when there is neither.
+std::optional<std::string> ReadPem(const JsonValue& root, const char* textMember,
+                                   const char* fileMember, bool isKey,
+                                   const ReadBeside& readBeside) {
+    const auto text = root.Find(textMember);
+    const auto file = root.Find(fileMember);
+    if (text && file) {
+        file->Fail(fmt::format(R"("{}" is there too; one of the two is wanted)", textMember));
+    }
+    if (text) {
+        return SecretText(*text);
+    }
+    return file ? std::optional(readBeside(FileName(*file), isKey)) : std::nullopt;
+}
+
+CertFile ReadRoot(const std::string& fileName, const JsonValue& root,
+                  const ReadBeside& readBeside) {
+    root.CheckMembers({kName, kCertificate, kCertificateFile, kPrivateKey, kPrivateKeyFile});
+    const auto nameMember = root.Find(kName);
+    std::string name = nameMember ? nameMember->Text() : fileName.substr(0, fileName.rfind('.'));
+    const auto certificate = ReadPem(root, kCertificate, kCertificateFile, false, readBeside);
+    if (!certificate) {
+        root.Fail(fmt::format(R"(neither "{}" nor "{}" is there)", kCertificate, kCertificateFile));
+    }
+    const auto key = ReadPem(root, kPrivateKey, kPrivateKeyFile, true, readBeside);
+    try {
+        return {.cert = ReadClientCert(std::move(name), *certificate, key),
+                .holdsKey = root.Find(kPrivateKey).has_value()};
+    } catch (const std::invalid_argument& error) {
+        throw std::invalid_argument(fmt::format("{}: {}", fileName, error.what()));
+    }
+}
+
+/// An error that tells the place alone, because what stands there may be a part of a key.
+std::runtime_error WithoutText(const std::string& name, const JsonError& error) {
+    return std::runtime_error(
+        fmt::format("{}:{}:{}: is no description of a certificate; it is not shown, because there "
+                    "is a private key in the file",
+                    name, error.Position().line, error.Position().column));
+}
+
+}  // namespace
+
+CertFile ReadCertFile(const std::string& name, std::string text, const ReadBeside& readBeside) {
+    const bool mayHoldKey = text.find(kKeyMark) != std::string::npos;
+    std::unique_ptr<const JsonDocument> document;
+    try {
+        document = std::make_unique<const JsonDocument>(name, std::move(text));
+    } catch (const JsonError& error) {
+        if (mayHoldKey) {
+            throw WithoutText(name, error);
+        }
+        throw;
+    }
+    try {
+        return ReadRoot(name, document->Root(), readBeside);
+    } catch (const JsonError& error) {
+        const std::string shown = error.what();
+        if (mayHoldKey && (error.Pointer().empty() || shown.find(kKeyMark) != std::string::npos)) {
+            throw WithoutText(name, error);
+        }
+        throw;
+    }
+}
+
+}  // namespace zam_service

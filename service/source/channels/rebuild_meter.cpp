@@ -1,0 +1,109 @@
+#include "channels/rebuild_meter.h"
+
+#include <algorithm>
+#include <limits>
+#include <string_view>
+
+#include "common/id_specification.h"
+#include "data/upload_file.h"
+#include "zuv/value.h"
+
+namespace zam_service {
+
+using zam_connector::common::RawZamParam;
+
+namespace {
+
+constexpr std::size_t kUncountable = std::numeric_limits<std::size_t>::max();
+
+/// What a heap takes for a stretch of its own besides the stretch's bytes, about.
+constexpr std::size_t kHeapOverhead = 16;
+
+/// A record stands in a vector and has two stretches.
+constexpr std::size_t kRecordBytes = sizeof(RawZamParam) + 2 * kHeapOverhead;
+
+/// A node of a tree as the entry of a map, which takes more than an element of a vector does, the
+/// vector's room to grow included: key and value, the links of the map, and stretches of the heap
+/// for the entry, the key and the value.
+constexpr std::size_t kTreeNodeBytes =
+    sizeof(zuv::Map::value_type) + 4 * sizeof(void*) + 3 * kHeapOverhead;
+static_assert(kTreeNodeBytes >= 2 * sizeof(zuv::TValue));
+
+/// The line of a none value in a file, but for its indentation: "null", a comma, the line's end.
+constexpr std::size_t kNoneLineBytes = 6;
+
+std::size_t SaturatedProduct(std::size_t left, std::size_t right) noexcept {
+    return right != 0 && left > kUncountable / right ? kUncountable : left * right;
+}
+
+char Separator() {
+    return zam_connector::common::meta::IdSpecification().chars.front();
+}
+
+/// Levels of a path whose levels are sound.
+std::size_t LevelsOf(std::string_view path) {
+    const auto separators = std::count(path.begin(), path.end(), Separator());
+    const bool hasOpenEnd = !path.empty() && path.back() != Separator();
+    return static_cast<std::size_t>(separators) + (hasOpenEnd ? 1 : 0);
+}
+
+/// Where the last level of a path begins.
+std::size_t LastLevelOf(std::string_view path) {
+    const std::size_t end = path.find_last_not_of(Separator());
+    const std::size_t before = path.substr(0, end).rfind(Separator());
+    return before == std::string_view::npos ? 0 : before + 1;
+}
+
+}  // namespace
+
+std::size_t SaturatedSum(std::size_t left, std::size_t right) noexcept {
+    return left > kUncountable - right ? kUncountable : left + right;
+}
+
+std::size_t GapValueBytes(std::size_t depth) noexcept {
+    // A vector that grows behind its gap holds the gap twice for a while.
+    return 2 * sizeof(zuv::TValue) + kNoneLineBytes + kUploadIndent * depth;
+}
+
+std::size_t NodeBytes(const RawZamParam& record) noexcept {
+    // Bytes of a value and a key stand in the record and once more in the node.
+    return kRecordBytes + kTreeNodeBytes + 2 * zam_connector::common::WeightOf(record);
+}
+
+RebuildMeter::RebuildMeter() : codec_(zam_connector::common::meta::IdSpecification()) {}
+
+std::size_t RebuildMeter::Add(const RawZamParam& record) {
+    std::size_t bytes = NodeBytes(record);
+    if (elements_.empty()) {
+        rootLevels_ = LevelsOf(record.path);
+        elements_.push_back(0);
+    } else if (isTree_) {
+        const std::size_t gap = GapBefore(record);
+        bytes = SaturatedSum(bytes, SaturatedProduct(gap, GapValueBytes(elements_.size() - 1)));
+    }
+    return bytes;
+}
+
+/// The node's parent is told by the depth alone, as in the rebuild: it is the node placed last one
+/// level above.
+std::size_t RebuildMeter::GapBefore(const RawZamParam& record) {
+    const std::size_t levels = LevelsOf(record.path);
+    zuv::PathCodec::LevelText last;
+    if (levels <= rootLevels_ || levels - rootLevels_ > elements_.size() ||
+        codec_.Read(record.path, LastLevelOf(record.path), last) != zuv::IdState::Ok) {
+        isTree_ = false;
+        return 0;
+    }
+    elements_.resize(levels - rootLevels_);
+    std::size_t& ofParent = elements_.back();
+    std::size_t gap = 0;
+    if (last.isPosition) {
+        isTree_ = last.position >= ofParent && last.position != kUncountable;
+        gap = last.position >= ofParent ? last.position - ofParent : 0;
+        ofParent = last.position + 1;
+    }
+    elements_.push_back(0);
+    return gap;
+}
+
+}  // namespace zam_service

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "common/raw_zam_param.h"
+#include "zuv/path_codec.h"
+
+namespace zam_service {
+
+/// Counts the memory that a list of records takes, and what it rebuilds to: its tree, with the
+/// none values that fill the gaps of vectors, and the lines of these in the upload's file. A short
+/// list can rebuild to any amount, so the count comes before anything is rebuilt. One thread at a
+/// time.
+class RebuildMeter {
+public:
+    RebuildMeter();
+
+    /// Counts the next record; returns the bytes that it adds, the largest number when they are
+    /// more than can be counted. Behind a record that no tree can have, gaps add nothing: the list
+    /// is not rebuilt beyond it.
+    std::size_t Add(const zam_connector::common::RawZamParam& record);
+
+private:
+    /// None values that are put in front of the record.
+    std::size_t GapBefore(const zam_connector::common::RawZamParam& record);
+
+    zuv::PathCodec codec_;
+    bool isTree_ = true;
+    std::size_t rootLevels_ = 0;
+    /// Elements of the node at each depth on the way to the record before, that one included;
+    /// entry 0 is the root's. Empty before the first record.
+    std::vector<std::size_t> elements_;
+};
+
+/// What a none value in a gap takes at a depth of its path (1: right below the root), in bytes.
+std::size_t GapValueBytes(std::size_t depth) noexcept;
+
+/// What a record and its node take without any gap, in bytes.
+std::size_t NodeBytes(const zam_connector::common::RawZamParam& record) noexcept;
+
+/// A sum, the largest number when it is larger.
+std::size_t SaturatedSum(std::size_t left, std::size_t right) noexcept;
+
+}  // namespace zam_service

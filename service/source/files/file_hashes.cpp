@@ -1,0 +1,158 @@
+#include "files/file_hashes.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <openssl/evp.h>
+#include <unistd.h>
+
+#include <array>
+#include <asio/post.hpp>
+#include <cerrno>
+#include <ctime>
+#include <memory>
+#include <utility>
+
+#include "common/log.h"
+#include "lanes.h"
+#include "result_codes.h"
+#include "zam_platform/posix_error.h"
+
+namespace zam_service {
+namespace {
+
+using zam_connector::common::Here;
+using zam_connector::common::Log;
+
+constexpr char kSourceFile[] = "file_hashes";
+
+constexpr std::size_t kBlockBytes = std::size_t{1} << 18U;
+
+/// How often a file that changes while it is hashed is begun anew.
+constexpr int kAttempts = 3;
+
+struct FreeDigest {
+    void operator()(EVP_MD_CTX* context) const noexcept { ::EVP_MD_CTX_free(context); }
+};
+
+/// SHA-256 of a file up to its end, whatever it is meanwhile; empty when `isCancelled`.
+std::string HashContent(const OpenFile& file, const std::atomic<bool>& isCancelled) {
+    const std::unique_ptr<EVP_MD_CTX, FreeDigest> digest(::EVP_MD_CTX_new());
+    if (digest == nullptr || ::EVP_DigestInit_ex(digest.get(), ::EVP_sha256(), nullptr) != 1) {
+        throw FileError(kInsufficientResources, file.path + ": SHA-256 cannot be begun");
+    }
+    ::posix_fadvise(file.descriptor.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    std::vector<unsigned char> block(kBlockBytes);
+    for (off_t offset = 0; !isCancelled;) {
+        const ssize_t got = ::pread(file.descriptor.Get(), block.data(), block.size(), offset);
+        if (got < 0 && errno != EINTR) {
+            throw FileError(kMediaError, zam_platform::PosixError(file.path, errno).what());
+        }
+        if (got == 0) {
+            std::array<unsigned char, EVP_MAX_MD_SIZE> bytes{};
+            unsigned size = 0;
+            ::EVP_DigestFinal_ex(digest.get(), bytes.data(), &size);
+            std::string digits;
+            for (unsigned index = 0; index < size; ++index) {
+                digits += fmt::format("{:02x}", bytes.at(index));
+            }
+            return digits;
+        }
+        if (got > 0) {
+            ::EVP_DigestUpdate(digest.get(), block.data(), static_cast<std::size_t>(got));
+            offset += got;
+        }
+    }
+    return {};
+}
+
+/// Whether a file that changes from now on gets another stamp than this. By the clock that file
+/// systems stamp with.
+bool IsSettled(const FileStamp& stamp, std::chrono::milliseconds settleTime) {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    const auto age = std::chrono::seconds(now.tv_sec - stamp.changedS) +
+                     std::chrono::nanoseconds(now.tv_nsec - stamp.changedNs);
+    return age >= settleTime;
+}
+
+}  // namespace
+
+FileHashes::FileHashes(asio::io_context& loop, zam_platform::WorkerPool& workers,
+                       std::chrono::milliseconds settleTime)
+    : loop_(loop), workers_(workers), settleTime_(settleTime) {}
+
+void FileHashes::Ask(const OpenFilePtr& file, Taker take) {
+    const FileStamp stamp = StampOf(*file);
+    if (const auto known = known_.find(stamp); known != known_.end()) {
+        take({.code = kNoError, .stamp = stamp, .sha256 = known->second});
+        return;
+    }
+    if (const auto making = waiting_.find(stamp); making != waiting_.end()) {
+        making->second.push_back(std::move(take));
+        return;
+    }
+    // Side by side, so that a large file does not hold up every small one.
+    const Lane lane = stamp.inode % 2 == 0 ? kHashLane : kSecondHashLane;
+    const bool posted = workers_.Post(lane, [this, file, stamp] {
+        asio::post(loop_, [this, stamp, outcome = Compute(*file)] { OnComputed(stamp, outcome); });
+    });
+    if (posted) {
+        waiting_[stamp].push_back(std::move(take));
+    } else {
+        take({.code = kInsufficientResources, .stamp = stamp, .sha256 = {}});
+    }
+}
+
+FileHashes::Outcome FileHashes::Compute(const OpenFile& file) const {
+    Outcome outcome;
+    HashedFile& hashed = outcome.hashed;
+    try {
+        for (int attempt = 0; attempt < kAttempts; ++attempt) {
+            hashed.stamp = StampOf(file);
+            outcome.isSettled = IsSettled(hashed.stamp, settleTime_);
+            hashed.sha256 = HashContent(file, isClosed_);
+            if (isClosed_) {
+                hashed.code = kCancelled;
+                return outcome;
+            }
+            if (StampOf(file) == hashed.stamp) {
+                hashed.code = kNoError;
+                return outcome;
+            }
+        }
+        hashed.code = kNotReady;
+        hashed.sha256.clear();
+    } catch (const FileError& error) {
+        hashed.code = error.Code();
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Compute"), "{}", error.what());
+    } catch (const std::exception& exception) {
+        hashed.code = kInsufficientResources;
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Compute"), "{}", exception.what());
+    }
+    return outcome;
+}
+
+void FileHashes::OnComputed(const FileStamp& asked, const Outcome& outcome) {
+    ++computed_;
+    if (outcome.hashed.code == kNoError && outcome.isSettled) {
+        Remember(outcome.hashed);
+    }
+    const std::vector<Taker> takers = std::move(waiting_[asked]);
+    waiting_.erase(asked);
+    for (const Taker& take : takers) {
+        take(outcome.hashed);
+    }
+}
+
+void FileHashes::Remember(const HashedFile& hashed) {
+    if (!known_.emplace(hashed.stamp, hashed.sha256).second) {
+        return;
+    }
+    order_.push_back(hashed.stamp);
+    if (order_.size() > kMaxFileHashes) {
+        known_.erase(order_.front());
+        order_.pop_front();
+    }
+}
+
+}  // namespace zam_service

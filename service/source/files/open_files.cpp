@@ -1,0 +1,73 @@
+#include "files/open_files.h"
+
+#include <algorithm>
+
+namespace zam_service {
+
+using Clock = std::chrono::steady_clock;
+
+OpenFiles::OpenFiles(asio::io_context& loop, const FolderFiles& files,
+                     std::chrono::milliseconds idleTime)
+    : folder_(files), idleTime_(idleTime), idle_(loop) {}
+
+OpenFilePtr OpenFiles::Find(const std::string& path) {
+    const auto found = Of(path);
+    if (found == files_.end()) {
+        return nullptr;
+    }
+    if (!IsInPlace(folder_, *found->file)) {
+        files_.erase(found);
+        return nullptr;
+    }
+    found->used = Clock::now();
+    files_.splice(files_.begin(), files_, found);
+    return found->file;
+}
+
+void OpenFiles::Keep(const OpenFilePtr& file) {
+    if (isClosed_) {
+        return;
+    }
+    if (const auto found = Of(file->path); found != files_.end()) {
+        files_.erase(found);
+    }
+    files_.push_front({.file = file, .used = Clock::now()});
+    if (files_.size() > kMaxOpenFiles) {
+        files_.pop_back();
+    }
+    if (!isTimed_) {
+        ArmTimer();
+    }
+}
+
+void OpenFiles::Close() {
+    isClosed_ = true;
+    files_.clear();
+    idle_.cancel();
+}
+
+std::list<OpenFiles::Entry>::iterator OpenFiles::Of(const std::string& path) {
+    return std::find_if(files_.begin(), files_.end(),
+                        [&path](const Entry& entry) { return entry.file->path == path; });
+}
+
+void OpenFiles::CloseIdle() {
+    const auto end = Clock::now() - idleTime_;
+    files_.remove_if([end](const Entry& entry) { return entry.used <= end; });
+    if (!files_.empty()) {
+        ArmTimer();
+    }
+}
+
+void OpenFiles::ArmTimer() {
+    isTimed_ = true;
+    idle_.expires_after(idleTime_);
+    idle_.async_wait([this](const std::error_code& error) {
+        isTimed_ = false;
+        if (!error && !isClosed_) {
+            CloseIdle();
+        }
+    });
+}
+
+}  // namespace zam_service

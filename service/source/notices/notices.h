@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "link/connector_link.h"
+#include "notices/data_kind.h"
+#include "notices/notice_board.h"
+#include "zam_platform/server/endpoint.h"
+
+namespace zam_service {
+
+/// What the service tells its clients by itself: changes of data, and of the link's state. On the
+/// loop thread only.
+class Notices {
+public:
+    /// `link` is not owned and must outlive this object, which begins to observe it.
+    explicit Notices(ConnectorLink& link);
+    Notices(const Notices&) = delete;
+    Notices& operator=(const Notices&) = delete;
+
+    /// Tells that data is other than it was.
+    void Tell(DataKind kind) { data_.Tell(static_cast<std::uint32_t>(kind)); }
+
+    /// Ends the registrations of a client that has gone.
+    void EndSession(const zam_platform::SessionToken& client);
+
+    NoticeBoard& Data() noexcept { return data_; }
+    NoticeBoard& States() noexcept { return states_; }
+
+private:
+    NoticeBoard data_;
+    NoticeBoard states_;
+};
+
+}  // namespace zam_service

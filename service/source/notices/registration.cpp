@@ -1,0 +1,69 @@
+#include "notices/registration.h"
+
+#include <optional>
+#include <utility>
+
+#include "common/log.h"
+
+namespace zam_service {
+namespace {
+
+constexpr char kSourceFile[] = "registration";
+
+}  // namespace
+
+void Registration::Tell(std::uint32_t value) {
+    LogWhenDropped(queue_.Push(value));
+    Serve();
+}
+
+void Registration::Wait(std::unique_ptr<NoticeWaiter> waiter) {
+    if (const std::unique_ptr<NoticeWaiter> older = std::exchange(waiter_, std::move(waiter))) {
+        older->End(WaitEnd::Displaced);
+    }
+    Serve();
+}
+
+void Registration::End() {
+    if (const std::unique_ptr<NoticeWaiter> waiter = std::move(waiter_)) {
+        waiter->End(WaitEnd::Unregistered);
+    }
+}
+
+void Registration::Serve() {
+    if (waiter_ == nullptr) {
+        return;
+    }
+    const std::optional<Notice> notice = queue_.Take();
+    if (!notice) {
+        return;
+    }
+    ++inFlight_;
+    isDropping_ = isDropping_ && !queue_.IsEmpty();
+    const std::unique_ptr<NoticeWaiter> waiter = std::move(waiter_);
+    waiter->Give(notice->value, [weak = weak_from_this(), notice = *notice](bool wasTaken) {
+        if (const auto self = weak.lock()) {
+            self->OnDelivery(notice, wasTaken);
+        }
+    });
+}
+
+void Registration::OnDelivery(const Notice& notice, bool wasTaken) {
+    --inFlight_;
+    if (!wasTaken) {
+        LogWhenDropped(queue_.PutBack(notice));
+        Serve();
+    }
+}
+
+/// Once until the client has fetched everything: one that fetches nothing must not fill the log.
+void Registration::LogWhenDropped(bool isKept) {
+    if (!isKept && !std::exchange(isDropping_, true)) {
+        zam_connector::common::Log(
+            zor::logger::kLevelError, zam_connector::common::Here(kSourceFile, "Tell"),
+            "{} registration {:#010x}: more than {} notices wait, the oldest are dropped",
+            rules_.sort, id_, rules_.maxQueued);
+    }
+}
+
+}  // namespace zam_service

@@ -1,0 +1,30 @@
+#!/bin/bash
+# units_test.sh PREFIX SCRATCH_FOLDER: systemd's own tools find nothing wrong in
+# the units and in the snippets for the service's user and directory.
+set -euo pipefail
+
+prefix=$1
+scratch=$2
+
+command -v systemd-analyze >/dev/null || { echo "systemd is not installed" >&2; exit 77; }
+rm -rf "$scratch"
+mkdir -p "$scratch"
+# Manual pages are looked for where they are not.
+if systemd-analyze verify --man=no "$prefix"/lib/systemd/system/zam_connectord.{service,socket} 2>&1 |
+    grep -F zam_connectord; then
+    exit 1
+fi
+if command -v systemd-sysusers >/dev/null; then
+    systemd-sysusers --dry-run "$prefix/lib/sysusers.d/zam_connectord.conf" >"$scratch/sysusers"
+fi
+if command -v systemd-tmpfiles >/dev/null; then
+    mkdir -p "$scratch/root/etc"
+    echo 'zam_connectord:x:123:123::/:/bin/false' >"$scratch/root/etc/passwd"
+    echo 'zam_connectord:x:123:' >"$scratch/root/etc/group"
+    if [[ $(id -u) == 0 ]]; then
+        systemd-tmpfiles --create --root="$scratch/root" \
+            "$prefix/lib/tmpfiles.d/zam_connectord.conf"
+        found=$(stat -c '%a %u' "$scratch/root/run/zam_connector")
+        [[ $found == "755 123" ]] || { echo "the runtime directory is '$found'" >&2; exit 1; }
+    fi
+fi

@@ -1,0 +1,198 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "daemon_fixture.h"
+#include "made_cert.h"
+#include "result_codes.h"
+#include "zam_connector/create_zam_connector.h"
+
+namespace zam_service {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using zam_connector::ClientCertInfo;
+using zam_connector::ClientCertParams;
+using zam_service::testing::MadeCert;
+using zam_service::testing::MakeCert;
+
+/// The library's certificate downloader over a daemon.
+class ClientCerts : public zam_service::testing::DaemonFixture {
+protected:
+    ClientCerts() { fs::create_directory(data_.Path("client_certs")); }
+
+    void BeginCerts() {
+        BeginFast();
+        ASSERT_EQ(zam_connector::CreateZamConnector(connector_, {}), 0);
+        ASSERT_NE(connector_, nullptr);
+        ASSERT_EQ(connector_->GetClientCertsDownloader(downloader_), 0);
+    }
+
+    /// The names of the certificates that are served.
+    std::vector<std::string> Names(const ClientCertParams& params = {}) {
+        EXPECT_EQ(downloader_->GetClientCertificates(params, certs_), code_);
+        std::vector<std::string> names;
+        for (const ClientCertInfo& cert : certs_) {
+            names.push_back(cert.name);
+        }
+        return names;
+    }
+
+    bool EventuallyServes(const std::vector<std::string>& names) {
+        return Eventually([&] { return Names() == names; });
+    }
+
+    void Write(const std::string& name, const std::string& text, bool isPrivate = false) const {
+        const std::string path = "client_certs/" + name;
+        data_.Write(path, text);
+        if (isPrivate) {
+            fs::permissions(data_.Path(path), fs::perms::owner_read | fs::perms::owner_write);
+        }
+    }
+
+    void WriteCert(const std::string& name, const MadeCert& made) const {
+        Write(name + ".pem", made.certificate);
+        Write(name + ".json", R"({"certificate_file": ")" + name + R"(.pem"})");
+    }
+
+    std::string Logged() const {
+        std::string text;
+        for (const auto& record : logger_.Records()) {
+            text += record.text + "\n";
+        }
+        return text;
+    }
+
+    std::shared_ptr<zam_connector::IZamConnector> connector_;
+    std::shared_ptr<zam_connector::IZamClientCertsDownloader> downloader_;
+    std::vector<ClientCertInfo> certs_;
+    int code_ = kNoError;
+};
+
+TEST_F(ClientCerts, AreServedInTheOrderOfTheirFiles) {
+    WriteCert("b", MakeCert("second"));
+    WriteCert("a", MakeCert("first"));
+    Write(".c.json", "unfinished");
+    Write("notes.txt", "nothing to read here");
+    BeginCerts();
+    EXPECT_THAT(Names(), ElementsAre("a", "b"));
+    EXPECT_EQ(certs_.front().subject, "CN=first,O=Test");
+    EXPECT_THAT(Names({"CN=second,O=Test", "", {}}), ElementsAre("b"));
+    EXPECT_THAT(Names({"CN=third,O=Test", "", {}}), IsEmpty());
+    EXPECT_THAT(Names({"", "", qor::types::Timestamp(3000)}), IsEmpty());
+}
+
+TEST_F(ClientCerts, ComeWithTheirKeys) {
+    const MadeCert made = MakeCert("own");
+    Write("own.pem", made.certificate);
+    Write("own.key", made.key, true);
+    Write("own.json", R"({"certificate_file": "own.pem", "private_key_file": "own.key"})");
+    BeginCerts();
+    ASSERT_THAT(Names(), ElementsAre("own"));
+    EXPECT_EQ(certs_.front().privateKey, made.key);
+    EXPECT_THAT(Logged(), Not(HasSubstr("chmod")));
+    EXPECT_THAT(Logged(), Not(HasSubstr("PRIVATE KEY")));
+}
+
+TEST_F(ClientCerts, WarnOfAKeyThatOthersMayRead) {
+    const MadeCert made = MakeCert("own");
+    Write("own.pem", made.certificate);
+    Write("own.key", made.key, true);
+    fs::permissions(data_.Path("client_certs/own.key"), fs::perms::group_read,
+                    fs::perm_options::add);
+    Write("own.json", R"({"certificate_file": "own.pem", "private_key_file": "own.key"})");
+    BeginCerts();
+    EXPECT_THAT(Names(), ElementsAre("own"));
+    EXPECT_THAT(Logged(), HasSubstr("the private key in 'client_certs/own.key' can be read by "
+                                    "others than its owner (chmod 600)"));
+}
+
+TEST_F(ClientCerts, FollowTheFolder) {
+    BeginCerts();
+    EXPECT_THAT(Names(), IsEmpty());
+    WriteCert("a", MakeCert("first"));
+    EXPECT_TRUE(EventuallyServes({"a"}));
+    WriteCert("b", MakeCert("second"));
+    EXPECT_TRUE(EventuallyServes({"a", "b"}));
+    Write("a.pem", MakeCert("renewed").certificate);
+    EXPECT_TRUE(Eventually([this] {
+        Names();
+        return !certs_.empty() && certs_.front().subject == "CN=renewed,O=Test";
+    })) << "a file beside the description counts too";
+    fs::remove(data_.Path("client_certs/a.json"));
+    EXPECT_TRUE(EventuallyServes({"b"}));
+}
+
+TEST_F(ClientCerts, KeepTheLastGoodVersion) {
+    WriteCert("a", MakeCert("first"));
+    BeginCerts();
+    Write("a.json", "{");
+    WriteCert("b", MakeCert("second"));
+    EXPECT_TRUE(EventuallyServes({"a", "b"}));
+    EXPECT_THAT(Logged(), HasSubstr("'client_certs/a.json': a.json:1:"));
+    EXPECT_THAT(Logged(), HasSubstr(": the last good version stays"));
+}
+
+TEST_F(ClientCerts, FollowAFolderThatComesAndGoes) {
+    fs::remove(data_.Path("client_certs"));
+    BeginCerts();
+    EXPECT_THAT(Names(), IsEmpty());
+    fs::create_directory(data_.Path("client_certs"));
+    WriteCert("a", MakeCert("first"));
+    EXPECT_TRUE(EventuallyServes({"a"}));
+    fs::rename(data_.Path("client_certs"), data_.Path("elsewhere"));
+    EXPECT_TRUE(EventuallyServes({}));
+    fs::rename(data_.Path("elsewhere"), data_.Path("client_certs"));
+    EXPECT_TRUE(EventuallyServes({"a"}));
+}
+
+TEST_F(ClientCerts, StayWhenTheDataFolderIsAwayAndFollowItBack) {
+    WriteCert("a", MakeCert("first"));
+    BeginCerts();
+    fs::rename(data_.Path(), data_.Path() + ".away");
+    EXPECT_TRUE(
+        Eventually([this] { return Logged().find("was moved or removed") != std::string::npos; }));
+    EXPECT_THAT(Names(), ElementsAre("a"));
+    fs::create_directories(data_.Path("client_certs"));
+    WriteCert("b", MakeCert("second"));
+    EXPECT_TRUE(EventuallyServes({"b"}));
+    fs::remove_all(data_.Path() + ".away");
+}
+
+TEST_F(ClientCerts, AreCutWhereTheAnswerIsFull) {
+    const MadeCert made = MakeCert("own");
+    std::string chain;
+    while (chain.size() < 100'000) {
+        chain += made.certificate;
+    }
+    for (const char* const name : {"a", "b", "c", "d"}) {
+        Write(std::string(name) + ".pem", chain);
+        Write(std::string(name) + ".json",
+              R"({"certificate_file": ")" + std::string(name) + R"(.pem"})");
+    }
+    BeginCerts();
+    code_ = kBufferTooSmall;
+    EXPECT_THAT(Names(), ElementsAre("a", "b", "c"));
+}
+
+TEST_F(ClientCerts, MeetWithFaults) {
+    WriteCert("a", MakeCert("first"));
+    data_.Write("faults.json", R"({"rules": [{"endpoint": "clientCertsDownloader",
+        "operation": "GetClientCertificates", "result_code": -9, "calls": 1}]})");
+    BeginCerts();
+    code_ = -9;
+    EXPECT_THAT(Names(), IsEmpty());
+    code_ = kNoError;
+    EXPECT_THAT(Names(), ElementsAre("a"));
+}
+
+}  // namespace
+}  // namespace zam_service

@@ -1,0 +1,153 @@
+#include "channels/rebuild_meter.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zam_service {
+namespace {
+
+using zam_connector::common::RawZamParam;
+using RawList = std::vector<RawZamParam>;
+
+constexpr std::size_t kUncountable = std::numeric_limits<std::size_t>::max();
+
+std::vector<unsigned char> BlockOf(const zuv::TValue& value) {
+    RawList records;
+    EXPECT_EQ(zam_connector::common::Serialize(zuv::Root, value, records).first, 0);
+    return records.front().value;
+}
+
+/// Vectors under these paths, so that anything may stand below them.
+RawList Vectors(const std::vector<std::string>& paths) {
+    RawList list;
+    for (const std::string& path : paths) {
+        list.push_back({BlockOf(zuv::Vector()), path});
+    }
+    return list;
+}
+
+/// What the meter counts besides the records and their own nodes.
+std::size_t GapBytes(const RawList& list) {
+    RebuildMeter meter;
+    std::size_t bytes = 0;
+    for (const RawZamParam& record : list) {
+        const std::size_t added = meter.Add(record);
+        bytes = added == kUncountable ? added : SaturatedSum(bytes, added - NodeBytes(record));
+    }
+    return bytes;
+}
+
+/// Nodes of the tree that a list rebuilds to; 0 when it makes none.
+std::size_t RebuiltNodes(const RawList& list) {
+    zuv::Path root;
+    zuv::TValue tree;
+    RawList again;
+    if (zam_connector::common::Deserialize(list, root, tree).first != 0) {
+        return 0;
+    }
+    EXPECT_EQ(zam_connector::common::Serialize(root, tree, again).first, 0);
+    return again.size();
+}
+
+TEST(RebuildMeter, CountsARecordAndItsNodeWithTheirBytesTwice) {
+    const RawZamParam empty{std::vector<unsigned char>(16), ""};
+    const RawZamParam text{std::vector<unsigned char>(16 + 1000), std::string(10, 'p')};
+    EXPECT_EQ(NodeBytes(text) - NodeBytes(empty), 2 * (1000 + 10));
+    EXPECT_GE(NodeBytes(empty), sizeof(RawZamParam) + sizeof(zuv::Map::value_type));
+    EXPECT_EQ(RebuildMeter().Add(text), NodeBytes(text));
+}
+
+TEST(RebuildMeter, CountsTheValuesThatFillGaps) {
+    struct Row {
+        std::vector<std::string> paths;
+        std::vector<std::pair<std::size_t, std::size_t>> gaps;  // values, depth
+    };
+    const Row rows[] = {
+        {{"", "0/", "1/"}, {}},
+        {{"", "5/"}, {{5, 1}}},
+        {{"", "3"}, {{3, 1}}},
+        {{"", "0005/"}, {{5, 1}}},
+        {{"", "2/", "7/"}, {{6, 1}}},
+        {{"a/", "a/3/"}, {{3, 1}}},
+        {{"1/2/", "1/2/3/"}, {{3, 1}}},
+        {{"", "0/", "0/4/", "1/", "1/2/"}, {{6, 2}}},
+        {{"", "0/", "0/1/", "2/", "2/1/"}, {{2, 2}, {1, 1}}},
+        {{"", "0/", "0/0/", "0/0/9/", "0/1/", "1/"}, {{9, 3}}},
+        {{"", "0/", "9/5/"}, {{5, 2}}},  // the parent is the node placed last, whatever its name
+    };
+    for (const Row& row : rows) {
+        const RawList list = Vectors(row.paths);
+        std::size_t values = 0;
+        std::size_t bytes = 0;
+        for (const auto& [count, depth] : row.gaps) {
+            values += count;
+            bytes += count * GapValueBytes(depth);
+        }
+        EXPECT_EQ(GapBytes(list), bytes) << row.paths.back();
+        EXPECT_EQ(RebuiltNodes(list), list.size() + values) << row.paths.back();
+    }
+}
+
+TEST(RebuildMeter, CountsNoGapBehindARecordThatEndsTheRebuild) {
+    const std::vector<std::string> rows[] = {
+        {"", "1/", "0/", "90/"},   // twice the same element
+        {"", "a/b/", "90/"},       // two levels at once
+        {"a/", "a/", "a/90/"},     // the root once more
+        {"", "1/", "4x/", "90/"},  // no position
+        {"", "1/", "a'/", "90/"},  // a reserved character
+        {"", "1/", "/", "90/"},    // an empty level
+        {"", "1/", "", "90/"},     // no level at all
+        {"", "1/", "99999999999999999999/", "90/"},
+    };
+    for (const auto& paths : rows) {
+        const RawList list = Vectors(paths);
+        EXPECT_LE(GapBytes(list), GapValueBytes(1)) << paths[2];
+        EXPECT_EQ(RebuiltNodes(list), 0U) << paths[2];
+    }
+}
+
+TEST(RebuildMeter, CountsNoGapTooLow) {
+    for (const char* const path :
+         {"18446744073709551615/", "18446744073709551614/", "9223372036854775807/"}) {
+        EXPECT_EQ(GapBytes(Vectors({"", path})), kUncountable) << path;
+    }
+}
+
+TEST(RebuildMeter, CountsWhatRandomListsWithHolesRebuildTo) {
+    std::mt19937 random(20261121);
+    for (int round = 0; round < 300; ++round) {
+        std::vector<std::string> paths = {""};
+        // Elements of two levels, some of them left out.
+        for (unsigned outer = 0; outer < 8; ++outer) {
+            if (random() % 3 == 0) {
+                continue;
+            }
+            const std::string path = std::to_string(outer) + "/";
+            paths.push_back(path);
+            for (unsigned inner = 0; inner < 5; ++inner) {
+                if (random() % 2 == 0) {
+                    paths.push_back(path + std::to_string(inner) + "/");
+                }
+            }
+        }
+        const RawList list = Vectors(paths);
+        const std::size_t filled = RebuiltNodes(list) - list.size();
+        EXPECT_GE(GapBytes(list), filled * GapValueBytes(1));
+        EXPECT_LE(GapBytes(list), filled * GapValueBytes(2));
+    }
+}
+
+TEST(SaturatedSum, EndsAtTheLargestNumber) {
+    EXPECT_EQ(SaturatedSum(1, 2), 3U);
+    EXPECT_EQ(SaturatedSum(kUncountable - 1, 1), kUncountable);
+    EXPECT_EQ(SaturatedSum(kUncountable, 1), kUncountable);
+    EXPECT_EQ(SaturatedSum(kUncountable, kUncountable), kUncountable);
+}
+
+}  // namespace
+}  // namespace zam_service

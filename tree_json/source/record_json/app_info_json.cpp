@@ -1,0 +1,297 @@
+#include "record_json/app_info_json.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string_view>
+#include <vector>
+
+#include "common/arena.h"
+#include "common/product_data_casts.h"
+#include "json_text/base64.h"
+#include "qel/utf.h"
+#include "qx/product_data_holder.h"
+
+namespace zam_json {
+namespace {
+
+using nlohmann::ordered_json;
+using zam_connector::AppInfo;
+using zam_connector::DynamicAppInfo;
+
+constexpr int kIndent = 4;
+
+/// What texts may take in a request, and what each component and capability takes besides its own.
+constexpr std::uint32_t kMaxTextBytes = qx_zam_connector_ProductDataHolder_SetAppInfo_request_arena;
+constexpr std::size_t kComponentBytes = 16;
+constexpr std::size_t kCapabilityBytes = 8;
+
+constexpr char kBase64Suffix[] = "_base64";
+constexpr char kComponents[] = "components";
+constexpr char kCapabilities[] = "capabilities";
+constexpr char kInstallTime[] = "install_time";
+constexpr char kLastUpdateTime[] = "last_update_time";
+constexpr char kLicenseExpiry[] = "license_expiry";
+constexpr char kLocaleId[] = "locale_id";
+constexpr char kProtocolVersion[] = "protocol_version";
+constexpr char kMaxFileSize[] = "max_file_size_bytes";
+constexpr char kUptime[] = "uptime_s";
+constexpr char kHealth[] = "health";
+constexpr char kRestartRequired[] = "restart_required";
+constexpr char kRebootRequired[] = "reboot_required";
+constexpr char kUpdateInProgress[] = "update_in_progress";
+
+constexpr auto kHealthNames =
+    std::to_array<std::string_view>({"unknown", "good", "degraded", "failed"});
+
+void Put(ordered_json& object, const std::string& name, std::string_view text) {
+    if (qel::IsUtf8(text)) {
+        object[name] = text;
+    } else {
+        object[name + kBase64Suffix] = EncodeBase64(text);
+    }
+}
+
+struct TextField {
+    const char* name;
+    std::string AppInfo::*text;
+};
+
+constexpr TextField kTextFields[] = {
+    {"product_id", &AppInfo::productId},
+    {"product_name", &AppInfo::productName},
+    {"product_version", &AppInfo::productVersion},
+    {"build_number", &AppInfo::buildNumber},
+    {"vendor_name", &AppInfo::vendorName},
+    {"installation_id", &AppInfo::installationId},
+    {"install_path", &AppInfo::installPath},
+    {"license_id", &AppInfo::licenseId},
+    {"update_channel", &AppInfo::updateChannel},
+    {"device_model", &AppInfo::deviceModel},
+    {"device_serial", &AppInfo::deviceSerial},
+    {"os_name", &AppInfo::osName},
+    {"os_version", &AppInfo::osVersion},
+    {"architecture", &AppInfo::architecture},
+    {"host_name", &AppInfo::hostName},
+    {"support_url", &AppInfo::supportUrl},
+};
+
+ordered_json Components(const AppInfo& info) {
+    ordered_json components = ordered_json::array();
+    for (const zam_connector::AppComponent& component : info.components) {
+        ordered_json& object = components.emplace_back(ordered_json::object());
+        Put(object, "name", component.name);
+        Put(object, "version", component.version);
+    }
+    return components;
+}
+
+ordered_json Capabilities(const AppInfo& info) {
+    ordered_json capabilities = ordered_json::array();
+    for (const std::string& name : info.capabilities) {
+        if (qel::IsUtf8(name)) {
+            capabilities.push_back(name);
+        } else {
+            capabilities.push_back({{"base64", EncodeBase64(name)}});
+        }
+    }
+    return capabilities;
+}
+
+/// Bytes that stand in Base64.
+std::string Decode(const JsonValue& value) {
+    auto bytes = value.IsText() ? DecodeBase64(value.Text()) : std::nullopt;
+    if (!bytes) {
+        value.Refuse("a text in Base64, with padding and no stray bits");
+    }
+    return *std::move(bytes);
+}
+
+/// The member that holds a text, in whichever form.
+std::optional<JsonValue> FindText(const JsonValue& object, const std::string& name) {
+    auto plain = object.Find(name);
+    return plain ? plain : object.Find(name + kBase64Suffix);
+}
+
+std::string ReadText(const JsonValue& object, const std::string& name) {
+    const auto plain = object.Find(name);
+    const auto coded = object.Find(name + kBase64Suffix);
+    if (plain && coded) {
+        coded->Fail(fmt::format("stands beside {}, which is the same text", Quoted(name)));
+    }
+    if (plain) {
+        return plain->Text();
+    }
+    return coded ? Decode(*coded) : std::string();
+}
+
+std::vector<zam_connector::AppComponent> ReadComponents(const JsonValue& root) {
+    std::vector<zam_connector::AppComponent> components;
+    if (const auto list = root.Find(kComponents)) {
+        for (const JsonValue& value : list->Elements(0, kMaxTextBytes / kComponentBytes)) {
+            value.CheckMembers({"name", "name_base64", "version", "version_base64"});
+            components.push_back({ReadText(value, "name"), ReadText(value, "version")});
+        }
+    }
+    return components;
+}
+
+std::vector<std::string> ReadCapabilities(const JsonValue& root) {
+    std::vector<std::string> capabilities;
+    if (const auto list = root.Find(kCapabilities)) {
+        for (const JsonValue& value : list->Elements(0, kMaxTextBytes / kCapabilityBytes)) {
+            if (value.IsText()) {
+                capabilities.push_back(value.Text());
+            } else {
+                value.CheckMembers({"base64"});
+                capabilities.push_back(Decode(value.At("base64")));
+            }
+        }
+    }
+    return capabilities;
+}
+
+template <typename Integer>
+Integer ReadNumber(const JsonValue& object, const char* name) {
+    const auto member = object.Find(name);
+    return member ? static_cast<Integer>(member->Unsigned(0, std::numeric_limits<Integer>::max()))
+                  : Integer{0};
+}
+
+qor::types::Timestamp ReadTime(const JsonValue& object, const char* name) {
+    const auto member = object.Find(name);
+    return qor::types::Timestamp(member ? member->Signed(std::numeric_limits<std::int64_t>::min(),
+                                                         std::numeric_limits<std::int64_t>::max())
+                                        : 0);
+}
+
+bool ReadFlag(const JsonValue& object, const char* name) {
+    const auto member = object.Find(name);
+    return member && member->Boolean();
+}
+
+/// A member and what it takes in a request.
+struct Share {
+    std::string name;
+    std::size_t bytes;
+};
+
+std::vector<Share> SharesOf(const AppInfo& info) {
+    std::vector<Share> shares;
+    for (const TextField& field : kTextFields) {
+        shares.push_back({field.name, (info.*field.text).size()});
+    }
+    Share components{kComponents, kComponentBytes * info.components.size()};
+    for (const zam_connector::AppComponent& component : info.components) {
+        components.bytes += component.name.size() + component.version.size();
+    }
+    Share capabilities{kCapabilities, kCapabilityBytes * info.capabilities.size()};
+    for (const std::string& name : info.capabilities) {
+        capabilities.bytes += name.size();
+    }
+    shares.push_back(std::move(components));
+    shares.push_back(std::move(capabilities));
+    return shares;
+}
+
+/// Refuses what the library could not send; the largest member is the one to blame.
+void CheckFits(const JsonValue& root, const AppInfo& info) {
+    zam_connector::common::HeapArena arena(kMaxTextBytes);
+    try {
+        zam_connector::common::CastToVd(info, arena.Get());
+    } catch (const std::length_error&) {
+        const std::vector<Share> shares = SharesOf(info);
+        std::size_t bytes = 0;
+        for (const Share& share : shares) {
+            bytes += share.bytes;
+        }
+        const Share& largest = *std::max_element(
+            shares.begin(), shares.end(),
+            [](const Share& left, const Share& right) { return left.bytes < right.bytes; });
+        FindText(root, largest.name)
+            .value_or(root)
+            .Fail(fmt::format("takes {} bytes of the {} that all texts take; at most {} can be "
+                              "sent (each component counts {} more, each capability {})",
+                              largest.bytes, bytes, kMaxTextBytes, kComponentBytes,
+                              kCapabilityBytes));
+    }
+}
+
+}  // namespace
+
+std::string WriteAppInfo(const AppInfo& info) {
+    ordered_json object = ordered_json::object();
+    for (const TextField& field : kTextFields) {
+        Put(object, field.name, info.*field.text);
+    }
+    object[kComponents] = Components(info);
+    object[kCapabilities] = Capabilities(info);
+    object[kInstallTime] = info.installTime.Count();
+    object[kLastUpdateTime] = info.lastUpdateTime.Count();
+    object[kLicenseExpiry] = info.licenseExpiry.Count();
+    object[kLocaleId] = info.localeId;
+    object[kProtocolVersion] = info.protocolVersion;
+    object[kMaxFileSize] = info.maxFileSizeBytes;
+    return object.dump(kIndent) + "\n";
+}
+
+std::string WriteDynamicAppInfo(const DynamicAppInfo& info) {
+    const ordered_json object = {
+        {kUptime, info.uptime.count()},
+        {kHealth, kHealthNames.at(static_cast<std::size_t>(info.health))},
+        {kRestartRequired, info.restartRequired},
+        {kRebootRequired, info.rebootRequired},
+        {kUpdateInProgress, info.updateInProgress},
+    };
+    return object.dump(kIndent) + "\n";
+}
+
+AppInfo ReadAppInfo(const JsonValue& root) {
+    std::vector<std::string> names = {kComponents,      kCapabilities,  kInstallTime,
+                                      kLastUpdateTime,  kLicenseExpiry, kLocaleId,
+                                      kProtocolVersion, kMaxFileSize};
+    for (const TextField& field : kTextFields) {
+        names.emplace_back(field.name);
+        names.push_back(names.back() + kBase64Suffix);
+    }
+    root.CheckMembers({names.begin(), names.end()});
+    AppInfo info;
+    for (const TextField& field : kTextFields) {
+        info.*field.text = ReadText(root, field.name);
+    }
+    info.components = ReadComponents(root);
+    info.capabilities = ReadCapabilities(root);
+    info.installTime = ReadTime(root, kInstallTime);
+    info.lastUpdateTime = ReadTime(root, kLastUpdateTime);
+    info.licenseExpiry = ReadTime(root, kLicenseExpiry);
+    info.localeId = ReadNumber<std::uint32_t>(root, kLocaleId);
+    info.protocolVersion = ReadNumber<std::uint32_t>(root, kProtocolVersion);
+    info.maxFileSizeBytes = ReadNumber<std::uint64_t>(root, kMaxFileSize);
+    CheckFits(root, info);
+    return info;
+}
+
+DynamicAppInfo ReadDynamicAppInfo(const JsonValue& root) {
+    root.CheckMembers({kUptime, kHealth, kRestartRequired, kRebootRequired, kUpdateInProgress});
+    DynamicAppInfo info;
+    info.uptime = std::chrono::duration<std::uint32_t>(ReadNumber<std::uint32_t>(root, kUptime));
+    if (const auto health = root.Find(kHealth)) {
+        const auto* const found = std::find(kHealthNames.begin(), kHealthNames.end(),
+                                            health->IsText() ? health->Text() : "");
+        if (found == kHealthNames.end()) {
+            health->Refuse(fmt::format("one of {}", fmt::join(kHealthNames, ", ")));
+        }
+        info.health = static_cast<zam_connector::AppHealth>(found - kHealthNames.begin());
+    }
+    info.restartRequired = ReadFlag(root, kRestartRequired);
+    info.rebootRequired = ReadFlag(root, kRebootRequired);
+    info.updateInProgress = ReadFlag(root, kUpdateInProgress);
+    return info;
+}
+
+}  // namespace zam_json

@@ -1,0 +1,123 @@
+#include "commands/certs_command.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include <nlohmann/json.hpp>
+#include <vector>
+
+#include "output_file.h"
+#include "printable.h"
+
+namespace zamctl {
+namespace {
+
+using zam_connector::ClientCertInfo;
+using Certs = std::vector<ClientCertInfo>;
+
+constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
+
+std::string WithLineEnd(const std::string& text) {
+    return text.empty() || text.ends_with('\n') ? text : text + '\n';
+}
+
+/// What programs that use certificates read: each certificate with its issuers, then its key.
+std::string PemText(const Certs& certs, bool withKeys) {
+    std::string text;
+    for (const ClientCertInfo& cert : certs) {
+        text += WithLineEnd(cert.certificate);
+        if (withKeys && cert.privateKey) {
+            text += WithLineEnd(*cert.privateKey);
+        }
+    }
+    return text;
+}
+
+const char* KeyText(const ClientCertInfo& cert, bool withKeys) {
+    if (!cert.privateKey) {
+        return "none";
+    }
+    return withKeys ? "below" : "present; --with-keys prints it";
+}
+
+std::string Listing(const Certs& certs, bool withKeys) {
+    if (certs.empty()) {
+        return "no certificates";
+    }
+    std::string text;
+    for (const ClientCertInfo& cert : certs) {
+        text += fmt::format(
+            "{}name           {}\nsubject        {}\nissuer         {}\nserial_number  {}\n"
+            "private_key    {}\n",
+            text.empty() ? "" : "\n", Quote(cert.name), Quote(cert.subject), Quote(cert.issuer),
+            Quote(cert.serialNumber), KeyText(cert, withKeys));
+        if (withKeys && cert.privateKey) {
+            text += WithLineEnd(Printable(*cert.privateKey));
+        }
+    }
+    text.pop_back();
+    return text;
+}
+
+Json Document(const Certs& certs, bool withKeys, int code) {
+    Json list = Json::array();
+    for (const ClientCertInfo& cert : certs) {
+        Json entry = {{"name", cert.name},
+                      {"subject", cert.subject},
+                      {"issuer", cert.issuer},
+                      {"serial_number", cert.serialNumber},
+                      {"certificate", cert.certificate},
+                      {"has_private_key", cert.privateKey.has_value()}};
+        if (withKeys && cert.privateKey) {
+            entry["private_key"] = *cert.privateKey;
+        }
+        list.push_back(std::move(entry));
+    }
+    return {{"certificates", std::move(list)}, {"result", code}};
+}
+
+std::string DocumentLine(const Certs& certs, bool withKeys, int code) {
+    return PrintableJson(Document(certs, withKeys, code)
+                             .dump(-1, ' ', false, Json::error_handler_t::replace)) +
+           "\n";
+}
+
+}  // namespace
+
+void CertsCommand::Run(Context& context) {
+    const bool toFile = options_.output && *options_.output != "-";
+    std::optional<OutputFile> file;
+    if (toFile) {
+        file.emplace(*options_.output, kOwnerOnly);
+    }
+    const ConnectorInterfaces connector = context.Connector();
+    Certs certs;
+    const int code = context.Checked("fetch the client certificates", [&] {
+        return connector.certsDownloader.GetClientCertificates(options_.params, certs);
+    });
+    if (!options_.output) {
+        context.output.Result(Listing(certs, options_.withKeys),
+                              Document(certs, options_.withKeys, code));
+        return;
+    }
+    if (certs.empty()) {
+        throw Failure(kExitFailed, "the server has no such certificate",
+                      "Without --subject, --issuer and --valid-at all of them are printed.");
+    }
+    const bool isJson = context.output.IsJson();
+    const std::string content =
+        isJson ? DocumentLine(certs, options_.withKeys, code) : PemText(certs, options_.withKeys);
+    if (!file) {
+        context.output.Content(isJson ? content : Printable(content));
+        return;
+    }
+    file->Commit(content);
+    if (!isJson) {
+        context.output.Confirmation(fmt::format("{} {} written to {}", certs.size(),
+                                                certs.size() == 1 ? "certificate" : "certificates",
+                                                Quote(*options_.output)),
+                                    {});
+    }
+}
+
+}  // namespace zamctl

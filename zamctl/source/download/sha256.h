@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+
+struct evp_md_ctx_st;
+
+namespace zamctl {
+
+/// A SHA-256 that grows with what it is given. One thread at a time.
+class Sha256 {
+public:
+    /// Throws `std::runtime_error` when the cryptographic library is out of order.
+    Sha256();
+    Sha256(const Sha256&) = delete;
+    Sha256& operator=(const Sha256&) = delete;
+    ~Sha256();
+
+    void Add(std::span<const std::byte> bytes);
+
+    /// 64 lower-case hexadecimal digits. Ends the use of the object.
+    std::string Digest();
+
+private:
+    evp_md_ctx_st* context_;
+};
+
+}  // namespace zamctl

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "connector_provider.h"
+
+/// Asks the system's service locator which endpoints are there. The connector is made as a whole or
+/// not at all, so this alone can tell which of its endpoints is missing: it is the one place that
+/// looks behind the public interfaces.
+
+namespace zamctl {
+
+/// The services that a connector is made over, the connector service first.
+std::vector<std::string> ConnectorServices();
+
+/// Every endpoint that a connector needs of that service. Throws `UnreachableService`.
+std::vector<EndpointReport> ProbeEndpoints(const std::string& service);
+
+}  // namespace zamctl

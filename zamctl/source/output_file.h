@@ -1,0 +1,42 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zamctl {
+
+/// Where a file will stand in the end: `path`, or what a link there leads to. Throws `UsageError`
+/// when something else than a regular file stands there.
+std::string OutputTarget(const std::string& path);
+
+/// A file that a result goes to: whole, or not at all. What stood there before stays until the
+/// result is on the disk. One thread at a time.
+class OutputFile {
+public:
+    /// Begins a new file beside `path`, where a link is followed. It has `mode`, without that the
+    /// permissions of the one that stands there. Throws `UsageError` when that cannot be done, and
+    /// when something else than a regular file stands at `path`.
+    explicit OutputFile(const std::string& path, std::optional<mode_t> mode = {});
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    /// Removes the new file unless `Commit` has put it in its place.
+    ~OutputFile();
+
+    /// Writes the bytes and puts the new file in its place. Throws a `Failure` (`kExitFailed`).
+    void Commit(std::string_view bytes);
+
+private:
+    void Write(std::string_view bytes) const;
+    void Discard() const noexcept;
+
+    std::string path_;
+    std::string newPath_;
+    int file_ = -1;
+    bool isCommitted_ = false;
+};
+
+}  // namespace zamctl

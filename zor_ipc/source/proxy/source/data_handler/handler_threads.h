@@ -1,0 +1,99 @@
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <list>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "qor/mutex.h"
+#include "qor/utils/cancellation_token.h"
+
+namespace zam_connector::proxy {
+
+/// The handler threads of one pipeline: the one of its present run, and those of earlier runs that
+/// could not be joined.
+///
+/// Observers are called on handler threads, and they may stop pipelines and drop their last owner.
+/// A handler thread must therefore never join one: not itself, and not another one either, which
+/// may be about to join it. It leaves such threads here, to be joined from another thread later.
+/// Until then a thread of an earlier run may still be inside an observer, so a new one waits until
+/// that has ended: observers of one pipeline are never called by two threads at once.
+///
+/// `Start` and `Finish` are called by one thread at a time.
+class HandlerThreads {
+public:
+    /// `name` is that of each thread; it must have static storage.
+    explicit HandlerThreads(const char* name) noexcept : name_(name) {}
+    HandlerThreads(const HandlerThreads&) = delete;
+    HandlerThreads& operator=(const HandlerThreads&) = delete;
+
+    /// `Finish`; on a handler thread what cannot be joined is let go. The threads need nothing of
+    /// this object.
+    ~HandlerThreads();
+
+    /// Whether the calling thread is a handler thread, of any pipeline.
+    static bool IsCurrent() noexcept;
+
+    /// Starts a thread that runs `rounds` when the threads of earlier runs have ended, and not at
+    /// all when `token` is cancelled before. `rounds` must not throw, and is destroyed on that
+    /// thread. Throws `std::system_error` and `std::bad_alloc`; nothing has been started then.
+    void Start(std::shared_ptr<const qor::utils::CancellationToken> token,
+               std::function<void()> rounds);
+
+    /// To be called when the tokens of all threads are cancelled: joins them, or leaves them for
+    /// later when this is a handler thread itself.
+    void Finish();
+
+    /// Each thread that runs now holds `object` until its end, and so does each one started while
+    /// one of them does. Thread-safe.
+    void Keep(const std::shared_ptr<const void>& object);
+
+private:
+    /// Goes from thread to thread; who has it may call observers.
+    class Turn {
+    public:
+        /// False when `token` was cancelled first.
+        bool Take(const qor::utils::CancellationToken& token);
+        void Give();
+        /// Has those who wait look at their tokens.
+        void Remind();
+
+    private:
+        qor::Mutex mutex_;
+        std::condition_variable changed_;
+        bool taken_ QOR_GUARDED_BY(mutex_) = false;
+    };
+
+    /// What a thread holds for others.
+    class Berth {
+    public:
+        void Keep(const std::shared_ptr<const void>& object);
+        /// The thread is about to end: lets everything go and keeps nothing from now on.
+        void End();
+        bool HasEnded() const;
+
+    private:
+        mutable qor::Mutex mutex_;  // a leaf
+        bool ended_ QOR_GUARDED_BY(mutex_) = false;
+        std::vector<std::shared_ptr<const void>> kept_ QOR_GUARDED_BY(mutex_);
+    };
+
+    struct Entry {
+        std::thread thread;
+        std::shared_ptr<Berth> berth;
+    };
+
+    std::shared_ptr<Berth> NewBerth() QOR_EXCLUDES(mutex_);
+    void JoinEnded();
+
+    const char* const name_;
+    const std::shared_ptr<Turn> turn_ = std::make_shared<Turn>();
+    std::list<Entry> entries_;
+    qor::Mutex mutex_;  // guards what follows; comes before a berth's
+    std::vector<std::weak_ptr<Berth>> berths_ QOR_GUARDED_BY(mutex_);
+    std::vector<std::weak_ptr<const void>> kept_ QOR_GUARDED_BY(mutex_);
+};
+
+}  // namespace zam_connector::proxy
