@@ -21,7 +21,8 @@ namespace zam_connector {
 /// that never marks the last piece holds the call for ever.
 ///
 /// 0x8000004B stands for a service that could not be reached and for an answer that could not be
-/// read; 0x80000046 and 0x80000071 also for a transfer that the service broke off.
+/// read; 0x80000046 and 0x80000071 also for a transfer that the service broke off, but for the
+/// lists of the updates status, where that is 0x8000004B.
 class IZamDataProvider {
 public:
     virtual ~IZamDataProvider() = default;

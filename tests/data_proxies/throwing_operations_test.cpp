@@ -213,5 +213,15 @@ TEST_F(ThrowingHolder, FailsToSetAppInfo) {
               Lines{HolderLine("SetAppInfo", "ProductDataHolderProxy: std::exception: boom {}")});
 }
 
+TEST_F(ThrowingHolder, FailsToSetAppInfoDynamic) {
+    ops_.SetAppInfoDynamic = &ThrowText;
+    auto record = test::HolderRecord(rig_.transport.Get());
+    record.ops = &ops_;
+    EXPECT_EQ(proxy::ProductDataHolderProxy(record).SetAppInfoDynamic({}), test::kUnspecified);
+    EXPECT_EQ(
+        rig_.TakeLines(),
+        Lines{HolderLine("SetAppInfoDynamic", "ProductDataHolderProxy: std::exception: boom {}")});
+}
+
 }  // namespace
 }  // namespace zam_connector

@@ -115,7 +115,10 @@ private:
     Response Read(std::int32_t* transport = nullptr) {
         const zam_platform::testing::Frame frame = socket_.ReadFrame();
         Response response{};
-        std::memcpy(&response, frame.fixed.data(), std::min(frame.fixed.size(), sizeof(response)));
+        if (!frame.fixed.empty()) {
+            std::memcpy(&response, frame.fixed.data(),
+                        std::min(frame.fixed.size(), sizeof(response)));
+        }
         if (transport != nullptr) {
             *transport = frame.prelude.status;
         } else {

@@ -6,6 +6,7 @@
 #include "common/raw_zam_param_casts.h"
 #include "support/allocations.h"
 #include "support/literal_list.h"
+#include "support/pieces.h"
 
 namespace zam_connector::common {
 namespace {
@@ -95,6 +96,35 @@ TEST_P(WantOfMemory, LeavesTheRecordsOfAPieceAsTheyWere) {
         },
         [&] { EXPECT_TRUE(records.empty()); });
     EXPECT_EQ(records, list);
+}
+
+TEST_P(WantOfMemory, LeavesPiecesAndWhatTheyAreRebuiltToAsTheyWere) {
+    const RawZamPieces before = zam_test::PiecesOf(Flat(Tree()), 4);
+    std::string bytes = before.Pieces()[0];
+    vd_arena arena{};
+    vd_arena_init(&arena, reinterpret_cast<unsigned char*>(bytes.data()),
+                  static_cast<std::uint32_t>(bytes.size()));
+    arena.used = arena.capacity;
+    RawZamPieces pieces = before;
+    FailEach(
+        [&] {
+            pieces.Append({{0, arena.used}}, &arena);
+            return Result(0, "");
+        },
+        [&] {
+            EXPECT_EQ(pieces.Count(), before.Count());
+            EXPECT_EQ(pieces.Pieces(), before.Pieces());
+        });
+    EXPECT_EQ(pieces.Pieces().size(), before.Pieces().size() + 1);
+    const TValue old = true;
+    TValue tree = old;
+    zuv::Path root{"old"};
+    FailEach([&] { return Deserialize(before, root, tree); },
+             [&] {
+                 EXPECT_EQ(tree, old);
+                 EXPECT_EQ(root, zuv::Path{"old"});
+             });
+    EXPECT_EQ(tree, Tree());
 }
 
 TEST_P(WantOfMemory, LeavesAValueAsItWasThatACopyIsAssignedTo) {

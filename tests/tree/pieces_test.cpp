@@ -68,6 +68,40 @@ TEST(RawZamPieces, RefuseWhatLiesOutsideTheArena) {
     EXPECT_EQ(pieces.Count(), 0U);
 }
 
+/// Of an arena only the stretch that the message describes.
+TEST(RawZamPieces, KeepNothingBesideTheirStretch) {
+    const Bytes sound{0x01, 0x06, 0x08, 0x02, 5, 0, 0, 0, 0, 0, 0, 0, 0x62, 0x2F};
+    Bytes bytes(5, 0xAA);
+    bytes.insert(bytes.end(), sound.begin(), sound.end());
+    bytes.insert(bytes.end(), 7, 0xBB);
+    vd_arena arena{};
+    vd_arena_init(&arena, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+    arena.used = arena.capacity;
+    RawZamPieces pieces;
+    pieces.Append({{5, static_cast<std::uint32_t>(sound.size())}}, &arena);
+    ASSERT_EQ(pieces.Pieces().size(), 1U);
+    EXPECT_EQ(Bytes(pieces.Pieces()[0].begin(), pieces.Pieces()[0].end()), sound);
+    bytes.assign(bytes.size(), 0);  // what was kept is a copy
+    zuv::Path root;
+    zuv::TValue tree;
+    EXPECT_EQ(Deserialize(pieces, root, tree).first, 0);
+    EXPECT_EQ(tree, zuv::TValue(5));
+}
+
+TEST(RawZamPieces, LeaveNoRecordBehindWhenTheyAreMoved) {
+    RawZamPieces pieces;
+    Append(pieces, {0x01, 0x06, 0x08, 0x02, 5, 0, 0, 0, 0, 0, 0, 0, 0x62, 0x2F});
+    RawZamPieces moved = std::move(pieces);
+    EXPECT_EQ(moved.Count(), 1U);
+    EXPECT_EQ(pieces.Count(), 0U);  // NOLINT(bugprone-use-after-move): that is the point
+    zuv::Path root;
+    zuv::TValue tree;
+    EXPECT_NE(Deserialize(pieces, root, tree).first, 0);
+    pieces = std::move(moved);
+    EXPECT_EQ(pieces.Count(), 1U);
+    EXPECT_EQ(moved.Count(), 0U);  // NOLINT(bugprone-use-after-move)
+}
+
 /// However a list is cut, its pieces are rebuilt as it is itself, and refused in the same words.
 TEST(RawZamPieces, AreRebuiltAsTheListThatTheyHold) {
     zam_test::RandomTrees trees(20241121U);

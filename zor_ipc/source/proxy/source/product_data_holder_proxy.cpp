@@ -89,15 +89,20 @@ int ProductDataHolderProxy::SetAppInfoDynamic(const DynamicAppInfo& info) noexce
     qx_zam_connector_ProductDataHolder_SetAppInfoDynamic_req request{};
     qx_zam_connector_ProductDataHolder_SetAppInfoDynamic_rsp response{};
     request.info = common::CastToVd(info);
-    const int status =
-        proxy_.ops->SetAppInfoDynamic(&proxy_, &request, nullptr, &response, nullptr);
-    if (status != 0) {
-        return common::Failure(
-            common::Here(kSourceFile, "SetAppInfoDynamic"),
-            "ProductDataHolderProxy: ipc call SetAppInfoDynamic terminated with a error {}",
-            status);
+    const common::LogSite site = common::Here(kSourceFile, "SetAppInfoDynamic");
+    try {
+        const int status =
+            proxy_.ops->SetAppInfoDynamic(&proxy_, &request, nullptr, &response, nullptr);
+        if (status != 0) {
+            return common::Failure(
+                site,
+                "ProductDataHolderProxy: ipc call SetAppInfoDynamic terminated with a error {}",
+                status);
+        }
+        return response.resultCode;
+    } catch (...) {
+        return common::CaughtFailure(site, kPrefix);
     }
-    return response.resultCode;
 }
 
 int ProductDataHolderProxy::SetAppEulas(const std::vector<AppEula>& eulas,

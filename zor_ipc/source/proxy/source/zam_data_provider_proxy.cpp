@@ -3,10 +3,10 @@
 #include <string_view>
 
 #include "common/arena.h"
+#include "common/caught_code_failure.h"
 #include "common/check_vd_proxy.h"
 #include "common/log.h"
 #include "common/server_data_casts.h"
-#include "qor/utils/process_exception.h"
 
 namespace zam_connector::proxy {
 namespace {
@@ -205,9 +205,8 @@ int ZamDataProviderProxy::GetZamServerData(ZamServerData& serverData) noexcept {
     try {
         serverData = common::CastFromVd(response.serverData);
     } catch (...) {
-        const auto [code, text] = qor::utils::ProcessException();
-        return common::Failure(
-            site, "ZamDataProviderProxy: cast ZamServerData threw exception [{}, {}]", code, text);
+        return common::CaughtCodeFailure(
+            site, "ZamDataProviderProxy: cast ZamServerData threw exception [{}, {}]");
     }
     return response.resultCode;
 }
@@ -294,10 +293,8 @@ int ZamDataProviderProxy::GetZamUpdatesStatus(
         status.second = std::move(lists);
         return qel::kNoError;
     } catch (...) {
-        const auto [code, text] = qor::utils::ProcessException();
-        common::Failure(site,
-                        "GetZamUpdatesStatus: Can't get zam update status code {} description {}",
-                        code, text);
+        common::CaughtCodeFailure(
+            site, "GetZamUpdatesStatus: Can't get zam update status code {} description {}");
     }
     CloseZamUpdatesStatusChannel(channel);
     return qel::kUnspecifiedError;
