@@ -37,9 +37,9 @@ public:
     /// Replaces all available updates and their states.
     virtual int SetAppUpdates(const AppUpdates& updates, unsigned long& hash) noexcept = 0;
 
-    /// Replaces the product's settings. A value that comes to more than 675999 bytes cannot be sent:
-    /// the call then sends empty pieces until the service refuses one. Counted are the bytes of a
-    /// text and 17 more, of a blob and 16 more, and the text of the path.
+    /// Replaces the product's settings. A value that comes to more than 675999 bytes cannot be
+    /// sent: the call then sends empty pieces until the service refuses one. Counted are the bytes
+    /// of a text and 17 more, of a blob and 16 more, and the text of the path.
     virtual int SetSettings(const ZamProductSettings& settings, unsigned long& hash) noexcept = 0;
 };
 
