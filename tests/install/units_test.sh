@@ -18,13 +18,13 @@ if command -v systemd-sysusers >/dev/null; then
     systemd-sysusers --dry-run "$prefix/lib/sysusers.d/zam_connectord.conf" >"$scratch/sysusers"
 fi
 if command -v systemd-tmpfiles >/dev/null; then
-    mkdir -p "$scratch/root/etc"
-    echo 'zam_connectord:x:123:123::/:/bin/false' >"$scratch/root/etc/passwd"
-    echo 'zam_connectord:x:123:' >"$scratch/root/etc/group"
+    mkdir -p "$scratch/image/etc"
+    echo 'zam_connectord:x:123:123::/:/bin/false' >"$scratch/image/etc/passwd"
+    echo 'zam_connectord:x:123:' >"$scratch/image/etc/group"
     if [[ $(id -u) == 0 ]]; then
-        systemd-tmpfiles --create --root="$scratch/root" \
+        systemd-tmpfiles --create --root="$scratch/image" \
             "$prefix/lib/tmpfiles.d/zam_connectord.conf"
-        found=$(stat -c '%a %u' "$scratch/root/run/zam_connector")
+        found=$(stat -c '%a %u' "$scratch/image/run/zam_connector")
         [[ $found == "755 123" ]] || { echo "the runtime directory is '$found'" >&2; exit 1; }
     fi
 fi

@@ -158,6 +158,20 @@ public:
     }
 
     void Play(Step step) {
+        Take(step);
+        AwaitTheWaitingCall();
+    }
+
+private:
+    /// What a step finds must not depend on how far the subscriber thread has come: where the model
+    /// has a call wait in the service, it waits there.
+    void AwaitTheWaitingCall() {
+        if (model_.waiting) {
+            pipeline_.notifier->WaitUntilIdle();
+        }
+    }
+
+    void Take(Step step) {
         switch (step) {
             case Step::Subscribe:
                 return Subscribe(true);
@@ -185,7 +199,6 @@ public:
         }
     }
 
-private:
     struct Subscription {
         std::shared_ptr<typename T::Keeper> observer;
         SubscriptionCookie cookie;
@@ -263,9 +276,6 @@ private:
         if (model_.waiting) {
             model_.Notice();
             pipeline_.notifier->Give({kRefused, {}});
-            if (model_.waiting) {
-                pipeline_.notifier->WaitUntilIdle();
-            }
         }
     }
 
@@ -276,6 +286,7 @@ private:
             inside.swap(inside_);
         }
         if (inside) {
+            AwaitTheWaitingCall();
             inside();
             insideDone_ = true;
         }
