@@ -58,6 +58,11 @@ RealSubscribers::RealSubscribers() {
 RealSubscribers::~RealSubscribers() {
     dynamic_cast<proxy::IPipelineOwner&>(*states_).KeepForThreads(transport_);
     dynamic_cast<proxy::IPipelineOwner&>(*data_).KeepForThreads(transport_);
+    states_.reset();
+    data_.reset();
+    dataProvider_.reset();
+    transport_.reset();
+    transportGone_.get_future().wait();
 }
 
 }  // namespace zam_connector::test

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <future>
 #include <memory>
 
 #include "vd/zor_transport.h"
@@ -18,6 +19,8 @@ public:
     RealSubscribers();
     RealSubscribers(const RealSubscribers&) = delete;
     RealSubscribers& operator=(const RealSubscribers&) = delete;
+    /// Waits until the library's last thread has let go of the transport: what the threads use, as
+    /// the root logger, may go after this. Not to be called by an observer.
     ~RealSubscribers();
 
     const std::shared_ptr<IZamDataProvider>& DataProvider() { return dataProvider_; }
@@ -25,7 +28,12 @@ public:
     const std::shared_ptr<IZamDataChangeSubscriber>& Data() { return data_; }
 
 private:
-    std::shared_ptr<VdZorTransport> transport_ = std::make_shared<VdZorTransport>();
+    std::promise<void> transportGone_;
+    std::shared_ptr<VdZorTransport> transport_{new VdZorTransport{},
+                                               [this](const VdZorTransport* transport) {
+                                                   delete transport;
+                                                   transportGone_.set_value();
+                                               }};
     std::shared_ptr<IZamDataProvider> dataProvider_;
     std::shared_ptr<IZamConnStateSubscriber> states_;
     std::shared_ptr<IZamDataChangeSubscriber> data_;

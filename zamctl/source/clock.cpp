@@ -5,6 +5,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -92,10 +93,10 @@ bool SystemClock::SleepFor(std::chrono::nanoseconds duration) {
         if (left <= std::chrono::nanoseconds::zero()) {
             return true;
         }
-        const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
-        const timespec timeout{.tv_sec = seconds.count(), .tv_nsec = (left - seconds).count()};
+        const std::chrono::milliseconds rounded = std::min<std::chrono::milliseconds>(
+            std::chrono::ceil<std::chrono::milliseconds>(left), std::chrono::hours(1));
         pollfd wakeUp{.fd = g_wakeUp, .events = POLLIN, .revents = 0};
-        ::ppoll(&wakeUp, 1, &timeout, nullptr);
+        ::poll(&wakeUp, 1, static_cast<int>(rounded.count()));
     }
     return false;
 }
