@@ -28,8 +28,9 @@ ZAM_API int CreateZamConnector(std::shared_ptr<IZamConnector>& connector,
                                const ZamConnCreateParameters& params) noexcept;
 
 /// Makes a file downloader alone, over the service of that name; the empty name stands for the
-/// file-downloader service. As `CreateZamConnector` otherwise; the downloader owns what it talks
-/// through.
+/// file-downloader service. As `CreateZamConnector` otherwise, but the downloader owns what it
+/// talks through, and over a transport that is no good it is made all the same: its calls fail
+/// then.
 ZAM_API int CreateZamFileDownloader(const std::string& serviceName,
                                     std::shared_ptr<IZamFileDownloader>& downloader) noexcept;
 

@@ -31,6 +31,15 @@ TEST(VirtualSlots, OfTheConnectorStandInOrder) {
     EXPECT_EQ(SlotOf(&IZamConnector::GetZamLocationInfo), 11);
     EXPECT_EQ(SlotOf(&IZamConnector::GetClientCertsDownloader), 12);
     EXPECT_EQ(SlotOf(&proxy::ZamConnectorProxy::GetZamController), 2);
+    EXPECT_EQ(SlotOf(&proxy::ZamConnectorProxy::GetSettingsHolder), 3);
+    EXPECT_EQ(SlotOf(&proxy::ZamConnectorProxy::GetStateChangeSubscriber), 4);
+    EXPECT_EQ(SlotOf(&proxy::ZamConnectorProxy::GetCommandSender), 5);
+    EXPECT_EQ(SlotOf(&proxy::ZamConnectorProxy::GetDataProvider), 6);
+    EXPECT_EQ(SlotOf(&proxy::ZamConnectorProxy::GetDataChangeSubscriber), 7);
+    EXPECT_EQ(SlotOf(&proxy::ZamConnectorProxy::GetProductDataHolder), 8);
+    EXPECT_EQ(SlotOf(&proxy::ZamConnectorProxy::GetFileDownloader), 9);
+    EXPECT_EQ(SlotOf(&proxy::ZamConnectorProxy::GetZamLocaleInfo), 10);
+    EXPECT_EQ(SlotOf(&proxy::ZamConnectorProxy::GetZamLocationInfo), 11);
     EXPECT_EQ(SlotOf(&proxy::ZamConnectorProxy::GetClientCertsDownloader), 12);
 }
 
@@ -84,6 +93,32 @@ TEST(VirtualSlots, OfTheCancellationTokenStandInOrder) {
     static_assert(static_cast<int>(Action::Pause) == 1);
     static_assert(static_cast<int>(Action::Cancel) == 2);
 }
+
+template <typename Interface>
+using Accessor = int (IZamConnector::*)(std::shared_ptr<Interface>&) noexcept;
+
+static_assert(
+    std::is_same_v<decltype(&IZamConnector::GetZamController), Accessor<IZamConnController>>);
+static_assert(
+    std::is_same_v<decltype(&IZamConnector::GetSettingsHolder), Accessor<IZamConnSettingsHolder>>);
+static_assert(std::is_same_v<decltype(&IZamConnector::GetStateChangeSubscriber),
+                             Accessor<IZamConnStateSubscriber>>);
+static_assert(
+    std::is_same_v<decltype(&IZamConnector::GetCommandSender), Accessor<IZamConnCommandSender>>);
+static_assert(
+    std::is_same_v<decltype(&IZamConnector::GetDataProvider), Accessor<IZamDataProvider>>);
+static_assert(std::is_same_v<decltype(&IZamConnector::GetDataChangeSubscriber),
+                             Accessor<IZamDataChangeSubscriber>>);
+static_assert(
+    std::is_same_v<decltype(&IZamConnector::GetProductDataHolder), Accessor<IProductDataHolder>>);
+static_assert(
+    std::is_same_v<decltype(&IZamConnector::GetFileDownloader), Accessor<IZamFileDownloader>>);
+static_assert(std::is_same_v<decltype(&IZamConnector::GetZamLocaleInfo),
+                             Accessor<zam_locale::IZamLocaleInfo>>);
+static_assert(std::is_same_v<decltype(&IZamConnector::GetZamLocationInfo),
+                             Accessor<zam_locale::IZamLocationInfo>>);
+static_assert(std::is_same_v<decltype(&IZamConnector::GetClientCertsDownloader),
+                             Accessor<IZamClientCertsDownloader>>);
 
 static_assert(std::is_same_v<decltype(&CreateZamConnector),
                              int (*)(std::shared_ptr<IZamConnector>&,

@@ -4,14 +4,22 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <filesystem>
 #include <future>
+#include <iterator>
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "assembly/parts.h"
 #include "assembly/scripted_service.h"
 #include "notification/pipelines.h"
+#include "qel/exception.h"
 #include "qx/zam_data_notifier.h"
 #include "zam_connector/zam_connector.h"
+#include "zam_connector_proxy_factory.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_connector::test {
@@ -70,12 +78,28 @@ std::vector<std::string> FullAssembly() {
             "riid 11 " + component + "clientCertsDownloader"};
 }
 
+std::ptrdiff_t ThreadCount() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return std::distance(tasks, {});
+}
+
+/// The endpoints that were called.
+std::set<std::uint16_t> Riids(const testing::ScriptedTransport& transport) {
+    std::set<std::uint16_t> riids;
+    for (const testing::RecordedCall& call : transport.Calls()) {
+        riids.insert(call.requestHeader.riid);
+    }
+    return riids;
+}
+
 /// Makes a connector that must fail, with the one log record that it leaves.
 void ExpectFailure(ScriptedService& service, int code, const std::string& text) {
     testing::RecordingLogger logger;
-    std::shared_ptr<IZamConnector> connector;
+    Parts parts;
+    const std::shared_ptr<IZamConnector> old = parts.Assemble();
+    std::shared_ptr<IZamConnector> connector = old;
     EXPECT_EQ(CreateZamConnector(connector, {}), code);
-    EXPECT_EQ(connector, nullptr);
+    EXPECT_EQ(connector, old);
     EXPECT_THAT(logger.Records(),
                 ElementsAre(LogRecord{4, "zam_connector_proxy_factory", 149, "CreateZamConnector",
                                       "Create zam connector proxy: " + text}));
@@ -144,6 +168,34 @@ TEST(CreateZamConnector, LeadsEachInterfaceToItsEndpoint) {
     EXPECT_NE(locationInfo, nullptr);
 }
 
+TEST(CreateZamConnector, LeadsEachPipelineToItsEndpoints) {
+    ScriptedService service;
+    testing::RecordingLogger logger;
+    std::shared_ptr<IZamConnector> connector;
+    ASSERT_EQ(CreateZamConnector(connector, {}), 0);
+    std::shared_ptr<IZamConnStateSubscriber> states;
+    std::shared_ptr<IZamDataChangeSubscriber> data;
+    connector->GetStateChangeSubscriber(states);
+    connector->GetDataChangeSubscriber(data);
+    SubscriptionCookie cookie;
+    const auto stateObserver = std::make_shared<StateObserver>();
+    ASSERT_EQ(states->SubscribeOnStateChange(stateObserver, cookie), 0);
+    service.TellState(2);
+    ASSERT_TRUE(stateObserver->WaitForCount(1));
+    ASSERT_EQ(states->Unsubscribe(cookie), 0);
+    const auto policyObserver = std::make_shared<PolicyObserver>();
+    ASSERT_EQ(data->SubscribeOnPolicyChange(policyObserver, cookie), 0);
+    service.TellData(kPolicyKind);
+    // Nobody answers the fetch: that it was tried is what counts.
+    while (Riids(service.connector).count(kDataProviderRiid) == 0) {
+        std::this_thread::yield();
+    }
+    ASSERT_EQ(data->Unsubscribe(cookie), 0);
+    EXPECT_THAT(Riids(service.connector),
+                ::testing::ElementsAre(kStateNotifierRiid, kDataProviderRiid, kDataNotifierRiid));
+    EXPECT_THAT(service.files.Calls(), IsEmpty());
+}
+
 TEST(CreateZamConnector, ReplacesAndReleasesWhatWasThere) {
     ScriptedService service;
     std::shared_ptr<IZamConnector> connector;
@@ -200,15 +252,95 @@ TEST(CreateZamConnector, ReturnsZeroWithoutAConnectorForATransportThatIsNoGood) 
     }
 }
 
-TEST(CreateZamConnector, LeavesTheOldConnectorWhenItFails) {
+TEST(CreateZamConnector, LooksAtTheConnectorsTransportBeforeTheFiles) {
+    struct Row {
+        testing::InitFault connector;
+        testing::InitFault files;
+        int line;
+    };
+    for (const Row& row : {Row{testing::InitFault::NoHandle, testing::InitFault::NoOps, 41},
+                           Row{testing::InitFault::NoOps, testing::InitFault::NoHandle, 40}}) {
+        ScriptedService service;
+        service.platform.SetInitFault(kConnectorHandle, row.connector);
+        service.platform.SetInitFault(kFilesHandle, row.files);
+        ExpectFailure(
+            service, 0,
+            "No error = 0x00000000. At zam_connector_proxy(" + std::to_string(row.line) + ")");
+    }
+}
+
+TEST(CreateZamConnector, LeavesNothingInAnEmptyPointerWhenItFails) {
     ScriptedService service;
-    testing::RecordingLogger logger;
+    service.platform.SetInitFault(kConnectorHandle, testing::InitFault::NoOps);
+    std::shared_ptr<IZamConnector> connector;
+    EXPECT_EQ(CreateZamConnector(connector, {}), 0);
+    EXPECT_EQ(connector, nullptr);
+}
+
+TEST(CreateZamConnector, StartsNoThread) {
+    ScriptedService service;
+    const std::ptrdiff_t before = ThreadCount();
     std::shared_ptr<IZamConnector> connector;
     ASSERT_EQ(CreateZamConnector(connector, {}), 0);
-    const IZamConnector* const old = connector.get();
-    service.platform.SetRiid(qx::kClientCertsDownloaderEndpoint, VD_UNKNOWN_RIID);
-    EXPECT_EQ(CreateZamConnector(connector, {}), kUnspecified);
-    EXPECT_EQ(connector.get(), old);
+    EXPECT_EQ(ThreadCount(), before);
+}
+
+/// Each call makes all of a connector; its accessors may be called by any thread.
+TEST(CreateZamConnector, MayBeCalledByTwoThreadsAtOnce) {
+    ScriptedService service;
+    std::array<std::shared_ptr<IZamConnector>, 2> connectors;
+    {
+        std::vector<std::jthread> threads;
+        for (std::shared_ptr<IZamConnector>& connector : connectors) {
+            threads.emplace_back([&connector] { EXPECT_EQ(CreateZamConnector(connector, {}), 0); });
+        }
+    }
+    EXPECT_NE(connectors[0], connectors[1]);
+    EXPECT_EQ(service.platform.Calls().size(), 2 * FullAssembly().size());
+    std::shared_ptr<IZamConnController> expected;
+    connectors[0]->GetZamController(expected);
+    std::vector<std::jthread> threads;
+    for (int each = 0; each < 8; ++each) {
+        threads.emplace_back([&connector = *connectors[0], expected] {
+            for (int round = 0; round < 100; ++round) {
+                std::shared_ptr<IZamConnController> controller;
+                std::shared_ptr<IZamDataProvider> provider;
+                EXPECT_EQ(connector.GetZamController(controller), 0);
+                EXPECT_EQ(connector.GetDataProvider(provider), 0);
+                EXPECT_EQ(controller, expected);
+                EXPECT_NE(provider, nullptr);
+            }
+        });
+    }
+}
+
+TEST(ConnectorProxyFactory, AsksForTheServicesItIsTold) {
+    ScriptedService service;
+    service.platform.SetHandle("a", kConnectorHandle);
+    service.platform.SetHandle("b", kFilesHandle);
+    proxy::ZamConnectorProxyFactory factory;
+    EXPECT_NE(factory.CreateZamConnectorProxy("a", "b"), nullptr);
+    std::vector<std::string> expected = FullAssembly();
+    expected[0] = "connect a";
+    expected[1] = "connect b";
+    EXPECT_EQ(Lines(service.platform.Calls()), expected);
+}
+
+TEST(ConnectorProxyFactory, RefusesAnEmptyName) {
+    for (const bool isFirst : {true, false}) {
+        ScriptedService service;
+        service.platform.SetHandle("a", kConnectorHandle);
+        proxy::ZamConnectorProxyFactory factory;
+        try {
+            factory.CreateZamConnectorProxy(isFirst ? "" : "a", isFirst ? "b" : "");
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const qel::Exception& exception) {
+            EXPECT_EQ(qel::ToUtf8(exception.DisplayText()),
+                      "Zam_ctr_proxy_factory: Service name is empty!. At proxy_init(25)");
+        }
+        EXPECT_EQ(Lines(service.platform.Calls()),
+                  isFirst ? std::vector<std::string>{} : std::vector<std::string>{"connect a"});
+    }
 }
 
 TEST(CreateZamConnector, MayBeDroppedInsideAnObserver) {
@@ -262,8 +394,12 @@ TEST(CreateZamFileDownloader, LogsAsTheOtherEntryFunctionDoes) {
     testing::RecordingLogger logger;
     std::shared_ptr<IZamFileDownloader> downloader;
     EXPECT_EQ(CreateZamFileDownloader("", downloader), kUnspecified);
-    EXPECT_EQ(CreateZamFileDownloader("nobody", downloader), kUnspecified);
     EXPECT_EQ(downloader, nullptr);
+    Parts parts;
+    const std::shared_ptr<IZamFileDownloader> old = parts.fileDownloader;
+    downloader = old;
+    EXPECT_EQ(CreateZamFileDownloader("nobody", downloader), kUnspecified);
+    EXPECT_EQ(downloader, old);
     const char* const file = "zam_file_downloader_proxy_factory";
     EXPECT_THAT(
         logger.Records(),
@@ -275,6 +411,18 @@ TEST(CreateZamFileDownloader, LogsAsTheOtherEntryFunctionDoes) {
                     LogRecord{4, file, 43, "CreateZamFileDownloader",
                               "Create zam connector proxy: Zam_ctr_proxy_factory: Handle for "
                               "nobody wasn't received!. At proxy_init(27)"}));
+}
+
+/// Its transport is not looked at: the calls fail then.
+TEST(CreateZamFileDownloader, GivesADownloaderAlsoWithoutAHandle) {
+    ScriptedService service;
+    service.platform.SetInitFault(kFilesHandle, testing::InitFault::NoHandle);
+    std::shared_ptr<IZamFileDownloader> downloader;
+    EXPECT_EQ(CreateZamFileDownloader("", downloader), 0);
+    ASSERT_NE(downloader, nullptr);
+    testing::RecordingLogger logger;
+    FileInfo info;
+    EXPECT_EQ(downloader->GetFileInfo({}, info), kUnspecified);
 }
 
 }  // namespace

@@ -28,9 +28,11 @@ inline constexpr const char* kEndpoints[] = {
 };
 inline constexpr std::uint16_t kFirstRiid = 100;
 inline constexpr std::uint16_t kStateNotifierRiid = kFirstRiid + 2;
+inline constexpr std::uint16_t kDataProviderRiid = kFirstRiid + 4;
+inline constexpr std::uint16_t kDataNotifierRiid = kFirstRiid + 5;
 
-/// Both services on a scripted platform, with everything that a connector needs. The notifier of
-/// states works; no other operation is answered.
+/// Both services on a scripted platform, with everything that a connector needs. The notifiers
+/// work; no other operation is answered.
 class ScriptedService {
 public:
     ScriptedService() {
@@ -45,55 +47,74 @@ public:
         connector.SetResponder([this](const testing::RecordedCall& call) { return Answer(call); });
     }
 
-    void TellState(std::uint32_t state) {
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            states_.push_back(state);
-        }
-        changed_.notify_all();
-    }
+    void TellState(std::uint32_t state) { states_.Tell(state); }
+    void TellData(std::uint32_t kind) { data_.Tell(kind); }
 
     testing::ScriptedTransport connector;
     testing::ScriptedTransport files;
     testing::ScriptedPlatform platform;
 
 private:
-    std::optional<testing::ScriptedAnswer> Answer(const testing::RecordedCall& call) {
-        if (call.requestHeader.riid != kStateNotifierRiid) {
+    /// One of the two notifiers, whose operations carry the same messages.
+    class Notifier {
+    public:
+        void Tell(std::uint32_t value) {
+            {
+                const std::lock_guard<std::mutex> lock(mutex_);
+                values_.push_back(value);
+            }
+            changed_.notify_all();
+        }
+
+        std::optional<testing::ScriptedAnswer> Answer(std::uint16_t operation) {
+            using Operation = qx_zam_connector_ConnStateNotifier_operation;
+            std::unique_lock<std::mutex> lock(mutex_);
+            switch (static_cast<Operation>(operation)) {
+                case Operation::Register: {
+                    registered_ = true;
+                    qx_zam_connector_ConnStateNotifier_Register_rsp response{};
+                    response.registrationId = 1;
+                    return testing::AnswerWith(response);
+                }
+                case Operation::GetState: {
+                    changed_.wait(lock, [this] { return !values_.empty() || !registered_; });
+                    qx_zam_connector_ConnStateNotifier_GetState_rsp response{};
+                    response.status = 1;
+                    if (registered_) {
+                        response = {};
+                        response.value = values_.front();
+                        values_.pop_front();
+                    }
+                    return testing::AnswerWith(response);
+                }
+                case Operation::Unregister:
+                    registered_ = false;
+                    changed_.notify_all();
+                    return testing::AnswerWith(qx_zam_connector_ConnStateNotifier_Unregister_rsp{});
+            }
             return std::nullopt;
         }
-        using Operation = qx_zam_connector_ConnStateNotifier_operation;
-        std::unique_lock<std::mutex> lock(mutex_);
-        switch (static_cast<Operation>(call.requestHeader.operation)) {
-            case Operation::Register: {
-                registered_ = true;
-                qx_zam_connector_ConnStateNotifier_Register_rsp response{};
-                response.registrationId = 1;
-                return testing::AnswerWith(response);
-            }
-            case Operation::GetState: {
-                changed_.wait(lock, [this] { return !states_.empty() || !registered_; });
-                qx_zam_connector_ConnStateNotifier_GetState_rsp response{};
-                response.status = 1;
-                if (registered_) {
-                    response = {};
-                    response.value = states_.front();
-                    states_.pop_front();
-                }
-                return testing::AnswerWith(response);
-            }
-            case Operation::Unregister:
-                registered_ = false;
-                changed_.notify_all();
-                return testing::AnswerWith(qx_zam_connector_ConnStateNotifier_Unregister_rsp{});
+
+    private:
+        std::mutex mutex_;
+        std::condition_variable changed_;
+        std::deque<std::uint32_t> values_;
+        bool registered_ = false;
+    };
+
+    std::optional<testing::ScriptedAnswer> Answer(const testing::RecordedCall& call) {
+        switch (call.requestHeader.riid) {
+            case kStateNotifierRiid:
+                return states_.Answer(call.requestHeader.operation);
+            case kDataNotifierRiid:
+                return data_.Answer(call.requestHeader.operation);
+            default:
+                return std::nullopt;
         }
-        return std::nullopt;
     }
 
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::deque<std::uint32_t> states_;
-    bool registered_ = false;
+    Notifier states_;
+    Notifier data_;
 };
 
 }  // namespace zam_connector::test

@@ -203,6 +203,15 @@ TEST(LocaleInfo, RefusesTheSecondDefault) {
               "default");
 }
 
+TEST(LocaleInfo, LooksAtEachLocaleAsAWhole) {
+    EXPECT_EQ(ThrownBy([] {
+                  const ZamLocaleInfo info(
+                      Locales{Make("en-US", 1033, true), Make("de", 7, true), Make("en-US", 1033)});
+              }),
+              "ZamLocaleInfo: Cannot inserts a locale info: de is default but en-US is already "
+              "default");
+}
+
 TEST(LocaleInfo, LooksAtTheNameBeforeTheDefault) {
     EXPECT_EQ(
         ThrownBy([] {

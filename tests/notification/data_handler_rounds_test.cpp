@@ -31,6 +31,7 @@ using test::ScriptedSubscriber;
 using test::ThreadNumber;
 using test::ThreadState;
 using test::WaitUntilAsleep;
+using test::WaitUntilGone;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing::LogRecord;
@@ -153,14 +154,6 @@ TEST_F(HandlerRounds, GoOnWhenTheSubscriberRefusesToEnd) {
     EXPECT_TRUE(script_.queue->IsClosed());
 }
 
-/// Waits until the handler's threads have ended by themselves.
-void WaitForThreads(Handler& handler) {
-    Flag ended;
-    handler.KeepForThreads(
-        std::shared_ptr<const void>(&ended, [&ended](const void*) { ended.Raise(); }));
-    ASSERT_TRUE(ended.Wait());
-}
-
 TEST_F(HandlerRounds, EndWithAnExceptionUntilTheNextStart) {
     Flag hold;
     action_ = [&](int value) {
@@ -174,7 +167,7 @@ TEST_F(HandlerRounds, EndWithAnExceptionUntilTheNextStart) {
     ASSERT_TRUE(WaitUntilAsleep(script_.handlerThread));
     Push({1, 2});  // one batch, since the thread holds another
     hold.Raise();
-    WaitForThreads(handler_);
+    ASSERT_TRUE(WaitUntilGone(script_.handlerThread));
     EXPECT_THAT(Processed(), ElementsAre("0", "1"));
     const std::vector<LogRecord> records = logger_.Records();
     ASSERT_EQ(records.size(), 1U);
@@ -190,10 +183,30 @@ TEST_F(HandlerRounds, EndWithAnExceptionUntilTheNextStart) {
     EXPECT_THAT(Processed(), ElementsAre("0", "1", "99"));
 }
 
+/// The subscriber needs it to the end.
+TEST_F(HandlerRounds, HaveAnObjectKeptUntilTheStopAlsoWhenTheyEndedBefore) {
+    action_ = [](int value) -> int { return value == 1 ? throw 5 : 0; };
+    Push({1});
+    ASSERT_TRUE(WaitUntilGone(script_.handlerThread));
+    auto object = std::make_shared<int>(1);
+    const std::weak_ptr<int> kept = object;
+    handler_.KeepForThreads(std::move(object));
+    script_.unsubscribeCode = -5;
+    EXPECT_EQ(handler_.Stop(), -5);
+    EXPECT_FALSE(kept.expired());
+    script_.unsubscribeCode = 0;
+    EXPECT_EQ(handler_.Stop(), 0);
+    EXPECT_TRUE(kept.expired());
+    object = std::make_shared<int>(2);
+    const std::weak_ptr<int> unneeded = object;
+    handler_.KeepForThreads(std::move(object));
+    EXPECT_TRUE(unneeded.expired());
+}
+
 TEST_F(HandlerRounds, EndWithAnythingThrown) {
     action_ = [](int) -> int { throw 5; };
     Push({1});
-    WaitForThreads(handler_);
+    ASSERT_TRUE(WaitUntilGone(script_.handlerThread));
     const std::vector<LogRecord> records = logger_.Records();
     ASSERT_EQ(records.size(), 1U);
     EXPECT_EQ(records[0].level, 4);

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "notification/refused_at.h"
 #include "notification/scripted_parts.h"
 #include "zam_connector_testing/recording_logger.h"
 
@@ -55,10 +56,12 @@ protected:
 
 TEST(DataHandler, RefusesToBeWithoutItsParts) {
     PartsScript script;
-    EXPECT_THROW(Handler(nullptr, std::make_unique<ScriptedFactory>(script)),
-                 qel::CheckFailedException);
-    EXPECT_THROW(Handler(std::make_unique<ScriptedSubscriber>(script), nullptr),
-                 qel::CheckFailedException);
+    EXPECT_EQ(test::RefusedAt([&] { Handler(nullptr, std::make_unique<ScriptedFactory>(script)); }),
+              "data_handler:31");
+    EXPECT_EQ(
+        test::RefusedAt([&] { Handler(std::make_unique<ScriptedSubscriber>(script), nullptr); }),
+        "data_handler:32");
+    EXPECT_EQ(test::RefusedAt([] { Handler(nullptr, nullptr); }), "data_handler:31");
 }
 
 TEST_F(DataHandlerTest, CallsNothingWhenItIsMade) {

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "notification/refused_at.h"
 #include "notification/scripted_parts.h"
 #include "notification/scripted_provider.h"
 #include "zam_connector_testing/recording_logger.h"
@@ -67,7 +68,7 @@ protected:
 };
 
 TEST(DataSubscriber, RefusesToBeWithoutAProvider) {
-    EXPECT_THROW(Subscriber(nullptr), qel::CheckFailedException);
+    EXPECT_EQ(test::RefusedAt([] { Subscriber(nullptr); }), "data_subscriber:23");
 }
 
 TEST_F(DataSubscriberTest, CallsNothingWhenItIsMade) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "notification/pipelines.h"
+#include "notification/thread_state.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_connector::test {
@@ -269,7 +270,9 @@ TEST(ObserverInside, StopKeepsItsRoundAndDropsTheNext) {
 TEST(ObserverInside, ThatThrowsEndsTheNotificationsUntilTheNextStart) {
     testing::RecordingLogger logger(zor::logger::kLevelError);
     DataPipeline pipeline;
-    const auto observer = std::make_shared<PolicyObserver>([](const PolicyChange& change) {
+    std::atomic<pid_t> thread{0};
+    const auto observer = std::make_shared<PolicyObserver>([&thread](const PolicyChange& change) {
+        thread = ThreadNumber();
         if (change.first == 1) {
             throw std::runtime_error("observer's own");
         }
@@ -282,11 +285,10 @@ TEST(ObserverInside, ThatThrowsEndsTheNotificationsUntilTheNextStart) {
     for (const std::uint64_t hash : {1U, 3U, 4U}) {
         ASSERT_EQ(pipeline.proxy->SubscribeOnPolicyChange(observer, cookie), 0);
         const std::size_t before = observer->Count();
-        ThreadsEnd end(*pipeline.proxy);
         pipeline.ChangePolicy(hash);
         ASSERT_TRUE(observer->WaitForCount(before + 1));
         if (hash != 4) {
-            ASSERT_TRUE(end.Wait());
+            ASSERT_TRUE(WaitUntilGone(thread));
             pipeline.ChangePolicy(hash + 1);
             pipeline.notifier->WaitUntilIdle();
         }

@@ -114,4 +114,16 @@ inline bool WaitUntilAsleep(const std::atomic<pid_t>& thread) {
     return false;
 }
 
+/// Waits until the thread has given its number and ended. False when the time ran out.
+inline bool WaitUntilGone(const std::atomic<pid_t>& thread) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (thread != 0 && ThreadState::Of(thread).state == '?') {
+            return true;
+        }
+        std::this_thread::yield();
+    }
+    return false;
+}
+
 }  // namespace zam_connector::test

@@ -9,6 +9,7 @@ std::atomic<int> g_allocations{0};
 std::atomic<int> g_allocationsLeft{-1};
 std::atomic<bool> g_keepFailing{false};
 std::atomic<bool> g_failed{false};
+std::atomic<void (*)(const void*, std::size_t)> g_onAllocate{nullptr};
 std::atomic<void (*)(const void*)> g_onFree{nullptr};
 
 namespace {
@@ -28,6 +29,9 @@ void* Allocation(std::size_t size) {
     void* const bytes = std::malloc(size == 0 ? 1 : size);
     if (bytes == nullptr) {
         throw std::bad_alloc();
+    }
+    if (void (*const onAllocate)(const void*, std::size_t) = g_onAllocate) {
+        onAllocate(bytes, size);
     }
     return bytes;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 
 /// The allocation functions of an executable that links `zam_test_allocations`: they count what
 /// anything in the process takes through `new`, the libraries included, and fail when told to.
@@ -15,6 +16,9 @@ extern std::atomic<int> g_allocationsLeft;
 extern std::atomic<bool> g_keepFailing;
 /// Whether one failed.
 extern std::atomic<bool> g_failed;
+
+/// Called with each block that was allocated and its size in bytes. Must allocate nothing.
+extern std::atomic<void (*)(const void*, std::size_t)> g_onAllocate;
 
 /// Called with each block that is about to be freed, when it is not null. Must allocate nothing.
 extern std::atomic<void (*)(const void*)> g_onFree;

@@ -259,16 +259,7 @@ std::string Reader::Key(json& value, const Place& place) const {
 }
 
 void Reader::Refuse(const json& value, const Place& place, std::string_view allowed) const {
-    std::string seen;
-    if (value.is_object()) {
-        seen = "an object";
-    } else if (value.is_array()) {
-        seen = "an array";
-    } else {
-        const auto offset = zam_json::FindInJson(text_, place.Pointer(), JsonPart::Value);
-        seen = zam_json::ShownTokenAt(text_, offset.value_or(0));
-    }
-    Fail(place, JsonPart::Value, fmt::format("is {}, allowed is {}", seen, allowed));
+    Fail(place, JsonPart::Value, zam_json::RefusalText(value, text_, place.Pointer(), allowed));
 }
 
 void Reader::Fail(const Place& place, JsonPart part, std::string message) const {

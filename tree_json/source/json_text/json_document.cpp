@@ -151,16 +151,7 @@ std::optional<JsonValue> JsonValue::FindSet(std::string_view name) const {
 }
 
 void JsonValue::Refuse(std::string_view allowed) const {
-    std::string seen;
-    if (value_->is_object()) {
-        seen = "an object";
-    } else if (value_->is_array()) {
-        seen = "an array";
-    } else {
-        const auto offset = FindInJson(document_->text_, pointer_, JsonPart::Value);
-        seen = ShownTokenAt(document_->text_, offset.value_or(0));
-    }
-    Fail(fmt::format("is {}, allowed is {}", seen, allowed));
+    Fail(RefusalText(*value_, document_->text_, pointer_, allowed));
 }
 
 void JsonValue::Fail(std::string_view message) const {

@@ -1,5 +1,7 @@
 #include "json_text/json_text.h"
 
+#include <fmt/format.h>
+
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -104,6 +106,19 @@ std::optional<std::size_t> FindInJson(std::string_view text, std::string_view po
     PartFinder finder(text, pointer, part);
     finder.Walk();
     return finder.found;
+}
+
+std::string RefusalText(const nlohmann::json& value, std::string_view text,
+                        std::string_view pointer, std::string_view allowed) {
+    std::string seen;
+    if (value.is_object()) {
+        seen = "an object";
+    } else if (value.is_array()) {
+        seen = "an array";
+    } else {
+        seen = ShownTokenAt(text, FindInJson(text, pointer, JsonPart::Value).value_or(0));
+    }
+    return fmt::format("is {}, allowed is {}", seen, allowed);
 }
 
 }  // namespace zam_json

@@ -51,4 +51,8 @@ enum class JsonPart { Key, Value };
 std::optional<std::size_t> FindInJson(std::string_view text, std::string_view pointer,
                                       JsonPart part);
 
+/// What is said of a value at `pointer` of `text` that is not what is allowed there.
+std::string RefusalText(const nlohmann::json& value, std::string_view text,
+                        std::string_view pointer, std::string_view allowed);
+
 }  // namespace zam_json

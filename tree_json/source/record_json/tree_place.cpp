@@ -10,21 +10,23 @@
 #include "json_text/base64.h"
 #include "json_text/json_text.h"
 #include "tree_json/tree_json.h"
+#include "typed_keys.h"
 
 namespace zam_json {
 namespace {
 
 using nlohmann::json;
 
-constexpr std::string_view kMapKey = "$map";
-constexpr std::string_view kStringKey = "$string";
+using zam_connector::tree_json::kMapKey;
+using zam_connector::tree_json::kStringKey;
+using zam_connector::tree_json::kTypeMark;
 
 /// The one member of an object that stands for something else than its own members; null when the
 /// object stands for itself.
 const std::pair<const std::string, json>* SpecialMember(const json& node) {
     const auto* const members = node.get_ptr<const json::object_t*>();
     if (members == nullptr || members->size() != 1 || members->begin()->first.empty() ||
-        members->begin()->first.front() != '$') {
+        members->begin()->first.front() != kTypeMark) {
         return nullptr;
     }
     return &*members->begin();
@@ -58,7 +60,7 @@ std::optional<Spot> Member(const json& node, const std::string& key) {
         if (special->first == kMapKey) {
             return Pair(special->second, key);
         }
-        return special->first == "$" + key
+        return special->first == kTypeMark + key
                    ? std::optional(Spot{&special->second, PointerStep(special->first)})
                    : std::nullopt;
     }

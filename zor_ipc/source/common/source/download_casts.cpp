@@ -139,12 +139,16 @@ qx_zam_connector_ZamTypes_FileChunk CastToVd(const FileChunk& chunk, vd_arena* a
 
 FileChunk CastFromVd(const qx_zam_connector_ZamTypes_FileChunk& chunk, const vd_arena* arena) {
     const ArenaReader reader(arena);
+    std::string version(reader.Text(chunk.version, "version"));
+    // A text's bytes, since a sequence would be filled with zeros first.
+    const std::string_view data = reader.Text(chunk.data, "data");
+    const auto* const bytes = reinterpret_cast<const std::byte*>(data.data());
     return {
         .crc32 = chunk.crc32,
-        .version = std::string(reader.Text(chunk.version, "version")),
+        .version = std::move(version),
         .offset = chunk.offset.Get(),
         .totalSizeBytes = chunk.totalSizeBytes.Get(),
-        .data = reader.Sequence<std::byte>(chunk.data, "data"),
+        .data = {bytes, bytes + data.size()},
     };
 }
 

@@ -35,20 +35,19 @@ int ZamClientCertsDownloaderProxy::GetClientCertificates(
         qx_zam_connector_ZamClientCertsDownloader_GetClientCertificates_req request{};
         request.params = common::CastToVd(params, requestArena.Get());
         common::HeapArena buffer(kResponseBufferBytes);
-        vd_arena responseArena{};
-        vd_arena_init(
-            &responseArena, buffer.Get()->base,
-            qx_zam_connector_ZamClientCertsDownloader_GetClientCertificates_response_arena);
+        vd_arena* const responseArena = buffer.Get();
+        responseArena->capacity =
+            qx_zam_connector_ZamClientCertsDownloader_GetClientCertificates_response_arena;
         qx_zam_connector_ZamClientCertsDownloader_GetClientCertificates_rsp response{};
         const int status = proxy_.ops->GetClientCertificates(&proxy_, &request, requestArena.Get(),
-                                                             &response, &responseArena);
+                                                             &response, responseArena);
         if (status != 0) {
             return common::Failure(site,
                                    "ZamClientCertsDownloader: ipc call GetClientCertificates "
                                    "terminated with a error {}",
                                    status);
         }
-        certs = common::CastFromVd(response.certificates, &responseArena);
+        certs = common::CastFromVd(response.certificates, responseArena);
         return response.resultCode;
     } catch (...) {
         return common::CaughtCodeFailure(site,

@@ -107,7 +107,7 @@ std::unique_ptr<IZamConnector> ZamConnectorProxyFactory::CreateZamConnectorProxy
         qx_zam_connector_ConnController_proxy_init, qx::kConnControllerEndpoint));
     auto settingsHolder = std::make_unique<ZamConnSettingsHolderProxy>(connector.Endpoint(
         qx_zam_connector_ConnSettingsHolder_proxy_init, qx::kConnSettingsHolderEndpoint));
-    auto stateSubscriber = CreateStateSubscriber(connector);
+    auto connStateSubscriber = CreateStateSubscriber(connector);
     auto commandSender = std::make_unique<ZamConnCommandSenderProxy>(connector.Endpoint(
         qx_zam_connector_ConnCommandSender_proxy_init, qx::kConnCommandSenderEndpoint));
     std::shared_ptr<IZamDataProvider> dataProvider =
@@ -130,7 +130,7 @@ std::unique_ptr<IZamConnector> ZamConnectorProxyFactory::CreateZamConnectorProxy
     transports.push_back(std::move(fileTransport));
     return std::make_unique<ZamConnectorProxy>(
         std::move(transports), std::move(controller), std::move(settingsHolder),
-        std::move(stateSubscriber), std::move(commandSender), std::move(dataProvider),
+        std::move(connStateSubscriber), std::move(commandSender), std::move(dataProvider),
         std::move(dataChangeSubscriber), std::move(productDataHolder), std::move(fileDownloader),
         std::move(localeInfo), std::move(locationInfo), std::move(clientCertsDownloader));
 }

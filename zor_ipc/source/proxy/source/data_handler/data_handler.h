@@ -5,6 +5,7 @@
 #include <list>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "common/log.h"
 #include "data_handler/handler_threads.h"
@@ -12,6 +13,7 @@
 #include "data_handler/i_data_processor.h"
 #include "data_handler/i_data_subscriber.h"
 #include "qel/exception.h"
+#include "qor/mutex.h"
 #include "qor/utils/cancellation_token.h"
 
 namespace zam_connector::proxy {
@@ -86,6 +88,7 @@ public:
             throw;
         }
         token_ = std::move(token);
+        kept_.Open();
         return qel::kNoError;
     }
 
@@ -105,11 +108,13 @@ public:
         Close(*queue_);
         threads_.Finish();
         queue_.reset();
+        kept_.Close();
         return qel::kNoError;
     }
 
     void KeepForThreads(const std::shared_ptr<const void>& object) override {
         threads_.Keep(object);
+        kept_.Add(object);
     }
 
 private:
@@ -117,6 +122,35 @@ private:
     using Action = qor::utils::ICancellationToken::ExecutionAction;
 
     static constexpr char kSourceFile[] = "data_handler";
+
+    /// What is kept for a run: the subscriber needs it to the end, also when the handler thread
+    /// ended before.
+    class KeptForRun {
+    public:
+        void Open() {
+            qor::MutexLock lock(mutex_);
+            open_ = true;
+        }
+
+        void Add(const std::shared_ptr<const void>& object) {
+            qor::MutexLock lock(mutex_);
+            if (open_) {
+                objects_.push_back(object);
+            }
+        }
+
+        void Close() {
+            std::vector<std::shared_ptr<const void>> objects;
+            qor::MutexLock lock(mutex_);
+            objects.swap(objects_);  // go after the lock
+            open_ = false;
+        }
+
+    private:
+        qor::Mutex mutex_;  // a leaf
+        bool open_ QOR_GUARDED_BY(mutex_) = false;
+        std::vector<std::shared_ptr<const void>> objects_ QOR_GUARDED_BY(mutex_);
+    };
 
     static void Close(Queue<T>& queue) {
         if (!queue.IsClosed()) {
@@ -166,6 +200,7 @@ private:
         }
     }
 
+    KeptForRun kept_;  // outlives the subscriber
     const std::unique_ptr<IDataSubscriber<T, Queue>> subscriber_;
     const std::unique_ptr<IDataProcessorFactory<T, Manager>> factory_;
     /// Queue, processor and token are shared with the thread. The token is new for every run, so

@@ -17,9 +17,9 @@ public:
     /// 0, too, when it does not run.
     virtual int Stop() = 0;
 
-    /// Keeps `object` for the threads that run now, until the last of them has ended: what they
-    /// use and do not own. Thread-safe.
-    virtual void KeepForThreads(const std::shared_ptr<const void>& object) { (void)object; }
+    /// Keeps `object`, which the threads use and do not own, until the pipeline has been stopped
+    /// and the last of its threads has ended. Keeps nothing when none runs. Thread-safe.
+    virtual void KeepForThreads(const std::shared_ptr<const void>& object) = 0;
 };
 
 }  // namespace zam_connector::proxy

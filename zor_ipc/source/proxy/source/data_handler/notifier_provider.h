@@ -15,7 +15,7 @@ namespace zam_connector::proxy {
 /// `Register` must not run beside the other two; these may run at once in two threads. The
 /// destructor ends no registration.
 template <typename Notifier>
-class NotifierProvider : public IDataProvider<typename Notifier::Value> {
+class NotifierProvider final : public IDataProvider<typename Notifier::Value> {
 public:
     using Proxy = typename Notifier::Proxy;
     using Value = typename Notifier::Value;

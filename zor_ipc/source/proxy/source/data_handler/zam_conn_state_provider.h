@@ -32,9 +32,6 @@ struct ConnStateNotifier {
 };
 
 /// Gives the states of the connection as the service numbers them.
-class ZamConnStateProvider final : public NotifierProvider<ConnStateNotifier> {
-public:
-    using NotifierProvider::NotifierProvider;
-};
+using ZamConnStateProvider = NotifierProvider<ConnStateNotifier>;
 
 }  // namespace zam_connector::proxy

@@ -33,9 +33,6 @@ struct ZamDataNotifier {
 };
 
 /// Gives the kinds of changed data.
-class ZamDataProvider final : public NotifierProvider<ZamDataNotifier> {
-public:
-    using NotifierProvider::NotifierProvider;
-};
+using ZamDataProvider = NotifierProvider<ZamDataNotifier>;
 
 }  // namespace zam_connector::proxy
