@@ -22,6 +22,10 @@ constexpr std::array kSuites = std::to_array<Suite>({
         {"notice.latency", &zam_bench::MeasureNotices},
         {"notice.fanout1000", &zam_bench::MeasureFanout},
         {"queue.throughput", &zam_bench::MeasureQueues},
+        {"create.connector", &zam_bench::MeasureCreation},
+        {"file.stream", &zam_bench::MeasureFiles}, {"file.get", &zam_bench::MeasureFiles},
+        {"start.process", &zam_bench::MeasureStarts},
+        {"size.library", &zam_bench::MeasureLibrarySize},
         {"peer.nlohmann_cbor", &zam_bench::MeasureTrees},
 #if ZAM_BENCH_PROTOBUF
         {"peer.protobuf_struct", &zam_bench::MeasureTrees},

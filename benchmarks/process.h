@@ -3,6 +3,8 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <string>
+#include <vector>
 
 namespace zam_bench {
 
@@ -20,6 +22,10 @@ void Pin(pid_t process, int core);
 double CpuMicroseconds(pid_t process);
 
 double NowMicroseconds();
+
+/// Runs a program, found along `PATH`, to its end; what it prints on stdout is thrown away. Throws
+/// `std::runtime_error` unless it ended with status 0.
+void Run(const std::vector<std::string>& command);
 
 /// A forked process that runs `body` and ends; killed, if it still runs, and reaped at the end of
 /// this object's life.

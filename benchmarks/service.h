@@ -22,6 +22,11 @@ public:
     /// Path of the connector service's socket.
     std::string SocketPath() const;
 
+    /// Path of a file in the folder that is served.
+    std::string DataPath(const std::string& name) const {
+        return process_.DataDirectory() + "/" + name;
+    }
+
     /// Changes the policy that is served.
     void WritePolicy(const std::string& policy) const { process_.WriteData("policy.json", policy); }
 

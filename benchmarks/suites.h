@@ -14,5 +14,9 @@ void MeasurePushes(Report& report);        ///< `push.settings`
 void MeasureNotices(Report& report);       ///< `notice.latency`
 void MeasureFanout(Report& report);        ///< `notice.fanout1000`
 void MeasureQueues(Report& report);        ///< `queue.throughput`
+void MeasureCreation(Report& report);      ///< `create.connector`
+void MeasureFiles(Report& report);         ///< `file.stream`, `file.get`
+void MeasureStarts(Report& report);        ///< `start.process`
+void MeasureLibrarySize(Report& report);   ///< `size.library`
 
 }  // namespace zam_bench

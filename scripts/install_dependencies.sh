@@ -11,7 +11,7 @@ packages=(
 if [ "${1:-}" = --with-checks ]; then
   packages+=(
     clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev clang
-    abigail-tools doxygen dpkg-dev file
+    abigail-tools doxygen dpkg-dev file openssl
   )
 fi
 

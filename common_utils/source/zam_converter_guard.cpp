@@ -1,6 +1,5 @@
 #include "zam_converter_guard.h"
 
-#include <iterator>
 #include <new>
 #include <string>
 #include <string_view>
@@ -28,7 +27,7 @@ void LogCaught(const common::LogSite& site, FailureFormat format) noexcept {
             // The message then tells of this failure, the one before it being lost.
         }
         const std::string_view code = qel::ResultCodeMessage(caught.first);
-        fmt::format_to(std::back_inserter(text), format, code, std::as_const(message));
+        common::detail::Format(text, format, fmt::make_format_args(code, message));
     });
 }
 

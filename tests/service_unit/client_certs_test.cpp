@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "daemon_fixture.h"
+#include "failing_calls.h"
 #include "made_cert.h"
 #include "result_codes.h"
 #include "zam_connector/create_zam_connector.h"
@@ -21,6 +22,8 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using zam_connector::ClientCertInfo;
 using zam_connector::ClientCertParams;
+using zam_service::testing::BrokenFolders;
+using zam_service::testing::FolderCall;
 using zam_service::testing::MadeCert;
 using zam_service::testing::MakeCert;
 
@@ -61,14 +64,6 @@ protected:
     void WriteCert(const std::string& name, const MadeCert& made) const {
         Write(name + ".pem", made.certificate);
         Write(name + ".json", R"({"certificate_file": ")" + name + R"(.pem"})");
-    }
-
-    std::string Logged() const {
-        std::string text;
-        for (const auto& record : logger_.Records()) {
-            text += record.text + "\n";
-        }
-        return text;
     }
 
     std::shared_ptr<zam_connector::IZamConnector> connector_;
@@ -141,6 +136,32 @@ TEST_F(ClientCerts, KeepTheLastGoodVersion) {
     EXPECT_THAT(Logged(), HasSubstr(": the last good version stays"));
 }
 
+TEST_F(ClientCerts, StayWhenTheFolderCannotBeRead) {
+    WriteCert("a", MakeCert("first"));
+    BeginCerts();
+    for (const FolderCall call : {FolderCall::Open, FolderCall::Read}) {
+        logger_.Clear();
+        const BrokenFolders broken(call);
+        Write("notes.txt", "reason to look");
+        EXPECT_TRUE(Eventually([this] {
+            return HasLogged("the last good version stays") || HasLogged("are served");
+        }));
+        EXPECT_THAT(Names(), ElementsAre("a"));
+    }
+}
+
+TEST_F(ClientCerts, LeaveNothingOpenWhenTheFolderCannotBeRead) {
+    BeginCerts();
+    const BrokenFolders broken(FolderCall::Open);
+    WriteCert("a", MakeCert("first"));
+    ASSERT_TRUE(Eventually([] { return BrokenFolders::Descriptor() >= 0; }));
+    const fs::path link = "/proc/self/fd/" + std::to_string(BrokenFolders::Descriptor());
+    EXPECT_TRUE(Eventually([&] {
+        std::error_code gone;
+        return fs::read_symlink(link, gone) != data_.Path("client_certs");
+    }));
+}
+
 TEST_F(ClientCerts, FollowAFolderThatComesAndGoes) {
     fs::remove(data_.Path("client_certs"));
     BeginCerts();
@@ -158,8 +179,7 @@ TEST_F(ClientCerts, StayWhenTheDataFolderIsAwayAndFollowItBack) {
     WriteCert("a", MakeCert("first"));
     BeginCerts();
     fs::rename(data_.Path(), data_.Path() + ".away");
-    EXPECT_TRUE(
-        Eventually([this] { return Logged().find("was moved or removed") != std::string::npos; }));
+    EXPECT_TRUE(Eventually([this] { return HasLogged("was moved or removed"); }));
     EXPECT_THAT(Names(), ElementsAre("a"));
     fs::create_directories(data_.Path("client_certs"));
     WriteCert("b", MakeCert("second"));

@@ -204,6 +204,19 @@ protected:
         return true;
     }
 
+    /// All messages of the log so far, each in a line.
+    std::string Logged() const {
+        std::string text;
+        for (const auto& record : logger_.Records()) {
+            text += record.text + "\n";
+        }
+        return text;
+    }
+
+    bool HasLogged(const std::string& part) const {
+        return Logged().find(part) != std::string::npos;
+    }
+
     /// The members of the history's lines: "kind" alone, or "kind member".
     std::vector<std::string> History(const std::string& member = {}) const {
         std::vector<std::string> kinds;

@@ -30,15 +30,6 @@ using zam_service::testing::Piece;
 
 class DataProviderTest : public zam_service::testing::DaemonFixture {
 protected:
-    bool HasLogged(const std::string& part) {
-        for (const auto& record : logger_.Records()) {
-            if (record.text.find(part) != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
-    }
-
     /// So many identifiers, each of its own.
     static std::string IdList(unsigned count) {
         std::string list;

@@ -6,11 +6,9 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <random>
 #include <string>
 #include <vector>
 
-#include "files/crc32.h"
 #include "files/open_file.h"
 #include "result_codes.h"
 #include "temporary_folder.h"
@@ -20,33 +18,6 @@ namespace {
 
 using zam_connector::kMaxFileChunkBytes;
 using zam_service::testing::TemporaryFolder;
-
-std::vector<unsigned char> RandomBytes(std::size_t size) {
-    std::mt19937 random(7);
-    std::vector<unsigned char> bytes(size);
-    for (unsigned char& byte : bytes) {
-        byte = static_cast<unsigned char>(random());
-    }
-    return bytes;
-}
-
-TEST(Crc32, IsThatOfZlibForEveryLengthAndAlignment) {
-    constexpr std::size_t kLengths = 300;
-    constexpr std::size_t kOffsets = 17;
-    const auto bytes = RandomBytes(kLengths + kOffsets);
-    for (std::size_t offset = 0; offset < kOffsets; ++offset) {
-        for (std::size_t size = 0; size < kLengths; ++size) {
-            ASSERT_EQ(Crc32(bytes.data() + offset, size), ::crc32_z(0, bytes.data() + offset, size))
-                << size << " bytes at " << offset;
-        }
-    }
-    const auto large = RandomBytes(kMaxFileChunkBytes + 1);
-    EXPECT_EQ(Crc32(large.data(), kMaxFileChunkBytes),
-              ::crc32_z(0, large.data(), kMaxFileChunkBytes));
-    EXPECT_EQ(Crc32(large.data() + 1, kMaxFileChunkBytes),
-              ::crc32_z(0, large.data() + 1, kMaxFileChunkBytes));
-    EXPECT_EQ(Crc32(reinterpret_cast<const unsigned char*>("123456789"), 9), 0xCBF43926U);
-}
 
 class ChunkReader : public ::testing::Test {
 protected:

@@ -3,12 +3,14 @@
 #include <sys/stat.h>
 #include <zlib.h>
 
+#include <atomic>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "daemon_fixture.h"
+#include "failing_calls.h"
 #include "result_codes.h"
 #include "vd/service_locator.h"
 #include "zam_connector/create_zam_connector.h"
@@ -22,6 +24,7 @@ using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 using zam_connector::FileChunk;
 using zam_connector::FileInfo;
+using zam_service::testing::MemoryOfFiles;
 
 constexpr int kLibraryFailure = static_cast<int>(0x8000004BU);
 
@@ -52,14 +55,6 @@ protected:
     bool IsCrcRight() const {
         return chunk_.crc32 ==
                ::crc32_z(0, reinterpret_cast<const Bytef*>(chunk_.data.data()), chunk_.data.size());
-    }
-
-    std::string Logged() const {
-        std::string text;
-        for (const auto& record : logger_.Records()) {
-            text += record.text + "\n";
-        }
-        return text;
     }
 
     std::shared_ptr<zam_connector::IZamFileDownloader> downloader_;
@@ -194,6 +189,40 @@ TEST_F(FileDownloader, NoticesThatAFolderOnTheWayHasBecomeALink) {
     fs::rename(data_.Path("files/folder"), data_.Path("files/away"));
     fs::create_symlink("../elsewhere", data_.Path("files/folder"));
     EXPECT_EQ(Chunk("folder/file"), kAccessDenied);
+}
+
+TEST_F(FileDownloader, ReadsAColdChunkOfTheFileThatIsOpen) {
+    data_.Write("files/file", "first");
+    data_.Write("files/new", "other");
+    BeginDownloads();
+    ASSERT_EQ(Chunk("file", 0, 2), kNoError);
+    const MemoryOfFiles memory([this](off_t /*offset*/) {
+        // Behind the look at the path, so that whoever opens it again gets the other one.
+        std::error_code ignored;
+        fs::rename(data_.Path("files/new"), data_.Path("files/file"), ignored);
+        return false;
+    });
+    ASSERT_EQ(Chunk("file", 2, 2), kNoError);
+    EXPECT_EQ(Data(), "rs");
+    ASSERT_EQ(Chunk("file", 2, 2), kNoError);
+    EXPECT_EQ(Data(), "he");
+}
+
+TEST_F(FileDownloader, ReadsAheadBehindAColdChunk) {
+    data_.Write("files/file", "0123456789abcdef");
+    std::atomic<bool> isReadAhead = false;
+    const MemoryOfFiles memory([&isReadAhead](off_t offset) {
+        isReadAhead = isReadAhead || offset == 12;
+        return offset != 4;
+    });
+    BeginDownloads();
+    for (const std::uint64_t offset : {0U, 4U, 8U}) {
+        ASSERT_EQ(Chunk("file", offset, 4), kNoError);
+    }
+    EXPECT_EQ(Data(), "89ab");
+    EXPECT_TRUE(Eventually([&isReadAhead] { return isReadAhead.load(); }));
+    ASSERT_EQ(Chunk("file", 12, 4), kNoError);
+    EXPECT_EQ(Data(), "cdef");
 }
 
 TEST_F(FileDownloader, ServesNothingWithoutAFolder) {

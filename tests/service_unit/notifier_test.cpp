@@ -37,15 +37,6 @@ protected:
                        effect + "}");
     }
 
-    bool IsLogged(const std::string& part) const {
-        for (const auto& record : logger_.Records()) {
-            if (record.text.find(part) != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
-    }
-
     int version_ = 0;
 };
 
@@ -154,7 +145,7 @@ TEST_F(NotifierTest, EndsRegistrationsWithTheirSession) {
     client.Ask(client.Register());
     client.Sync();
     client.Socket().Close();
-    EXPECT_TRUE(Eventually([this] { return IsLogged("1 data registrations ended"); }));
+    EXPECT_TRUE(Eventually([this] { return HasLogged("1 data registrations ended"); }));
 }
 
 TEST_F(NotifierTest, EndsWhileCallsWait) {

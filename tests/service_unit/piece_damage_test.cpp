@@ -131,14 +131,6 @@ protected:
         BeginWithFault(R"({"endpoint": "zamDataProvider", "operation": "GetData", )" + effect +
                        "}");
     }
-
-    std::string Logged() const {
-        std::string text;
-        for (const auto& record : logger_.Records()) {
-            text += record.text + "\n";
-        }
-        return text;
-    }
 };
 
 TEST_F(PieceDamageTest, ReachesTheLibrary) {

@@ -10,10 +10,10 @@
 
 namespace zam_test {
 
-/// A list in pieces of so many records, as it crosses to another process.
-inline zam_connector::common::RawZamPieces PiecesOf(
-    const std::vector<zam_connector::common::RawZamParam>& list, std::size_t recordsPerPiece) {
-    zam_connector::common::RawZamPieces pieces;
+/// Appends a list in pieces of so many records, as it crosses to another process.
+inline void AppendInPieces(const std::vector<zam_connector::common::RawZamParam>& list,
+                           std::size_t recordsPerPiece,
+                           zam_connector::common::RawZamPieces& pieces) {
     std::vector<unsigned char> bytes;
     for (std::size_t at = 0; at < list.size(); at += recordsPerPiece) {
         const auto begin = list.begin() + static_cast<std::ptrdiff_t>(at);
@@ -29,7 +29,6 @@ inline zam_connector::common::RawZamPieces PiecesOf(
         vd_arena_init(&arena, bytes.data(), static_cast<std::uint32_t>(room));
         pieces.Append(zam_connector::common::CastToVd(records, &arena), &arena);
     }
-    return pieces;
 }
 
 }  // namespace zam_test

@@ -59,6 +59,8 @@ private:
     int descriptor_;
 };
 
+}  // namespace
+
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
     pointers.reserve(texts.size() + 1);
@@ -92,8 +94,6 @@ int WaitFor(pid_t process) {
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
-
-}  // namespace
 
 ProgramResult RunProgram(const std::string& program, const std::vector<std::string>& arguments,
                          const ProgramOptions& options) {

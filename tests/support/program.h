@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,5 +25,14 @@ struct ProgramOptions {
 /// run.
 ProgramResult RunProgram(const std::string& program, const std::vector<std::string>& arguments,
                          const ProgramOptions& options = {});
+
+/// Pointers into `texts`, and the null pointer that ends arguments and environments.
+std::vector<char*> Pointers(std::vector<std::string>& texts);
+
+/// The environment, and the variables that sanitizers need out of this process's own.
+std::vector<std::string> WithSanitizerOptions(std::vector<std::string> environment);
+
+/// Waits for the end of a child process: its status as in `ProgramResult`. Kills it after a minute.
+int WaitFor(pid_t process);
 
 }  // namespace zam_connector::test

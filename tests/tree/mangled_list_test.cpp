@@ -97,7 +97,9 @@ TEST(MangledList, IsRebuiltOrRefusedInListedWords) {
         EXPECT_TRUE(tree.IsIdenticalTo(literalTree));
         zuv::Path piecesRoot;
         TValue piecesTree;
-        EXPECT_EQ(Deserialize(zam_test::PiecesOf(list, 3), piecesRoot, piecesTree), result);
+        common::RawZamPieces pieces;
+        zam_test::AppendInPieces(list, 3, pieces);
+        EXPECT_EQ(Deserialize(pieces, piecesRoot, piecesTree), result);
         EXPECT_TRUE(piecesTree.IsIdenticalTo(tree));
     };
     for (std::size_t index = 0; index < golden.size(); ++index) {

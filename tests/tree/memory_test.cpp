@@ -99,27 +99,31 @@ TEST_P(WantOfMemory, LeavesTheRecordsOfAPieceAsTheyWere) {
 }
 
 TEST_P(WantOfMemory, LeavesPiecesAndWhatTheyAreRebuiltToAsTheyWere) {
-    const RawZamPieces before = zam_test::PiecesOf(Flat(Tree()), 4);
-    std::string bytes = before.Pieces()[0];
+    RawZamPieces pieces;
+    zam_test::AppendInPieces(Flat(Tree()), 4, pieces);
+    const std::size_t countBefore = pieces.Count();
+    const std::vector<std::string> before = pieces.Pieces();
+    std::string bytes = before[0];
     vd_arena arena{};
     vd_arena_init(&arena, reinterpret_cast<unsigned char*>(bytes.data()),
                   static_cast<std::uint32_t>(bytes.size()));
     arena.used = arena.capacity;
-    RawZamPieces pieces = before;
     FailEach(
         [&] {
             pieces.Append({{0, arena.used}}, &arena);
             return Result(0, "");
         },
         [&] {
-            EXPECT_EQ(pieces.Count(), before.Count());
-            EXPECT_EQ(pieces.Pieces(), before.Pieces());
+            EXPECT_EQ(pieces.Count(), countBefore);
+            EXPECT_EQ(pieces.Pieces(), before);
         });
-    EXPECT_EQ(pieces.Pieces().size(), before.Pieces().size() + 1);
+    EXPECT_EQ(pieces.Pieces().size(), before.size() + 1);
+    RawZamPieces rebuilt;
+    zam_test::AppendInPieces(Flat(Tree()), 4, rebuilt);
     const TValue old = true;
     TValue tree = old;
     zuv::Path root{"old"};
-    FailEach([&] { return Deserialize(before, root, tree); },
+    FailEach([&] { return Deserialize(rebuilt, root, tree); },
              [&] {
                  EXPECT_EQ(tree, old);
                  EXPECT_EQ(root, zuv::Path{"old"});

@@ -8,6 +8,8 @@
 #include "proxy_fixture.h"
 #include "qel/exception.h"
 #include "support/allocations.h"
+#include "zam_client_certs_downloader_proxy.h"
+#include "zam_file_downloader_proxy.h"
 
 namespace zam_connector {
 namespace {
@@ -108,6 +110,67 @@ TEST(ConnectionControl, AllocatesNothingInItsCalls) {
         std::string copy = event;
         EXPECT_EQ(AllocationsOf([&] { commandSender.PostZamEvent(std::move(copy)); }), 0);
     }
+}
+
+/// The arenas of all but the certificates are on the stack, and theirs does not go through `new`.
+TEST(Downloads, AllocateNothingButWhatTheyHandOut) {
+    constexpr VdZorTransportOps kOps{&AnswerZeros};
+    int status = 0;
+    VdZorTransport transport{};
+    transport.ops = &kOps;
+    transport.platform = &status;
+    qx_zam_connector_ZamFileDownloader_proxy fileRecord{};
+    qx_zam_connector_ZamFileDownloader_proxy_init(&fileRecord, &transport, 1);
+    proxy::ZamFileDownloaderProxy files(fileRecord);
+    qx_zam_connector_ZamClientCertsDownloader_proxy certsRecord{};
+    qx_zam_connector_ZamClientCertsDownloader_proxy_init(&certsRecord, &transport, 2);
+    proxy::ZamClientCertsDownloaderProxy certs(certsRecord);
+    const SilentLogger logger(4);
+    for (status = 0; status < 2; ++status) {
+        EXPECT_EQ(AllocationsOf([&] {
+                      FileInfo info;
+                      files.GetFileInfo({}, info);
+                  }),
+                  0);
+        EXPECT_EQ(AllocationsOf([&] {
+                      FileChunk chunk;
+                      files.GetFileChunk({}, chunk);
+                  }),
+                  0);
+        EXPECT_EQ(AllocationsOf([&] {
+                      std::vector<ClientCertInfo> all;
+                      certs.GetClientCertificates({}, all);
+                  }),
+                  0);
+    }
+}
+
+/// Answers with a chunk of so many bytes as its `platform` says.
+int AnswerChunk(VdZorTransport* transport, vd_message_header* /*request*/,
+                vd_arena* /*requestArena*/, vd_message_header* response, vd_arena* responseArena) {
+    auto& answer =
+        *reinterpret_cast<qx_zam_connector_ZamFileDownloader_GetFileChunk_rsp*>(response);
+    std::memset(response + 1, 0, response->fixedSize - sizeof(*response));
+    const auto bytes = static_cast<std::uint32_t>(*static_cast<int*>(transport->platform));
+    std::memset(responseArena->base, 'x', bytes);
+    responseArena->used = bytes;
+    answer.chunk.data = {0, bytes};
+    return 0;
+}
+
+/// The bytes are copied out of the arena once and moved from there on.
+TEST(Downloads, AllocateOnceForTheBytesOfAChunk) {
+    constexpr VdZorTransportOps kOps{&AnswerChunk};
+    int size = 65536;
+    VdZorTransport transport{};
+    transport.ops = &kOps;
+    transport.platform = &size;
+    qx_zam_connector_ZamFileDownloader_proxy record{};
+    qx_zam_connector_ZamFileDownloader_proxy_init(&record, &transport, 1);
+    proxy::ZamFileDownloaderProxy files(record);
+    FileChunk chunk;
+    EXPECT_EQ(AllocationsOf([&] { EXPECT_EQ(files.GetFileChunk({}, chunk), 0); }), 1);
+    EXPECT_EQ(chunk.data.size(), 65536U);
 }
 
 }  // namespace

@@ -1,11 +1,10 @@
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include "command_fixture.h"
+#include "support/temporary_folder.h"
 
 namespace zamctl::test {
 namespace {
@@ -13,22 +12,14 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using zam_connector::test::Content;
 
 class CertsCommandTest : public CommandTest {
 protected:
     CertsCommandTest() {
-        std::string pattern = ::testing::TempDir() + "zamctl_certs_XXXXXX";
-        folder_ = ::mkdtemp(pattern.data());
-        file_ = folder_ / "certs.pem";
         provider_.certsDownloader.answer = {
             {"one", "CN=one", "CN=ca", "01ab", "CERT ONE\n", "KEY ONE"},
             {"t\x1bwo", "CN=two", "CN=ca", "02", "CERT TWO", std::nullopt}};
-    }
-    ~CertsCommandTest() override { fs::remove_all(folder_); }
-
-    std::string Content() const {
-        std::ifstream in(file_, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
     }
 
     unsigned Mode() const {
@@ -37,8 +28,8 @@ protected:
         return status.st_mode & 07777U;
     }
 
-    fs::path folder_;
-    std::string file_;
+    zam_connector::test::TemporaryFolder folder_;
+    std::string file_ = folder_.Path("certs.pem");
 };
 
 TEST_F(CertsCommandTest, ListsThemWithoutKeys) {
@@ -77,7 +68,7 @@ TEST_F(CertsCommandTest, GivesKeysOnlyWhenAskedForThem) {
         EXPECT_THAT(Run(withKeys).out, HasSubstr("KEY ONE"));
     }
     Run({"certs", "-o", file_});
-    EXPECT_EQ(Content(), "CERT ONE\nCERT TWO\n");
+    EXPECT_EQ(Content(file_), "CERT ONE\nCERT TWO\n");
 }
 
 TEST_F(CertsCommandTest, WritesAFileThatOnlyItsOwnerMayRead) {
@@ -86,7 +77,7 @@ TEST_F(CertsCommandTest, WritesAFileThatOnlyItsOwnerMayRead) {
     const Ran ran = Run({"certs", "--with-keys", "-o", file_});
     EXPECT_EQ(ran.status, 0);
     EXPECT_EQ(ran.out, "2 certificates written to \"" + file_ + "\"\n");
-    EXPECT_EQ(Content(), "CERT ONE\nKEY ONE\nCERT TWO\n");
+    EXPECT_EQ(Content(file_), "CERT ONE\nKEY ONE\nCERT TWO\n");
     EXPECT_EQ(Mode(), 0600U);
 }
 

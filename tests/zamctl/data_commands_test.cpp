@@ -1,15 +1,10 @@
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-
 #include "command_fixture.h"
+#include "support/temporary_folder.h"
 #include "tree_json/tree_json.h"
 
 namespace zamctl::test {
 namespace {
 
-namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -21,22 +16,14 @@ constexpr char kCert[] = "-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICAT
 class DataCommandsTest : public CommandTest {
 protected:
     DataCommandsTest() {
-        std::string pattern = ::testing::TempDir() + "zamctl_data_XXXXXX";
-        folder_ = ::mkdtemp(pattern.data());
         data_.policy = zuv::Map{
             {"limits", zuv::Map{{"count", 5}, {"names", zuv::MakeVector("a", "\x1b[2J\xc2\x9b")}}},
             {"on", true}};
         data_.cert = kCert;
     }
-    ~DataCommandsTest() override { fs::remove_all(folder_); }
-
-    std::string Content(const std::string& name) const {
-        std::ifstream in(folder_ / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
 
     FakeDataProvider& data_ = provider_.dataProvider;
-    fs::path folder_;
+    zam_connector::test::TemporaryFolder folder_;
 };
 
 TEST_F(DataCommandsTest, ListATreeWithItsHash) {
@@ -197,45 +184,45 @@ TEST_F(DataCommandsTest, PrintTheReserveCertificate) {
     data_.cert = "\x1b]0;\xff";
     EXPECT_EQ(Run({"reserve-cert"}).out, "\\x1b]0;\\xff\n");
     EXPECT_EQ(Run({"reserve-cert", "--json"}).Document().at("cert_base64"), "G10wO/8=");
-    Run({"reserve-cert", "--output", folder_ / "cert"});
-    EXPECT_EQ(Content("cert"), data_.cert);
+    Run({"reserve-cert", "--output", folder_.Path("cert")});
+    EXPECT_EQ(folder_.Read("cert"), data_.cert);
     data_.cert.clear();
-    const Ran none = Run({"reserve-cert", "--json", "--output", folder_ / "cert"});
+    const Ran none = Run({"reserve-cert", "--json", "--output", folder_.Path("cert")});
     ExpectFailure(none, 2);
     EXPECT_THAT(none.err, HasSubstr("the service has no reserve certificate"));
-    EXPECT_EQ(Content("cert"), "\x1b]0;\xff");
+    EXPECT_EQ(folder_.Read("cert"), "\x1b]0;\xff");
 }
 
 TEST_F(DataCommandsTest, WriteToAFileWhatTheyWouldHavePrinted) {
-    const std::string file = folder_ / "file";
+    const std::string file = folder_.Path("file");
     const std::string listing = Run({"policy"}).out;
     EXPECT_EQ(Run({"policy", "--output", file}).out,
               std::to_string(listing.size()) + " bytes written to \"" + file + "\"\n");
-    EXPECT_EQ(Content("file"), listing);
+    EXPECT_EQ(folder_.Read("file"), listing);
     EXPECT_EQ(Run({"--quiet", "policy", "get", "-o", file, "--tree"}).out, "");
-    EXPECT_EQ(Content("file"), Run({"policy", "--tree"}).out);
+    EXPECT_EQ(folder_.Read("file"), Run({"policy", "--tree"}).out);
     EXPECT_EQ(Run({"--json", "policy", "--output=" + file}).out, "");
-    EXPECT_EQ(Content("file"), Run({"--json", "policy"}).out);
+    EXPECT_EQ(folder_.Read("file"), Run({"--json", "policy"}).out);
     EXPECT_EQ(Run({"policy", "-o", "-"}).out, listing);
 }
 
 TEST_F(DataCommandsTest, AskForNothingWhenTheFileCannotBeWritten) {
-    const Ran ran = Run({"policy", "--output", folder_ / "missing" / "file"});
+    const Ran ran = Run({"policy", "--output", folder_.Path("missing/file")});
     ExpectFailure(ran, 1);
     EXPECT_EQ(provider_.opens, 0);
 }
 
 TEST_F(DataCommandsTest, LeaveTheFileAsItWasWhenTheServiceFails) {
-    std::ofstream(folder_ / "file") << "before";
+    folder_.Write("file", "before");
     data_.code = static_cast<int>(0x80000045U);
     for (const char* const command : {"policy", "product-settings", "subscriptions", "server-data",
                                       "reserve-cert", "updates-status"}) {
-        const Ran ran = Run({command, "--output", folder_ / "file"});
+        const Ran ran = Run({command, "--output", folder_.Path("file")});
         ExpectFailure(ran, 2);
         EXPECT_THAT(ran.err, HasSubstr(std::string("zamctl ") + command + ": cannot read the "));
         EXPECT_THAT(ran.err, HasSubstr("0x80000045 Access denied"));
     }
-    EXPECT_EQ(Content("file"), "before");
+    EXPECT_EQ(folder_.Read("file"), "before");
     ExpectFailure(Run({"policy", "hash"}), 2);
 }
 

@@ -3,10 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,10 +11,12 @@
 #include "download/file_download.h"
 #include "failure.h"
 #include "fakes.h"
+#include "support/temporary_folder.h"
 
 namespace zamctl::test {
 
 namespace fs = std::filesystem;
+using zam_connector::test::Content;
 
 class NotedDownload final : public DownloadWatcher {
 public:
@@ -33,12 +32,7 @@ public:
 /// Chunks of four bytes: 0123, 4567, 89.
 class FileDownloadTest : public ::testing::Test {
 protected:
-    FileDownloadTest() {
-        std::string pattern = ::testing::TempDir() + "zamctl_download_XXXXXX";
-        folder_ = ::mkdtemp(pattern.data());
-        source_.content = "0123456789";
-    }
-    ~FileDownloadTest() override { fs::remove_all(folder_); }
+    FileDownloadTest() { source_.content = "0123456789"; }
 
     DownloadReport Fetch() {
         FileDownload download(source_, clock_, watcher_);
@@ -57,19 +51,6 @@ protected:
         return "nothing thrown";
     }
 
-    static std::string Content(const fs::path& path) {
-        std::ifstream in(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-
-    std::vector<std::string> Names() const {
-        std::vector<std::string> names;
-        for (const fs::directory_entry& entry : fs::directory_iterator(folder_)) {
-            names.push_back(entry.path().filename().string());
-        }
-        return names;
-    }
-
     /// Makes the chunk call of that number, and all behind it, fail for good.
     void BreakFrom(std::size_t call) {
         source_.onChunk = [call](std::size_t number) {
@@ -77,14 +58,12 @@ protected:
         };
     }
 
-    fs::path folder_;
-    std::string target_ = "unset";
+    zam_connector::test::TemporaryFolder folder_;
+    std::string target_ = folder_.Path("file");
     FakeFileDownloader source_;
     FakeClock clock_;
     NotedDownload watcher_;
     std::optional<std::chrono::milliseconds> timeout_;
-
-    void SetUp() override { target_ = folder_ / "file"; }
 };
 
 }  // namespace zamctl::test

@@ -1,12 +1,10 @@
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "command_fixture.h"
 #include "download/progress.h"
+#include "support/temporary_folder.h"
 #include "times.h"
 #include "zam_connector/result_code.h"
 
@@ -18,26 +16,18 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
+using zam_connector::test::Content;
 using namespace std::chrono_literals;
 
 class FileCommandTest : public CommandTest {
 protected:
     FileCommandTest() {
-        std::string pattern = ::testing::TempDir() + "zamctl_file_XXXXXX";
-        folder_ = ::mkdtemp(pattern.data());
-        file_ = folder_ / "out";
         provider_.fileDownloader.content = "0123456789";
         provider_.fileDownloader.modificationTime = 1769862896;
     }
-    ~FileCommandTest() override { fs::remove_all(folder_); }
 
-    static std::string Content(const fs::path& path) {
-        std::ifstream in(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-
-    fs::path folder_;
-    std::string file_;
+    zam_connector::test::TemporaryFolder folder_;
+    std::string file_ = folder_.Path("out");
 };
 
 TEST_F(FileCommandTest, InfoPrintsTheDescription) {
@@ -75,10 +65,10 @@ TEST_F(FileCommandTest, GetWritesTheFileAndReports) {
 
 TEST_F(FileCommandTest, GetNamesTheFileAfterTheLastPart) {
     const fs::path before = fs::current_path();
-    fs::current_path(folder_);
+    fs::current_path(folder_.Path());
     EXPECT_EQ(Run({"--quiet", "file", "get", "a/b.txt"}).status, 0);
     fs::current_path(before);
-    EXPECT_EQ(Content(folder_ / "b.txt"), "0123456789");
+    EXPECT_EQ(folder_.Read("b.txt"), "0123456789");
     for (const std::string name : {"a/", "..", ""}) {
         const Ran ran = Run({"file", "get", name});
         ExpectFailure(ran, 1);
@@ -87,7 +77,7 @@ TEST_F(FileCommandTest, GetNamesTheFileAfterTheLastPart) {
 }
 
 TEST_F(FileCommandTest, GetRefusesWhatIsNoRegularFile) {
-    ExpectFailure(Run({"file", "get", "x", "-o", folder_}), 1);
+    ExpectFailure(Run({"file", "get", "x", "-o", folder_.Path()}), 1);
     ExpectFailure(Run({"file", "get", "x", "-o", "-"}), 1);
     ExpectFailure(Run({"file", "get", "x", "-o", file_, "--timeout", "forever"}), 1);
     EXPECT_EQ(provider_.opens, 0);

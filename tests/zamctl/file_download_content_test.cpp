@@ -53,7 +53,7 @@ TEST_F(FileDownloadTest, BeginsAnewWhenTheFileChangesMeanwhile) {
         };
         EXPECT_EQ(Fetch().restarts, 1U);
         EXPECT_EQ(Content(target_), replacement);
-        EXPECT_THAT(Names(), UnorderedElementsAre("file"));
+        EXPECT_THAT(folder_.Names(), UnorderedElementsAre("file"));
     }
 }
 
@@ -87,7 +87,7 @@ TEST_F(FileDownloadTest, GivesUpAFileThatChangesAllTheTime) {
         return 0;
     };
     EXPECT_THAT(Fail(), HasSubstr("\"name\" changed 5 times while it was fetched"));
-    EXPECT_THAT(Names(), IsEmpty());
+    EXPECT_THAT(folder_.Names(), IsEmpty());
 }
 
 TEST_F(FileDownloadTest, WaitsForAFileThatIsBeingWritten) {
@@ -103,13 +103,13 @@ TEST_F(FileDownloadTest, EndsAtADescriptionThatIsNone) {
     EXPECT_THAT(Fail(), HasSubstr("with the SHA-256 \"abc\", which is none"));
     source_.infoCode = static_cast<int>(0x8000004CU);
     EXPECT_THAT(Fail(), HasSubstr("cannot describe \"name\": the service answered 0x8000004C"));
-    EXPECT_THAT(Names(), IsEmpty());
+    EXPECT_THAT(folder_.Names(), IsEmpty());
 }
 
 TEST_F(FileDownloadTest, SaysWhyTheFileCannotBeWritten) {
-    target_ = folder_ / "missing" / "file";
+    target_ = folder_.Path("missing/file");
     EXPECT_THAT(Fail(), HasSubstr("cannot be opened: No such file or directory"));
-    target_ = folder_ / "file";
+    target_ = folder_.Path("file");
     fs::create_directory(target_ + ".part");
     EXPECT_THAT(Fail(), HasSubstr("cannot be opened: Is a directory"));
 }

@@ -1,3 +1,5 @@
+#include <fstream>
+
 #include "download_fixture.h"
 #include "zam_connector/result_code.h"
 
@@ -13,7 +15,7 @@ using namespace std::chrono_literals;
 TEST_F(FileDownloadTest, PutsTheWholeFileInItsPlaceAndLeavesNothingElse) {
     const DownloadReport report = Fetch();
     EXPECT_EQ(Content(target_), "0123456789");
-    EXPECT_THAT(Names(), UnorderedElementsAre("file"));
+    EXPECT_THAT(folder_.Names(), UnorderedElementsAre("file"));
     EXPECT_EQ(report.content.sizeBytes, 10U);
     EXPECT_EQ(report.content.sha256, Sha256Of("0123456789"));
     EXPECT_EQ(report.fetchedBytes, 10U);
@@ -51,7 +53,7 @@ TEST_F(FileDownloadTest, GoesOnWhereAnEarlierRunLeftOff) {
     BreakFrom(3);
     EXPECT_THAT(Fail(),
                 HasSubstr("cannot read the file \"name\": the service answered 0x80000045"));
-    EXPECT_THAT(Names(), UnorderedElementsAre("file.part", "file.part.json"));
+    EXPECT_THAT(folder_.Names(), UnorderedElementsAre("file.part", "file.part.json"));
     EXPECT_EQ(Content(target_ + ".part"), "01234567");
     source_.onChunk = nullptr;
     source_.asked.clear();
@@ -59,7 +61,7 @@ TEST_F(FileDownloadTest, GoesOnWhereAnEarlierRunLeftOff) {
     EXPECT_EQ(report.resumedBytes, 8U);
     EXPECT_EQ(report.fetchedBytes, 2U);
     EXPECT_EQ(Content(target_), "0123456789");
-    EXPECT_THAT(Names(), UnorderedElementsAre("file"));
+    EXPECT_THAT(folder_.Names(), UnorderedElementsAre("file"));
 }
 
 TEST_F(FileDownloadTest, BeginsAnewBehindAnEarlierRunOfAnotherContent) {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "download/sha256.h"
+#include "checksums/sha256.h"
 
 namespace zamctl::test {
 
@@ -49,7 +49,7 @@ void FakeFileDownloader::Replace(std::string newContent) {
 }
 
 std::string Sha256Of(const std::string& text) {
-    Sha256 hash;
+    zam_checksums::Sha256 hash;
     hash.Add(std::as_bytes(std::span(text)));
     return hash.Digest();
 }

@@ -5,8 +5,6 @@
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
@@ -14,6 +12,7 @@
 
 #include "running_program.h"
 #include "support/program.h"
+#include "support/temporary_folder.h"
 #include "zam_connector_testing/service_process.h"
 
 namespace zamctl::test {
@@ -23,6 +22,7 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+using zam_connector::test::Content;
 using zam_connector::test::ProgramResult;
 using zam_connector::test::RunProgram;
 
@@ -47,11 +47,6 @@ protected:
         fs::create_directories(fs::path(service_.DataDirectory()) / "files");
         service_.WriteData("files/" + name, content);
         return content;
-    }
-
-    static std::string Content(const std::string& path) {
-        std::ifstream in(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
     }
 
     std::string Target() const { return service_.DataDirectory() + "/fetched"; }

@@ -4,13 +4,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <vector>
 
 #include "failure.h"
+#include "support/temporary_folder.h"
 
 namespace zamctl::test {
 namespace {
@@ -18,29 +17,10 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::UnorderedElementsAre;
+using zam_connector::test::Content;
 
 class OutputFileTest : public ::testing::Test {
 protected:
-    OutputFileTest() {
-        std::string pattern = ::testing::TempDir() + "zamctl_output_XXXXXX";
-        folder_ = ::mkdtemp(pattern.data());
-        file_ = folder_ / "file";
-    }
-    ~OutputFileTest() override { fs::remove_all(folder_); }
-
-    static std::string Content(const fs::path& path) {
-        std::ifstream in(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-
-    std::vector<std::string> Names() const {
-        std::vector<std::string> names;
-        for (const fs::directory_entry& entry : fs::directory_iterator(folder_)) {
-            names.push_back(entry.path().filename().string());
-        }
-        return names;
-    }
-
     static std::string Refusal(const fs::path& path) {
         try {
             const OutputFile file(path.string());
@@ -50,8 +30,9 @@ protected:
         return "not refused";
     }
 
-    fs::path folder_;
-    fs::path file_;
+    zam_connector::test::TemporaryFolder scratch_;
+    fs::path folder_ = scratch_.Path();
+    fs::path file_ = folder_ / "file";
 };
 
 TEST_F(OutputFileTest, PutsTheWholeInPlaceAtOnce) {
@@ -63,7 +44,7 @@ TEST_F(OutputFileTest, PutsTheWholeInPlaceAtOnce) {
         file.Commit(bytes);
     }
     EXPECT_EQ(Content(file_), bytes);
-    EXPECT_THAT(Names(), UnorderedElementsAre("file"));
+    EXPECT_THAT(scratch_.Names(), UnorderedElementsAre("file"));
 }
 
 TEST_F(OutputFileTest, LeavesEverythingAsItWasWithoutACommit) {
@@ -71,7 +52,7 @@ TEST_F(OutputFileTest, LeavesEverythingAsItWasWithoutACommit) {
     { const OutputFile file(file_.string()); }
     { const OutputFile file((folder_ / "new").string()); }
     EXPECT_EQ(Content(file_), "before");
-    EXPECT_THAT(Names(), UnorderedElementsAre("file"));
+    EXPECT_THAT(scratch_.Names(), UnorderedElementsAre("file"));
 }
 
 TEST_F(OutputFileTest, KeepsThePermissionsOfTheFileBefore) {

@@ -1,11 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "support/program.h"
+#include "support/temporary_folder.h"
 
 namespace zamctl::test {
 namespace {
@@ -20,19 +20,14 @@ using Arguments = std::vector<std::string>;
 /// The program itself, with an empty runtime directory of its own and so without any service.
 class ZamctlProcess : public ::testing::Test {
 protected:
-    ZamctlProcess() {
-        std::string pattern = ::testing::TempDir() + "zamctl_XXXXXX";
-        directory_ = ::mkdtemp(pattern.data());
-    }
-    ~ZamctlProcess() override { std::filesystem::remove_all(directory_); }
-
     ProgramResult Run(const Arguments& arguments, const std::string& runtimeDirectory) const {
         return RunProgram(ZAMCTL_EXECUTABLE, arguments,
                           {.environment = {{"ZAM_RUNTIME_DIR=" + runtimeDirectory}}});
     }
     ProgramResult Run(const Arguments& arguments) const { return Run(arguments, directory_); }
 
-    std::filesystem::path directory_;
+    zam_connector::test::TemporaryFolder scratch_;
+    std::filesystem::path directory_ = scratch_.Path();
 };
 
 TEST_F(ZamctlProcess, EndsWithStatusThreeWithoutAService) {

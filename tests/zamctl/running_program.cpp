@@ -3,18 +3,21 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <system_error>
 #include <utility>
 
+#include "support/program.h"
+
 namespace zamctl::test {
+
+using zam_connector::test::Pointers;
+using zam_connector::test::WithSanitizerOptions;
+
 namespace {
 
 constexpr int kPatienceMs = 60'000;
@@ -27,15 +30,6 @@ std::array<int, 2> MakePipe() {
     return ends;
 }
 
-std::vector<char*> Pointers(std::vector<std::string>& texts) {
-    std::vector<char*> pointers;
-    for (std::string& text : texts) {
-        pointers.push_back(text.data());
-    }
-    pointers.push_back(nullptr);
-    return pointers;
-}
-
 }  // namespace
 
 RunningProgram::RunningProgram(const std::string& program,
@@ -43,12 +37,7 @@ RunningProgram::RunningProgram(const std::string& program,
                                const std::vector<std::string>& environment) {
     std::vector<std::string> words = {program};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<std::string> variables = environment;
-    for (const char* const name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
-        if (const char* const value = std::getenv(name); value != nullptr) {
-            variables.push_back(std::string(name) + '=' + value);
-        }
-    }
+    std::vector<std::string> variables = WithSanitizerOptions(environment);
     const std::array<int, 2> out = MakePipe();
     const std::array<int, 2> err = MakePipe();
     posix_spawn_file_actions_t actions;
@@ -89,19 +78,7 @@ void RunningProgram::Signal(int signal) const {
 }
 
 int RunningProgram::Wait() {
-    const auto descriptor = static_cast<int>(::syscall(SYS_pidfd_open, process_, 0));
-    if (descriptor >= 0) {
-        pollfd poll{.fd = descriptor, .events = POLLIN, .revents = 0};
-        if (::poll(&poll, 1, kPatienceMs) == 0) {
-            Signal(SIGKILL);
-        }
-        ::close(descriptor);
-    }
-    int status = 0;
-    while (::waitpid(process_, &status, 0) < 0 && errno == EINTR) {
-    }
-    process_ = 0;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return zam_connector::test::WaitFor(std::exchange(process_, 0));
 }
 
 std::string RunningProgram::Line(int descriptor, std::string& buffer) {

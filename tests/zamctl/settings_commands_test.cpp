@@ -1,9 +1,8 @@
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 
 #include "command_fixture.h"
 #include "settings_fields.h"
+#include "support/temporary_folder.h"
 
 namespace zamctl::test {
 namespace {
@@ -188,11 +187,9 @@ TEST_F(SettingsCommandsTest, SetTakesBackWhatGetPrinted) {
 }
 
 TEST_F(SettingsCommandsTest, SetReadsAFileAndLeavesWhatItDoesNotName) {
-    const std::filesystem::path file = std::filesystem::path(::testing::TempDir()) /
-                                       ("zamctl_settings_" + std::to_string(::getpid()) + ".json");
-    std::ofstream(file) << R"({"sync_period_s": 7, "allow_metered_network": true})";
-    const Ran ran = Run({"settings", "set", "--from", file.string(), "heartbeat_period_s=8"});
-    std::filesystem::remove(file);
+    const zam_connector::test::TemporaryFolder folder;
+    folder.Write("file", R"({"sync_period_s": 7, "allow_metered_network": true})");
+    const Ran ran = Run({"settings", "set", "--from", folder.Path("file"), "heartbeat_period_s=8"});
     EXPECT_EQ(ran.status, 0) << ran.err;
     ZamConnectorSettings expected;
     expected.syncPeriod = ZamSeconds(7);

@@ -7,10 +7,11 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+
+#include "support/temporary_folder.h"
 
 namespace zamctl::test {
 namespace {
@@ -19,13 +20,8 @@ using ::testing::HasSubstr;
 
 class HostSystem : public ::testing::Test {
 protected:
-    HostSystem() {
-        std::string pattern = ::testing::TempDir() + "zamctl_XXXXXX";
-        directory_ = ::mkdtemp(pattern.data());
-    }
-    ~HostSystem() override { std::filesystem::remove_all(directory_); }
-
-    std::filesystem::path directory_;
+    zam_connector::test::TemporaryFolder scratch_;
+    std::filesystem::path directory_ = scratch_.Path();
     HostSystemView system_;
 };
 

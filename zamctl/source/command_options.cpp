@@ -13,6 +13,7 @@
 #include "commands/explain_command.h"
 #include "commands/sync_command.h"
 #include "nearest.h"
+#include "option_helpers.h"
 #include "state_names.h"
 #include "values.h"
 
@@ -23,13 +24,6 @@ using std::chrono::milliseconds;
 
 constexpr std::uint64_t kMostMilliseconds = std::numeric_limits<std::uint32_t>::max();
 constexpr std::uint64_t kMostPort = std::numeric_limits<std::uint16_t>::max();
-
-/// A command; the global options may stand behind its name as well as before it.
-CLI::App& AddCommand(CLI::App& parent, const char* name, const char* description) {
-    CLI::App* const command = parent.add_subcommand(name, description);
-    command->fallthrough();
-    return *command;
-}
 
 struct Range {
     std::uint64_t least;
@@ -57,14 +51,10 @@ CLI::Option* AddMilliseconds(CLI::App& command, const std::string& name, millise
         ->type_name("MS");
 }
 
-CLI::Option* AddTimeout(CLI::App& command, milliseconds& target) {
-    return command
-        .add_option_function<std::string>(
-            "--timeout",
-            [&target](const std::string& text) { target = ParseSeconds("--timeout", text); },
-            fmt::format("How long to wait, 0 to {}; default {}", kLongestTimeout.count(),
-                        kDefaultTimeout.count() / 1000))
-        ->type_name("SECONDS");
+CLI::Option* AddWaitTimeout(CLI::App& command, milliseconds& target) {
+    return AddTimeout(command, target,
+                      fmt::format("How long to wait, 0 to {}; default {}", kLongestTimeout.count(),
+                                  kDefaultTimeout.count() / 1000));
 }
 
 void DeclareState(CLI::App& app, CommandOptions& all) {
@@ -83,7 +73,7 @@ void DeclareState(CLI::App& app, CommandOptions& all) {
                 "--wait", parse,
                 fmt::format("Wait until the state is one of: {}", fmt::join(StateNames(), ", ")))
             ->type_name("STATE");
-    AddTimeout(command, options.timeout)->needs(wait);
+    AddWaitTimeout(command, options.timeout)->needs(wait);
     command.add_flag("--watch", all.watchState, "Print each change as it comes, until interrupted")
         ->excludes(wait);
     DeclareNoticeCount(command, all.stateWatch, "--watch");
@@ -125,13 +115,13 @@ void DeclareStart(CLI::App& app, StartCommand::Options& options) {
     AddMilliseconds(command, "--keep-alive", parameters.keepAlivePeriod,
                     "Between signs of life, 0 leaves it to the service");
     CLI::Option* const wait = command.add_flag("--wait", options.wait, "Wait until connected");
-    AddTimeout(command, options.timeout)->needs(wait);
+    AddWaitTimeout(command, options.timeout)->needs(wait);
 }
 
 void DeclareStop(CLI::App& app, StopCommand::Options& options) {
     CLI::App& command = AddCommand(app, "stop", "Stop the connection to the server");
     CLI::Option* const wait = command.add_flag("--wait", options.wait, "Wait until stopped");
-    AddTimeout(command, options.timeout)->needs(wait);
+    AddWaitTimeout(command, options.timeout)->needs(wait);
 }
 
 void DeclareSettings(CLI::App& app, SettingsSetCommand::Options& options) {
@@ -141,11 +131,8 @@ void DeclareSettings(CLI::App& app, SettingsSetCommand::Options& options) {
     CLI::App& set = AddCommand(command, "set", "Change settings and print what has changed");
     set.add_option("CHANGE", options.assignments, "Names as 'settings get' prints them")
         ->type_name("NAME=VALUE");
-    const auto from = [&options](const std::string& file) { options.file = file; };
-    set.add_option_function<std::string>(
-           "--from", from,
-           "Take what 'settings get --json' printed from a file, - for standard input")
-        ->type_name("FILE");
+    AddFile(set, "--from", options.file,
+            "Take what 'settings get --json' printed from a file, - for standard input");
 }
 
 void DeclarePing(CLI::App& app, PingCommand::Options& options) {

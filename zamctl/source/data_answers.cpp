@@ -19,10 +19,6 @@ namespace {
 using zam_connector::ZamDeviceStatus;
 using zam_connector::ZamId;
 
-std::string Line(const Json& document) {
-    return PrintableJson(document.dump()) + "\n";
-}
-
 /// The hash, and a place for the members behind it.
 Json WithHash(unsigned long hash) {
     return {{"hash", HashText(hash)}};
@@ -116,7 +112,7 @@ std::string FetchSubscriptions(Context& context, zam_connector::IZamDataProvider
     }
     Json document = EventsDocument(data.first, events);
     document["result"] = code;
-    return Line(document);
+    return JsonLine(document);
 }
 
 std::string FetchServerData(Context& context, zam_connector::IZamDataProvider& provider,
@@ -127,7 +123,7 @@ std::string FetchServerData(Context& context, zam_connector::IZamDataProvider& p
     Json document = ServerDataDocument(data);
     if (form.json) {
         document["result"] = code;
-        return Line(document);
+        return JsonLine(document);
     }
     constexpr int kNameWidth = 20;
     std::string lines;
@@ -155,7 +151,7 @@ std::string FetchReserveCert(Context& context, zam_connector::IZamDataProvider& 
             document["cert_base64"] = zam_json::EncodeBase64(cert);
         }
         document["result"] = code;
-        return Line(document);
+        return JsonLine(document);
     }
     if (form.toFile) {
         return cert;
@@ -182,7 +178,7 @@ std::string FetchUpdatesStatus(Context& context, zam_connector::IZamDataProvider
         }
     }
     document["result"] = code;
-    return form.json ? Line(document) : lines;
+    return form.json ? JsonLine(document) : lines;
 }
 
 }  // namespace zamctl

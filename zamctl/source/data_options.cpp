@@ -6,6 +6,7 @@
 #include <span>
 
 #include "commands/upload_command.h"
+#include "option_helpers.h"
 #include "tree_path.h"
 
 namespace zamctl {
@@ -68,11 +69,7 @@ const std::vector<DataWord>& DataWords() {
 }
 
 void DeclareGetOptions(CLI::App& command, bool isTree, DataCommand::Options& options) {
-    const auto output = [&options](const std::string& file) { options.output = file; };
-    command
-        .add_option_function<std::string>("-o,--output", output,
-                                          "Write to a file, whole or not at all")
-        ->type_name("FILE");
+    AddFile(command, "-o,--output", options.output, "Write to a file, whole or not at all");
     if (isTree) {
         const auto path = [&options](const std::string& text) {
             options.path = ParseTreePath("--path", text);
@@ -87,28 +84,23 @@ void DeclareGetOptions(CLI::App& command, bool isTree, DataCommand::Options& opt
 }
 
 void DeclareData(CLI::App& app, const DataWord& data, DataOptions& options) {
-    CLI::App* const command = app.add_subcommand(data.word, data.description);
-    command->fallthrough();
-    command->require_subcommand(0, 1);
-    DeclareGetOptions(*command, data.isTree, options.get);
-    CLI::App* const get = command->add_subcommand("get", "The same as without a word");
-    get->fallthrough();
-    DeclareGetOptions(*get, data.isTree, options.get);
+    CLI::App& command = AddCommand(app, data.word, data.description);
+    command.require_subcommand(0, 1);
+    DeclareGetOptions(command, data.isTree, options.get);
+    CLI::App& get = AddCommand(command, "get", "The same as without a word");
+    DeclareGetOptions(get, data.isTree, options.get);
     for (const HashWord& hash : data.hashes) {
-        command->add_subcommand(hash.word, hash.description)->fallthrough();
+        AddCommand(command, hash.word, hash.description);
     }
 }
 
 void DeclareUpload(CLI::App& app, DataOptions& options) {
-    CLI::App* const command = app.add_subcommand("upload", "Tell the service about the product");
-    command->fallthrough();
-    command->require_subcommand(1, 1);
+    CLI::App& command = AddCommand(app, "upload", "Tell the service about the product");
+    command.require_subcommand(1, 1);
     for (const UploadKind& kind : UploadKinds()) {
-        CLI::App* const upload = command->add_subcommand(kind.name, kind.description);
-        upload->fallthrough();
-        upload
-            ->add_option("FILE", options.uploadFile,
-                         "In the form of the service's own uploads; - reads standard input")
+        AddCommand(command, kind.name, kind.description)
+            .add_option("FILE", options.uploadFile,
+                        "In the form of the service's own uploads; - reads standard input")
             ->required();
     }
 }

@@ -9,17 +9,12 @@
 #include "commands/locales_command.h"
 #include "failure.h"
 #include "nearest.h"
+#include "option_helpers.h"
 #include "times.h"
 #include "values.h"
 
 namespace zamctl {
 namespace {
-
-CLI::App& Add(CLI::App& parent, const char* name, const char* description) {
-    CLI::App* const command = parent.add_subcommand(name, description);
-    command->fallthrough();
-    return *command;
-}
 
 std::vector<std::string> KindNames() {
     std::vector<std::string> names;
@@ -41,7 +36,7 @@ void AddKind(std::vector<NoticeKind>& kinds, const std::string& name) {
 }
 
 void DeclareWatch(CLI::App& app, WatchCommand::Options& options) {
-    CLI::App& command = Add(app, "watch", "Print changes as they come, until interrupted");
+    CLI::App& command = AddCommand(app, "watch", "Print changes as they come, until interrupted");
     const auto kinds = [&options](const std::vector<std::string>& names) {
         for (const std::string& name : names) {
             AddKind(options.kinds, name);
@@ -55,30 +50,22 @@ void DeclareWatch(CLI::App& app, WatchCommand::Options& options) {
 }
 
 void DeclareFile(CLI::App& app, FileGetCommand::Options& options) {
-    CLI::App& command = Add(app, "file", "Describe or fetch a file of the server");
+    CLI::App& command = AddCommand(app, "file", "Describe or fetch a file of the server");
     command.require_subcommand(1, 1);
     constexpr char kNameHelp[] = "Path of the file at the server, with / between the levels";
-    Add(command, "info", "Print a file's size, SHA-256 and modification time")
+    AddCommand(command, "info", "Print a file's size, SHA-256 and modification time")
         .add_option("NAME", options.path, kNameHelp)
         ->required();
-    CLI::App& get = Add(command, "get", "Fetch a file whole, or the rest of it");
+    CLI::App& get = AddCommand(command, "get", "Fetch a file whole, or the rest of it");
     get.add_option("NAME", options.path, kNameHelp)->required();
-    const auto output = [&options](const std::string& file) { options.output = file; };
-    get.add_option_function<std::string>("-o,--output", output,
-                                         "File to write, default the last part of NAME")
-        ->type_name("FILE");
-    const auto timeout = [&options](const std::string& text) {
-        options.timeout = ParseSeconds("--timeout", text);
-    };
-    get.add_option_function<std::string>(
-           "--timeout", timeout,
-           fmt::format("How long the whole may take, 0 to {}; default: while something comes",
-                       kLongestTimeout.count()))
-        ->type_name("SECONDS");
+    AddFile(get, "-o,--output", options.output, "File to write, default the last part of NAME");
+    AddTimeout(get, options.timeout,
+               fmt::format("How long the whole may take, 0 to {}; default: while something comes",
+                           kLongestTimeout.count()));
 }
 
 void DeclareCerts(CLI::App& app, CertsCommand::Options& options) {
-    CLI::App& command = Add(app, "certs", "Print the client certificates for this device");
+    CLI::App& command = AddCommand(app, "certs", "Print the client certificates for this device");
     command.add_option("--subject", options.params.subject, "Only with this distinguished name")
         ->type_name("DN");
     command.add_option("--issuer", options.params.issuer, "Only by this distinguished name")
@@ -92,12 +79,8 @@ void DeclareCerts(CLI::App& app, CertsCommand::Options& options) {
                                           "seconds since 1970")
         ->type_name("TIME");
     command.add_flag("--with-keys", options.withKeys, "Private keys too");
-    const auto output = [&options](const std::string& file) { options.output = file; };
-    command
-        .add_option_function<std::string>("-o,--output", output,
-                                          "Write PEM texts to a file that only its owner may read; "
-                                          "- is standard output")
-        ->type_name("FILE");
+    AddFile(command, "-o,--output", options.output,
+            "Write PEM texts to a file that only its owner may read; - is standard output");
 }
 
 }  // namespace
@@ -120,7 +103,7 @@ void DeclareLiveCommands(CLI::App& app, LiveOptions& options) {
     DeclareWatch(app, options.watch);
     DeclareFile(app, options.file);
     DeclareCerts(app, options.certs);
-    Add(app, "locales", "Print the locales that the server knows");
+    AddCommand(app, "locales", "Print the locales that the server knows");
 }
 
 std::unique_ptr<Command> MakeLiveCommand(const CLI::App& app, const LiveOptions& options) {

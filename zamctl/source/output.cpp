@@ -7,6 +7,11 @@
 
 namespace zamctl {
 
+std::string JsonLine(const Json& document) {
+    // Texts that are no UTF-8 must not end in an exception behind a call that has succeeded.
+    return PrintableJson(document.dump(-1, ' ', false, Json::error_handler_t::replace)) + '\n';
+}
+
 void Output::Result(const std::string& text, const Json& document) {
     Print(text, document);
 }
@@ -32,13 +37,7 @@ bool Output::IsGood() const {
 }
 
 void Output::Print(const std::string& text, const Json& document) {
-    if (format_.json) {
-        // Texts that are no UTF-8 must not end in an exception behind a call that has succeeded.
-        out_ << PrintableJson(document.dump(-1, ' ', false, Json::error_handler_t::replace));
-    } else {
-        out_ << text;
-    }
-    out_ << '\n' << std::flush;
+    out_ << (format_.json ? JsonLine(document) : text + '\n') << std::flush;
 }
 
 }  // namespace zamctl

@@ -9,6 +9,10 @@ namespace zamctl {
 /// A document whose members keep their order.
 using Json = nlohmann::ordered_json;
 
+/// A document as one line, its end included; bytes that are no UTF-8 are replaced, and what would
+/// steer a terminal is escaped.
+std::string JsonLine(const Json& document);
+
 /// Where a command's results go: one text, or one JSON document in a line. One thread at a time.
 class Output {
 public:

@@ -4,23 +4,17 @@
 
 #include <string_view>
 
+#include "common/id_specification.h"
 #include "failure.h"
 #include "printable.h"
 
 namespace zamctl {
-namespace {
 
-/// How the service writes paths: the separator, and what else may not stand in a key.
-const zuv::IdSpec& PathSpec() {
-    static const zuv::IdSpec kSpec{.chars = "/\\\"'`%", .maxIndex = 0};
-    return kSpec;
-}
-
-}  // namespace
+using zam_connector::common::meta::IdSpecification;
 
 zuv::Path ParseTreePath(const std::string& name, const std::string& text) {
     const std::size_t start = text.starts_with('/') ? 1 : 0;
-    auto [path, state] = zuv::FromString(std::string_view(text).substr(start), PathSpec());
+    auto [path, state] = zuv::FromString(std::string_view(text).substr(start), IdSpecification());
     if (state != zuv::IdState::Ok) {
         throw UsageError(
             fmt::format("{}: {} is no path: keys and positions with a / between them, "
@@ -31,7 +25,7 @@ zuv::Path ParseTreePath(const std::string& name, const std::string& text) {
 }
 
 std::string TreePathText(const zuv::Path& path) {
-    return zuv::ToString(path, PathSpec()).first;
+    return zuv::ToString(path, IdSpecification()).first;
 }
 
 }  // namespace zamctl

@@ -58,18 +58,27 @@ UniqueFd OpenCerts(const FolderFiles& files) {
 /// The descriptions in the folder. What begins with a dot is still being written.
 std::set<std::string> Descriptions(int folder) {
     // A descriptor of its own, whose position nobody else moves.
-    const int listed = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const std::unique_ptr<DIR, CloseFolder> entries(listed < 0 ? nullptr : ::fdopendir(listed));
+    UniqueFd listed(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const std::unique_ptr<DIR, CloseFolder> entries(listed ? ::fdopendir(listed.Get()) : nullptr);
     if (entries == nullptr) {
         throw zam_platform::PosixError(kCertsFolder, errno);
     }
+    listed.Release();  // the folder's now
     std::set<std::string> names;
-    while (const dirent* const entry = ::readdir(entries.get())) {
+    for (;;) {
+        errno = 0;  // the end of a folder is told from a failure by this alone
+        const dirent* const entry = ::readdir(entries.get());
+        if (entry == nullptr) {
+            break;
+        }
         const std::string_view name = entry->d_name;
         if (name.front() != '.' && name.size() > kSuffix.size() &&
             name.substr(name.size() - kSuffix.size()) == kSuffix) {
             names.emplace(name);
         }
+    }
+    if (errno != 0) {
+        throw zam_platform::PosixError(kCertsFolder, errno);
     }
     return names;
 }

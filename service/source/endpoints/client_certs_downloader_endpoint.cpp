@@ -26,7 +26,7 @@ constexpr std::size_t kAlignmentBytes = alignof(qx_zam_connector_ZamTypes_Client
 
 std::size_t BytesOf(const ClientCertInfo& cert) {
     return cert.name.size() + cert.subject.size() + cert.issuer.size() + cert.serialNumber.size() +
-           cert.certificate.size() + cert.privateKey.value_or("").size() +
+           cert.certificate.size() + (cert.privateKey ? cert.privateKey->size() : 0) +
            sizeof(qx_zam_connector_ZamTypes_ClientCertInfo);
 }
 

@@ -1,6 +1,7 @@
 #include "endpoints/file_downloader_endpoint.h"
 
 #include <asio/post.hpp>
+#include <cstdint>
 #include <exception>
 #include <stdexcept>
 #include <string>
@@ -174,19 +175,15 @@ void FileDownloaderEndpoint::GetFileChunk(const Request& request, Responder resp
         FailChunk(responder, kInvalidArgument);
         return;
     }
-    if (AnswerFromMemory(*params, responder)) {
+    OpenFilePtr file;
+    if (AnswerFromMemory(*params, responder, file)) {
         return;
     }
     const auto kept = std::make_shared<Responder>(std::move(responder));
-    const bool posted = workers_.Post(kFileLane, [this, params = *params, kept] {
-        const auto found = std::make_shared<Found>(Read(params));
+    const bool posted = workers_.Post(kFileLane, [this, params = *params, file, kept] {
+        const auto found = std::make_shared<Found>(Read(params, file));
         asio::post(loop_, [this, kept, found, offset = params.offset] {
-            if (found->code != kNoError) {
-                FailChunk(*kept, found->code);
-                return;
-            }
-            open_.Keep(found->file);
-            AnswerChunk(*kept, offset, found->head, found->answer.data());
+            OnChunkRead(offset, *found, *kept);
         });
     });
     if (!posted) {
@@ -194,10 +191,23 @@ void FileDownloaderEndpoint::GetFileChunk(const Request& request, Responder resp
     }
 }
 
-/// False, with the call not answered, when that takes the disk. Failures are left to the other way.
-bool FileDownloaderEndpoint::AnswerFromMemory(const FileChunkParams& params, Responder& responder) {
+void FileDownloaderEndpoint::OnChunkRead(std::uint64_t offset, Found& found, Responder& responder) {
+    if (found.code != kNoError) {
+        // The next call opens the path anew, in case it is this descriptor that is of no use.
+        open_.Drop(found.file);
+        FailChunk(responder, found.code);
+        return;
+    }
+    open_.Keep(found.file);
+    AnswerChunk(responder, offset, found.head, found.answer.data());
+}
+
+/// False, with the call not answered, when that takes the disk: then of `file`, when that is open.
+/// Failures are left to the other way, from the path on.
+bool FileDownloaderEndpoint::AnswerFromMemory(const FileChunkParams& params, Responder& responder,
+                                              OpenFilePtr& file) {
     try {
-        const OpenFilePtr file = open_.Find(params.path);
+        file = open_.Find(params.path);
         if (file == nullptr) {
             return false;
         }
@@ -208,6 +218,7 @@ bool FileDownloaderEndpoint::AnswerFromMemory(const FileChunkParams& params, Res
         AnswerChunk(responder, params.offset, *head, answer_.data());
         return true;
     } catch (const FileError&) {
+        file.reset();
         return false;
     }
 }
@@ -226,9 +237,16 @@ FileDownloaderEndpoint::Found FileDownloaderEndpoint::Open(const std::string& pa
     return found;
 }
 
-/// Runs on a worker.
-FileDownloaderEndpoint::Found FileDownloaderEndpoint::Read(const FileChunkParams& params) const {
-    Found found = Open(params.path);
+/// Runs on a worker. Opens the path only when no `file` is open: reading ahead goes by the open
+/// file, and would begin anew with another.
+FileDownloaderEndpoint::Found FileDownloaderEndpoint::Read(const FileChunkParams& params,
+                                                           const OpenFilePtr& file) const {
+    Found found;
+    if (file != nullptr) {
+        found.file = file;
+    } else {
+        found = Open(params.path);
+    }
     if (found.code != kNoError) {
         return found;
     }

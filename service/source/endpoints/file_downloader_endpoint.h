@@ -3,6 +3,7 @@
 #include <asio/io_context.hpp>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -50,9 +51,11 @@ private:
     void GetFileInfo(const zam_platform::Request& request, Responder responder);
     void AskHash(const OpenFilePtr& file, const std::shared_ptr<Responder>& responder);
     void GetFileChunk(const zam_platform::Request& request, Responder responder);
-    bool AnswerFromMemory(const zam_connector::FileChunkParams& params, Responder& responder);
+    bool AnswerFromMemory(const zam_connector::FileChunkParams& params, Responder& responder,
+                          OpenFilePtr& file);
+    void OnChunkRead(std::uint64_t offset, Found& found, Responder& responder);
     Found Open(const std::string& path) const;
-    Found Read(const zam_connector::FileChunkParams& params) const;
+    Found Read(const zam_connector::FileChunkParams& params, const OpenFilePtr& file) const;
 
     asio::io_context& loop_;
     zam_platform::WorkerPool& workers_;

@@ -5,8 +5,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <span>
 
-#include "files/crc32.h"
+#include "checksums/crc32.h"
 #include "result_codes.h"
 #include "zam_platform/posix_error.h"
 
@@ -68,7 +69,7 @@ std::optional<ChunkHead> ReadChunk(const OpenFile& file,
         }
         if (*got == wanted && StampOf(file) == head.stamp) {
             head.sizeBytes = wanted;
-            head.crc32 = Crc32(bytes, wanted);
+            head.crc32 = zam_checksums::Crc32(std::as_bytes(std::span(bytes, wanted)));
             return head;
         }
     }

@@ -1,17 +1,15 @@
 #include "files/file_hashes.h"
 
 #include <fcntl.h>
-#include <fmt/format.h>
-#include <openssl/evp.h>
 #include <unistd.h>
 
-#include <array>
 #include <asio/post.hpp>
 #include <cerrno>
 #include <ctime>
-#include <memory>
+#include <span>
 #include <utility>
 
+#include "checksums/sha256.h"
 #include "common/log.h"
 #include "lanes.h"
 #include "result_codes.h"
@@ -30,35 +28,21 @@ constexpr std::size_t kBlockBytes = std::size_t{1} << 18U;
 /// How often a file that changes while it is hashed is begun anew.
 constexpr int kAttempts = 3;
 
-struct FreeDigest {
-    void operator()(EVP_MD_CTX* context) const noexcept { ::EVP_MD_CTX_free(context); }
-};
-
 /// SHA-256 of a file up to its end, whatever it is meanwhile; empty when `isCancelled`.
 std::string HashContent(const OpenFile& file, const std::atomic<bool>& isCancelled) {
-    const std::unique_ptr<EVP_MD_CTX, FreeDigest> digest(::EVP_MD_CTX_new());
-    if (digest == nullptr || ::EVP_DigestInit_ex(digest.get(), ::EVP_sha256(), nullptr) != 1) {
-        throw FileError(kInsufficientResources, file.path + ": SHA-256 cannot be begun");
-    }
+    zam_checksums::Sha256 hash;
     ::posix_fadvise(file.descriptor.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    std::vector<unsigned char> block(kBlockBytes);
+    std::vector<std::byte> block(kBlockBytes);
     for (off_t offset = 0; !isCancelled;) {
         const ssize_t got = ::pread(file.descriptor.Get(), block.data(), block.size(), offset);
         if (got < 0 && errno != EINTR) {
             throw FileError(kMediaError, zam_platform::PosixError(file.path, errno).what());
         }
         if (got == 0) {
-            std::array<unsigned char, EVP_MAX_MD_SIZE> bytes{};
-            unsigned size = 0;
-            ::EVP_DigestFinal_ex(digest.get(), bytes.data(), &size);
-            std::string digits;
-            for (unsigned index = 0; index < size; ++index) {
-                digits += fmt::format("{:02x}", bytes.at(index));
-            }
-            return digits;
+            return hash.Digest();
         }
         if (got > 0) {
-            ::EVP_DigestUpdate(digest.get(), block.data(), static_cast<std::size_t>(got));
+            hash.Add(std::span(block).first(static_cast<std::size_t>(got)));
             offset += got;
         }
     }

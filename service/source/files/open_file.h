@@ -2,11 +2,11 @@
 
 #include <sys/types.h>
 
+#include <compare>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <tuple>
 
 #include "data/folder_files.h"
 #include "zam_platform/unique_fd.h"
@@ -27,14 +27,8 @@ struct FileStamp {
     std::int64_t changedS = 0;
     std::int64_t changedNs = 0;
 
-    bool operator==(const FileStamp& other) const = default;
-
-    auto Parts() const noexcept {
-        return std::tie(device, inode, sizeBytes, modifiedS, modifiedNs, changedS, changedNs);
-    }
-
-    /// Any order, for containers.
-    bool operator<(const FileStamp& other) const noexcept { return Parts() < other.Parts(); }
+    /// Any order, for containers. The generated comparison with 0 is no pointer.
+    auto operator<=>(const FileStamp& other) const = default;  // NOLINT(modernize-use-nullptr)
 
     bool IsSameFile(const FileStamp& other) const noexcept {
         return device == other.device && inode == other.inode;

@@ -40,6 +40,10 @@ void OpenFiles::Keep(const OpenFilePtr& file) {
     }
 }
 
+void OpenFiles::Drop(const OpenFilePtr& file) {
+    files_.remove_if([&file](const Entry& entry) { return entry.file == file; });
+}
+
 void OpenFiles::Close() {
     isClosed_ = true;
     files_.clear();

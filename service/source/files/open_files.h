@@ -32,6 +32,9 @@ public:
     /// Keeps a file open, in place of the one of the same path, or of the one used longest ago.
     void Keep(const OpenFilePtr& file);
 
+    /// Keeps a file, which may be null, open no longer.
+    void Drop(const OpenFilePtr& file);
+
     /// Closes all, for good.
     void Close();
 

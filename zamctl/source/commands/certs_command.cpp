@@ -76,12 +76,6 @@ Json Document(const Certs& certs, bool withKeys, int code) {
     return {{"certificates", std::move(list)}, {"result", code}};
 }
 
-std::string DocumentLine(const Certs& certs, bool withKeys, int code) {
-    return PrintableJson(Document(certs, withKeys, code)
-                             .dump(-1, ' ', false, Json::error_handler_t::replace)) +
-           "\n";
-}
-
 }  // namespace
 
 void CertsCommand::Run(Context& context) {
@@ -105,8 +99,8 @@ void CertsCommand::Run(Context& context) {
                       "Without --subject, --issuer and --valid-at all of them are printed.");
     }
     const bool isJson = context.output.IsJson();
-    const std::string content =
-        isJson ? DocumentLine(certs, options_.withKeys, code) : PemText(certs, options_.withKeys);
+    const std::string content = isJson ? JsonLine(Document(certs, options_.withKeys, code))
+                                       : PemText(certs, options_.withKeys);
     if (!file) {
         context.output.Content(isJson ? content : Printable(content));
         return;

@@ -6,16 +6,17 @@
 
 namespace zamctl {
 
-ChunkWriter::ChunkWriter(PartFile& file, Sha256& hash)
+ChunkWriter::ChunkWriter(PartFile& file, zam_checksums::Sha256& hash)
     : file_(file),
       hash_(hash),
-      thread_(qor::utils::StartWorkerThread("zamctl_writer", [this] { Work(); })) {}
+      thread_(qor::utils::StartWorkerThread("zamctl_hasher", [this] { Work(); })) {}
 
 ChunkWriter::~ChunkWriter() {
     End();
 }
 
 void ChunkWriter::Put(std::vector<std::byte> chunk) {
+    file_.Append(chunk);
     qor::MutexLock lock(mutex_);
     while (chunks_.size() >= kCapacity && !failure_) {
         lock.Wait(changed_);
@@ -64,7 +65,6 @@ void ChunkWriter::Work() noexcept {
     try {
         std::vector<std::byte> chunk;
         while (Take(chunk)) {
-            file_.Append(chunk);
             hash_.Add(chunk);
         }
     } catch (...) {

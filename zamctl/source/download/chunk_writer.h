@@ -7,33 +7,34 @@
 #include <thread>
 #include <vector>
 
+#include "checksums/sha256.h"
 #include "download/part_file.h"
-#include "download/sha256.h"
 #include "qor/mutex.h"
 
 namespace zamctl {
 
-/// Hashes and writes chunks on a thread of its own, while the next ones are fetched. One thread at
-/// a time may call.
+/// Writes chunks, and hashes them on a thread of its own while the next ones are fetched. One
+/// thread at a time may call.
 class ChunkWriter {
 public:
-    /// Chunks that wait: enough to even out a pause of the disk, and few to lose when the process
-    /// is killed.
+    /// Chunks that wait to be hashed: enough to even out what the threads get of the processor.
     static constexpr std::size_t kCapacity = 8;
 
-    /// Starts the thread, which takes no signals. `file` and `hash` must outlive the object, and be
-    /// left alone until `Finish` has returned.
-    ChunkWriter(PartFile& file, Sha256& hash);
+    /// Starts the thread, which takes no signals. `file` and `hash` must outlive the object; the
+    /// hash must be left alone until `Finish` has returned.
+    ChunkWriter(PartFile& file, zam_checksums::Sha256& hash);
     ChunkWriter(const ChunkWriter&) = delete;
     ChunkWriter& operator=(const ChunkWriter&) = delete;
 
-    /// Waits until what was put is written, unless writing failed.
+    /// Waits until what was put is hashed, unless that failed.
     ~ChunkWriter();
 
-    /// Waits for room. Throws what writing an earlier chunk threw.
+    /// Writes the chunk before it returns, so that a process which is killed then has no more to
+    /// fetch again than the chunk it is about to ask for. Waits for room. Throws what writing
+    /// threw, or hashing an earlier chunk.
     void Put(std::vector<std::byte> chunk);
 
-    /// Waits until everything is written. Throws what writing threw.
+    /// Waits until everything is hashed. Throws what hashing threw.
     void Finish();
 
 private:
@@ -42,7 +43,7 @@ private:
     void End();
 
     PartFile& file_;
-    Sha256& hash_;
+    zam_checksums::Sha256& hash_;
     qor::Mutex mutex_;  // a leaf
     std::condition_variable changed_;
     std::deque<std::vector<std::byte>> chunks_ QOR_GUARDED_BY(mutex_);

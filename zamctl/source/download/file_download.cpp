@@ -1,12 +1,12 @@
 #include "download/file_download.h"
 
 #include <fmt/format.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <exception>
 #include <utility>
 
+#include "checksums/crc32.h"
 #include "codes.h"
 #include "download/chunk_writer.h"
 #include "failure.h"
@@ -17,6 +17,7 @@
 namespace zamctl {
 namespace {
 
+using zam_checksums::Sha256;
 using zam_connector::FileChunk;
 using zam_connector::FileInfo;
 
@@ -30,11 +31,6 @@ bool IsDigest(const std::string& text) {
     constexpr std::size_t kDigits = 64;
     return text.size() == kDigits &&
            text.find_first_not_of("0123456789abcdef") == std::string::npos;
-}
-
-std::uint32_t Crc32(const std::vector<std::byte>& bytes) {
-    return static_cast<std::uint32_t>(
-        ::crc32_z(0, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size()));
 }
 
 }  // namespace
@@ -142,7 +138,7 @@ FileChunk FileDownload::FetchChunk(std::uint64_t offset) {
                 {.path = order_.path, .offset = offset, .maxSizeBytes = chunkBytes_}, chunk);
         });
         report_.fetchedBytes += chunk.data.size();
-        const bool isWhole = Crc32(chunk.data) == chunk.crc32;
+        const bool isWhole = zam_checksums::Crc32(chunk.data) == chunk.crc32;
         if (isWhole && !IsOfContent(chunk)) {
             throw ContentChanged();
         }

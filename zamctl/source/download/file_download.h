@@ -71,11 +71,11 @@ private:
 
     zam_connector::FileInfo Describe();
     Outcome Fetch(PartFile& part);
-    void FetchChunks(PartFile& part, Sha256& hash);
+    void FetchChunks(PartFile& part, zam_checksums::Sha256& hash);
     zam_connector::FileChunk FetchChunk(std::uint64_t offset);
     bool IsSound(const zam_connector::FileChunk& chunk, std::uint64_t offset) const;
     bool IsOfContent(const zam_connector::FileChunk& chunk);
-    Outcome Verify(PartFile& part, Sha256& hash);
+    Outcome Verify(PartFile& part, zam_checksums::Sha256& hash);
     template <typename Call>
     void UntilReached(const char* action, Call&& call);
     void CheckTime() const;

@@ -9,8 +9,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
+#include <string>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -33,6 +33,29 @@ constexpr std::uint64_t kFlushBytes = std::uint64_t{16} << 20U;
 /// An identity takes about 100 bytes.
 constexpr std::size_t kMostIdentityBytes = 4096;
 
+/// What others planted under the name is not followed, and a pipe there holds up nobody.
+constexpr int kIdentityFlags = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+
+/// How often the file is opened while others take it away; each of them has ended a download.
+constexpr int kOpenAttempts = 100;
+
+nlohmann::json IdentityDocument(const ContentIdentity& identity) {
+    return {{"sha256", identity.sha256}, {"size", identity.sizeBytes}};
+}
+
+/// Empty when there is none that can be read.
+std::string ReadIdentity(const std::string& path) {
+    const int file = ::open(path.c_str(), O_RDONLY | kIdentityFlags);
+    if (file < 0) {
+        return {};
+    }
+    std::string text(kMostIdentityBytes, '\0');
+    const ssize_t got = ::read(file, text.data(), text.size());
+    ::close(file);
+    text.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+    return text;
+}
+
 void SyncFolder(const std::string& path) {
     const fs::path folder = fs::path(path).parent_path();
     const int descriptor =
@@ -47,40 +70,62 @@ void SyncFolder(const std::string& path) {
 
 PartFile::PartFile(std::string target, const ContentIdentity& identity)
     : target_(std::move(target)), path_(target_ + ".part"), identityPath_(path_ + ".json") {
-    file_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kNewFileMode);
-    if (file_ < 0) {
-        Fail("opened", errno);
-    }
     try {
+        OpenLocked();
         Open(identity);
     } catch (...) {
-        ::close(file_);
+        Close();
         throw;
     }
 }
 
 PartFile::~PartFile() {
-    ::close(file_);
+    Close();
+}
+
+void PartFile::Close() noexcept {
+    if (file_ >= 0) {
+        ::close(std::exchange(file_, -1));
+    }
+}
+
+/// Between opening and locking, another download may put the file in its place or remove it. What
+/// is locked then is its finished file, or one without a name: only what still has the name counts.
+void PartFile::OpenLocked() {
+    for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
+        Close();
+        file_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kNewFileMode);
+        struct stat opened {};
+        if (file_ < 0 || ::fstat(file_, &opened) != 0) {
+            Fail(path_, "opened", errno);
+        }
+        if (!S_ISREG(opened.st_mode)) {
+            throw Failure(kExitFailed, fmt::format("{} is no regular file", Quote(path_)),
+                          "Move it away: what has come of a download is kept under this name.");
+        }
+        if (::flock(file_, LOCK_EX | LOCK_NB) != 0) {
+            break;
+        }
+        struct stat named {};
+        if (::lstat(path_.c_str(), &named) == 0 && named.st_dev == opened.st_dev &&
+            named.st_ino == opened.st_ino) {
+            return;
+        }
+    }
+    throw Failure(kExitFailed, fmt::format("{} is in use by another download", Quote(path_)),
+                  "Wait for it, or write to another file.");
 }
 
 void PartFile::Open(const ContentIdentity& identity) {
     struct stat status {};
     if (::fstat(file_, &status) != 0) {
-        Fail("opened", errno);
-    }
-    if (!S_ISREG(status.st_mode)) {
-        throw Failure(kExitFailed, fmt::format("{} is no regular file", Quote(path_)),
-                      "Move it away: what has come of a download is kept under this name.");
-    }
-    if (::flock(file_, LOCK_EX | LOCK_NB) != 0) {
-        throw Failure(kExitFailed, fmt::format("{} is in use by another download", Quote(path_)),
-                      "Wait for it, or write to another file.");
+        Fail(path_, "opened", errno);
     }
     if (IsPartOf(identity) && std::cmp_less_equal(status.st_size, identity.sizeBytes)) {
         size_ = static_cast<std::uint64_t>(status.st_size);
     } else {
         if (::ftruncate(file_, 0) != 0) {
-            Fail("written", errno);
+            Fail(path_, "written", errno);
         }
         WriteIdentity(identity);
     }
@@ -89,21 +134,24 @@ void PartFile::Open(const ContentIdentity& identity) {
 }
 
 bool PartFile::IsPartOf(const ContentIdentity& identity) const {
-    std::ifstream in(identityPath_, std::ios::binary);
-    std::string text(kMostIdentityBytes, '\0');
-    in.read(text.data(), static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<std::size_t>(in.gcount()));
-    const nlohmann::json document = nlohmann::json::parse(text, nullptr, false);
-    return document == nlohmann::json({{"sha256", identity.sha256}, {"size", identity.sizeBytes}});
+    const nlohmann::json document =
+        nlohmann::json::parse(ReadIdentity(identityPath_), nullptr, false);
+    return document == IdentityDocument(identity);
 }
 
 /// The part is empty when this is written, so that a half identity does no harm.
 void PartFile::WriteIdentity(const ContentIdentity& identity) const {
-    const nlohmann::json document = {{"sha256", identity.sha256}, {"size", identity.sizeBytes}};
-    std::ofstream out(identityPath_, std::ios::binary | std::ios::trunc);
-    out << document.dump() << '\n' << std::flush;
-    if (!out) {
-        Fail("written", EIO);
+    const std::string text = IdentityDocument(identity).dump() + '\n';
+    const int file =
+        ::open(identityPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | kIdentityFlags, kNewFileMode);
+    if (file < 0) {
+        Fail(identityPath_, "written", errno);
+    }
+    const ssize_t written = ::write(file, text.data(), text.size());
+    const int error = written < 0 ? errno : EIO;
+    ::close(file);
+    if (std::cmp_not_equal(written, text.size())) {
+        Fail(identityPath_, "written", error);
     }
 }
 
@@ -116,11 +164,11 @@ void PartFile::Reserve(std::uint64_t sizeBytes) {
         if (size_ == 0) {
             Discard();
         }
-        Fail("written", error);
+        Fail(path_, "written", error);
     }
 }
 
-void PartFile::AddTo(Sha256& hash) const {
+void PartFile::AddTo(zam_checksums::Sha256& hash) const {
     std::vector<std::byte> buffer(kReadBytes);
     for (std::uint64_t at = 0; at < size_;) {
         const ssize_t got =
@@ -130,7 +178,7 @@ void PartFile::AddTo(Sha256& hash) const {
             if (got < 0 && errno == EINTR) {
                 continue;
             }
-            Fail("read", got < 0 ? errno : EIO);
+            Fail(path_, "read", got < 0 ? errno : EIO);
         }
         hash.Add(std::span(buffer).first(static_cast<std::size_t>(got)));
         at += static_cast<std::uint64_t>(got);
@@ -145,7 +193,7 @@ void PartFile::Append(std::span<const std::byte> bytes) {
             if (errno == EINTR) {
                 continue;
             }
-            Fail("written", errno);
+            Fail(path_, "written", errno);
         }
         bytes = bytes.subspan(static_cast<std::size_t>(written));
         size_ += static_cast<std::uint64_t>(written);
@@ -163,10 +211,10 @@ void PartFile::Commit() {
         ::fchmod(file_, before.st_mode & kPermissions);
     }
     if (::fsync(file_) != 0) {
-        Fail("written", errno);
+        Fail(path_, "written", errno);
     }
     if (::rename(path_.c_str(), target_.c_str()) != 0) {
-        Fail("put in its place", errno);
+        Fail(path_, "put in its place", errno);
     }
     ::unlink(identityPath_.c_str());
     SyncFolder(target_);
@@ -177,9 +225,9 @@ void PartFile::Discard() noexcept {
     ::unlink(path_.c_str());
 }
 
-void PartFile::Fail(const char* action, int error) const {
+void PartFile::Fail(const std::string& path, const char* action, int error) {
     throw Failure(kExitFailed,
-                  fmt::format("{} cannot be {}: {}", Quote(path_), action,
+                  fmt::format("{} cannot be {}: {}", Quote(path), action,
                               std::generic_category().message(error)),
                   "See to it and run the same command again; the file itself is as it was.");
 }

@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-#include "download/sha256.h"
+#include "checksums/sha256.h"
 
 namespace zamctl {
 
@@ -37,7 +37,7 @@ public:
     std::uint64_t Size() const noexcept { return size_; }
 
     /// Adds what has come to a hash. Throws `Failure`.
-    void AddTo(Sha256& hash) const;
+    void AddTo(zam_checksums::Sha256& hash) const;
 
     /// Throws `Failure`.
     void Append(std::span<const std::byte> bytes);
@@ -51,9 +51,11 @@ public:
 private:
     bool IsPartOf(const ContentIdentity& identity) const;
     void WriteIdentity(const ContentIdentity& identity) const;
+    void OpenLocked();
+    void Close() noexcept;
     void Open(const ContentIdentity& identity);
     void Reserve(std::uint64_t sizeBytes);
-    [[noreturn]] void Fail(const char* action, int error) const;
+    [[noreturn]] static void Fail(const std::string& path, const char* action, int error);
 
     std::string target_;
     std::string path_;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/log.h"
+#include "qor/utils/process_exception.h"
 
 namespace zam_connector::proxy {
 

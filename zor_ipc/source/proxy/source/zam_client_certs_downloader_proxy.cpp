@@ -1,7 +1,6 @@
 #include "zam_client_certs_downloader_proxy.h"
 
 #include "common/arena.h"
-#include "common/caught_code_failure.h"
 #include "common/check_vd_proxy.h"
 #include "common/download_casts.h"
 #include "common/log.h"

@@ -3,7 +3,6 @@
 #include <string_view>
 
 #include "common/arena.h"
-#include "common/caught_code_failure.h"
 #include "common/check_vd_proxy.h"
 #include "common/log.h"
 #include "common/server_data_casts.h"

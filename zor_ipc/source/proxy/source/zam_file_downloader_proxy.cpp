@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "common/arena.h"
-#include "common/caught_code_failure.h"
 #include "common/check_vd_proxy.h"
 #include "common/download_casts.h"
 #include "common/log.h"

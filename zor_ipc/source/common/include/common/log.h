@@ -2,12 +2,12 @@
 
 #include <fmt/format.h>
 
-#include <iterator>
+#include <string>
 #include <string_view>
 #include <utility>
 
 #include "qel/result_code.h"
-#include "qor/utils/process_exception.h"
+#include "zam_connector/export.h"
 #include "zor/logger.h"
 
 /// Log records of the library. Every function here asks the root logger first and does nothing,
@@ -31,6 +31,14 @@ constexpr LogSite Here(const char* file, const char* function,
 
 namespace detail {
 
+/// Writes one record. Formatting is in one place for all callers: inlined, it is most of their
+/// code.
+ZAM_API void LogFormatted(int level, const LogSite& site, fmt::string_view format,
+                          fmt::format_args arguments) noexcept;
+
+/// Appends a formatted text.
+ZAM_API void Format(fmt::memory_buffer& text, fmt::string_view format, fmt::format_args arguments);
+
 /// Writes one record whose text `write(buffer)` makes; calls it only when the level is on.
 template <typename Write>
 void LogWith(int level, const LogSite& site, Write&& write) noexcept {
@@ -49,9 +57,7 @@ void LogWith(int level, const LogSite& site, Write&& write) noexcept {
 template <typename... Arguments>
 void Log(int level, const LogSite& site, fmt::format_string<const Arguments&...> format,
          const Arguments&... arguments) noexcept {
-    detail::LogWith(level, site, [&](fmt::memory_buffer& text) {
-        fmt::format_to(std::back_inserter(text), format, arguments...);
-    });
+    detail::LogFormatted(level, site, format, fmt::make_format_args(arguments...));
 }
 
 /// Logs at level 4 and gives the code that the library returns for its own failures.
@@ -64,13 +70,12 @@ int Failure(const LogSite& site, fmt::format_string<const Arguments&...> format,
 
 /// `Failure` with the text of the exception in flight as the one argument of `format`. To be
 /// called inside a catch block. The exception is looked at only when the level is on.
-inline int CaughtFailure(const LogSite& site,
-                         fmt::format_string<const std::string&> format) noexcept {
-    detail::LogWith(zor::logger::kLevelError, site, [&](fmt::memory_buffer& text) {
-        const std::string caught = qor::utils::ProcessException().second;
-        fmt::format_to(std::back_inserter(text), format, caught);
-    });
-    return qel::kUnspecifiedError;
-}
+ZAM_API int CaughtFailure(const LogSite& site,
+                          fmt::format_string<const std::string&> format) noexcept;
+
+/// As `CaughtFailure`, with code and text of the exception as the two arguments of `format`. What
+/// is returned is not the exception's code.
+ZAM_API int CaughtCodeFailure(const LogSite& site,
+                              fmt::format_string<const int&, const std::string&> format) noexcept;
 
 }  // namespace zam_connector::common

@@ -18,16 +18,8 @@ namespace zam_connector::common {
 class ZAM_API RawZamPieces {
 public:
     RawZamPieces() = default;
-    RawZamPieces(const RawZamPieces&) = default;
-    RawZamPieces& operator=(const RawZamPieces&) = default;
-    /// What is moved from holds no record.
-    RawZamPieces(RawZamPieces&& other) noexcept
-        : pieces_(std::exchange(other.pieces_, {})), count_(std::exchange(other.count_, 0)) {}
-    RawZamPieces& operator=(RawZamPieces&& other) noexcept {
-        pieces_ = std::exchange(other.pieces_, {});
-        count_ = std::exchange(other.count_, 0);
-        return *this;
-    }
+    RawZamPieces(const RawZamPieces&) = delete;
+    RawZamPieces& operator=(const RawZamPieces&) = delete;
 
     /// Appends the records of a message; throws as `AppendFromVd`, with nothing appended then.
     void Append(const qx_zam_connector_ZamTypes_ZamParams& piece, const vd_arena* arena);

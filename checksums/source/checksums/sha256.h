@@ -6,7 +6,7 @@
 
 struct evp_md_ctx_st;
 
-namespace zamctl {
+namespace zam_checksums {
 
 /// A SHA-256 that grows with what it is given. One thread at a time.
 class Sha256 {
@@ -17,13 +17,14 @@ public:
     Sha256& operator=(const Sha256&) = delete;
     ~Sha256();
 
+    /// Throws as the constructor.
     void Add(std::span<const std::byte> bytes);
 
-    /// 64 lower-case hexadecimal digits. Ends the use of the object.
+    /// 64 lower-case hexadecimal digits. Ends the use of the object. Throws as the constructor.
     std::string Digest();
 
 private:
     evp_md_ctx_st* context_;
 };
 
-}  // namespace zamctl
+}  // namespace zam_checksums

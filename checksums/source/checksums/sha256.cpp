@@ -1,4 +1,4 @@
-#include "download/sha256.h"
+#include "checksums/sha256.h"
 
 #include <fmt/format.h>
 #include <openssl/evp.h>
@@ -7,7 +7,7 @@
 #include <iterator>
 #include <stdexcept>
 
-namespace zamctl {
+namespace zam_checksums {
 namespace {
 
 void Check(int result) {
@@ -44,4 +44,4 @@ std::string Sha256::Digest() {
     return text;
 }
 
-}  // namespace zamctl
+}  // namespace zam_checksums

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+#include "process.h"
+#include "zam_platform/unique_fd.h"
+
+namespace zam_bench {
+
+/// A process that takes connections on a Unix socket, each served by a thread that answers
+/// look-ups.
+class BareService {
+public:
+    explicit BareService(std::string path);
+    BareService(const BareService&) = delete;
+    BareService& operator=(const BareService&) = delete;
+    ~BareService();
+
+    const std::string& Path() const noexcept { return path_; }
+
+private:
+    const std::string path_;
+    zam_platform::UniqueFd listener_;
+    Child child_;
+};
+
+}  // namespace zam_bench
