@@ -57,10 +57,20 @@ refuse _zam_connectord file.json zam_connectord --data fi
 expect _zam_connectord root zam_connectord --group roo
 
 mkfifo ready
-zam_connectord --ready-fd 3 3>ready 2>log &
+mkdir -p served/files/images
+touch served/files/readme.txt served/files/images/one.bin
+refuse _zamctl 'readme.txt ' zamctl file get re
+
+zam_connectord --data served --ready-fd 3 3>ready 2>log &
 service=$!
 read -r -t 30 <ready || failed=1
 expect _zamctl sync_period_s= zamctl settings set sync
+expect _zamctl 'readme.txt ' zamctl file get re
+expect _zamctl 'readme.txt ' zamctl --json file info ""
+expect _zamctl images/ zamctl file get im
+expect _zamctl 'images/one.bin ' zamctl file get images/
+refuse _zamctl 'readme.txt ' zamctl file get im
+ZAM_RUNTIME_DIR=/another refuse _zamctl 'readme.txt ' zamctl file get re
 kill "$service"
 wait "$service"
 exit $failed
