@@ -27,20 +27,27 @@ zam_platform::UniqueFd Listen(const std::string& path) {
 
 void Serve(int listener) {
     for (;;) {
-        zam_platform::UniqueFd client(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+        const zam_platform::UniqueFd client(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
         if (!client) {
             return;
         }
-        std::thread([client = std::move(client)] {
-            ServePings(client.Get(), kLookupExchange);
-        }).detach();
+        ServePings(client.Get(), kLookupExchange);
     }
+}
+
+/// No thread is started for a connection: that would be part of the floor.
+void ServeTwo(int listener) {
+    std::thread other([listener] { Serve(listener); });
+    Serve(listener);
+    other.join();
 }
 
 }  // namespace
 
 BareService::BareService(std::string path)
-    : path_(std::move(path)), listener_(Listen(path_)), child_([this] { Serve(listener_.Get()); }) {
+    : path_(std::move(path)),
+      listener_(Listen(path_)),
+      child_([this] { ServeTwo(listener_.Get()); }) {
     listener_.Reset();
 }
 

@@ -7,8 +7,7 @@
 
 namespace zam_bench {
 
-/// A process that takes connections on a Unix socket, each served by a thread that answers
-/// look-ups.
+/// A process that takes connections on a Unix socket and answers look-ups on two of them at a time.
 class BareService {
 public:
     explicit BareService(std::string path);

@@ -29,6 +29,7 @@ using test::HolderLine;
 using test::HolderRig;
 using test::Lines;
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 TEST(ConverterWithoutATree, FailsTheAgreementsAndLeavesTheirChannelOpen) {
     HolderRig rig;
@@ -49,6 +50,18 @@ TEST(ConverterWithoutATree, FailsTheUpdatesAndLeavesTheirChannelOpen) {
     EXPECT_EQ(rig.TakeLines(),
               Lines{HolderLine("SetAppUpdates", "SetAppUpdates: set error appUpdates")});
     EXPECT_THAT(rig.Operations(), ElementsAre(test::kOpenAppUpdatesChannel));
+}
+
+TEST(ConverterWithoutATree, FailsAllTheSameWithTheLevelOff) {
+    HolderRig rig;
+    rig.logger.SetThreshold(5);
+    unsigned long hash = 5;
+    EXPECT_EQ(rig.proxy.SetAppEulas({}, hash), test::kUnspecified);
+    EXPECT_EQ(rig.proxy.SetAppUpdates({}, hash), test::kUnspecified);
+    EXPECT_EQ(hash, 5U);
+    EXPECT_THAT(rig.TakeLines(), IsEmpty());
+    EXPECT_THAT(rig.Operations(),
+                ElementsAre(test::kOpenAppEulasChannel, test::kOpenAppUpdatesChannel));
 }
 
 TEST(ConverterWithoutATree, IsNotAskedWhenTheChannelDoesNotOpen) {

@@ -110,17 +110,5 @@ TEST(UpdatesStatusHash, IsLeftWhenTheTransportFails) {
     }
 }
 
-TEST(HashGetters, FailAllTheSameWithTheLevelOff) {
-    ProviderRig rig;
-    rig.logger.SetThreshold(5);
-    rig.transport.SetDefault(testing::FailWith(3));
-    unsigned long hash = 0;
-    for (const HashRow& row : kHashRows) {
-        rig.transport.Enqueue(testing::FailWith(3));
-        EXPECT_EQ((rig.proxy.*row.get)(hash), test::kUnspecified);
-    }
-    EXPECT_THAT(rig.TakeLines(), IsEmpty());
-}
-
 }  // namespace
 }  // namespace zam_connector

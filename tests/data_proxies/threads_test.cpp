@@ -1,8 +1,11 @@
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <latch>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include "data_rig.h"
@@ -157,6 +160,108 @@ TEST(ConcurrentTransfers, OfOneHolderDoNotMix) {
             EXPECT_EQ(sent[static_cast<std::int64_t>(hash)], test::Flatten(TreeOf(thread)));
         }
     }
+    EXPECT_THAT(rig.TakeLines(), IsEmpty());
+}
+
+/// Two calls that wait for each other.
+class Meeting {
+public:
+    /// True when the other one came, which only a proxy that lets one call wait for another keeps
+    /// it from.
+    bool Meet() {
+        std::unique_lock lock(mutex_);
+        const int round = arrived_++ / kThreads;
+        arrival_.notify_all();
+        return arrival_.wait_for(lock, std::chrono::seconds(30),
+                                 [&] { return arrived_ / kThreads > round; });
+    }
+
+private:
+    std::mutex mutex_;  // guards what follows; a leaf
+    std::condition_variable arrival_;
+    int arrived_ = 0;
+};
+
+/// The identifiers of one kind in a channel, all of them different from those of every other.
+std::vector<ZamId> IdsOf(std::int64_t channel, std::size_t kind) {
+    std::vector<ZamId> ids(3 + kind);
+    for (std::size_t index = 0; index < ids.size(); ++index) {
+        ids[index] = test::MakeId(static_cast<unsigned char>(index));
+        ids[index][0] = static_cast<std::byte>(channel);
+        ids[index][1] = static_cast<std::byte>(kind);
+    }
+    return ids;
+}
+
+/// A service that gives every transfer of identifiers a channel and a hash of its own, one
+/// identifier in a piece.
+class ConcurrentUpdates {
+public:
+    testing::ScriptedAnswer Answer(const testing::RecordedCall& call) {
+        if (call.requestHeader.operation == test::kOpenUpdates) {
+            qx_zam_connector_ZamDataProvider_OpenZamUpdatesStatusChannel_rsp response{};
+            response.channel = nextChannel_++;
+            response.hash = static_cast<std::uint64_t>(kHashOfChannel * response.channel);
+            return testing::AnswerWith(response);
+        }
+        if (call.requestHeader.operation != test::kGetUpdates) {
+            return {};
+        }
+        const auto request = call.As<qx_zam_connector_ZamDataProvider_GetUpdatesStatus_req>();
+        const auto ids = IdsOf(request->channel, request->kind);
+        const std::size_t piece = NextPiece(request->channel, request->kind);
+        qx_zam_connector_ZamDataProvider_GetUpdatesStatus_rsp response{};
+        if (piece >= ids.size()) {
+            response.sessionStatus = 1;
+            return testing::AnswerWith(response);
+        }
+        response.updates.identifiers = {0, sizeof(ZamId)};
+        return testing::AnswerWith(
+            response, {reinterpret_cast<const char*>(ids[piece].data()), sizeof(ZamId)});
+    }
+
+    static constexpr std::int64_t kHashOfChannel = 1'000'000'007;
+
+private:
+    std::size_t NextPiece(std::int64_t channel, std::uint32_t kind) {
+        const std::lock_guard lock(mutex_);
+        return given_[{channel, kind}]++;
+    }
+
+    std::atomic<std::int64_t> nextChannel_{1};
+    std::mutex mutex_;  // guards what follows; a leaf
+    std::map<std::pair<std::int64_t, std::uint32_t>, std::size_t> given_;
+};
+
+TEST(ConcurrentTransfers, OfTheUpdatesStatusGoOnTogetherAndDoNotMix) {
+    ProviderRig rig;
+    ConcurrentUpdates service;
+    Meeting meeting;
+    std::atomic<int> missed{0};
+    rig.transport.SetResponder([&](const auto& call) {
+        // Every call of one transfer is under way together with one of the other.
+        missed += missed == 0 && !meeting.Meet() ? 1 : 0;
+        return service.Answer(call);
+    });
+    std::array<std::vector<std::pair<unsigned long, ZamUpdatesStatus>>, kThreads> given;
+    RunThreads([&](int thread) {
+        for (int round = 0; round < kRounds; ++round) {
+            auto& status = given[static_cast<std::size_t>(thread)].emplace_back();
+            EXPECT_EQ(rig.proxy.GetZamUpdatesStatus(status), 0);
+        }
+    });
+    EXPECT_EQ(missed, 0) << "one transfer waited for the other";
+    std::set<std::int64_t> channels;
+    for (const auto& ofThread : given) {
+        for (const auto& [hash, lists] : ofThread) {
+            const auto channel =
+                static_cast<std::int64_t>(hash) / ConcurrentUpdates::kHashOfChannel;
+            channels.insert(channel);
+            EXPECT_EQ(lists,
+                      (ZamUpdatesStatus{IdsOf(channel, 0), IdsOf(channel, 1), IdsOf(channel, 2)}));
+        }
+    }
+    EXPECT_EQ(channels.size(), std::size_t{kThreads * kRounds}) << "two transfers got one result";
     EXPECT_THAT(rig.TakeLines(), IsEmpty());
 }
 

@@ -1,6 +1,7 @@
 #include <memory>
 #include <typeinfo>
 
+#include "data_proxies/record_checks.h"
 #include "download_rig.h"
 #include "qel/exception.h"
 #include "zam_connector_testing/scripted_platform.h"
@@ -17,41 +18,6 @@ using testing::ScriptedPlatform;
 constexpr char kEndpoint[] = "qx.zam_connector.ZamFileDownloaderComponent.fileDownloader";
 constexpr unsigned kHandle = 7;
 
-/// What the construction of a proxy throws.
-template <typename Make>
-void ExpectInvalidArgument(Make&& make, const char* file, int line) {
-    try {
-        make();
-        ADD_FAILURE() << "nothing was thrown";
-    } catch (const qel::Exception& exception) {
-        EXPECT_EQ(typeid(exception), typeid(qel::InvalidArgumentException));
-        EXPECT_EQ(exception.Code(), 0);
-        EXPECT_STREQ(exception.File(), file);
-        EXPECT_EQ(exception.Line(), line);
-    }
-}
-
-/// Every record that lacks something; of two things it is the one checked first that is told.
-template <typename Proxy, typename Record>
-void ExpectChecks(const Record& sound, const char* file) {
-    EXPECT_NO_THROW(const Proxy made(sound));
-    for (int missing = 1; missing < 8; ++missing) {
-        SCOPED_TRACE(missing);
-        Record record = sound;
-        if ((missing & 1) != 0) {
-            record.transport = nullptr;
-        }
-        if ((missing & 2) != 0) {
-            record.riid = 0xFFFF;
-        }
-        if ((missing & 4) != 0) {
-            record.ops = nullptr;
-        }
-        const int line = (missing & 1) != 0 ? 20 : (missing & 2) != 0 ? 21 : 22;
-        ExpectInvalidArgument([&] { const Proxy refused(record); }, file, line);
-    }
-}
-
 /// A transport to hand over, which leads to `scripted`.
 std::unique_ptr<VdZorTransport> TransportTo(testing::ScriptedTransport& scripted) {
     auto transport = std::make_unique<VdZorTransport>();
@@ -61,10 +27,10 @@ std::unique_ptr<VdZorTransport> TransportTo(testing::ScriptedTransport& scripted
 
 TEST(Downloaders, RefuseRecordsThatLackSomething) {
     testing::ScriptedTransport transport;
-    ExpectChecks<ZamFileDownloaderProxy>(test::FileRecord(transport.Get()),
-                                         "zam_file_downloader_proxy");
-    ExpectChecks<ZamClientCertsDownloaderProxy>(test::CertsRecord(transport.Get()),
-                                                "zam_client_certs_downloader_proxy");
+    test::ExpectChecks<ZamFileDownloaderProxy>(test::FileRecord(transport.Get()),
+                                               "zam_file_downloader_proxy");
+    test::ExpectChecks<ZamClientCertsDownloaderProxy>(test::CertsRecord(transport.Get()),
+                                                      "zam_client_certs_downloader_proxy");
     EXPECT_THAT(transport.Calls(), IsEmpty());
 }
 
@@ -112,8 +78,8 @@ TEST(FileDownloader, HoldsTheTransportItIsGiven) {
 
 TEST(FileDownloader, RefusesANullTransportBeforeItAsksTheLocator) {
     const ScriptedPlatform platform;
-    ExpectInvalidArgument([] { ZamFileDownloaderProxy(nullptr, kHandle, kEndpoint); },
-                          "zam_file_downloader_proxy", 26);
+    test::ExpectRefused([] { ZamFileDownloaderProxy(nullptr, kHandle, kEndpoint); },
+                        "zam_file_downloader_proxy", 26);
     EXPECT_THAT(platform.Calls(), IsEmpty());
 }
 

@@ -9,6 +9,7 @@
 #include "qel/exception.h"
 #include "support/allocations.h"
 #include "zam_client_certs_downloader_proxy.h"
+#include "zam_data_provider_proxy.h"
 #include "zam_file_downloader_proxy.h"
 
 namespace zam_connector {
@@ -109,6 +110,61 @@ TEST(ConnectionControl, AllocatesNothingInItsCalls) {
         EXPECT_EQ(AllocationsOf([&] { commandSender.ScheduleSync(); }), 0);
         std::string copy = event;
         EXPECT_EQ(AllocationsOf([&] { commandSender.PostZamEvent(std::move(copy)); }), 0);
+    }
+}
+
+/// What the service says to the call of a hash.
+struct HashAnswer {
+    int status;
+    std::int32_t resultCode;
+};
+
+/// Answers with a hash and what its `platform` says, and allocates nothing.
+int AnswerHash(VdZorTransport* transport, vd_message_header* /*request*/,
+               vd_arena* /*requestArena*/, vd_message_header* response,
+               vd_arena* /*responseArena*/) {
+    const auto& answer = *static_cast<const HashAnswer*>(transport->platform);
+    auto& hash = *reinterpret_cast<qx::HashResponse*>(response);
+    hash.hash = 7;
+    hash.resultCode = answer.resultCode;
+    return answer.status;
+}
+
+constexpr int (proxy::ZamDataProviderProxy::*kHashGetters[])(unsigned long&) = {
+    &proxy::ZamDataProviderProxy::GetPolicyHash,
+    &proxy::ZamDataProviderProxy::GetSettingsHash,
+    &proxy::ZamDataProviderProxy::GetSubscriptionHash,
+    &proxy::ZamDataProviderProxy::GetSyncedSettingsHash,
+    &proxy::ZamDataProviderProxy::GetZamUpdatesStatusHash,
+};
+
+TEST(HashGetters, AllocateNothingWhateverComesOfThem) {
+    constexpr VdZorTransportOps kOps{&AnswerHash};
+    constexpr int kRefusal = static_cast<int>(0x8000004CU);
+    HashAnswer answer{};
+    VdZorTransport transport{};
+    transport.ops = &kOps;
+    transport.platform = &answer;
+    qx_zam_connector_ZamDataProvider_proxy record{};
+    qx_zam_connector_ZamDataProvider_proxy_init(&record, &transport, 1);
+    proxy::ZamDataProviderProxy provider(record);
+    struct {
+        HashAnswer answer;
+        int code;
+    } const rows[] = {{{0, 0}, 0}, {{0, kRefusal}, kRefusal}, {{-7, 0}, qel::kUnspecifiedError}};
+    for (const int threshold : {4, 5}) {
+        const SilentLogger logger(threshold);
+        for (const auto& row : rows) {
+            answer = row.answer;
+            for (const auto get : kHashGetters) {
+                unsigned long hash = 5;
+                int code = 1;
+                EXPECT_EQ(AllocationsOf([&] { code = (provider.*get)(hash); }), 0);
+                EXPECT_EQ(code, row.code);
+                EXPECT_EQ(hash == 7, code == 0 || (code == kRefusal && get != kHashGetters[4]));
+            }
+        }
+        EXPECT_EQ(logger.LoggedBytes() != 0, threshold == 4) << "the failures' records";
     }
 }
 
