@@ -392,10 +392,10 @@ TEST(CreateZamFileDownloader, LogsAsTheOtherEntryFunctionDoes) {
     ScriptedService service;
     service.platform.SetRiid(qx::kFileDownloaderEndpoint, VD_UNKNOWN_RIID);
     testing::RecordingLogger logger;
+    Parts parts;
     std::shared_ptr<IZamFileDownloader> downloader;
     EXPECT_EQ(CreateZamFileDownloader("", downloader), kUnspecified);
     EXPECT_EQ(downloader, nullptr);
-    Parts parts;
     const std::shared_ptr<IZamFileDownloader> old = parts.fileDownloader;
     downloader = old;
     EXPECT_EQ(CreateZamFileDownloader("nobody", downloader), kUnspecified);
