@@ -242,6 +242,9 @@ TEST_F(TransportOrder, WaitsForASubscriberOutsideThatIsStarted) {
         parts.Assemble().reset();
         EXPECT_EQ(g_freed, 0);
         pipeline.proxy.reset();
+        while (g_freed < 2) {
+            std::this_thread::yield();  // the handler thread may be the last that holds it
+        }
         EXPECT_EQ(g_freedAs[0], 1);
         EXPECT_EQ(g_freedAs[1], 2);
     }

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstring>
 #include <functional>
+#include <future>
 #include <initializer_list>
 #include <memory>
 #include <stdexcept>
@@ -201,6 +202,26 @@ TEST_F(HandlerRounds, HaveAnObjectKeptUntilTheStopAlsoWhenTheyEndedBefore) {
     const std::weak_ptr<int> unneeded = object;
     handler_.KeepForThreads(std::move(object));
     EXPECT_TRUE(unneeded.expired());
+}
+
+/// A thread that has stopped its own run may go on with what it took out of the queue.
+TEST_F(HandlerRounds, HaveAnObjectKeptBehindAStopOfTheirOwn) {
+    std::promise<std::weak_ptr<int>> told;
+    action_ = [&](int value) {
+        if (value == 1) {
+            EXPECT_EQ(handler_.Stop(), 0);
+            auto object = std::make_shared<int>(1);
+            const std::weak_ptr<int> kept = object;
+            handler_.KeepForThreads(std::move(object));
+            EXPECT_FALSE(kept.expired());
+            told.set_value(kept);
+        }
+        return 0;
+    };
+    Push({1});
+    const std::weak_ptr<int> kept = told.get_future().get();
+    ASSERT_TRUE(WaitUntilGone(script_.handlerThread));
+    EXPECT_TRUE(kept.expired());
 }
 
 TEST_F(HandlerRounds, EndWithAnythingThrown) {
