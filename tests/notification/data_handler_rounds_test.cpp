@@ -182,6 +182,7 @@ TEST_F(HandlerRounds, EndWithAnExceptionUntilTheNextStart) {
     EXPECT_EQ(handler_.Start(manager_), 0);
     WaitUntilIdle();
     EXPECT_THAT(Processed(), ElementsAre("0", "1", "99"));
+    EXPECT_EQ(handler_.Stop(), 0);  // what the action uses goes now
 }
 
 /// The subscriber needs it to the end.
@@ -222,6 +223,8 @@ TEST_F(HandlerRounds, HaveAnObjectKeptBehindAStopOfTheirOwn) {
     const std::weak_ptr<int> kept = told.get_future().get();
     ASSERT_TRUE(WaitUntilGone(script_.handlerThread));
     EXPECT_TRUE(kept.expired());
+    EXPECT_EQ(handler_.Start(manager_), 0);  // joins the thread: what the action uses goes now
+    EXPECT_EQ(handler_.Stop(), 0);
 }
 
 TEST_F(HandlerRounds, EndWithAnythingThrown) {
