@@ -16,6 +16,7 @@ public:
     ~BareService();
 
     const std::string& Path() const noexcept { return path_; }
+    pid_t Pid() const noexcept { return child_.Pid(); }
 
 private:
     const std::string path_;

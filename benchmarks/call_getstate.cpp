@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <array>
 #include <string>
 #include <vector>
 
@@ -14,9 +13,6 @@ namespace {
 constexpr int kRounds = 9;
 constexpr int kWarmUpCalls = 1000;
 constexpr int kCalls = 10'000;
-
-constexpr std::array<Placement, 3> kPlacements = {
-    {{"one_core", 0, 0}, {"two_cores", 0, 1}, {"unpinned", -1, -1}}};
 
 /// Middle round-trip time, and CPU time of both processes per call, in microseconds.
 struct Cost {

@@ -75,6 +75,7 @@ void Stream(zam_connector::IZamFileDownloader& downloader) {
 class Files {
 public:
     Files() {
+        std::filesystem::create_directories(service_.DataPath("files"));
         WriteFile(Path());
         if (zam_connector::CreateZamFileDownloader("", downloader_) != 0 ||
             downloader_ == nullptr) {
@@ -138,7 +139,9 @@ void MeasureFiles(Report& report) {
         stream.push_back(files.StreamSeconds());
         if (report.Wants("file.get")) {
             sums.push_back(SecondsOf([&] { Run({"sha256sum", files.Path()}); }));
-            gets.push_back(SecondsOf([&] { Run({ZAMCTL, "file", "get", kName, target}); }));
+            gets.push_back(SecondsOf([&] {
+                Run({ZAMCTL, "--quiet", "file", "get", kName, "--output", target});
+            }));
             std::filesystem::remove(target);
         }
     }

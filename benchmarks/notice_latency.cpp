@@ -34,7 +34,7 @@ constexpr int kNotices = 2000;
 /// Between two notices: by then the client waits for the next.
 constexpr auto kPause = std::chrono::microseconds(300);
 
-constexpr std::array<Placement, 2> kPlacements = {{{"two_cores", 0, 1}, {"one_core", 0, 0}}};
+constexpr std::array<Placement, 2> kPinnedPlacements = {{{"two_cores", 0, 1}, {"one_core", 0, 0}}};
 
 /// What a notice of kind 7 puts on the wire: the waiting call and its answer, the fetch and its.
 constexpr Exchange kWait{32 + 32, 32 + 32};
@@ -310,7 +310,7 @@ void MeasureNotices(Report& report) {
     }
     const BareClient bareClient(waits.client.Get(), fetches.client.Get(), *bareStamps, bareTold);
 
-    for (const Placement& placement : kPlacements) {
+    for (const Placement& placement : kPinnedPlacements) {
         Pin(0, placement.client);
         Pin(service.Pid(), placement.server);
         Pin(bareServer.Pid(), placement.server);

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <array>
 #include <functional>
 #include <string>
 #include <vector>
@@ -14,6 +15,9 @@ struct Placement {
     int client;
     int server;
 };
+
+inline constexpr std::array<Placement, 3> kPlacements = {
+    {{"one_core", 0, 0}, {"two_cores", 0, 1}, {"unpinned", -1, -1}}};
 
 /// Pins every thread of a process (0: this one) to a core, or frees it to run on all for -1.
 void Pin(pid_t process, int core);
