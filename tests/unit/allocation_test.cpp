@@ -71,6 +71,14 @@ TEST(Logging, AllocatesOnlyForTextsBeyondItsBuffer) {
     EXPECT_GE(AllocationsOf([&] { common::Failure(kSite, "{}", longText); }), 1);
 }
 
+/// A transport that `ops` answers, with what it knows in `platform`.
+VdZorTransport TransportOver(const VdZorTransportOps& ops, void* platform) {
+    VdZorTransport transport{};
+    transport.ops = &ops;
+    transport.platform = platform;
+    return transport;
+}
+
 /// Answers every call at once with what its `platform` says, and allocates nothing.
 int AnswerZeros(VdZorTransport* transport, vd_message_header* /*request*/,
                 vd_arena* /*requestArena*/, vd_message_header* response,
@@ -82,9 +90,7 @@ int AnswerZeros(VdZorTransport* transport, vd_message_header* /*request*/,
 TEST(ConnectionControl, AllocatesNothingInItsCalls) {
     constexpr VdZorTransportOps kOps{&AnswerZeros};
     int status = 0;
-    VdZorTransport transport{};
-    transport.ops = &kOps;
-    transport.platform = &status;
+    VdZorTransport transport = TransportOver(kOps, &status);
     proxy::ZamConnControllerProxy controller(test::ControllerRecord(&transport));
     proxy::ZamConnSettingsHolderProxy settingsHolder(test::SettingsHolderRecord(&transport));
     proxy::ZamConnCommandSenderProxy commandSender(test::CommandSenderRecord(&transport));
@@ -142,9 +148,7 @@ TEST(HashGetters, AllocateNothingWhateverComesOfThem) {
     constexpr VdZorTransportOps kOps{&AnswerHash};
     constexpr int kRefusal = static_cast<int>(0x8000004CU);
     HashAnswer answer{};
-    VdZorTransport transport{};
-    transport.ops = &kOps;
-    transport.platform = &answer;
+    VdZorTransport transport = TransportOver(kOps, &answer);
     qx_zam_connector_ZamDataProvider_proxy record{};
     qx_zam_connector_ZamDataProvider_proxy_init(&record, &transport, 1);
     proxy::ZamDataProviderProxy provider(record);
@@ -172,9 +176,7 @@ TEST(HashGetters, AllocateNothingWhateverComesOfThem) {
 TEST(Downloads, AllocateNothingButWhatTheyHandOut) {
     constexpr VdZorTransportOps kOps{&AnswerZeros};
     int status = 0;
-    VdZorTransport transport{};
-    transport.ops = &kOps;
-    transport.platform = &status;
+    VdZorTransport transport = TransportOver(kOps, &status);
     qx_zam_connector_ZamFileDownloader_proxy fileRecord{};
     qx_zam_connector_ZamFileDownloader_proxy_init(&fileRecord, &transport, 1);
     proxy::ZamFileDownloaderProxy files(fileRecord);
@@ -218,9 +220,7 @@ int AnswerChunk(VdZorTransport* transport, vd_message_header* /*request*/,
 TEST(Downloads, AllocateOnceForTheBytesOfAChunk) {
     constexpr VdZorTransportOps kOps{&AnswerChunk};
     int size = 65536;
-    VdZorTransport transport{};
-    transport.ops = &kOps;
-    transport.platform = &size;
+    VdZorTransport transport = TransportOver(kOps, &size);
     qx_zam_connector_ZamFileDownloader_proxy record{};
     qx_zam_connector_ZamFileDownloader_proxy_init(&record, &transport, 1);
     proxy::ZamFileDownloaderProxy files(record);
