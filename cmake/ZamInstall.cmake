@@ -11,10 +11,10 @@ set(zam_static_targets zam_connector_testing zam_scripted_platform)
 set(zam_header_folders
   "${PROJECT_SOURCE_DIR}/include/"
   "${PROJECT_SOURCE_DIR}/platform/include/"
-  "${PROJECT_SOURCE_DIR}/qel/include/"
-  "${PROJECT_SOURCE_DIR}/testing/include/"
-  "${PROJECT_SOURCE_DIR}/tree_json/include/"
-  "${PROJECT_SOURCE_DIR}/zuv/include/")
+  "${PROJECT_SOURCE_DIR}/foundation/qel/include/"
+  "${PROJECT_SOURCE_DIR}/kit/include/"
+  "${PROJECT_SOURCE_DIR}/library/tree_json/include/"
+  "${PROJECT_SOURCE_DIR}/foundation/zuv/include/")
 
 set(zam_shared_testing_targets)
 if(TARGET zam_in_process_service)
@@ -37,7 +37,7 @@ install(TARGETS ${zam_shared_testing_targets} ${zam_static_targets} EXPORT zam_c
 install(DIRECTORY ${zam_header_folders} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT dev
   FILES_MATCHING PATTERN "*.h")
 # All that public headers need of qor.
-install(FILES "${PROJECT_SOURCE_DIR}/qor/include/qor/types/timestamp.h"
+install(FILES "${PROJECT_SOURCE_DIR}/foundation/qor/include/qor/types/timestamp.h"
   DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/qor/types" COMPONENT dev)
 
 set(zam_config_folder "${CMAKE_INSTALL_LIBDIR}/cmake/zam_connector")
@@ -70,7 +70,7 @@ endif()
 foreach(program ${zam_programs})
   set_target_properties(${program} PROPERTIES INSTALL_RPATH "$ORIGIN/${zam_bin_to_lib}")
   install(TARGETS ${program} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tools)
-  install(FILES "${PROJECT_SOURCE_DIR}/completions/${program}"
+  install(FILES "$<TARGET_PROPERTY:${program},SOURCE_DIR>/completion/${program}"
     DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT tools)
 endforeach()
 install(FILES docs/man/zamctl.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tools)
@@ -84,14 +84,14 @@ if(TARGET zam_connectord)
     install(CODE "
       set(zam_bindir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
       set(ZAM_SERVICE_USER \"${ZAM_SERVICE_USER}\")
-      configure_file(\"${PROJECT_SOURCE_DIR}/service/systemd/${unit}.in\"
+      configure_file(\"${PROJECT_SOURCE_DIR}/programs/service/systemd/${unit}.in\"
         \"${PROJECT_BINARY_DIR}/package/${unit}\" @ONLY)
       file(INSTALL \"${PROJECT_BINARY_DIR}/package/${unit}\"
         DESTINATION \"\${CMAKE_INSTALL_PREFIX}/lib/systemd/system\")"
       COMPONENT tools)
   endforeach()
   foreach(kind sysusers tmpfiles)
-    configure_file(service/systemd/zam_connectord.${kind}.in
+    configure_file(programs/service/systemd/zam_connectord.${kind}.in
       "${PROJECT_BINARY_DIR}/package/${kind}/zam_connectord.conf" @ONLY)
     install(FILES "${PROJECT_BINARY_DIR}/package/${kind}/zam_connectord.conf"
       DESTINATION lib/${kind}.d COMPONENT tools)

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "zam_connector/export.h"
+#include "qel/export.h"
 #include "zam_connector/i_zam_connector.h"
 #include "zam_connector/i_zam_file_downloader.h"
 

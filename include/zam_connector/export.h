@@ -1,4 +1,4 @@
 #pragma once
 
-/// Marks what a shared library of this package exports; everything else is built hidden.
-#define ZAM_API __attribute__((visibility("default")))
+// The macro ZAM_API, which stands at the bottom of the house so that every floor can use it.
+#include "qel/export.h"

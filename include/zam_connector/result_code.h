@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "zam_connector/export.h"
+#include "qel/export.h"
 
 namespace zam_connector {
 

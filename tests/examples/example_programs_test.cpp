@@ -10,7 +10,7 @@
 
 #include "support/program.h"
 #include "zam_connector_testing/service_process.h"
-#include "zamctl/running_program.h"
+#include "support/running_program.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "zam_connector/export.h"
+#include "qel/export.h"
 
 /// Message arenas and headers of the IDL runtime. Plain records without hidden state: one thread
 /// at a time may use an arena, and none of these functions allocates, blocks or fails otherwise

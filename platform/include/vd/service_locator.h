@@ -2,7 +2,7 @@
 
 #include <stdint.h>
 
-#include "zam_connector/export.h"
+#include "qel/export.h"
 
 /// The system's service locator. Both functions may block and may be called from any thread.
 

@@ -3,7 +3,7 @@
 #include <stdint.h>
 
 #include "vd/arena.h"
-#include "zam_connector/export.h"
+#include "qel/export.h"
 
 /// The client half of the system's IPC: one blocking request/response exchange.
 

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <string_view>
 
-#include "zam_connector/export.h"
+#include "qel/export.h"
 
 namespace zor::logger {
 

@@ -1,0 +1,237 @@
+#include "data_handler/handler_threads.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <thread>
+
+#include "library/zor_ipc/notification/scripted_parts.h"
+
+namespace zam_connector::proxy {
+namespace {
+
+using test::Flag;
+using test::Journal;
+using test::kPatience;
+using test::ThreadNumber;
+using test::ThreadState;
+using test::WaitUntilAsleep;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Token = qor::utils::CancellationToken;
+
+class HandlerThreadsTest : public ::testing::Test {
+protected:
+    /// Starts a thread whose rounds journal their begin and end, and last until `leave`.
+    std::shared_ptr<Token> StartUntil(const Flag& leave, const std::string& name) {
+        auto token = std::make_shared<Token>();
+        threads_->Start(token, [this, &leave, name] {
+            journal_.Add(name + " begins");
+            leave.Wait();
+            journal_.Add(name + " ends");
+        });
+        return token;
+    }
+
+    bool WaitFor(const std::string& entry) const {
+        const auto deadline = std::chrono::steady_clock::now() + kPatience;
+        while (std::chrono::steady_clock::now() < deadline) {
+            for (const std::string& present : journal_.Entries()) {
+                if (present == entry) {
+                    return true;
+                }
+            }
+            std::this_thread::yield();
+        }
+        return false;
+    }
+
+    /// Something whose end is journalled.
+    std::shared_ptr<const void> Object(const std::string& name) {
+        return {this, [this, name](const void*) { journal_.Add(name + " is gone"); }};
+    }
+
+    Journal journal_;
+    std::unique_ptr<HandlerThreads> threads_ = std::make_unique<HandlerThreads>("a_test");
+};
+
+TEST_F(HandlerThreadsTest, AreToldFromOtherThreads) {
+    EXPECT_FALSE(HandlerThreads::IsCurrent());
+    bool current = false;
+    std::string name;
+    threads_->Start(std::make_shared<Token>(), [&] {
+        current = HandlerThreads::IsCurrent();
+        name = ThreadState::Of(ThreadNumber()).name;
+    });
+    threads_->Finish();
+    EXPECT_TRUE(current);
+    EXPECT_EQ(name, "a_test");
+    EXPECT_FALSE(HandlerThreads::IsCurrent());
+}
+
+TEST_F(HandlerThreadsTest, TakeTurnsInTheOrderOfTheirStarts) {
+    Flag leaveFirst;
+    Flag leaveSecond;
+    StartUntil(leaveFirst, "first");
+    ASSERT_TRUE(WaitFor("first begins"));
+    StartUntil(leaveSecond, "second");  // a start waits for nobody
+    leaveSecond.Raise();
+    EXPECT_THAT(journal_.Entries(), ElementsAre("first begins"));
+    leaveFirst.Raise();
+    threads_->Finish();
+    EXPECT_THAT(journal_.Entries(),
+                ElementsAre("first begins", "first ends", "second begins", "second ends"));
+}
+
+TEST_F(HandlerThreadsTest, DoNothingWhenTheirTokenIsCancelledFirst) {
+    const auto token = std::make_shared<Token>(Token::ExecutionAction::Cancel);
+    threads_->Start(token, [this] { journal_.Add("begins"); });
+    threads_->Finish();
+    EXPECT_THAT(journal_.Entries(), IsEmpty());
+}
+
+TEST_F(HandlerThreadsTest, StopWaitingForTheirTurnWhenTheirTokenIsCancelled) {
+    Flag leave;
+    StartUntil(leave, "first");
+    ASSERT_TRUE(WaitFor("first begins"));
+    const auto token = std::make_shared<Token>();
+    threads_->Start(token, [this, object = Object("second")] { journal_.Add("second begins"); });
+    token->Cancel();
+    std::thread finishing([this] { threads_->Finish(); });
+    EXPECT_TRUE(WaitFor("second is gone"));  // while the first still has the turn
+    EXPECT_THAT(journal_.Entries(), ElementsAre("first begins", "second is gone"));
+    leave.Raise();
+    finishing.join();
+}
+
+TEST_F(HandlerThreadsTest, AreJoinedByFinish) {
+    Flag leave;
+    StartUntil(leave, "one");
+    std::atomic<pid_t> number{0};
+    std::thread finishing([&] {
+        number = ThreadNumber();
+        threads_->Finish();
+        journal_.Add("finished");
+    });
+    EXPECT_TRUE(WaitFor("one begins"));
+    EXPECT_TRUE(WaitUntilAsleep(number));
+    leave.Raise();
+    finishing.join();
+    EXPECT_THAT(journal_.Entries(), ElementsAre("one begins", "one ends", "finished"));
+    threads_->Finish();
+}
+
+TEST_F(HandlerThreadsTest, AreNotJoinedByOneOfThem) {
+    Flag started;
+    threads_->Start(std::make_shared<Token>(), [this, &started] {
+        started.Wait();
+        threads_->Finish();
+        journal_.Add("finished inside");
+    });
+    started.Raise();
+    ASSERT_TRUE(WaitFor("finished inside"));
+    threads_->Finish();
+}
+
+TEST_F(HandlerThreadsTest, AreNotJoinedByThoseOfAnotherPipeline) {
+    Flag leave;
+    StartUntil(leave, "one");
+    ASSERT_TRUE(WaitFor("one begins"));
+    HandlerThreads others("others");
+    others.Start(std::make_shared<Token>(), [this] { threads_->Finish(); });
+    others.Finish();
+    EXPECT_THAT(journal_.Entries(), ElementsAre("one begins"));
+    leave.Raise();
+    threads_->Finish();
+    EXPECT_THAT(journal_.Entries(), ElementsAre("one begins", "one ends"));
+}
+
+TEST_F(HandlerThreadsTest, OutliveTheirObjectWhenOneOfThemDestroysIt) {
+    Flag started;
+    threads_->Start(std::make_shared<Token>(), [this, &started, object = Object("rounds")] {
+        started.Wait();
+        threads_.reset();
+        journal_.Add("goes on");
+    });
+    started.Raise();
+    ASSERT_TRUE(WaitFor("rounds is gone"));
+    EXPECT_THAT(journal_.Entries(), ElementsAre("goes on", "rounds is gone"));
+}
+
+TEST_F(HandlerThreadsTest, AreJoinedByTheEndOfTheirObject) {
+    Flag leave;
+    StartUntil(leave, "one");
+    ASSERT_TRUE(WaitFor("one begins"));
+    leave.Raise();
+    threads_.reset();
+    EXPECT_THAT(journal_.Entries(), ElementsAre("one begins", "one ends"));
+}
+
+TEST_F(HandlerThreadsTest, KeepAnObjectUntilTheEndAfterTheirRounds) {
+    Flag leave;
+    threads_->Start(std::make_shared<Token>(), [this, &leave, object = Object("rounds")] {
+        journal_.Add("begins");
+        leave.Wait();
+    });
+    ASSERT_TRUE(WaitFor("begins"));
+    threads_->Keep(Object("object"));
+    EXPECT_THAT(journal_.Entries(), ElementsAre("begins"));
+    leave.Raise();
+    ASSERT_TRUE(WaitFor("object is gone"));
+    EXPECT_THAT(journal_.Entries(), ElementsAre("begins", "rounds is gone", "object is gone"));
+}
+
+TEST_F(HandlerThreadsTest, KeepNothingWhenNoneRuns) {
+    threads_->Keep(Object("first"));
+    EXPECT_THAT(journal_.Entries(), ElementsAre("first is gone"));
+    threads_->Start(std::make_shared<Token>(), [] {});
+    threads_->Finish();
+    threads_->Keep(Object("second"));
+    EXPECT_THAT(journal_.Entries(), ElementsAre("first is gone", "second is gone"));
+}
+
+TEST_F(HandlerThreadsTest, KeepAnObjectUntilTheLastHasEnded) {
+    Flag leaveFirst;
+    Flag leaveSecond;
+    std::atomic<pid_t> first{0};
+    threads_->Start(std::make_shared<Token>(), [&] {
+        first = ThreadNumber();
+        journal_.Add("first begins");
+        leaveFirst.Wait();
+    });
+    ASSERT_TRUE(WaitFor("first begins"));
+    threads_->Keep(Object("object"));
+    StartUntil(leaveSecond, "second");  // it was not there when the object came
+    leaveFirst.Raise();
+    ASSERT_TRUE(WaitFor("second begins"));
+    while (ThreadState::Of(first).state != '?') {  // the kernel knows it still
+        std::this_thread::yield();
+    }
+    EXPECT_THAT(journal_.Entries(), ElementsAre("first begins", "second begins"));
+    leaveSecond.Raise();
+    ASSERT_TRUE(WaitFor("object is gone"));
+    threads_->Finish();
+    EXPECT_EQ(journal_.Entries().back(), "object is gone");
+}
+
+TEST_F(HandlerThreadsTest, LeaveNothingBehindWhenTheyCannotBeStarted) {
+    {
+        const test::NoMoreThreads none;
+        EXPECT_THROW(threads_->Start(std::make_shared<Token>(),
+                                     [this, object = Object("rounds")] { journal_.Add("runs"); }),
+                     std::system_error);
+    }
+    EXPECT_THAT(journal_.Entries(), ElementsAre("rounds is gone"));
+    threads_->Keep(Object("object"));
+    threads_->Start(std::make_shared<Token>(), [this] { journal_.Add("runs"); });
+    threads_->Finish();
+    EXPECT_THAT(journal_.Entries(), ElementsAre("rounds is gone", "object is gone", "runs"));
+}
+
+}  // namespace
+}  // namespace zam_connector::proxy

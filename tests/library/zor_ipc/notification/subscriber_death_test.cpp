@@ -1,0 +1,103 @@
+// How a subscriber ends, and how it ends the process.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <memory>
+#include <stdexcept>
+
+#include "data_handler/data_handler.h"
+#include "data_handler/data_subscriber.h"
+#include "library/zor_ipc/notification/scripted_parts.h"
+#include "library/zor_ipc/notification/scripted_provider.h"
+#include "qor/utils/blocking_queue.h"
+
+namespace zam_connector::proxy {
+namespace {
+
+using qor::utils::BlockingQueue;
+using test::Notifier;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::KilledBySignal;
+
+using Subscriber = DataSubscriber<int, BlockingQueue>;
+using Handler = DataHandler<int, test::ScriptedManager, BlockingQueue>;
+
+std::unique_ptr<Subscriber> SubscriberOf(const std::shared_ptr<Notifier<int>>& notifier) {
+    return std::make_unique<Subscriber>(std::make_unique<test::ScriptedProvider<int>>(notifier));
+}
+
+/// A provider that waits for ever and throws when that is to end.
+class EndlessProvider final : public IDataProvider<int> {
+public:
+    int Register() override { return 0; }
+    int GetData(int& /*value*/) override { return never_.Wait() ? 0 : 1; }
+    int Unregister() override { throw std::runtime_error("of the test"); }
+
+private:
+    test::Flag never_;
+};
+
+TEST(DataSubscriberEnd, CallsNothingWhenItIsNotSubscribed) {
+    const auto notifier = std::make_shared<Notifier<int>>();
+    SubscriberOf(notifier).reset();
+    EXPECT_THAT(notifier->Calls(), IsEmpty());
+}
+
+TEST(DataSubscriberEnd, Unsubscribes) {
+    const auto notifier = std::make_shared<Notifier<int>>();
+    const auto queue = std::make_shared<BlockingQueue<int>>();
+    auto subscriber = SubscriberOf(notifier);
+    ASSERT_EQ(subscriber->Subscribe(queue), 0);
+    subscriber.reset();
+    EXPECT_THAT(notifier->Calls(), ElementsAre("Register", "Unregister"));
+    EXPECT_TRUE(queue->IsClosed());
+    EXPECT_EQ(queue.use_count(), 1);
+}
+
+class SubscriberDeathTest : public ::testing::Test {
+protected:
+    SubscriberDeathTest() { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+};
+
+void EndWhileTheProviderRefuses() {
+    const auto notifier = std::make_shared<Notifier<int>>();
+    auto subscriber = SubscriberOf(notifier);
+    subscriber->Subscribe(std::make_shared<BlockingQueue<int>>());
+    notifier->SetUnregister(-5);
+    subscriber.reset();
+}
+
+TEST_F(SubscriberDeathTest, EndsTheProcessWhenTheProviderRefusesToEnd) {
+    EXPECT_EXIT(EndWhileTheProviderRefuses(), KilledBySignal(SIGABRT), "terminate");
+}
+
+void EndWhileTheProviderThrows() {
+    Subscriber subscriber(std::make_unique<EndlessProvider>());
+    subscriber.Subscribe(std::make_shared<BlockingQueue<int>>());
+}
+
+TEST_F(SubscriberDeathTest, LogsWhatTheProviderThrowsBeforeItEndsTheProcess) {
+    EXPECT_EXIT(EndWhileTheProviderThrows(), KilledBySignal(SIGABRT),
+                "DataSubscriber: Unsubscribe threw exception");
+}
+
+void EndAHandlerWhileTheProviderRefuses() {
+    const auto notifier = std::make_shared<Notifier<int>>();
+    test::PartsScript script;
+    auto handler = std::make_unique<Handler>(SubscriberOf(notifier),
+                                             std::make_unique<test::ScriptedFactory>(script));
+    const auto manager = std::make_shared<test::ScriptedManager>();
+    handler->Start(manager);
+    notifier->SetUnregister(-5);
+    handler.reset();
+}
+
+TEST_F(SubscriberDeathTest, EndsTheProcessWithTheHandlerThatOwnsIt) {
+    EXPECT_EXIT(EndAHandlerWhileTheProviderRefuses(), KilledBySignal(SIGABRT), "terminate");
+}
+
+}  // namespace
+}  // namespace zam_connector::proxy

@@ -1,0 +1,155 @@
+#include "channels/channel_table.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "channels/upload_quota.h"
+#include "run_until.h"
+#include "zam_connector_testing/recording_logger.h"
+
+namespace zam_service {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Pointee;
+using zam_platform::SessionToken;
+using zam_service::testing::RunUntil;
+
+SessionToken Client(unsigned char number) {
+    SessionToken token{};
+    token[0] = static_cast<SessionToken::value_type>(number);
+    return token;
+}
+
+class ChannelTableTest : public ::testing::Test {
+protected:
+    std::string LastRecord() const {
+        const auto records = logger_.Records();
+        return records.empty() ? "" : records.back().text;
+    }
+
+    zam_connector::testing::RecordingLogger logger_;
+    asio::io_context loop_;
+    ChannelIds ids_;
+};
+
+TEST_F(ChannelTableTest, KeepsChannelsByNumber) {
+    ChannelTable<std::string> table(loop_, ids_, "test");
+    const std::int64_t first = table.Open(Client(1), "first");
+    const std::int64_t second = table.Open(Client(1), "second");
+    EXPECT_GT(first, 0);
+    EXPECT_NE(first, second);
+    EXPECT_THAT(table.Find(Client(1), first), Pointee(std::string("first")));
+    EXPECT_EQ(table.Take(Client(1), second), "second");
+    EXPECT_EQ(table.Take(Client(1), second), std::nullopt);
+    EXPECT_EQ(table.Count(), 1U);
+    EXPECT_EQ(LastRecord(), "the client has no test channel " + std::to_string(second) + " open");
+}
+
+TEST_F(ChannelTableTest, GivesAClientNoOthersChannels) {
+    ChannelTable<std::string> table(loop_, ids_, "test");
+    const std::int64_t channel = table.Open(Client(1), "mine");
+    EXPECT_EQ(table.Find(Client(2), channel), nullptr);
+    EXPECT_EQ(table.Take(Client(2), channel), std::nullopt);
+    EXPECT_NE(table.Find(Client(1), channel), nullptr);
+}
+
+TEST_F(ChannelTableTest, NumbersDifferInEveryTableAndRun) {
+    ChannelTable<int> one(loop_, ids_, "one");
+    ChannelTable<int> other(loop_, ids_, "other");
+    EXPECT_NE(one.Open(Client(1), 0), other.Open(Client(1), 0));
+    EXPECT_NE(ChannelIds().Next(), ChannelIds().Next());
+}
+
+TEST_F(ChannelTableTest, DropsTheOldestOfAClientThatOpensTooMany) {
+    ChannelTable<int> table(loop_, ids_, "test", {.perClient = 2});
+    const std::int64_t others = table.Open(Client(2), 0);
+    const std::int64_t first = table.Open(Client(1), 1);
+    const std::int64_t second = table.Open(Client(1), 2);
+    EXPECT_NE(table.Find(Client(1), first), nullptr) << "two are allowed";
+    const std::int64_t third = table.Open(Client(1), 3);
+    EXPECT_THAT(LastRecord(), HasSubstr("test channel " + std::to_string(first) + " dropped"));
+    EXPECT_EQ(table.Find(Client(1), first), nullptr);
+    EXPECT_NE(table.Find(Client(1), second), nullptr);
+    EXPECT_NE(table.Find(Client(1), third), nullptr);
+    EXPECT_NE(table.Find(Client(2), others), nullptr);
+}
+
+TEST_F(ChannelTableTest, EndsAllChannelsOfASession) {
+    ChannelTable<int> table(loop_, ids_, "test");
+    table.Open(Client(1), 1);
+    table.Open(Client(1), 2);
+    table.Open(Client(2), 3);
+    table.EndSession(Client(1));
+    EXPECT_EQ(table.Count(), 1U);
+    EXPECT_EQ(LastRecord(), "2 test channels ended with their client");
+    logger_.Clear();
+    table.EndSession(Client(3));
+    EXPECT_THAT(logger_.Records(), ::testing::IsEmpty());
+}
+
+TEST_F(ChannelTableTest, DropsWhatNobodyUses) {
+    ChannelTable<int> table(loop_, ids_, "test", {.idle = std::chrono::milliseconds(30)});
+    for (int round = 0; round < 2; ++round) {
+        const std::int64_t idle = table.Open(Client(1), round);
+        EXPECT_TRUE(RunUntil(loop_, [&] { return table.Count() == 0; }));
+        EXPECT_EQ(LastRecord(),
+                  "test channel " + std::to_string(idle) + " dropped: not used for 30 ms");
+    }
+}
+
+TEST_F(ChannelTableTest, CountsTheIdleTimeFromTheLastUse) {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds kIdle{60};
+    ChannelTable<int> table(loop_, ids_, "test", {.idle = kIdle});
+    auto lastUse = Clock::now();
+    const std::int64_t channel = table.Open(Client(1), 1);
+    const auto half = lastUse + kIdle / 2;
+    EXPECT_TRUE(RunUntil(loop_, [&] { return Clock::now() >= half; }));
+    const auto beforeUse = Clock::now();
+    if (table.Find(Client(1), channel) != nullptr) {  // on a slow machine it may be gone already
+        lastUse = beforeUse;
+    }
+    EXPECT_TRUE(RunUntil(loop_, [&] { return table.Count() == 0; }));
+    EXPECT_GE(Clock::now() - lastUse, kIdle);
+}
+
+TEST(UploadQuota, BoundsEveryUploadAndEveryUser) {
+    const UploadQuota quota(100, 150);
+    UploadShare one = quota.Begin(1);
+    EXPECT_TRUE(one.Grow(60));
+    EXPECT_TRUE(one.Grow(40));
+    EXPECT_FALSE(one.Grow(1)) << "an upload has at most 100";
+    UploadShare two = quota.Begin(1);
+    EXPECT_FALSE(two.Grow(51)) << "its user has at most 150";
+    EXPECT_TRUE(two.Grow(50));
+    EXPECT_EQ(quota.TakenBy(1), 150U);
+    UploadShare other = quota.Begin(2);
+    EXPECT_TRUE(other.Grow(100));
+    EXPECT_FALSE(other.Grow(static_cast<std::size_t>(-1)));
+}
+
+TEST(UploadQuota, GetsBackWhatEndedUploadsTook) {
+    auto quota = std::make_unique<UploadQuota>(100, 100);
+    UploadShare kept = quota->Begin(1);
+    {
+        UploadShare share = quota->Begin(1);
+        EXPECT_TRUE(share.Grow(70));
+        kept = std::move(share);
+        EXPECT_EQ(quota->TakenBy(1), 70U);
+    }
+    EXPECT_EQ(quota->TakenBy(1), 70U) << "the share was moved";
+    kept.Return();
+    EXPECT_EQ(quota->TakenBy(1), 0U);
+    EXPECT_TRUE(kept.Grow(100));
+    quota.reset();
+    kept.Return();
+    EXPECT_FALSE(UploadShare().Grow(1));
+}
+
+}  // namespace
+}  // namespace zam_service

@@ -1,0 +1,241 @@
+// The commands that watch and fetch, as processes over the real service in another.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/running_program.h"
+#include "support/program.h"
+#include "support/temporary_folder.h"
+#include "zam_connector_testing/service_process.h"
+
+namespace zamctl::test {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+using zam_connector::test::Content;
+using zam_connector::test::ProgramResult;
+using zam_connector::test::RunProgram;
+
+class ZamctlLive : public ::testing::Test {
+protected:
+    std::vector<std::string> Environment() const {
+        return {"ZAM_RUNTIME_DIR=" + service_.RuntimeDirectory(), "TZ=UTC"};
+    }
+
+    ProgramResult Run(const std::vector<std::string>& arguments) const {
+        return RunProgram(ZAMCTL_EXECUTABLE, arguments, {.environment = Environment()});
+    }
+
+    /// Writes a file for download, of bytes that do not repeat soon.
+    std::string WriteFile(const std::string& name, std::size_t size) const {
+        std::string content(size, '\0');
+        std::uint32_t state = 1;
+        for (char& byte : content) {
+            state = state * 1664525 + 1013904223;
+            byte = static_cast<char>(state >> 24U);
+        }
+        fs::create_directories(fs::path(service_.DataDirectory()) / "files");
+        service_.WriteData("files/" + name, content);
+        return content;
+    }
+
+    std::string Target() const { return service_.DataDirectory() + "/fetched"; }
+
+    zam_connector::testing::ServiceProcess service_{ZAM_CONNECTORD};
+};
+
+/// A watch that has subscribed.
+class Watch : public RunningProgram {
+public:
+    Watch(const std::vector<std::string>& arguments, const std::vector<std::string>& environment)
+        : RunningProgram(ZAMCTL_EXECUTABLE, arguments, environment) {
+        EXPECT_THAT(ErrLine(), StartsWith("watching "));
+    }
+
+    json Notice() { return json::parse(OutLine(), nullptr, false); }
+};
+
+TEST_F(ZamctlLive, WatchPrintsChangesUntilItIsInterrupted) {
+    service_.Start();
+    for (const int signal : {SIGINT, SIGTERM}) {
+        Watch watch({"--json", "watch"}, Environment());
+        service_.WriteData("policy.json", R"({"a": )" + std::to_string(signal) + "}");
+        const json policy = watch.Notice();
+        EXPECT_EQ(policy.at("kind"), "policy");
+        EXPECT_EQ(policy.at("nodes"), 2);
+        EXPECT_EQ(policy.at("hash").get<std::string>() + "\n", Run({"policy", "hash"}).out);
+        EXPECT_TRUE(policy.at("since_previous_ms").is_null());
+        service_.WriteData("server_data.json", R"({"version_major": )" + std::to_string(signal) +
+                                                   R"(, "version_minor": 0, "clock_offset_s": 0,
+                   "device_status": "managed", "offers_files": true,
+                   "wants_diagnostics": false, "requires_client_cert": false})");
+        EXPECT_EQ(watch.Notice().at("version_major"), signal);
+        watch.Signal(signal);
+        EXPECT_THAT(watch.ErrLine(), StartsWith("2 notices in "));
+        EXPECT_EQ(watch.Wait(), 0);
+    }
+}
+
+TEST_F(ZamctlLive, WatchTellsKindsThatDoNotKeepTheNotificationsRunning) {
+    service_.Start();
+    Watch watch({"--json", "watch", "reserve-cert", "--count", "2"}, Environment());
+    service_.WriteData("policy.json", R"({"not": "watched"})");
+    service_.WriteData("reserve_cert.pem", "one");
+    EXPECT_EQ(watch.Notice().at("bytes"), 3);
+    service_.WriteData("reserve_cert.pem", "four");
+    EXPECT_EQ(watch.Notice().at("bytes"), 4);
+    EXPECT_EQ(watch.Wait(), 0);
+}
+
+TEST_F(ZamctlLive, WatchGoesOnWhenTheServiceComesBack) {
+    service_.Start();
+    Watch watch({"--json", "watch", "policy"}, Environment());
+    service_.WriteData("policy.json", R"({"a": 1})");
+    const json before = watch.Notice();
+    service_.Kill();
+    service_.Start();
+    const json again = watch.Notice();
+    EXPECT_EQ(again.at("hash"), before.at("hash"));
+    service_.WriteData("policy.json", R"({"a": 2})");
+    EXPECT_NE(watch.Notice().at("hash"), before.at("hash"));
+    watch.Signal(SIGTERM);
+    EXPECT_EQ(watch.Wait(), 0);
+}
+
+TEST_F(ZamctlLive, WatchEndsWhenNobodyReadsAnyMore) {
+    service_.Start();
+    Watch watch({"watch"}, Environment());
+    watch.StopReading();
+    EXPECT_THAT(watch.ErrLine(), StartsWith("0 notices in "));
+    EXPECT_EQ(watch.Wait(), 0);
+}
+
+TEST_F(ZamctlLive, StateWatchPrintsEachState) {
+    service_.WriteData("connection.json",
+                       R"({"start": [{"state": "connecting"}, {"state": "connected"}]})");
+    service_.Start();
+    Watch watch({"--json", "state", "--watch", "--count", "2"}, Environment());
+    EXPECT_EQ(Run({"start", "--server", "server.example", "--port", "1"}).status, 0);
+    EXPECT_EQ(watch.Notice().at("state"), "connecting");
+    EXPECT_EQ(watch.Notice().at("state"), "connected");
+    EXPECT_EQ(watch.Wait(), 0);
+}
+
+TEST_F(ZamctlLive, FetchesAFile) {
+    const std::string content = WriteFile("a.bin", 300'001);
+    service_.Start();
+    const ProgramResult get = Run({"--json", "file", "get", "a.bin", "-o", Target()});
+    EXPECT_EQ(get.status, 0) << get.err;
+    EXPECT_EQ(Content(Target()), content);
+    const json info = json::parse(Run({"--json", "file", "info", "a.bin"}).out);
+    EXPECT_EQ(info.at("size_bytes"), content.size());
+    EXPECT_EQ(info.at("sha256"), json::parse(get.out).at("sha256"));
+    const ProgramResult missing = Run({"file", "get", "b.bin", "-o", Target()});
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_THAT(missing.err, HasSubstr("zamctl file get: cannot describe \"b.bin\": the service "
+                                       "answered 0x"));
+}
+
+TEST_F(ZamctlLive, FetchesAFileThroughDroppedConnectionsAndDamage) {
+    const std::string content = WriteFile("a.bin", 1'000'000);
+    service_.WriteData("faults.json", R"({"rules": [
+        {"endpoint": "fileDownloader", "operation": "GetFileChunk", "calls": 3, "drop": true},
+        {"endpoint": "fileDownloader", "operation": "GetFileChunk", "calls": [6, 7],
+         "transport_status": 5},
+        {"endpoint": "fileDownloader", "operation": "GetFileChunk", "calls": 10,
+         "damage": "chunk_data"},
+        {"endpoint": "fileDownloader", "operation": "GetFileChunk", "calls": 12,
+         "damage": "chunk_version"}]})");
+    service_.Start();
+    const ProgramResult get = Run({"--json", "file", "get", "a.bin", "-o", Target()});
+    EXPECT_EQ(get.status, 0) << get.err;
+    EXPECT_EQ(Content(Target()), content);
+    const json report = json::parse(get.out);
+    EXPECT_EQ(report.at("interruptions"), 2);
+    EXPECT_EQ(report.at("damaged_chunks"), 1);
+    EXPECT_EQ(report.at("restarts"), 0);
+    EXPECT_EQ(report.at("fetched_bytes"), content.size() + 65536);
+}
+
+TEST_F(ZamctlLive, FetchesAFileThroughARestartOfTheService) {
+    const std::string content = WriteFile("a.bin", 2'000'000);
+    service_.WriteData("faults.json", R"({"rules": [
+        {"endpoint": "fileDownloader", "operation": "GetFileChunk", "calls": [9, 1000],
+         "transport_status": 5}]})");
+    service_.Start();
+    RunningProgram get(ZAMCTL_EXECUTABLE, {"--json", "file", "get", "a.bin", "-o", Target()},
+                       Environment());
+    std::string line = get.ErrLine();
+    while (line.find("interrupted") == std::string::npos && line != "(nothing)") {
+        line = get.ErrLine();
+    }
+    service_.Kill();
+    service_.WriteData("faults.json", "{}");
+    service_.Start();
+    const json report = json::parse(get.OutLine(), nullptr, false);
+    EXPECT_EQ(get.Wait(), 0);
+    EXPECT_EQ(report.at("fetched_bytes"), content.size());
+    EXPECT_EQ(Content(Target()), content);
+}
+
+TEST_F(ZamctlLive, GoesOnWithAFileInAnotherRun) {
+    const std::string content = WriteFile("a.bin", 1'000'000);
+    service_.WriteData("faults.json", R"({"rules": [
+        {"endpoint": "fileDownloader", "operation": "GetFileChunk", "calls": 9,
+         "result_code": "0x80000045"}]})");
+    service_.Start();
+    const ProgramResult broken = Run({"file", "get", "a.bin", "-o", Target()});
+    EXPECT_EQ(broken.status, 2);
+    EXPECT_FALSE(fs::exists(Target()));
+    const json report = json::parse(Run({"--json", "file", "get", "a.bin", "-o", Target()}).out);
+    EXPECT_EQ(report.at("resumed_bytes"), 8 * 65536);
+    EXPECT_EQ(report.at("fetched_bytes"), content.size() - 8 * 65536);
+    EXPECT_EQ(Content(Target()), content);
+}
+
+TEST_F(ZamctlLive, EndsInTimeWhenTheServiceHangs) {
+    WriteFile("a.bin", 1000);
+    service_.WriteData("faults.json", R"({"rules": [{"endpoint": "fileDownloader",
+        "operation": "GetFileInfo", "delay_ms": 86400000}]})");
+    service_.Start();
+    const ProgramResult get = Run({"file", "get", "a.bin", "-o", Target(), "--timeout", "0.1"});
+    EXPECT_EQ(get.status, 2);
+    EXPECT_THAT(get.err,
+                HasSubstr("the time is over, and neither the service nor the disk has answered"));
+}
+
+TEST_F(ZamctlLive, AnswersWithCertificatesAndLocales) {
+    service_.Start();
+    EXPECT_EQ(Run({"certs"}).status, 0);
+    EXPECT_EQ(json::parse(Run({"--json", "certs"}).out).at("result"), 0);
+    const json locales = json::parse(Run({"--json", "locales"}).out).at("locales");
+    EXPECT_EQ(locales.size(), 22U);
+    EXPECT_EQ(locales.at(7).at("default"), true);
+}
+
+TEST_F(ZamctlLive, DoctorFindsEveryEndpoint) {
+    service_.Start();
+    const ProgramResult result = Run({"--json", "doctor"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    std::set<int> riids;
+    const json report = json::parse(result.out);
+    for (const json& check : report.at("checks")) {
+        if (check.at("check") == "endpoint") {
+            riids.insert(check.at("riid").get<int>());
+        }
+    }
+    EXPECT_EQ(riids.size(), 9U);
+}
+
+}  // namespace
+}  // namespace zamctl::test
