@@ -2,16 +2,33 @@
 # private to the target, so that a project which embeds this one gets none of them.
 function(zam_target target)
   target_compile_features(${target} PUBLIC cxx_std_17)
-  if(ZAM_DEVELOPER)
+  if(ZAM_WARNINGS)
     target_compile_options(${target} PRIVATE
       -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
-      -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wimplicit-fallthrough -Werror
-      $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+      -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wimplicit-fallthrough
+      $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+      $<$<BOOL:${ZAM_WARNINGS_AS_ERRORS}>:-Werror>)
   endif()
   if(ZAM_SANITIZE)
     target_compile_options(${target} PRIVATE -fsanitize=${ZAM_SANITIZE} -fno-omit-frame-pointer
       -fno-sanitize-recover=all)
     target_link_options(${target} PRIVATE -fsanitize=${ZAM_SANITIZE})
+  elseif(ZAM_HARDEN)
+    zam_harden(${target})
+  endif()
+endfunction()
+
+# zam_harden(TARGET): what the compiler, the C library and the loader do against overruns. Checked
+# functions of the C library need an optimised build. A distribution's own level is undefined first,
+# since two definitions are a warning.
+function(zam_harden target)
+  target_compile_options(${target} PRIVATE
+    "$<$<NOT:$<CONFIG:Debug>>:-fstack-protector-strong;-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>")
+  target_link_options(${target} PRIVATE
+    "$<$<NOT:$<CONFIG:Debug>>:LINKER:-z,relro;LINKER:-z,now>")
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL "EXECUTABLE")
+    set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
   endif()
 endfunction()
 
