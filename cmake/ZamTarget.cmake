@@ -6,7 +6,7 @@ function(zam_target target)
     target_compile_options(${target} PRIVATE
       -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
       -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wimplicit-fallthrough
-      $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+      "$<$<CXX_COMPILER_ID:Clang>:-Wthread-safety;-Wreserved-identifier>"
       $<$<BOOL:${ZAM_WARNINGS_AS_ERRORS}>:-Werror>)
   endif()
   if(ZAM_SANITIZE)
@@ -24,12 +24,7 @@ endfunction()
 function(zam_harden target)
   target_compile_options(${target} PRIVATE
     "$<$<NOT:$<CONFIG:Debug>>:-fstack-protector-strong;-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>")
-  target_link_options(${target} PRIVATE
-    "$<$<NOT:$<CONFIG:Debug>>:LINKER:-z,relro;LINKER:-z,now>")
-  get_target_property(type ${target} TYPE)
-  if(type STREQUAL "EXECUTABLE")
-    set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
-  endif()
+  target_link_options(${target} PRIVATE LINKER:-z,relro LINKER:-z,now)
 endfunction()
 
 # zam_shared_library(TARGET): version, soname and exported symbols of a shared library; the symbols

@@ -1,19 +1,32 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building and testing need, when one of them is missing.
+# install_dependencies.sh [tests] [checks] [coverage]: installs the Debian packages that building
+# the product needs, and those of the named tasks, when one of them is missing.
 set -euo pipefail
 
 packages=(
   g++ cmake ninja-build pkg-config git
   libfmt-dev libspdlog-dev libasio-dev nlohmann-json3-dev libcli11-dev libxxhash-dev
   libssl-dev zlib1g-dev
-  libgtest-dev libgmock-dev libbenchmark-dev
 )
-if [ "${1:-}" = --with-checks ]; then
-  packages+=(
-    clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev clang
-    abigail-tools doxygen dpkg-dev file openssl
-  )
-fi
+for task in "$@"; do
+  case $task in
+    tests)
+      # The compilers of the house, what the tests of the package look at it with, and what makes
+      # building fast.
+      packages+=(
+        libgtest-dev libgmock-dev clang clang-14 clang-format-14
+        abigail-tools doxygen dpkg-dev file openssl systemd binutils
+        ccache mold
+      )
+      ;;
+    checks) packages+=(clang-tidy-14 libclang-rt-14-dev python3) ;;
+    coverage) packages+=(gcovr python3) ;;
+    *)
+      echo "install_dependencies.sh: no such task: $task" >&2
+      exit 2
+      ;;
+  esac
+done
 
 missing=()
 for package in "${packages[@]}"; do
