@@ -23,8 +23,12 @@ inline bool operator!=(const AppComponent& left, const AppComponent& right) {
 
 /// What the product tells about itself that stays as it is while it runs. A value type.
 ///
-/// Texts are UTF-8. All of them together, with 16 bytes more for each component and 8 for each
-/// capability, take at most 21216 bytes; more makes `IProductDataHolder::SetAppInfo` fail.
+/// Texts are UTF-8. All of it goes in one message of at most 21216 bytes; more makes
+/// `IProductDataHolder::SetAppInfo` fail with 0x8000004B, and nothing is sent. Counted are, in this
+/// order, the bytes of the sixteen texts, then of the components' names, of their versions, and of
+/// the capabilities. Behind each of these three lists that is not empty the count is rounded up to
+/// a multiple of 4, and 8 bytes for each of its elements are added. So each component takes 16
+/// bytes beside its texts, each capability 8, and the rounding at most 9 in all.
 struct AppInfo {
     std::string productId;       ///< what the server knows the product by
     std::string productName;     ///< for people

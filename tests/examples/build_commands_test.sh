@@ -23,15 +23,29 @@ run() {
 # The section "Install and use": configure, build, install.
 mapfile -t commands < <("$blocks" README.md "Install and use" sh | sed 's/ *#.*//')
 [[ ${#commands[@]} == 3 ]] || fail "three commands were expected in README.md"
-[[ ${commands[0]} == "cmake --preset "* ]] || fail "no preset is configured"
-run "${commands[0]} -B $scratch/release -DZAM_BUILD_BENCH=OFF" # which would take most of the time
-grep -qx 'CMAKE_INSTALL_PREFIX:PATH=/usr/local' "$scratch/release/CMakeCache.txt" ||
-    fail "the prefix is not taken"
-[[ ${commands[1]} =~ ^'cmake --build --preset '([a-z]+)$ ]] || fail "no preset is built"
-cmake --list-presets=build | grep -q "\"${BASH_REMATCH[1]}\"" || fail "there is no such preset"
+[[ ${commands[0]} == "cmake -S . -B build "* ]] || fail "the folder 'build' is not configured"
+run "${commands[0]/-B build/-B $scratch/product}"
+# cached NAME VALUE: what the configured folder holds.
+cached() {
+    grep -q "^$1:[A-Z]*=$2\$" "$scratch/product/CMakeCache.txt" || fail "$1 is not '$2'"
+}
+cached CMAKE_INSTALL_PREFIX /usr/local
+# What the text says of it: optimised, hardened, without tests, and built whatever the compiler warns
+# of.
+cached CMAKE_BUILD_TYPE Release
+cached ZAM_HARDEN ON
+cached ZAM_BUILD_TESTS OFF
+cached ZAM_WARNINGS ON
+cached ZAM_WARNINGS_AS_ERRORS OFF
+compiled=$(grep -F 'zam_data_provider_proxy.cpp.o -c' "$scratch/product/compile_commands.json")
+for flag in -O3 -D_FORTIFY_SOURCE=3 -fstack-protector-strong; do
+    grep -qe "$flag " <<<"$compiled" || fail "$flag is no flag of the product"
+done
+grep -qe '-Werror' <<<"$compiled" && fail "a warning ends the build"
+[[ ${commands[1]} == "cmake --build build" ]] || fail "nothing is built"
 # Nothing is built here, so what would be installed is asked for.
-[[ ${commands[2]} == "sudo cmake --install build/release" ]] || fail "nothing is installed"
-[[ -e $scratch/release/cmake_install.cmake ]] || fail "nothing can be installed"
+[[ ${commands[2]} == "sudo cmake --install build" ]] || fail "nothing is installed"
+[[ -e $scratch/product/cmake_install.cmake ]] || fail "nothing can be installed"
 
 # A platform of somebody else.
 command=$("$blocks" docs/porting.md "Building against another platform" sh)

@@ -1,6 +1,8 @@
 #include <cstdlib>
 
 #include "command_fixture.h"
+#include "common/arena.h"
+#include "common/product_data_casts.h"
 #include "record_json/app_info_json.h"
 #include "tree_json/tree_json.h"
 #include "zam_connector/zam_converter.h"
@@ -147,6 +149,28 @@ TEST_F(UploadCommandsTest, RefuseAppInfoThatDoesNotFitOneRequest) {
     ExpectRefusal("app-info", document(21215),
                   "at \"/vendor_name\": takes 21215 bytes of the 21217 that all texts take; at "
                   "most 21216 can be sent");
+}
+
+TEST_F(UploadCommandsTest, RefuseAppInfoWhoseListsAreRoundedUpToMoreThanFits) {
+    const std::size_t fixed = 16 + 8;
+    for (std::size_t length = 21'216 - fixed - 16; length <= 21'216 - fixed; ++length) {
+        SCOPED_TRACE(length);
+        zam_connector::AppInfo info;
+        info.vendorName = std::string(length, 'v');
+        info.components = {{"n", "v"}};
+        info.capabilities = {"c"};
+        zam_connector::common::HeapArena arena(30'000);
+        zam_connector::common::CastToVd(info, arena.Get());
+        const std::uint32_t bytes = arena.Get()->used;
+        if (bytes <= 21'216) {
+            EXPECT_EQ(Upload("app-info", zam_json::WriteAppInfo(info)).status, 0);
+            provider_.opens = 0;
+        } else {
+            ExpectRefusal("app-info", zam_json::WriteAppInfo(info),
+                          "takes " + std::to_string(length) + " bytes of the " +
+                              std::to_string(bytes) + " that all texts take; at most 21216");
+        }
+    }
 }
 
 TEST_F(UploadCommandsTest, RefuseSettingsThatCannotBeSent) {

@@ -14,6 +14,7 @@ using qx_zam_connector_ConnController_Stop_req = qx::EmptyRequest;
 using qx_zam_connector_ConnController_Stop_rsp = qx::ResultResponse;
 
 using qx_zam_connector_ConnController_GetState_req = qx::EmptyRequest;
+// A number and no enumeration: a client must be able to look at a state that it does not know.
 struct qx_zam_connector_ConnController_GetState_rsp {
     vd_message_header header;
     std::int32_t state;

@@ -11,6 +11,7 @@ QX_FIELD(qx_zam_connector_ConnSettingsHolder_Set_req, settings, 24);
 using qx_zam_connector_ConnSettingsHolder_Set_rsp = qx::ResultResponse;
 
 using qx_zam_connector_ConnSettingsHolder_Get_req = qx::EmptyRequest;
+// The record in front of the code: it needs 8-byte alignment, and the header ends on it.
 struct qx_zam_connector_ConnSettingsHolder_Get_rsp {
     vd_message_header header;
     qx_zam_connector_ZamTypes_ZamConnectorSettings settings;

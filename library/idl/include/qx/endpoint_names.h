@@ -2,11 +2,13 @@
 
 namespace qx {
 
-/// Names of the services, as the service locator knows them.
+/// Names of the services, as the service locator knows them. Two, though one process may serve
+/// both: downloads are long, and a device may have them served apart from all else.
 inline constexpr char kConnectorService[] = "zam_connector_id";
 inline constexpr char kFileDownloaderService[] = "zam_file_downloader_id";
 
-/// Names of the endpoints. All but the file downloader's belong to the connector service.
+/// Names of the endpoints. All but the file downloader's belong to the connector service. A client
+/// knows these names only; the numbers that its messages carry are the service's to give.
 inline constexpr char kConnControllerEndpoint[] =
     "qx.zam_connector.ZamConnectorComponent.connController";
 inline constexpr char kConnSettingsHolderEndpoint[] =

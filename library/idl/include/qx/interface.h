@@ -12,6 +12,9 @@ namespace qx {
 /// What every operation stub does: fills the first 8 bytes of both headers and hands the exchange
 /// to the transport, whose status it returns unchanged. The other 16 header bytes are the
 /// transport's and are left alone.
+///
+/// The response's header is filled too: the transport learns from it how large an answer may be,
+/// and compares the answer's header with it.
 template <std::uint16_t kOperation, typename Proxy, typename Request, typename Response>
 int Exchange(const Proxy* proxy, Request* request, vd_arena* requestArena, Response* response,
              vd_arena* responseArena) {
@@ -27,6 +30,9 @@ int Exchange(const Proxy* proxy, Request* request, vd_arena* requestArena, Respo
 
 }  // namespace qx
 
+// The macros below are given to the rows of qx/operations.h, and so have one parameter for each
+// column, also where they use a few of them.
+
 // NOLINTBEGIN(bugprone-macro-parentheses): a declared name takes no parentheses.
 #define QX_OPERATION_SLOT(INTERFACE, NUMBER, NAME, REQUEST, RESPONSE, REQUEST_ARENA,          \
                           RESPONSE_ARENA)                                                     \
@@ -36,12 +42,18 @@ int Exchange(const Proxy* proxy, Request* request, vd_arena* requestArena, Respo
 
 // NOLINTEND(bugprone-macro-parentheses)
 
+// One function for each row rather than one for all: the operation's number is not in the proxy
+// record, and callers hand in messages of the types of that row only.
 #define QX_OPERATION_ENTRY(INTERFACE, NUMBER, NAME, REQUEST, RESPONSE, REQUEST_ARENA, \
                            RESPONSE_ARENA)                                            \
     &qx::Exchange<NUMBER, qx_zam_connector_##INTERFACE##_proxy,                       \
                   qx_zam_connector_##INTERFACE##_##NAME##_req,                        \
                   qx_zam_connector_##INTERFACE##_##NAME##_rsp>,
 
+// What a compiler might lay out otherwise. Sizes: the peer refuses a message of another one.
+// Alignment: transports and server read messages in place, from buffers that are 8-aligned. The
+// header first: a transport is handed a pointer to it and takes it for one to the message. The
+// place in the table: it is the number that the message carries.
 #define QX_OPERATION_CHECKS(INTERFACE, NUMBER, NAME, REQUEST, RESPONSE, REQUEST_ARENA, \
                             RESPONSE_ARENA)                                            \
     static_assert(sizeof(qx_zam_connector_##INTERFACE##_##NAME##_req) == (REQUEST));   \
@@ -56,6 +68,7 @@ int Exchange(const Proxy* proxy, Request* request, vd_arena* requestArena, Respo
                             RESPONSE_ARENA)                                            \
     NAME = (NUMBER),
 
+// Constants, since clients size arenas on their stacks by them.
 #define QX_OPERATION_ARENAS(INTERFACE, NUMBER, NAME, REQUEST, RESPONSE, REQUEST_ARENA,      \
                             RESPONSE_ARENA)                                                 \
     inline constexpr std::uint32_t qx_zam_connector_##INTERFACE##_##NAME##_request_arena =  \
@@ -68,7 +81,11 @@ int Exchange(const Proxy* proxy, Request* request, vd_arena* requestArena, Respo
 /// (`qx_zam_connector_NAME_OPERATION_request_arena`, `..._response_arena`), its operation table
 /// type `qx_zam_connector_NAME_ops`, its proxy record `qx_zam_connector_NAME_proxy` of three words,
 /// the table itself, and `qx_zam_connector_NAME_proxy_init(record, transport, riid)`, which fills
-/// the record and checks nothing. Neither the table nor the transport is owned by the record.
+/// the record and checks nothing: the class that keeps the record checks it, so that the failure
+/// names that class. Neither the table nor the transport is owned by the record.
+///
+/// The record is copied into each proxy object, which is why it refers to its table and holds no
+/// functions itself.
 #define QX_DECLARE_INTERFACE(INTERFACE, OPERATIONS)                                   \
     enum class qx_zam_connector_##INTERFACE##_operation : std::uint16_t{              \
         OPERATIONS(QX_OPERATION_NUMBER)};                                             \
@@ -92,5 +109,6 @@ int Exchange(const Proxy* proxy, Request* request, vd_arena* requestArena, Respo
         *record = {&qx_zam_connector_##INTERFACE##_operations, transport, riid};      \
     }
 
-/// Fixes the offset of a field; every field of every message and shared record has one.
+/// Fixes the offset of a field; every field of every message and shared record has one. A size
+/// alone would not tell when two fields of the same size change places.
 #define QX_FIELD(RECORD, FIELD, OFFSET) static_assert(offsetof(RECORD, FIELD) == (OFFSET))

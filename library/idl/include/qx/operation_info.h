@@ -16,14 +16,17 @@
 #include "qx/zam_data_provider.h"
 #include "qx/zam_file_downloader.h"
 
-/// The operation tables as data, for a server that checks sizes and for tests.
+/// The operation tables as data, for a server that checks sizes and for tests. Made of the same
+/// rows as the tables of functions: a server with a list of its own would one day refuse what the
+/// library rightly sends.
 
 namespace qx {
 
-/// Stands where a message has no such field.
+/// Stands where a message has no such field. No offset, since messages are small; 0 would be one.
 inline constexpr std::uint32_t kNoField = 0xFFFFFFFFU;
 
-/// One operation. Sizes are bytes; offsets are those of the response's fields.
+/// One operation. Sizes are bytes; offsets are those of the response's fields: a server that makes
+/// a call fail must know where this operation tells so, and not every one does.
 struct OperationInfo {
     std::string_view name;
     std::uint16_t number = 0;
@@ -37,6 +40,7 @@ struct OperationInfo {
 
 namespace detail {
 
+// Asked of the response's type, so that no row can name an offset that its message does not have.
 template <typename Response>
 constexpr std::uint32_t ResultCodeOffset() {
     if constexpr (requires(Response response) { response.resultCode; }) {
@@ -46,7 +50,8 @@ constexpr std::uint32_t ResultCodeOffset() {
     }
 }
 
-/// A channel operation's session status, a registration's error or a notice's status.
+/// A channel operation's session status, a registration's error or a notice's status: three names
+/// of the contract for one thing, a byte that is not a result code.
 template <typename Response>
 constexpr std::uint32_t SessionStatusOffset() {
     if constexpr (requires(Response response) { response.sessionStatus; }) {

@@ -26,6 +26,8 @@ using qx_zam_connector_ProductDataHolder_OpenAppEulasChannel_rsp = qx::OpenChann
 using qx_zam_connector_ProductDataHolder_OpenAppUpdatesChannel_req = qx::EmptyRequest;
 using qx_zam_connector_ProductDataHolder_OpenAppUpdatesChannel_rsp = qx::OpenChannelResponse;
 
+// The channel is named in each piece: one client may have several transfers under way, and all of
+// its connections are alike to the service.
 struct qx_zam_connector_ProductDataHolder_SendData_req {
     vd_message_header header;
     std::int64_t channel;
@@ -36,6 +38,9 @@ QX_FIELD(qx_zam_connector_ProductDataHolder_SendData_req, params, 32);
 using qx_zam_connector_ProductDataHolder_SendData_rsp = qx::SessionResponse;
 
 using qx_zam_connector_ProductDataHolder_CloseChannel_req = qx::ChannelRequest;
+// The only answer with a result code and a session status: the code is the service's word on the
+// data, which it has whole only now, and the status tells whether the channel could be closed. The
+// hash is that of what was stored, so it comes here and not from a call of its own.
 struct qx_zam_connector_ProductDataHolder_CloseChannel_rsp {
     vd_message_header header;
     std::uint64_t hash;

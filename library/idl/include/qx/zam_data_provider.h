@@ -9,6 +9,7 @@ using qx_zam_connector_ZamDataProvider_OpenPolicyChannel_rsp = qx::OpenChannelRe
 using qx_zam_connector_ZamDataProvider_OpenSettingsChannel_req = qx::EmptyRequest;
 using qx_zam_connector_ZamDataProvider_OpenSettingsChannel_rsp = qx::OpenChannelResponse;
 
+// A status of 1 with the last piece spares a call that would only tell that there is no more.
 using qx_zam_connector_ZamDataProvider_GetData_req = qx::ChannelRequest;
 struct qx_zam_connector_ZamDataProvider_GetData_rsp {
     vd_message_header header;
@@ -20,6 +21,7 @@ QX_FIELD(qx_zam_connector_ZamDataProvider_GetData_rsp, params, 24);
 QX_FIELD(qx_zam_connector_ZamDataProvider_GetData_rsp, sessionStatus, 32);
 QX_FIELD(qx_zam_connector_ZamDataProvider_GetData_rsp, reserved, 33);
 
+// The hash of what went through this channel, which need not be that of the data by now.
 using qx_zam_connector_ZamDataProvider_GetZamHash_req = qx::ChannelRequest;
 struct qx_zam_connector_ZamDataProvider_GetZamHash_rsp {
     vd_message_header header;
@@ -33,6 +35,7 @@ QX_FIELD(qx_zam_connector_ZamDataProvider_GetZamHash_rsp, reserved, 33);
 
 using qx_zam_connector_ZamDataProvider_GetZamResult_req = qx::ChannelRequest;
 /// `result` is what the transfer gives its caller; the outcome of the call itself is the status.
+/// The name is another than `resultCode` for that reason.
 struct qx_zam_connector_ZamDataProvider_GetZamResult_rsp {
     vd_message_header header;
     std::int32_t result;
@@ -58,6 +61,7 @@ QX_FIELD(qx_zam_connector_ZamDataProvider_GetSubscriptions_rsp, resultCode, 80);
 QX_FIELD(qx_zam_connector_ZamDataProvider_GetSubscriptions_rsp, reserved, 84);
 
 using qx_zam_connector_ZamDataProvider_GetZamServerData_req = qx::EmptyRequest;
+// No reserved bytes at the end: the record takes 12, and the code fills the fourth word.
 struct qx_zam_connector_ZamDataProvider_GetZamServerData_rsp {
     vd_message_header header;
     qx_zam_connector_ZamTypes_ZamServerData serverData;
@@ -67,6 +71,7 @@ QX_FIELD(qx_zam_connector_ZamDataProvider_GetZamServerData_rsp, serverData, 24);
 QX_FIELD(qx_zam_connector_ZamDataProvider_GetZamServerData_rsp, resultCode, 36);
 
 using qx_zam_connector_ZamDataProvider_GetZamReserveCert_req = qx::EmptyRequest;
+// A stretch and no record: nothing is told of the certificate but its bytes.
 struct qx_zam_connector_ZamDataProvider_GetZamReserveCert_rsp {
     vd_message_header header;
     vd_bytes certificate;
@@ -92,6 +97,8 @@ using qx_zam_connector_ZamDataProvider_GetZamUpdatesStatusHash_rsp = qx::HashRes
 using qx_zam_connector_ZamDataProvider_GetSyncedSettingsHash_req = qx::EmptyRequest;
 using qx_zam_connector_ZamDataProvider_GetSyncedSettingsHash_rsp = qx::HashResponse;
 
+// The hash comes with the channel: the three lists are pulled one after the other, and belong to
+// the state that the service had when it opened the channel.
 using qx_zam_connector_ZamDataProvider_OpenZamUpdatesStatusChannel_req = qx::EmptyRequest;
 struct qx_zam_connector_ZamDataProvider_OpenZamUpdatesStatusChannel_rsp {
     vd_message_header header;
@@ -105,6 +112,9 @@ QX_FIELD(qx_zam_connector_ZamDataProvider_OpenZamUpdatesStatusChannel_rsp, hash,
 QX_FIELD(qx_zam_connector_ZamDataProvider_OpenZamUpdatesStatusChannel_rsp, sessionStatus, 40);
 QX_FIELD(qx_zam_connector_ZamDataProvider_OpenZamUpdatesStatusChannel_rsp, reserved, 41);
 
+// One operation for the three kinds of updates, so that one channel, and one state, serves them
+// all. Other than with "GetData", the answer whose status is 1 brings no identifiers: clients do
+// not look.
 struct qx_zam_connector_ZamDataProvider_GetUpdatesStatus_req {
     vd_message_header header;
     std::int64_t channel;

@@ -23,6 +23,7 @@ struct qx_zam_connector_ZamFileDownloader_GetFileChunk_req {
     qx_zam_connector_ZamTypes_FileChunkParams params;
 };
 QX_FIELD(qx_zam_connector_ZamFileDownloader_GetFileChunk_req, params, 24);
+// 64 bytes without a reserved field: 24 of header, 36 of chunk, 4 of code.
 struct qx_zam_connector_ZamFileDownloader_GetFileChunk_rsp {
     vd_message_header header;
     qx_zam_connector_ZamTypes_FileChunk chunk;

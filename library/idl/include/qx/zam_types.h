@@ -7,8 +7,14 @@
 
 /// Records shared by the interfaces. All of them are little-endian, of fixed size, without hidden
 /// padding, and valid when zero-filled. Enumerations and flags stand as integers.
+///
+/// Little-endian and of fixed size, because they are copied as they stand: neither side converts
+/// byte by byte. Valid when zero-filled, because every message begins so, and a member that a peer
+/// does not know of yet stays 0. Integers for enumerations, because a value that a peer has made up
+/// must be something that can be looked at and refused.
 
-/// Parameters of a connection start.
+/// Parameters of a connection start. The port takes 32 bits, as all numbers here: a value above
+/// 65535 is refused by the conversion rather than cut.
 struct qx_zam_connector_ZamTypes_ZamConnectionParameters {
     vd_bytes serverAddress;
     vd_bytes productName;
@@ -29,12 +35,14 @@ QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectionParameters, connectTimeoutMs, 36
 QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectionParameters, requestTimeoutMs, 40);
 QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectionParameters, keepAlivePeriodMs, 44);
 
-/// Bits of `qx_zam_connector_ZamTypes_ZamConnectorSettings::flags`; unknown bits are ignored.
+/// Bits of `qx_zam_connector_ZamTypes_ZamConnectorSettings::flags`; unknown bits are ignored, so
+/// that a newer service can set more of them.
 inline constexpr std::uint32_t kQxSettingsCompressTraffic = 1U << 0U;
 inline constexpr std::uint32_t kQxSettingsAllowMeteredNetwork = 1U << 1U;
 inline constexpr std::uint32_t kQxSettingsSendDiagnostics = 1U << 2U;
 
-/// Settings of the connector.
+/// Settings of the connector. Four periods of 4 bytes, then the 8-byte members, then two of 4: in
+/// this order nothing needs padding. Periods are whole seconds, the unit that the server has.
 struct qx_zam_connector_ZamTypes_ZamConnectorSettings {
     std::uint32_t syncPeriodS;
     std::uint32_t heartbeatPeriodS;
@@ -57,7 +65,9 @@ QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectorSettings, maxFileSizeBytes, 32);
 QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectorSettings, eventQueueLimit, 40);
 QX_FIELD(qx_zam_connector_ZamTypes_ZamConnectorSettings, flags, 44);
 
-/// A piece of raw parameters: one stretch of the arena.
+/// A piece of raw parameters: one stretch of the arena. Not a sequence of fixed elements, which
+/// would take 16 bytes for the places of each path and value: a piece must hold ten parameters
+/// whose bytes leave one byte of its arena.
 struct qx_zam_connector_ZamTypes_ZamParams {
     vd_bytes records;
 };
@@ -66,7 +76,7 @@ QX_FIELD(qx_zam_connector_ZamTypes_ZamParams, records, 0);
 
 /// Subscriptions with the hash of their content. The three sequences have one element for each
 /// subscription: the event types (`vd_bytes` each), the least severities and the longest delays in
-/// seconds (32-bit each).
+/// seconds (32-bit each). The last 24 bytes fill the 56 that the contract has for the record.
 struct qx_zam_connector_ZamTypes_ZamSubscriptionsWithHash {
     std::uint64_t hash;
     vd_bytes eventTypes;
@@ -86,7 +96,8 @@ inline constexpr std::uint8_t kQxServerOffersFiles = 1U << 0U;
 inline constexpr std::uint8_t kQxServerWantsDiagnostics = 1U << 1U;
 inline constexpr std::uint8_t kQxServerRequiresClientCert = 1U << 2U;
 
-/// Data about the management server.
+/// Data about the management server. 12 bytes, aligned to 4: the result code stands right behind
+/// it, at 36 of the answer's 40 bytes, so there must be no 8-byte member here.
 struct qx_zam_connector_ZamTypes_ZamServerData {
     std::uint16_t versionMajor;
     std::uint16_t versionMinor;
@@ -103,7 +114,8 @@ QX_FIELD(qx_zam_connector_ZamTypes_ZamServerData, deviceStatus, 8);
 QX_FIELD(qx_zam_connector_ZamTypes_ZamServerData, flags, 9);
 QX_FIELD(qx_zam_connector_ZamTypes_ZamServerData, reserved, 10);
 
-/// A sequence of 16-byte update identifiers.
+/// A sequence of 16-byte update identifiers. Bytes and not text: ten of them fill an answer's
+/// arena.
 struct qx_zam_connector_ZamTypes_ZamUpdateIdentifierContainer {
     vd_bytes identifiers;
 };
@@ -111,7 +123,10 @@ static_assert(sizeof(qx_zam_connector_ZamTypes_ZamUpdateIdentifierContainer) == 
 QX_FIELD(qx_zam_connector_ZamTypes_ZamUpdateIdentifierContainer, identifiers, 0);
 
 /// What the product tells about itself. The last three stretches are sequences of `vd_bytes`; the
-/// first two of them have one element for each component.
+/// first two of them have one element for each component: names apart from versions, since every
+/// sequence of texts is one of `vd_bytes`. The tables of these stand on multiples of 4 in the
+/// arena, which can take up to 9 bytes beside the texts. With its header the record fills the 224
+/// bytes of the request; the last 8 are reserved for that.
 struct qx_zam_connector_ZamTypes_AppInfo {
     vd_bytes productId;
     vd_bytes productName;
@@ -168,7 +183,8 @@ QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, localeId, 184);
 QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, protocolVersion, 188);
 QX_FIELD(qx_zam_connector_ZamTypes_AppInfo, reserved, 192);
 
-/// Bits of `qx_zam_connector_ZamTypes_DynamicAppInfo::flags`; unknown bits are ignored.
+/// Bits of `qx_zam_connector_ZamTypes_DynamicAppInfo::flags`; unknown bits are ignored. One byte
+/// has room for the three and five more: the request has 8 bytes besides its header.
 inline constexpr std::uint8_t kQxAppRestartRequired = 1U << 0U;
 inline constexpr std::uint8_t kQxAppRebootRequired = 1U << 1U;
 inline constexpr std::uint8_t kQxAppUpdateInProgress = 1U << 2U;
@@ -186,7 +202,9 @@ QX_FIELD(qx_zam_connector_ZamTypes_DynamicAppInfo, health, 4);
 QX_FIELD(qx_zam_connector_ZamTypes_DynamicAppInfo, flags, 5);
 QX_FIELD(qx_zam_connector_ZamTypes_DynamicAppInfo, reserved, 6);
 
-/// A 64-bit number in two halves, for records that are aligned to 4 bytes.
+/// A 64-bit number in two halves, for records that are aligned to 4 bytes: one 8-byte member would
+/// align the whole record to 8 and put padding into it. Low half first, so that the bytes are those
+/// of a little-endian number all the same.
 struct qx_zam_connector_ZamTypes_Halves {
     std::uint32_t low;
     std::uint32_t high;
@@ -208,7 +226,8 @@ struct qx_zam_connector_ZamTypes_FileInfoParams {
 static_assert(sizeof(qx_zam_connector_ZamTypes_FileInfoParams) == 8);
 QX_FIELD(qx_zam_connector_ZamTypes_FileInfoParams, path, 0);
 
-/// A file's description.
+/// A file's description. The hash is text, which people and other programs can compare as it
+/// stands.
 struct qx_zam_connector_ZamTypes_FileInfo {
     vd_bytes sha256;
     std::uint64_t sizeBytes;
@@ -221,7 +240,8 @@ QX_FIELD(qx_zam_connector_ZamTypes_FileInfo, sizeBytes, 8);
 QX_FIELD(qx_zam_connector_ZamTypes_FileInfo, modificationTime, 16);
 QX_FIELD(qx_zam_connector_ZamTypes_FileInfo, chunkSizeBytes, 24);
 
-/// Which stretch of a file to fetch.
+/// Which stretch of a file to fetch. The offset has 64 bits for files beyond 4 GiB; the size of one
+/// chunk never needs them.
 struct qx_zam_connector_ZamTypes_FileChunkParams {
     vd_bytes path;
     std::uint64_t offset;
@@ -234,7 +254,9 @@ QX_FIELD(qx_zam_connector_ZamTypes_FileChunkParams, offset, 8);
 QX_FIELD(qx_zam_connector_ZamTypes_FileChunkParams, maxSizeBytes, 16);
 QX_FIELD(qx_zam_connector_ZamTypes_FileChunkParams, reserved, 20);
 
-/// A stretch of a file. Aligned to 4 bytes, so that the result code behind it still fits.
+/// A stretch of a file. Aligned to 4 bytes, so that the result code behind it still fits: 24 bytes
+/// of header, these 36 and the code are the 64 of the answer. The version and the size of the whole
+/// file are in every chunk, since it may be replaced between two of them.
 struct qx_zam_connector_ZamTypes_FileChunk {
     std::uint32_t crc32;
     vd_bytes version;
@@ -250,7 +272,8 @@ QX_FIELD(qx_zam_connector_ZamTypes_FileChunk, offset, 12);
 QX_FIELD(qx_zam_connector_ZamTypes_FileChunk, totalSizeBytes, 20);
 QX_FIELD(qx_zam_connector_ZamTypes_FileChunk, data, 28);
 
-/// Which client certificates to fetch.
+/// Which client certificates to fetch. Zero-filled it asks for all: empty texts match any, and so
+/// does a time of 0.
 struct qx_zam_connector_ZamTypes_ClientCertParams {
     vd_bytes subject;
     vd_bytes issuer;
@@ -261,10 +284,12 @@ QX_FIELD(qx_zam_connector_ZamTypes_ClientCertParams, subject, 0);
 QX_FIELD(qx_zam_connector_ZamTypes_ClientCertParams, issuer, 8);
 QX_FIELD(qx_zam_connector_ZamTypes_ClientCertParams, validAt, 16);
 
-/// Bits of `qx_zam_connector_ZamTypes_ClientCertInfo::flags`; unknown bits are ignored.
+/// Bits of `qx_zam_connector_ZamTypes_ClientCertInfo::flags`; unknown bits are ignored. Whether
+/// there is a key needs a bit: an empty text is what a key that is there but empty would be.
 inline constexpr std::uint32_t kQxClientCertHasPrivateKey = 1U << 0U;
 
-/// A client certificate; stands in the arena. Without its flag the private key is absent.
+/// A client certificate; stands in the arena. Without its flag the private key is absent. Elements
+/// of sequences stand on multiples of 4, so no member may need more than that.
 struct qx_zam_connector_ZamTypes_ClientCertInfo {
     vd_bytes name;
     vd_bytes subject;

@@ -26,10 +26,13 @@ using zam_connector::DynamicAppInfo;
 
 constexpr int kIndent = 4;
 
-/// What texts may take in a request, and what each component and capability takes besides its own.
+/// What texts may take in a request, and what each component and capability takes besides its own:
+/// an offset and a length of 32 bits for each text. The tables of these begin at multiples of 4.
 constexpr std::uint32_t kMaxTextBytes = qx_zam_connector_ProductDataHolder_SetAppInfo_request_arena;
 constexpr std::size_t kComponentBytes = 16;
 constexpr std::size_t kCapabilityBytes = 8;
+constexpr std::size_t kTableAlignment = 4;
+constexpr std::size_t kTables = 3;  // of components' names, of their versions, of capabilities
 
 constexpr char kBase64Suffix[] = "_base64";
 constexpr char kComponents[] = "components";
@@ -175,7 +178,7 @@ bool ReadFlag(const JsonValue& object, const char* name) {
     return member && member->Boolean();
 }
 
-/// A member and what it takes in a request.
+/// A member and what it takes in a request, apart from the rounding.
 struct Share {
     std::string name;
     std::size_t bytes;
@@ -199,27 +202,31 @@ std::vector<Share> SharesOf(const AppInfo& info) {
     return shares;
 }
 
-/// Refuses what the library could not send; the largest member is the one to blame.
+/// Refuses what the library could not send; the largest member is the one to blame. The library's
+/// own conversion counts, into room for all of it, so that what is refused here and what the
+/// library refuses are the same.
 void CheckFits(const JsonValue& root, const AppInfo& info) {
-    zam_connector::common::HeapArena arena(kMaxTextBytes);
-    try {
-        zam_connector::common::CastToVd(info, arena.Get());
-    } catch (const std::length_error&) {
-        const std::vector<Share> shares = SharesOf(info);
-        std::size_t bytes = 0;
-        for (const Share& share : shares) {
-            bytes += share.bytes;
-        }
-        const Share& largest = *std::max_element(
-            shares.begin(), shares.end(),
-            [](const Share& left, const Share& right) { return left.bytes < right.bytes; });
-        FindText(root, largest.name)
-            .value_or(root)
-            .Fail(fmt::format("takes {} bytes of the {} that all texts take; at most {} can be "
-                              "sent (each component counts {} more, each capability {})",
-                              largest.bytes, bytes, kMaxTextBytes, kComponentBytes,
-                              kCapabilityBytes));
+    const std::vector<Share> shares = SharesOf(info);
+    std::size_t most = kTables * (kTableAlignment - 1);
+    for (const Share& share : shares) {
+        most += share.bytes;
     }
+    zam_connector::common::HeapArena arena(static_cast<std::uint32_t>(most));
+    zam_connector::common::CastToVd(info, arena.Get());
+    const std::uint32_t bytes = arena.Get()->used;
+    if (bytes <= kMaxTextBytes) {
+        return;
+    }
+    const Share& largest = *std::max_element(
+        shares.begin(), shares.end(),
+        [](const Share& left, const Share& right) { return left.bytes < right.bytes; });
+    FindText(root, largest.name)
+        .value_or(root)
+        .Fail(fmt::format("takes {} bytes of the {} that all texts take; at most {} can be sent "
+                          "(each component counts {} more, each capability {}, and behind each "
+                          "list of texts the sum is rounded up to a multiple of {})",
+                          largest.bytes, bytes, kMaxTextBytes, kComponentBytes, kCapabilityBytes,
+                          kTableAlignment));
 }
 
 }  // namespace

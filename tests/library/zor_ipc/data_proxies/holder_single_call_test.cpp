@@ -80,14 +80,69 @@ TEST(SetAppInfo, TakesWhatFitsTheArenaAndNoByteMore) {
     EXPECT_EQ(rig.Operations().size(), 1U) << "what cannot be converted is not sent";
 }
 
-TEST(SetAppInfo, CountsSixteenBytesForAComponentAndEightForACapability) {
+/// What a record takes, as the comment of `AppInfo` counts it, without its product name.
+std::size_t CountedBytes(const AppInfo& info) {
+    std::size_t bytes = info.productName.size();
+    const auto table = [&bytes](std::size_t elements) {
+        bytes = elements == 0 ? bytes : (bytes + 3) / 4 * 4 + 8 * elements;
+    };
+    for (const AppComponent& component : info.components) {
+        bytes += component.name.size();
+    }
+    table(info.components.size());
+    for (const AppComponent& component : info.components) {
+        bytes += component.version.size();
+    }
+    table(info.components.size());
+    for (const std::string& capability : info.capabilities) {
+        bytes += capability.size();
+    }
+    table(info.capabilities.size());
+    return bytes;
+}
+
+/// The longest product name with which all of it fits, found by the count alone.
+std::string LongestName(AppInfo info) {
+    info.productName = std::string(21'216, 'n');
+    while (CountedBytes(info) > 21'216) {
+        info.productName.pop_back();
+    }
+    return info.productName;
+}
+
+TEST(SetAppInfo, CountsListsRoundedUpToAMultipleOfFour) {
+    for (std::size_t lengths = 0; lengths < 64; ++lengths) {
+        SCOPED_TRACE(lengths);
+        AppInfo info;
+        info.components = {{std::string(lengths % 4, 'c'), std::string(lengths / 4 % 4, 'v')}};
+        info.capabilities = {std::string(lengths / 16, 'a')};
+        const std::string longest = LongestName(info);
+        HolderRig rig;
+        info.productName = longest.substr(1);
+        EXPECT_EQ(rig.proxy.SetAppInfo(info), 0);
+        EXPECT_EQ(rig.OnlyCall().requestArena.size(), CountedBytes(info));
+        info.productName = longest;
+        EXPECT_EQ(rig.proxy.SetAppInfo(info), 0);
+        info.productName += 'n';
+        EXPECT_EQ(rig.proxy.SetAppInfo(info), test::kUnspecified);
+        EXPECT_EQ(rig.TakeLines().size(), 1U);
+        EXPECT_EQ(rig.Operations().size(), 2U);
+    }
+}
+
+TEST(SetAppInfo, RoundsUpNothingForAListThatIsEmpty) {
     HolderRig rig;
     AppInfo info;
-    info.productName = std::string(21'216 - 16 - 8 - 12, 'n');
-    info.components = {{"name", "vers"}};
-    info.capabilities = {"able"};
+    info.capabilities = {""};
+    info.productName = LongestName(info);
+    EXPECT_EQ(info.productName.size(), 21'208U);
     EXPECT_EQ(rig.proxy.SetAppInfo(info), 0);
-    EXPECT_EQ(rig.OnlyCall().requestArena.size(), 21'216U);
+    info.capabilities = {};
+    info.components = {{"", "v"}};
+    info.productName = LongestName(info);
+    EXPECT_EQ(info.productName.size(), 21'196U)
+        << "16 of the component, 1 of its version, 3 behind";
+    EXPECT_EQ(rig.proxy.SetAppInfo(info), 0);
     info.productName += 'n';
     EXPECT_EQ(rig.proxy.SetAppInfo(info), test::kUnspecified);
     EXPECT_EQ(rig.TakeLines().size(), 1U);
