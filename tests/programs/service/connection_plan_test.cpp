@@ -14,6 +14,8 @@ namespace {
 
 using std::chrono::milliseconds;
 using zam_connector::ZamConnectorState;
+using zam_json::JsonDocument;
+using zam_json::JsonError;
 
 ConnectionPlan Read(const std::string& text) {
     const JsonDocument document(kConnectionFile, text);

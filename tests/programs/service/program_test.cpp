@@ -25,6 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using zam_json::JsonDocument;
 using zam_service::testing::TemporaryFolder;
 
 /// What a command line came to.

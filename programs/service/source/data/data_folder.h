@@ -13,7 +13,7 @@
 
 #include "data/folder_files.h"
 #include "data/folder_watcher.h"
-#include "data/json_file.h"
+#include "json_text/json_document.h"
 #include "lanes.h"
 #include "zam_platform/server/worker_pool.h"
 
@@ -32,14 +32,14 @@ struct ServedFile {
 /// A file of JSON that `read` turns into a `Content`, and whose default, while there is no file, is
 /// a default-constructed `Content`. `publish` runs on the loop thread.
 template <typename Content>
-ServedFile ServeJson(std::string name, Lane lane, Content (*read)(const JsonValue& root),
+ServedFile ServeJson(std::string name, Lane lane, Content (*read)(const zam_json::JsonValue& root),
                      std::function<void(Content)> publish) {
     return {name, lane,
             [name, read, publish = std::move(publish)](
                 std::optional<std::string> text) -> std::function<void()> {
                 Content content;
                 if (text) {
-                    const JsonDocument document(name, *std::move(text));
+                    const zam_json::JsonDocument document(name, *std::move(text));
                     content = read(document.Root());
                 }
                 return [publish, content = std::move(content)]() mutable {

@@ -7,6 +7,9 @@
 #include <nlohmann/json.hpp>
 
 namespace zam_service {
+
+using zam_json::JsonValue;
+
 namespace {
 
 using zam_connector::ZamConnectorSettings;

@@ -8,6 +8,9 @@
 #include "link/state_name.h"
 
 namespace zam_service {
+
+using zam_json::JsonValue;
+
 namespace {
 
 using std::chrono::milliseconds;
