@@ -6,8 +6,8 @@
 #include <array>
 
 #include "data_answers.h"
-#include "state_names.h"
 #include "times.h"
+#include "vocabulary/state_names.h"
 #include "zuv/for_each.h"
 
 namespace zamctl {
@@ -111,7 +111,7 @@ Notice Describe(NoticeKind kind, std::uint64_t hash) {
 Notice Describe(NoticeKind kind, zam_connector::ZamConnectorState state) {
     Notice notice;
     notice.kind = kind;
-    notice.size = StateName(state);
+    notice.size = zam_vocabulary::StateName(state);
     notice.details["state"] = notice.size;
     return notice;
 }
