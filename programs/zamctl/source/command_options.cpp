@@ -14,8 +14,8 @@
 #include "commands/sync_command.h"
 #include "nearest.h"
 #include "option_helpers.h"
-#include "state_names.h"
 #include "values.h"
+#include "vocabulary/state_names.h"
 
 namespace zamctl {
 namespace {
@@ -61,18 +61,19 @@ void DeclareState(CLI::App& app, CommandOptions& all) {
     CLI::App& command = AddCommand(app, "state", "Print the state of the connection");
     StateCommand::Options& options = all.state;
     const auto parse = [&options](const std::string& text) {
-        options.waitFor = ParseState(text);
+        options.waitFor = zam_vocabulary::StateOfName(text);
         if (!options.waitFor) {
-            throw UsageError(fmt::format("--wait: '{}' is no state{}", text,
-                                         SuggestName(text, StateNames(), "states")));
+            throw UsageError(
+                fmt::format("--wait: '{}' is no state{}", text,
+                            SuggestName(text, zam_vocabulary::StateNames(), "states")));
         }
     };
-    CLI::Option* const wait =
-        command
-            .add_option_function<std::string>(
-                "--wait", parse,
-                fmt::format("Wait until the state is one of: {}", fmt::join(StateNames(), ", ")))
-            ->type_name("STATE");
+    CLI::Option* const wait = command
+                                  .add_option_function<std::string>(
+                                      "--wait", parse,
+                                      fmt::format("Wait until the state is one of: {}",
+                                                  fmt::join(zam_vocabulary::StateNames(), ", ")))
+                                  ->type_name("STATE");
     AddWaitTimeout(command, options.timeout)->needs(wait);
     command.add_flag("--watch", all.watchState, "Print each change as it comes, until interrupted")
         ->excludes(wait);

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "storage/new_file.h"
+
 namespace zamctl {
 
 /// Where a file will stand in the end: `path`, or what a link there leads to. Throws `UsageError`
@@ -20,23 +22,13 @@ public:
     /// permissions of the one that stands there. Throws `UsageError` when that cannot be done, and
     /// when something else than a regular file stands at `path`.
     explicit OutputFile(const std::string& path, std::optional<mode_t> mode = {});
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
-
-    /// Removes the new file unless `Commit` has put it in its place.
-    ~OutputFile();
 
     /// Writes the bytes and puts the new file in its place. Throws a `Failure` (`kExitFailed`).
     void Commit(std::string_view bytes);
 
 private:
-    void Write(std::string_view bytes) const;
-    void Discard() const noexcept;
-
     std::string path_;
-    std::string newPath_;
-    int file_ = -1;
-    bool isCommitted_ = false;
+    zam_storage::NewFile file_;  // removes itself unless it was put in its place
 };
 
 }  // namespace zamctl

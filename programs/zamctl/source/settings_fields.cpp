@@ -3,8 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
-#include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -16,73 +14,12 @@ namespace zamctl {
 namespace {
 
 using zam_connector::ZamConnectorSettings;
-using zam_connector::ZamSeconds;
-
-constexpr std::uint64_t kMost32 = std::numeric_limits<std::uint32_t>::max();
-constexpr std::uint64_t kMost64 = std::numeric_limits<std::uint64_t>::max();
-
-/// Accessors of one member, whatever its type.
-template <auto kMember>
-struct Member {
-    using Type = std::remove_cvref_t<decltype(std::declval<ZamConnectorSettings>().*kMember)>;
-
-    static SettingsValue Get(const ZamConnectorSettings& settings) {
-        if constexpr (std::is_same_v<Type, bool>) {
-            return settings.*kMember;
-        } else if constexpr (std::is_same_v<Type, ZamSeconds>) {
-            return std::uint64_t{(settings.*kMember).count()};
-        } else {
-            return std::uint64_t{settings.*kMember};
-        }
-    }
-
-    static void Set(ZamConnectorSettings& settings, SettingsValue value) {
-        if constexpr (std::is_same_v<Type, bool>) {
-            settings.*kMember = std::get<bool>(value);
-        } else if constexpr (std::is_same_v<Type, ZamSeconds>) {
-            settings.*kMember = Type(static_cast<std::uint32_t>(std::get<std::uint64_t>(value)));
-        } else {
-            settings.*kMember = static_cast<Type>(std::get<std::uint64_t>(value));
-        }
-    }
-};
-
-template <auto kMember>
-constexpr SettingsField Number(const char* name, const char* unit, const char* whenZero,
-                               std::uint64_t most) {
-    return {name, unit, whenZero, most, &Member<kMember>::Get, &Member<kMember>::Set};
-}
-
-template <auto kMember>
-constexpr SettingsField Flag(const char* name) {
-    return {name, "", "", 1, &Member<kMember>::Get, &Member<kMember>::Set};
-}
-
-using Settings = ZamConnectorSettings;
-constexpr std::array kFields{
-    Number<&Settings::syncPeriod>("sync_period_s", "s", "only on demand", kMost32),
-    Number<&Settings::heartbeatPeriod>("heartbeat_period_s", "s", "none", kMost32),
-    Number<&Settings::reconnectDelayMin>("reconnect_delay_min_s", "s", "", kMost32),
-    Number<&Settings::reconnectDelayMax>("reconnect_delay_max_s", "s", "", kMost32),
-    Number<&Settings::uploadLimitBytesPerSecond>("upload_limit_bytes_per_second", "bytes/s",
-                                                 "unlimited", kMost64),
-    Number<&Settings::downloadLimitBytesPerSecond>("download_limit_bytes_per_second", "bytes/s",
-                                                   "unlimited", kMost64),
-    Number<&Settings::maxFileSizeBytes>("max_file_size_bytes", "bytes", "unlimited", kMost64),
-    Number<&Settings::eventQueueLimit>("event_queue_limit", "events", "none are kept", kMost32),
-    Flag<&Settings::compressTraffic>("compress_traffic"),
-    Flag<&Settings::allowMeteredNetwork>("allow_metered_network"),
-    Flag<&Settings::sendDiagnostics>("send_diagnostics"),
-};
-
-bool IsFlag(const SettingsField& field) {
-    return std::holds_alternative<bool>(field.get(ZamConnectorSettings{}));
-}
+using zam_vocabulary::IsFlag;
 
 /// `where` stands before the message about an unknown name.
 const SettingsField& FindField(std::string_view name, const std::string& where) {
     std::vector<std::string> names;
-    for (const SettingsField& field : kFields) {
+    for (const SettingsField& field : SettingsFields()) {
         if (name == field.name) {
             return field;
         }
@@ -163,10 +100,6 @@ Json ToJson(SettingsValue value) {
     return std::visit([](auto plain) { return Json(plain); }, value);
 }
 
-std::span<const SettingsField> SettingsFields() {
-    return kFields;
-}
-
 SettingsChange ParseChange(std::string_view assignment) {
     const std::size_t equals = assignment.find('=');
     if (equals == std::string_view::npos) {
@@ -195,12 +128,12 @@ std::vector<SettingsChange> ParseDocument(const std::string& text, const std::st
 std::string SettingsTable(const ZamConnectorSettings& settings) {
     std::size_t nameWidth = 0;
     std::size_t valueWidth = 0;
-    for (const SettingsField& field : kFields) {
+    for (const SettingsField& field : SettingsFields()) {
         nameWidth = std::max(nameWidth, std::string_view(field.name).size());
         valueWidth = std::max(valueWidth, ShowValue(field.get(settings)).size());
     }
     std::string table;
-    for (const SettingsField& field : kFields) {
+    for (const SettingsField& field : SettingsFields()) {
         const SettingsValue value = field.get(settings);
         std::string line =
             fmt::format("{:<{}}  {:>{}}", field.name, nameWidth, ShowValue(value), valueWidth);
@@ -217,7 +150,7 @@ std::string SettingsTable(const ZamConnectorSettings& settings) {
 
 Json SettingsObject(const ZamConnectorSettings& settings) {
     Json object = Json::object();
-    for (const SettingsField& field : kFields) {
+    for (const SettingsField& field : SettingsFields()) {
         object[field.name] = ToJson(field.get(settings));
     }
     return object;

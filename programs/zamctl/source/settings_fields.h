@@ -1,38 +1,24 @@
 #pragma once
 
-#include <cstdint>
-#include <span>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
 #include "output.h"
+#include "vocabulary/settings_fields.h"
 #include "zam_connector/zam_connector_settings.h"
 
 namespace zamctl {
 
-/// A number or a flag.
-using SettingsValue = std::variant<std::uint64_t, bool>;
+using zam_vocabulary::SettingsField;
+using zam_vocabulary::SettingsFields;
+using zam_vocabulary::SettingsValue;
 
 /// "900" or "true".
 std::string ShowValue(SettingsValue value);
 
 /// 900 or true.
 Json ToJson(SettingsValue value);
-
-/// One member of the settings, by the name that people use.
-struct SettingsField {
-    const char* name;      ///< with its unit
-    const char* unit;      ///< empty for flags
-    const char* whenZero;  ///< what the value 0 means; empty when it means itself
-    std::uint64_t most;    ///< largest number; without meaning for flags
-    SettingsValue (*get)(const zam_connector::ZamConnectorSettings& settings);
-    void (*set)(zam_connector::ZamConnectorSettings& settings, SettingsValue value);
-};
-
-/// All members, in their order.
-std::span<const SettingsField> SettingsFields();
 
 /// A new value for a member; `field` is of `SettingsFields`.
 struct SettingsChange {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "state_names.h"
+#include "vocabulary/state_names.h"
 
 namespace zamctl {
 namespace {
@@ -32,7 +32,8 @@ StateAnswer WaitForState(Context& context, const zam_connector::IZamConnControll
         if (answer.state == wait.hopeless) {
             throw Failure(kExitFailed,
                           fmt::format("the state is {} and will not become {}",
-                                      StateName(answer.state), StateName(wait.target)),
+                                      zam_vocabulary::StateName(answer.state),
+                                      zam_vocabulary::StateName(wait.target)),
                           "The server turned this device away; check the server's address and "
                           "the product and device names.");
         }
@@ -40,8 +41,9 @@ StateAnswer WaitForState(Context& context, const zam_connector::IZamConnControll
         if (left <= std::chrono::nanoseconds::zero()) {
             throw Failure(
                 kExitFailed,
-                fmt::format("the state is {}, not {}, after {}", StateName(answer.state),
-                            StateName(wait.target), ShowSeconds(wait.timeout)),
+                fmt::format("the state is {}, not {}, after {}",
+                            zam_vocabulary::StateName(answer.state),
+                            zam_vocabulary::StateName(wait.target), ShowSeconds(wait.timeout)),
                 "Give it more time with --timeout, or look into the log of zam_connectord.");
         }
         context.clock.SleepFor(std::min<std::chrono::nanoseconds>(left, kPollInterval));

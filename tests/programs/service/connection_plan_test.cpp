@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "link/state_name.h"
-
 namespace zam_service {
 namespace {
 
 using std::chrono::milliseconds;
 using zam_connector::ZamConnectorState;
+using zam_json::JsonDocument;
+using zam_json::JsonError;
 
 ConnectionPlan Read(const std::string& text) {
     const JsonDocument document(kConnectionFile, text);
@@ -140,17 +140,6 @@ TEST(ConnectionPlan, RefusesWhatIsOutOfBoundsAndNamesThePlace) {
             EXPECT_THAT(error.what(), ::testing::HasSubstr(row.message)) << row.text;
         }
     }
-}
-
-TEST(StateName, IsReadBackForEveryState) {
-    for (int number = 0; number <= 5; ++number) {
-        const auto state = static_cast<ZamConnectorState>(number);
-        EXPECT_EQ(StateOfName(StateName(state)), state);
-        EXPECT_THAT(std::string(StateNames()), ::testing::HasSubstr(std::string(StateName(state))));
-    }
-    EXPECT_FALSE(StateOfName("Connected").has_value());
-    EXPECT_FALSE(StateOfName("").has_value());
-    EXPECT_EQ(StateName(static_cast<ZamConnectorState>(6)), "unknown");
 }
 
 }  // namespace

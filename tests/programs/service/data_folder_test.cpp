@@ -21,6 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 using zam_connector::testing::LogRecord;
 using zam_connector::testing::RecordingLogger;
+using zam_json::JsonValue;
 using zam_service::testing::RunUntil;
 using zam_service::testing::TemporaryFolder;
 

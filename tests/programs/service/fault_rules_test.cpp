@@ -11,6 +11,9 @@
 namespace zam_service {
 namespace {
 
+using zam_json::JsonDocument;
+using zam_json::JsonError;
+
 constexpr std::uint16_t kController = 1;
 constexpr std::uint16_t kSettings = 2;
 constexpr std::uint16_t kStart = 0;

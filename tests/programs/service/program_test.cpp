@@ -17,6 +17,7 @@
 #include "faults/fault_rules.h"
 #include "link/connection_plan.h"
 #include "run_until.h"
+#include "vocabulary/settings_fields.h"
 #include "zam_platform/posix_error.h"
 
 namespace zam_service {
@@ -25,6 +26,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using zam_json::JsonDocument;
 using zam_service::testing::TemporaryFolder;
 
 /// What a command line came to.
@@ -123,6 +125,9 @@ TEST(Sample, IsReadAndIsEqualToTheDefaults) {
     EXPECT_EQ(plan.sync, byDefault.sync);
     EXPECT_FALSE(plan.flap || plan.refuseAfter || plan.startResult);
     EXPECT_EQ(ReadSettings(document(kSettingsFile).Root()), zam_connector::ZamConnectorSettings());
+    for (const zam_vocabulary::SettingsField& field : zam_vocabulary::SettingsFields()) {
+        EXPECT_TRUE(document(kSettingsFile).Root().Find(field.name).has_value()) << field.name;
+    }
     EXPECT_TRUE(FaultRules::Read(document(kFaultsFile).Root()).IsEmpty());
 }
 

@@ -18,6 +18,9 @@ namespace {
 using ::testing::HasSubstr;
 using zam_connector::ZamDeviceStatus;
 using zam_connector::ZamSubscriptions;
+using zam_json::JsonDocument;
+using zam_json::JsonError;
+using zam_json::JsonValue;
 
 /// What `read` says is wrong with a text; "none" when nothing is.
 template <typename Content>

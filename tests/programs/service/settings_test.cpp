@@ -22,6 +22,8 @@ namespace {
 
 using zam_connector::ZamConnectorSettings;
 using zam_connector::ZamSeconds;
+using zam_json::JsonDocument;
+using zam_json::JsonError;
 using zam_service::testing::RunUntil;
 using zam_service::testing::TemporaryFolder;
 

@@ -8,9 +8,14 @@
 #include <string_view>
 #include <utility>
 
-#include "data/json_file.h"
+#include "json_text/json_document.h"
 
 namespace zam_service {
+
+using zam_json::JsonDocument;
+using zam_json::JsonError;
+using zam_json::JsonValue;
+
 namespace {
 
 constexpr char kName[] = "name";

@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
-#include <asio/post.hpp>
 #include <cerrno>
 #include <chrono>
 #include <exception>
@@ -36,8 +35,6 @@ constexpr std::size_t kMaxCertFileBytes = std::size_t{1} << 20U;
 
 /// A certificate, its key and its description change together: that is one change.
 constexpr std::chrono::milliseconds kSettleTime{20};
-/// Before the folder is read that found every worker taken.
-constexpr std::chrono::milliseconds kRetryDelay{100};
 
 constexpr mode_t kOthersMayRead = S_IRGRP | S_IROTH;
 
@@ -162,20 +159,19 @@ private:
 
 CertFolder::CertFolder(asio::io_context& loop, zam_platform::WorkerPool& workers,
                        const FolderFiles& files)
-    : loop_(loop),
-      workers_(workers),
-      files_(files),
+    : files_(files),
       watcher_(loop, files.Path() + "/" + kCertsFolder,
                {.onFile = [this](const std::string& /*name*/) { ReadSoon(); },
                 .onGone = [this](const std::string& /*name*/) { ReadSoon(); },
                 .onLost = [this] { ReadSoon(); },
                 .onFolder = [this] { Reattach(); }}),
-      settle_(loop) {
+      settle_(loop),
+      reader_(loop, workers, kReadLane, [this] { return Read(); }) {
     try {
         const UniqueFd folder = OpenCerts(files_);
         watcher_.Watch(folder.Get());
         if (folder) {
-            OnRead(Scan(folder.Get()).Read());
+            Publish(Scan(folder.Get()).Read());
         }
     } catch (const std::exception& exception) {
         watcher_.Watch(-1);
@@ -194,6 +190,7 @@ void CertFolder::Close() {
     isClosed_ = true;
     watcher_.Close();
     settle_.cancel();
+    reader_.Close();
 }
 
 /// Watches the folder that is there now. False when the data folder is away: it has taken the
@@ -216,54 +213,36 @@ void CertFolder::ReadSoon() {
     settle_.expires_after(kSettleTime);
     settle_.async_wait([this](const std::error_code& error) {
         if (!error) {
-            StartReading();
+            reader_.Start();
         }
     });
 }
 
-void CertFolder::StartReading() {
-    isStale_ = true;
-    if (isReading_ || isClosed_) {
-        return;
+/// On a worker.
+std::function<void()> CertFolder::Read() {
+    std::optional<Entries> entries;
+    std::string failure;
+    try {
+        const UniqueFd folder = OpenCerts(files_);
+        entries = folder ? Scan(folder.Get()).Read() : Entries();
+    } catch (const std::exception& exception) {
+        failure = exception.what();
     }
-    const bool posted = workers_.Post(kReadLane, [this] {
-        std::optional<Entries> entries;
-        std::string failure;
-        try {
-            const UniqueFd folder = OpenCerts(files_);
-            entries = folder ? Scan(folder.Get()).Read() : Entries();
-        } catch (const std::exception& exception) {
-            failure = exception.what();
-        }
-        asio::post(loop_, [this, entries = std::move(entries), failure] {
-            isReading_ = false;
-            if (!entries) {
-                Log(zor::logger::kLevelError, Here(kSourceFile, "StartReading"),
-                    "{}: the last good version stays", failure);
-            } else if (files_.IsInPlace()) {
-                OnRead(*entries);
-                Log(zor::logger::kLevelInformation, Here(kSourceFile, "StartReading"),
-                    "{}: read again, {} are served", kCertsFolder, certs_.size());
-            }
-            if (isStale_) {
-                StartReading();
-            }
-        });
-    });
-    if (posted) {
-        isReading_ = true;
-        isStale_ = false;
-    } else {
-        settle_.expires_after(kRetryDelay);
-        settle_.async_wait([this](const std::error_code& error) {
-            if (!error) {
-                StartReading();
-            }
-        });
+    return [this, entries = std::move(entries), failure] { OnRead(entries, failure); };
+}
+
+void CertFolder::OnRead(const std::optional<Entries>& entries, const std::string& failure) {
+    if (!entries) {
+        Log(zor::logger::kLevelError, Here(kSourceFile, "OnRead"),
+            "{}: the last good version stays", failure);
+    } else if (files_.IsInPlace()) {
+        Publish(*entries);
+        Log(zor::logger::kLevelInformation, Here(kSourceFile, "OnRead"),
+            "{}: read again, {} are served", kCertsFolder, certs_.size());
     }
 }
 
-void CertFolder::OnRead(const Entries& entries) {
+void CertFolder::Publish(const Entries& entries) {
     std::map<std::string, ClientCert> certs;
     std::map<std::string, std::string> complaints;
     for (const auto& [name, entry] : entries) {

@@ -3,6 +3,7 @@
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -11,6 +12,7 @@
 #include "certs/client_cert.h"
 #include "data/folder_files.h"
 #include "data/folder_watcher.h"
+#include "data/rereader.h"
 #include "zam_platform/server/worker_pool.h"
 
 namespace zam_service {
@@ -53,19 +55,17 @@ private:
 
     bool Attach();
     void ReadSoon();
-    void StartReading();
-    void OnRead(const Entries& entries);
+    std::function<void()> Read();
+    void OnRead(const std::optional<Entries>& entries, const std::string& failure);
+    void Publish(const Entries& entries);
     void Complain(const std::string& name, const Entry& entry);
 
-    asio::io_context& loop_;
-    zam_platform::WorkerPool& workers_;
     const FolderFiles& files_;
     FolderWatcher watcher_;
     asio::steady_timer settle_;
+    Rereader reader_;
     std::map<std::string, ClientCert> certs_;
     std::map<std::string, std::string> complaints_;  ///< the last one about each file
-    bool isReading_ = false;
-    bool isStale_ = false;  ///< changed since it was read
     bool isClosed_ = false;
 };
 

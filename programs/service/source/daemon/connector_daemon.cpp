@@ -59,7 +59,7 @@ ConnectorDaemon::ConnectorDaemon(const DaemonConfig& config)
     ServeData();
     ServeNotices("ConnStateNotifier", notices_.States());
     ServeNotices("ZamDataNotifier", notices_.Data());
-    uploads_.OnSettings([this] { notices_.Tell(DataKind::SettingsSynced); });
+    uploads_.OnSettings([this] { notices_.Tell(zam_vocabulary::NoticeKind::SettingsSynced); });
     ServeDownloads();
     Listen(config);
 }
@@ -135,7 +135,8 @@ void ConnectorDaemon::Listen(const DaemonConfig& config) {
 }
 
 void ConnectorDaemon::ServeFiles() {
-    ServeProviderFiles(folder_, provider_, [this](DataKind kind) { notices_.Tell(kind); });
+    ServeProviderFiles(folder_, provider_,
+                       [this](zam_vocabulary::NoticeKind kind) { notices_.Tell(kind); });
     folder_.Serve(
         ServeJson<ConnectionPlan>(kConnectionFile, kReadLane, ReadConnectionPlan,
                                   [this](ConnectionPlan plan) { link_.SetPlan(std::move(plan)); }));

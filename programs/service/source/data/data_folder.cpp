@@ -1,7 +1,6 @@
 #include "data/data_folder.h"
 
 #include <algorithm>
-#include <asio/post.hpp>
 #include <chrono>
 #include <exception>
 
@@ -17,8 +16,6 @@ constexpr char kSourceFile[] = "data_folder";
 
 /// Between two looks for a folder that is away.
 constexpr std::chrono::milliseconds kReattachPeriod{200};
-/// Before a file is read that found every worker taken.
-constexpr std::chrono::milliseconds kRetryDelay{100};
 /// Many programs save by moving the old file away and then writing a new one: that is one change,
 /// not two. Well below the 50 ms within which a change is to be noticed.
 constexpr std::chrono::milliseconds kSettleTime{20};
@@ -27,6 +24,16 @@ constexpr std::chrono::milliseconds kSettleTime{20};
 constexpr std::chrono::milliseconds kReturnTime{1000};
 
 }  // namespace
+
+DataFolder::Served::Served(DataFolder& folder, ServedFile served)
+    : file(std::move(served)),
+      settle(folder.loop_),
+      reader(
+          folder.loop_, folder.workers_, file.lane,
+          [this, &folder] {
+              return [this, &folder, outcome = folder.Read(file)] { folder.OnRead(file, outcome); };
+          },
+          [&folder] { return !folder.files_.IsAway(); }) {}
 
 DataFolder::DataFolder(asio::io_context& loop, zam_platform::WorkerPool& workers,
                        FolderFiles& files)
@@ -38,14 +45,12 @@ DataFolder::DataFolder(asio::io_context& loop, zam_platform::WorkerPool& workers
                 .onGone = [this](const std::string& name) { OnGone(name); },
                 .onLost = [this] { OnLost(); },
                 .onFolder = [this] { OnFolder(); }}),
-      reattach_(loop),
-      retry_(loop) {
+      reattach_(loop) {
     watcher_.Watch(files_.Open()->Get());
 }
 
 void DataFolder::Serve(ServedFile file) {
-    served_.push_back({.file = std::move(file), .settle = asio::steady_timer(loop_)});
-    const Served& served = served_.back();
+    const Served& served = served_.emplace_back(*this, std::move(file));
     const Outcome outcome = Read(served.file);
     if (outcome.publish) {
         outcome.publish();
@@ -59,9 +64,9 @@ void DataFolder::Close() {
     isClosed_ = true;
     watcher_.Close();
     reattach_.cancel();
-    retry_.cancel();
     for (Served& served : served_) {
         served.settle.cancel();
+        served.reader.Close();
     }
 }
 
@@ -78,7 +83,7 @@ DataFolder::Outcome DataFolder::Read(const ServedFile& file) const {
 void DataFolder::OnFile(const std::string& name) {
     if (Served* const served = Find(name)) {
         served->settle.cancel();
-        StartReading(*served);
+        served->reader.Start();
     }
 }
 
@@ -98,7 +103,7 @@ void DataFolder::Settle(Served& served, std::chrono::milliseconds time) {
             // Half of it may be written; its end is told.
             Settle(served, kReturnTime);
         } else {
-            StartReading(served);
+            served.reader.Start();
         }
     });
 }
@@ -112,7 +117,7 @@ DataFolder::Served* DataFolder::Find(const std::string& name) {
 
 void DataFolder::OnLost() {
     for (Served& served : served_) {
-        StartReading(served);
+        served.reader.Start();
     }
 }
 
@@ -156,25 +161,7 @@ void DataFolder::Reattach() {
     });
 }
 
-void DataFolder::StartReading(Served& served) {
-    served.isStale = true;
-    if (served.isReading || isClosed_ || files_.IsAway()) {
-        return;
-    }
-    const bool posted = workers_.Post(served.file.lane, [this, &served] {
-        asio::post(loop_,
-                   [this, &served, outcome = Read(served.file)] { OnRead(served, outcome); });
-    });
-    if (posted) {
-        served.isReading = true;
-        served.isStale = false;
-    } else {
-        RetryLater();
-    }
-}
-
-void DataFolder::OnRead(Served& served, const Outcome& outcome) {
-    served.isReading = false;
+void DataFolder::OnRead(const ServedFile& file, const Outcome& outcome) {
     // A folder that went away while a file was read has taken the file along, not deleted it.
     OnFolder();
     if (files_.IsAway()) {
@@ -182,29 +169,12 @@ void DataFolder::OnRead(Served& served, const Outcome& outcome) {
     }
     if (outcome.publish) {
         outcome.publish();
-        Log(zor::logger::kLevelInformation, Here(kSourceFile, "OnRead"), "{}: {}", served.file.name,
+        Log(zor::logger::kLevelInformation, Here(kSourceFile, "OnRead"), "{}: {}", file.name,
             outcome.exists ? "read again" : "is not there, its default is served");
     } else {
         Log(zor::logger::kLevelError, Here(kSourceFile, "OnRead"),
             "{}: the last good version stays", outcome.error);
     }
-    if (served.isStale) {
-        StartReading(served);
-    }
-}
-
-void DataFolder::RetryLater() {
-    retry_.expires_after(kRetryDelay);
-    retry_.async_wait([this](const std::error_code& error) {
-        if (error) {
-            return;
-        }
-        for (Served& served : served_) {
-            if (served.isStale) {
-                StartReading(served);
-            }
-        }
-    });
 }
 
 }  // namespace zam_service

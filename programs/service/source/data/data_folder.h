@@ -13,7 +13,8 @@
 
 #include "data/folder_files.h"
 #include "data/folder_watcher.h"
-#include "data/json_file.h"
+#include "data/rereader.h"
+#include "json_text/json_document.h"
 #include "lanes.h"
 #include "zam_platform/server/worker_pool.h"
 
@@ -32,14 +33,14 @@ struct ServedFile {
 /// A file of JSON that `read` turns into a `Content`, and whose default, while there is no file, is
 /// a default-constructed `Content`. `publish` runs on the loop thread.
 template <typename Content>
-ServedFile ServeJson(std::string name, Lane lane, Content (*read)(const JsonValue& root),
+ServedFile ServeJson(std::string name, Lane lane, Content (*read)(const zam_json::JsonValue& root),
                      std::function<void(Content)> publish) {
     return {name, lane,
             [name, read, publish = std::move(publish)](
                 std::optional<std::string> text) -> std::function<void()> {
                 Content content;
                 if (text) {
-                    const JsonDocument document(name, *std::move(text));
+                    const zam_json::JsonDocument document(name, *std::move(text));
                     content = read(document.Root());
                 }
                 return [publish, content = std::move(content)]() mutable {
@@ -70,10 +71,11 @@ public:
 
 private:
     struct Served {
+        Served(DataFolder& folder, ServedFile served);
+
         ServedFile file;
         asio::steady_timer settle;  ///< runs from when the file was gone until that counts
-        bool isReading = false;
-        bool isStale = false;  ///< changed since it was read
+        Rereader reader;
     };
 
     /// What a worker has made of a file.
@@ -91,9 +93,7 @@ private:
     void OnLost();
     void OnFolder();
     void Reattach();
-    void StartReading(Served& served);
-    void OnRead(Served& served, const Outcome& outcome);
-    void RetryLater();
+    void OnRead(const ServedFile& file, const Outcome& outcome);
 
     asio::io_context& loop_;
     zam_platform::WorkerPool& workers_;
@@ -101,7 +101,6 @@ private:
     std::list<Served> served_;
     FolderWatcher watcher_;
     asio::steady_timer reattach_;
-    asio::steady_timer retry_;
     std::function<void()> onBack_;
     bool isClosed_ = false;
 };

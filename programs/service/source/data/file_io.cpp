@@ -7,8 +7,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <system_error>
 
+#include "storage/new_file.h"
 #include "zam_platform/posix_error.h"
 
 namespace zam_service {
@@ -21,6 +22,12 @@ namespace {
 
 constexpr mode_t kFileMode = 0644;
 constexpr std::size_t kReadBytes = std::size_t{64} << 10U;
+
+void Check(const std::error_code& error, const std::string& shown) {
+    if (error) {
+        throw PosixError(shown, error.value());
+    }
+}
 
 }  // namespace
 
@@ -75,14 +82,7 @@ std::string ReadWhole(int file, std::size_t limit, const std::string& shown) {
 }
 
 void WriteWhole(int file, std::string_view bytes, const std::string& shown) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(file, bytes.data(), bytes.size());
-        if (written >= 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno != EINTR) {
-            throw PosixError(shown, errno);
-        }
-    }
+    Check(zam_storage::WriteAll(file, bytes), shown);
 }
 
 std::string UnfinishedName(const std::string& name) {
@@ -94,30 +94,14 @@ void ReplaceFile(int directory, const std::string& name, std::string_view bytes,
     const std::string unfinished = UnfinishedName(name);
     // What a daemon that was killed has left; a link in its place must not be written through.
     ::unlinkat(directory, unfinished.c_str(), 0);
-    try {
-        const UniqueFd file =
-            OpenBeneath(directory, unfinished, O_WRONLY | O_CREAT | O_EXCL, shown);
-        if (!file) {
-            throw PosixError(shown, ENOENT);
-        }
-        WriteWhole(file.Get(), bytes, shown);
-        Sync(file.Get(), shown);
-        if (::renameat(directory, unfinished.c_str(), directory, name.c_str()) != 0) {
-            throw PosixError(shown, errno);
-        }
-    } catch (const PlatformError&) {
-        ::unlinkat(directory, unfinished.c_str(), 0);
-        throw;
-    }
-    Sync(directory, shown);
+    zam_storage::NewFile file(directory);
+    Check(file.Create(unfinished, kFileMode), shown);
+    WriteWhole(file.Descriptor(), bytes, shown);
+    Check(file.Replace(name).error, shown);
 }
 
 void Sync(int file, const std::string& shown) {
-    while (::fsync(file) != 0) {
-        if (errno != EINTR) {
-            throw PosixError(shown, errno);
-        }
-    }
+    Check(zam_storage::SyncFile(file), shown);
 }
 
 }  // namespace zam_service

@@ -9,11 +9,13 @@
 #include <utility>
 
 namespace zam_service {
+
+using zam_vocabulary::NoticeKind;
 namespace {
 
 /// Puts `next` in the place of `current`, and tells of it when it is something else.
 template <typename Content, typename IsSame>
-auto Publisher(Content& current, IsSame isSame, DataKind kind, const DataObserver& onChange) {
+auto Publisher(Content& current, IsSame isSame, NoticeKind kind, const DataObserver& onChange) {
     return [&current, isSame, kind, onChange](Content next) {
         const bool isChange = !isSame(current, next);
         current = std::move(next);
@@ -48,9 +50,9 @@ ServedFile ServeReserveCert(std::function<void(std::string)> publish) {
 
 void ServeProviderFiles(DataFolder& folder, ProviderData& data, const DataObserver& onChange) {
     folder.Serve(
-        ServeTree(kPolicyFile, Publisher(data.policy, kSameHash, DataKind::Policy, onChange)));
+        ServeTree(kPolicyFile, Publisher(data.policy, kSameHash, NoticeKind::Policy, onChange)));
     folder.Serve(ServeTree(kProductSettingsFile, Publisher(data.settings, kSameHash,
-                                                           DataKind::ProductSettings, onChange)));
+                                                           NoticeKind::ProductSettings, onChange)));
     folder.Serve(ServeJson<SubscriptionsSnapshot>(
         kSubscriptionsFile, kReadLane, ReadSubscriptions,
         Publisher(
@@ -58,18 +60,18 @@ void ServeProviderFiles(DataFolder& folder, ProviderData& data, const DataObserv
             [](const SubscriptionsSnapshot& left, const SubscriptionsSnapshot& right) {
                 return left.message.hash == right.message.hash;
             },
-            DataKind::Subscriptions, onChange)));
+            NoticeKind::Subscriptions, onChange)));
     folder.Serve(ServeJson<ServerData>(
         kServerDataFile, kReadLane, ReadServerData,
-        Publisher(data.server, std::equal_to<>(), DataKind::ServerData, onChange)));
+        Publisher(data.server, std::equal_to<>(), NoticeKind::ServerData, onChange)));
     folder.Serve(ServeJson<UpdatesSnapshot>(
         kUpdatesStatusFile, kReadLane, ReadUpdatesStatus,
-        [publish = Publisher(data.updates, kSameHash, DataKind::UpdatesStatus, onChange)](
+        [publish = Publisher(data.updates, kSameHash, NoticeKind::UpdatesStatus, onChange)](
             UpdatesSnapshot read) {
             publish(std::make_shared<const UpdatesSnapshot>(std::move(read)));
         }));
     folder.Serve(ServeReserveCert(
-        Publisher(data.reserveCert, std::equal_to<>(), DataKind::ReserveCert, onChange)));
+        Publisher(data.reserveCert, std::equal_to<>(), NoticeKind::ReserveCert, onChange)));
 }
 
 }  // namespace zam_service

@@ -10,8 +10,8 @@
 #include "data/tree_file.h"
 #include "data/tree_snapshot.h"
 #include "data/updates_status_json.h"
-#include "notices/data_kind.h"
 #include "qx/zam_data_provider.h"
+#include "vocabulary/notice_kinds.h"
 
 namespace zam_service {
 
@@ -34,7 +34,7 @@ struct ProviderData {
 };
 
 /// Told that data of a kind is other than it was. On the loop thread.
-using DataObserver = std::function<void(DataKind kind)>;
+using DataObserver = std::function<void(zam_vocabulary::NoticeKind kind)>;
 
 /// Serves the files that `data`, which must outlive the folder, is made of. A file whose content
 /// means the same as before is no change. All of `server_data.json` counts as server data.

@@ -7,6 +7,8 @@
 
 namespace zam_service {
 
+using zam_json::JsonValue;
+
 int ReadResultCode(const JsonValue& value) {
     constexpr std::string_view kAllowed =
         "a whole number from -2147483648 to 2147483647 or a text like \"0x80000045\"";

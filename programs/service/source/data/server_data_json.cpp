@@ -8,6 +8,9 @@
 #include "data/result_code_json.h"
 
 namespace zam_service {
+
+using zam_json::JsonValue;
+
 namespace {
 
 using zam_connector::ZamDeviceStatus;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "data/json_file.h"
+#include "json_text/json_document.h"
 #include "zam_connector/zam_server_data.h"
 
 namespace zam_service {
@@ -16,7 +16,8 @@ struct ServerData {
     bool operator==(const ServerData& other) const = default;
 };
 
-/// Reads data about the server; a field that is missing has its default. Throws `JsonError`.
-ServerData ReadServerData(const JsonValue& root);
+/// Reads data about the server; a field that is missing has its default. Throws
+/// `zam_json::JsonError`.
+ServerData ReadServerData(const zam_json::JsonValue& root);
 
 }  // namespace zam_service

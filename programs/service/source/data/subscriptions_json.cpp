@@ -10,6 +10,9 @@
 #include "common/server_data_casts.h"
 
 namespace zam_service {
+
+using zam_json::JsonValue;
+
 namespace {
 
 using zam_connector::ZamEventSubscription;

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "data/content_hash.h"
-#include "data/json_file.h"
+#include "json_text/json_document.h"
 #include "qx/zam_data_provider.h"
 #include "qx/zam_types.h"
 #include "zam_connector/zam_subscriptions.h"
@@ -24,8 +24,8 @@ struct SubscriptionsSnapshot {
     std::vector<unsigned char> arena;  ///< at most `kSubscriptionsBytes`
 };
 
-/// Reads subscriptions. Throws `JsonError`, also when they do not fit into an answer.
-SubscriptionsSnapshot ReadSubscriptions(const JsonValue& root);
+/// Reads subscriptions. Throws `zam_json::JsonError`, also when they do not fit into an answer.
+SubscriptionsSnapshot ReadSubscriptions(const zam_json::JsonValue& root);
 
 /// The hash of subscriptions, whatever the order in which they stand.
 std::uint64_t HashOf(const zam_connector::ZamSubscriptions& subscriptions);

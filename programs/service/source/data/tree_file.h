@@ -13,8 +13,9 @@ namespace zam_service {
 /// Largest file with a tree, in bytes: a few million nodes.
 inline constexpr std::size_t kMaxTreeFileBytes = std::size_t{256} << 20U;
 
-/// The tree of a typed JSON text from the file `name`, ready to be fetched. Throws `JsonError` and
-/// `tree_json::JsonError`, also for keys that no path can hold and for values too large to be sent.
+/// The tree of a typed JSON text from the file `name`, ready to be fetched. Throws
+/// `zam_json::JsonError` and `tree_json::JsonError`, also for keys that no path can hold and for
+/// values too large to be sent.
 TreeSnapshotPtr ReadTree(const std::string& name, std::string_view text);
 
 /// A file with a tree; `AbsentTree` while there is no file. `publish` runs on the loop thread.

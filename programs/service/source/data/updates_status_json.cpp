@@ -5,6 +5,9 @@
 #include <string_view>
 
 namespace zam_service {
+
+using zam_json::JsonValue;
+
 namespace {
 
 using zam_connector::ZamId;

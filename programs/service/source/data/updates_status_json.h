@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "data/content_hash.h"
-#include "data/json_file.h"
+#include "json_text/json_document.h"
 #include "zam_connector/zam_id.h"
 
 namespace zam_service {
@@ -30,7 +30,7 @@ struct UpdatesSnapshot {
 
 using UpdatesSnapshotPtr = std::shared_ptr<const UpdatesSnapshot>;
 
-/// Reads the updates status; a list that is missing is empty. Throws `JsonError`.
-UpdatesSnapshot ReadUpdatesStatus(const JsonValue& root);
+/// Reads the updates status; a list that is missing is empty. Throws `zam_json::JsonError`.
+UpdatesSnapshot ReadUpdatesStatus(const zam_json::JsonValue& root);
 
 }  // namespace zam_service

@@ -11,6 +11,9 @@
 #include "endpoints/endpoint_catalog.h"
 
 namespace zam_service {
+
+using zam_json::JsonValue;
+
 namespace {
 
 /// Highest number of a call that a rule can name.

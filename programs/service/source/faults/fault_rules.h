@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "data/json_file.h"
 #include "faults/piece_damage.h"
+#include "json_text/json_document.h"
 
 namespace zam_service {
 
@@ -46,9 +46,9 @@ public:
     /// No rules.
     FaultRules();
 
-    /// Reads `faults.json`. Throws `JsonError`, also for a rule that names a field which the
-    /// operation's answer does not have.
-    static FaultRules Read(const JsonValue& root);
+    /// Reads `faults.json`. Throws `zam_json::JsonError`, also for a rule that names a field which
+    /// the operation's answer does not have.
+    static FaultRules Read(const zam_json::JsonValue& root);
 
     bool IsEmpty() const noexcept { return rules_.empty(); }
 
@@ -67,10 +67,10 @@ private:
         std::uint64_t calls = 0;
     };
 
-    static Rule ReadRule(const JsonValue& value);
-    static void ReadDamage(const JsonValue& value, Rule& rule);
-    static void ReadCalls(const JsonValue& value, Rule& rule);
-    static void ReadFault(const JsonValue& value, Fault& fault);
+    static Rule ReadRule(const zam_json::JsonValue& value);
+    static void ReadDamage(const zam_json::JsonValue& value, Rule& rule);
+    static void ReadCalls(const zam_json::JsonValue& value, Rule& rule);
+    static void ReadFault(const zam_json::JsonValue& value, Fault& fault);
     double Draw();
 
     std::vector<Rule> rules_;

@@ -1,13 +1,17 @@
 #include "link/connection_plan.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <string>
 
 #include "data/result_code_json.h"
-#include "link/state_name.h"
+#include "vocabulary/state_names.h"
 
 namespace zam_service {
+
+using zam_json::JsonValue;
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -18,9 +22,9 @@ milliseconds ReadDelay(const JsonValue& value, milliseconds least) {
 }
 
 ZamConnectorState ReadState(const JsonValue& value) {
-    const auto state = value.IsText() ? StateOfName(value.Text()) : std::nullopt;
+    const auto state = value.IsText() ? zam_vocabulary::StateOfName(value.Text()) : std::nullopt;
     if (!state) {
-        value.Refuse(fmt::format("one of {}", StateNames()));
+        value.Refuse(fmt::format("one of {}", fmt::join(zam_vocabulary::StateNames(), ", ")));
     }
     return *state;
 }

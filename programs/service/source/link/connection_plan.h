@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "data/json_file.h"
+#include "json_text/json_document.h"
 #include "zam_connector/zam_connector_state.h"
 
 namespace zam_service {
@@ -45,7 +45,7 @@ struct ConnectionPlan {
     std::chrono::milliseconds sync{200};  ///< how long a synchronisation takes
 };
 
-/// Reads `connection.json`. Throws `JsonError`.
-ConnectionPlan ReadConnectionPlan(const JsonValue& root);
+/// Reads `connection.json`. Throws `zam_json::JsonError`.
+ConnectionPlan ReadConnectionPlan(const zam_json::JsonValue& root);
 
 }  // namespace zam_service

@@ -7,8 +7,8 @@
 
 #include "common/log.h"
 #include "link/proxy_url.h"
-#include "link/state_name.h"
 #include "result_codes.h"
+#include "vocabulary/state_names.h"
 
 namespace zam_service {
 namespace {
@@ -107,8 +107,9 @@ void ConnectorLink::Advance() {
     for (const ZamConnectorState state : simulator_.Advance(now)) {
         zam_connector::common::Log(zor::logger::kLevelInformation,
                                    zam_connector::common::Here(kSourceFile, "Advance"),
-                                   "link is {}", StateName(state));
-        history_.Append(Line("state").Add("state", StateName(state)).Text(), nullptr);
+                                   "link is {}", zam_vocabulary::StateName(state));
+        history_.Append(Line("state").Add("state", zam_vocabulary::StateName(state)).Text(),
+                        nullptr);
         if (onState_) {
             onState_(state);
         }

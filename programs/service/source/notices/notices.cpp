@@ -17,8 +17,8 @@ std::uint32_t NumberOf(ZamConnectorState state) {
 
 std::vector<std::uint32_t> AllKinds() {
     std::vector<std::uint32_t> kinds;
-    for (std::uint32_t kind = kFirstDataKind; kind <= kLastDataKind; ++kind) {
-        kinds.push_back(kind);
+    for (const zam_vocabulary::NoticeKind kind : zam_vocabulary::DataKinds()) {
+        kinds.push_back(static_cast<std::uint32_t>(kind));
     }
     return kinds;
 }

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "link/connector_link.h"
-#include "notices/data_kind.h"
 #include "notices/notice_board.h"
+#include "vocabulary/notice_kinds.h"
 #include "zam_platform/server/endpoint.h"
 
 namespace zam_service {
@@ -19,8 +19,8 @@ public:
     Notices(const Notices&) = delete;
     Notices& operator=(const Notices&) = delete;
 
-    /// Tells that data is other than it was.
-    void Tell(DataKind kind) { data_.Tell(static_cast<std::uint32_t>(kind)); }
+    /// Tells that data of a kind is other than it was; the state of the link is told by itself.
+    void Tell(zam_vocabulary::NoticeKind kind) { data_.Tell(static_cast<std::uint32_t>(kind)); }
 
     /// Ends the registrations of a client that has gone.
     void EndSession(const zam_platform::SessionToken& client);

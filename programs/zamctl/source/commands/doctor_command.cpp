@@ -13,8 +13,8 @@
 #include "finding.h"
 #include "round_trip.h"
 #include "runtime_directory_check.h"
-#include "state_names.h"
 #include "version.h"
+#include "vocabulary/state_names.h"
 
 namespace zamctl {
 namespace {
@@ -178,7 +178,7 @@ std::optional<CallFailure> CheckCalls(Findings& findings, Context& context) {
         }
         std::sort(times.begin(), times.end());
         const double median = Microseconds(Percentile(times, 50));
-        const std::string state = StateName(answer.state);
+        const std::string state = zam_vocabulary::StateName(answer.state);
         findings.push_back(
             {"round_trip",
              FindingStatus::Ok,

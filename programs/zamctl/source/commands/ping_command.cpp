@@ -7,13 +7,13 @@
 #include <vector>
 
 #include "round_trip.h"
-#include "state_names.h"
+#include "vocabulary/state_names.h"
 
 namespace zamctl {
 namespace {
 
 void PrintCall(Context& context, std::size_t number, const RoundTrip& trip) {
-    const std::string state = StateName(trip.answer.state);
+    const std::string state = zam_vocabulary::StateName(trip.answer.state);
     context.output.Detail(
         fmt::format("call {}: {:.1f} us, {}", number, Microseconds(trip.time), state),
         {{"call", number},

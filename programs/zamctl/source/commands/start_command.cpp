@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "codes.h"
-#include "state_names.h"
+#include "vocabulary/state_names.h"
 
 namespace zamctl {
 
@@ -44,7 +44,7 @@ void StartCommand::Run(Context& context) {
                   .hopeless = ZamConnectorState::Refused});
     context.output.Confirmation(
         SuccessText(code, "connected", "already started; connected"),
-        {{"result", code}, {"state", StateName(ZamConnectorState::Connected)}});
+        {{"result", code}, {"state", zam_vocabulary::StateName(ZamConnectorState::Connected)}});
 }
 
 }  // namespace zamctl

@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "state_names.h"
+#include "vocabulary/state_names.h"
 
 namespace zamctl {
 
@@ -14,7 +14,7 @@ void StateCommand::Run(Context& context) {
                   context, connector.controller,
                   {.target = *options_.waitFor, .timeout = options_.timeout, .hopeless = {}})
             : AskState(context, connector.controller);
-    const std::string name = StateName(answer.state);
+    const std::string name = zam_vocabulary::StateName(answer.state);
     context.output.Result(name, {{"state", name}, {"result", answer.code}});
 }
 

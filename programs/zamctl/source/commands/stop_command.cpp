@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "codes.h"
-#include "state_names.h"
+#include "vocabulary/state_names.h"
 
 namespace zamctl {
 
@@ -24,7 +24,7 @@ void StopCommand::Run(Context& context) {
         {.target = ZamConnectorState::Stopped, .timeout = options_.timeout, .hopeless = {}});
     context.output.Confirmation(
         SuccessText(code, "stopped", "already stopped; nothing to do"),
-        {{"result", code}, {"state", StateName(ZamConnectorState::Stopped)}});
+        {{"result", code}, {"state", zam_vocabulary::StateName(ZamConnectorState::Stopped)}});
 }
 
 }  // namespace zamctl

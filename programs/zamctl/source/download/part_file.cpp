@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <system_error>
@@ -17,14 +16,12 @@
 
 #include "failure.h"
 #include "printable.h"
+#include "storage/new_file.h"
 
 namespace zamctl {
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr mode_t kNewFileMode = 0666;
-constexpr mode_t kPermissions = 0777;
 constexpr std::size_t kReadBytes = std::size_t{1} << 20U;
 
 /// Handing the disk its work in steps keeps the wait at the end short.
@@ -54,16 +51,6 @@ std::string ReadIdentity(const std::string& path) {
     ::close(file);
     text.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
     return text;
-}
-
-void SyncFolder(const std::string& path) {
-    const fs::path folder = fs::path(path).parent_path();
-    const int descriptor =
-        ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor >= 0) {
-        ::fsync(descriptor);
-        ::close(descriptor);
-    }
 }
 
 }  // namespace
@@ -147,11 +134,10 @@ void PartFile::WriteIdentity(const ContentIdentity& identity) const {
     if (file < 0) {
         Fail(identityPath_, "written", errno);
     }
-    const ssize_t written = ::write(file, text.data(), text.size());
-    const int error = written < 0 ? errno : EIO;
+    const std::error_code error = zam_storage::WriteAll(file, text);
     ::close(file);
-    if (std::cmp_not_equal(written, text.size())) {
-        Fail(identityPath_, "written", error);
+    if (error) {
+        Fail(identityPath_, "written", error.value());
     }
 }
 
@@ -206,18 +192,16 @@ void PartFile::Append(std::span<const std::byte> bytes) {
 }
 
 void PartFile::Commit() {
-    struct stat before {};
-    if (::stat(target_.c_str(), &before) == 0) {
-        ::fchmod(file_, before.st_mode & kPermissions);
-    }
-    if (::fsync(file_) != 0) {
-        Fail(path_, "written", errno);
+    // A file whose permissions, or whose name after a crash, are others is still the right file.
+    zam_storage::CopyPermissions(target_, file_);
+    if (const std::error_code error = zam_storage::SyncFile(file_)) {
+        Fail(path_, "written", error.value());
     }
     if (::rename(path_.c_str(), target_.c_str()) != 0) {
         Fail(path_, "put in its place", errno);
     }
     ::unlink(identityPath_.c_str());
-    SyncFolder(target_);
+    zam_storage::SyncFolderOf(target_);
 }
 
 void PartFile::Discard() noexcept {

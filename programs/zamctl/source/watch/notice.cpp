@@ -2,20 +2,13 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <array>
-
 #include "data_answers.h"
-#include "state_names.h"
 #include "times.h"
+#include "vocabulary/state_names.h"
 #include "zuv/for_each.h"
 
 namespace zamctl {
 namespace {
-
-constexpr std::array<const char*, 8> kNames = {
-    "policy",       "product-settings", "subscriptions",   "server-data",
-    "reserve-cert", "updates-status",   "settings-synced", "state"};
 
 Notice Sized(NoticeKind kind, std::optional<std::uint64_t> hash, std::size_t count,
              const char* unit) {
@@ -46,25 +39,6 @@ std::size_t CountNodes(const zuv::TValue& tree) {
 }
 
 }  // namespace
-
-std::vector<NoticeKind> NoticeKinds() {
-    std::vector<NoticeKind> kinds;
-    for (std::size_t number = 0; number < kNames.size(); ++number) {
-        kinds.push_back(static_cast<NoticeKind>(number));
-    }
-    return kinds;
-}
-
-std::string NoticeKindName(NoticeKind kind) {
-    return kNames.at(static_cast<std::size_t>(kind));
-}
-
-std::optional<NoticeKind> ParseNoticeKind(std::string_view name) {
-    const auto* const found = std::find(kNames.begin(), kNames.end(), name);
-    return found == kNames.end()
-               ? std::nullopt
-               : std::optional<NoticeKind>(static_cast<NoticeKind>(found - kNames.begin()));
-}
 
 Notice Describe(NoticeKind kind, const std::pair<std::uint64_t, zam_connector::ZamPolicy>& data) {
     return Sized(kind, data.first, CountNodes(data.second.tree), "nodes");
@@ -111,7 +85,7 @@ Notice Describe(NoticeKind kind, std::uint64_t hash) {
 Notice Describe(NoticeKind kind, zam_connector::ZamConnectorState state) {
     Notice notice;
     notice.kind = kind;
-    notice.size = StateName(state);
+    notice.size = zam_vocabulary::StateName(state);
     notice.details["state"] = notice.size;
     return notice;
 }

@@ -10,31 +10,16 @@
 
 #include "clock.h"
 #include "output.h"
+#include "vocabulary/notice_kinds.h"
 #include "zam_connector/i_zam_data_change_subscriber.h"
 #include "zam_connector/zam_connector_state.h"
 
 namespace zamctl {
 
-/// What can be watched, in the order of `NoticeKinds`.
-enum class NoticeKind {
-    Policy,
-    ProductSettings,
-    Subscriptions,
-    ServerData,
-    ReserveCert,
-    UpdatesStatus,
-    SettingsSynced,
-    State,
-};
-
-/// All of them.
-std::vector<NoticeKind> NoticeKinds();
-
-/// "product-settings".
-std::string NoticeKindName(NoticeKind kind);
-
-/// Empty when no kind has that name.
-std::optional<NoticeKind> ParseNoticeKind(std::string_view name);
+using zam_vocabulary::NoticeKind;
+using zam_vocabulary::NoticeKindName;
+using zam_vocabulary::NoticeKinds;
+using zam_vocabulary::ParseNoticeKind;
 
 /// One change that an observer was told of.
 struct Notice {

@@ -1,10 +1,11 @@
-#include "link/state_name.h"
+#include "vocabulary/state_names.h"
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <utility>
 
-namespace zam_service {
+namespace zam_vocabulary {
 namespace {
 
 using zam_connector::ZamConnectorState;
@@ -20,10 +21,12 @@ constexpr auto kNames = std::to_array<std::pair<ZamConnectorState, std::string_v
 
 }  // namespace
 
-std::string_view StateName(ZamConnectorState state) noexcept {
+std::string StateName(ZamConnectorState state) {
     const auto* const found = std::find_if(kNames.begin(), kNames.end(),
                                            [state](const auto& row) { return row.first == state; });
-    return found == kNames.end() ? "unknown" : found->second;
+    // The library hands out known states only; one that it learns first is shown by its number.
+    return found == kNames.end() ? std::to_string(static_cast<std::int32_t>(state))
+                                 : std::string(found->second);
 }
 
 std::optional<ZamConnectorState> StateOfName(std::string_view name) noexcept {
@@ -32,8 +35,13 @@ std::optional<ZamConnectorState> StateOfName(std::string_view name) noexcept {
     return found == kNames.end() ? std::nullopt : std::optional(found->first);
 }
 
-std::string_view StateNames() noexcept {
-    return "stopped, connecting, connected, waiting_for_reconnect, stopping, refused";
+std::vector<std::string> StateNames() {
+    std::vector<std::string> names;
+    names.reserve(kNames.size());
+    for (const auto& [state, name] : kNames) {
+        names.emplace_back(name);
+    }
+    return names;
 }
 
-}  // namespace zam_service
+}  // namespace zam_vocabulary

@@ -1,4 +1,4 @@
-#include "data/json_file.h"
+#include "json_text/json_document.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,14 +12,10 @@
 #include <tuple>
 #include <vector>
 
-namespace zam_service {
+namespace zam_json {
 namespace {
 
 using ::testing::HasSubstr;
-using zam_json::FindInJson;
-using zam_json::JsonPart;
-using zam_json::PositionAt;
-using zam_json::TokenAt;
 
 /// One faulty text: what is read of it, and where and how it is refused.
 struct Row {
@@ -36,9 +32,9 @@ std::ostream& operator<<(std::ostream& out, const Row& row) {
     return out << row.name;
 }
 
-class JsonFile : public ::testing::TestWithParam<Row> {};
+class FaultyJson : public ::testing::TestWithParam<Row> {};
 
-TEST_P(JsonFile, RefusesWithFileLineColumnPointerAndReason) {
+TEST_P(FaultyJson, RefusesWithFileLineColumnPointerAndReason) {
     const Row& row = GetParam();
     try {
         const JsonDocument document("some.json", row.text);
@@ -70,7 +66,7 @@ std::string DeepPointer(std::size_t depth) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Syntax, JsonFile,
+    Syntax, FaultyJson,
     ::testing::Values(
         Row{"Empty", "", ReadNothing, 1, 1, "", "unexpected end of input"},
         Row{"Blank", " \n\t\n  ", ReadNothing, 3, 3, "", "unexpected end of input"},
@@ -107,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& row) { return std::string(row.param.name); });
 
 INSTANTIATE_TEST_SUITE_P(
-    Structure, JsonFile,
+    Structure, FaultyJson,
     ::testing::Values(
         Row{"DuplicateKey", "{\"a\": 1,\n \"b\": 2, \"a\": 3}", ReadNothing, 2, 10, "/a",
             "stands twice"},
@@ -151,7 +147,7 @@ void ReadByte(const JsonValue& root) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Values, JsonFile,
+    Values, FaultyJson,
     ::testing::Values(
         Row{"BelowRange", "{\"n\": 0}", ReadSmall, 1, 7, "/n",
             "is 0, allowed is a whole number from 1 to 10"},
@@ -277,4 +273,4 @@ TEST(PositionAt, CountsLinesAndCharacters) {
 }
 
 }  // namespace
-}  // namespace zam_service
+}  // namespace zam_json

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+#include <functional>
+
+#include "lanes.h"
+#include "zam_platform/server/worker_pool.h"
+
+namespace zam_service {
+
+/// Reads something again when it has changed: on a worker, one reading at a time, once more when it
+/// changed meanwhile, and a little later when every worker was taken. On the loop thread only.
+class Rereader {
+public:
+    /// Runs on a worker and must not throw. What it returns is called on the loop thread, to
+    /// publish what was read.
+    using Read = std::function<std::function<void()>()>;
+
+    /// Neither `loop` nor `workers` is owned; both must outlive this object, which must outlive the
+    /// jobs of `workers`. While `canRead` says no, nothing is read: whoever makes it say yes again
+    /// must call `Start`.
+    Rereader(
+        asio::io_context& loop, zam_platform::WorkerPool& workers, Lane lane, Read read,
+        std::function<bool()> canRead = [] { return true; });
+
+    /// What was read last no longer counts.
+    void Start();
+
+    /// Nothing is read any more. What is being read is still published.
+    void Close();
+
+private:
+    void OnRead(const std::function<void()>& publish);
+    void RetryLater();
+
+    asio::io_context& loop_;
+    zam_platform::WorkerPool& workers_;
+    const Lane lane_;
+    const Read read_;
+    const std::function<bool()> canRead_;
+    asio::steady_timer retry_;
+    bool isReading_ = false;
+    bool isStale_ = false;  ///< changed since it was read
+    bool isClosed_ = false;
+};
+
+}  // namespace zam_service
