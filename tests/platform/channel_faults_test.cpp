@@ -9,9 +9,9 @@
 namespace zam_platform::testing {
 namespace {
 
-constexpr std::uint32_t kRoomBytes = 16;
+constexpr std::uint32_t kSmallRoomBytes = 16;
 
-struct FaultRow {
+struct BrokenAnswer {
     const char* name;
     Bytes answer;
     std::int32_t status;
@@ -19,7 +19,7 @@ struct FaultRow {
 };
 
 /// A sound answer with some bytes replaced.
-Bytes AnswerWith(std::size_t offset, const Bytes& replacement) {
+Bytes ChangedAnswer(std::size_t offset, const Bytes& replacement) {
     Bytes answer = AnswerFrame(1, 5, BytesOf("abc"));
     std::copy(replacement.begin(), replacement.end(),
               answer.begin() + static_cast<std::ptrdiff_t>(offset));
@@ -36,28 +36,30 @@ Bytes RefusalFrame(std::int32_t status) {
     return StatusFrame(FrameKind::Refusal, 0, status);
 }
 
-std::vector<FaultRow> BrokenPreludes() {
+std::vector<BrokenAnswer> BrokenPreludes() {
     return {
-        {"magic", AnswerWith(0, {0}), kStatusProtocol, "frame magic is 0x464d4100, not 0x464d415a"},
-        {"version", AnswerWith(4, {2}), kStatusVersion, "frame version is 2, not 1"},
-        {"kind 0", AnswerWith(6, {0}), kStatusProtocol, "frame kind is 0, not 1 to 6"},
-        {"kind 7", AnswerWith(6, {7}), kStatusProtocol, "frame kind is 7, not 1 to 6"},
-        {"a greeting", AnswerWith(6, {1}), kStatusProtocol, "answer of frame kind 1, not 5"},
-        {"a lookup's answer", AnswerWith(6, {3}), kStatusProtocol, "answer of frame kind 3, not 5"},
-        {"a call", AnswerWith(6, {4}), kStatusProtocol, "answer of frame kind 4, not 5"},
-        {"the next call", AnswerWith(8, {2}), kStatusProtocol, "answer to call 2, not 1"},
-        {"a call far away", AnswerWith(15, {0x80}), kStatusProtocol,
+        {"magic", ChangedAnswer(0, {0}), kStatusProtocol,
+         "frame magic is 0x464d4100, not 0x464d415a"},
+        {"version", ChangedAnswer(4, {2}), kStatusVersion, "frame version is 2, not 1"},
+        {"kind 0", ChangedAnswer(6, {0}), kStatusProtocol, "frame kind is 0, not 1 to 6"},
+        {"kind 7", ChangedAnswer(6, {7}), kStatusProtocol, "frame kind is 7, not 1 to 6"},
+        {"a greeting", ChangedAnswer(6, {1}), kStatusProtocol, "answer of frame kind 1, not 5"},
+        {"a lookup's answer", ChangedAnswer(6, {3}), kStatusProtocol,
+         "answer of frame kind 3, not 5"},
+        {"a call", ChangedAnswer(6, {4}), kStatusProtocol, "answer of frame kind 4, not 5"},
+        {"the next call", ChangedAnswer(8, {2}), kStatusProtocol, "answer to call 2, not 1"},
+        {"a call far away", ChangedAnswer(15, {0x80}), kStatusProtocol,
          "answer to call 9223372036854775809, not 1"},
-        {"fixed part beyond the cap", AnswerWith(16, {1, 0x10}), kStatusProtocol,
+        {"fixed part beyond the cap", ChangedAnswer(16, {1, 0x10}), kStatusProtocol,
          "fixed part of 4097 bytes exceeds 4096"},
-        {"arena beyond the cap", AnswerWith(20, {1, 0, 0x10}), kStatusProtocol,
+        {"arena beyond the cap", ChangedAnswer(20, {1, 0, 0x10}), kStatusProtocol,
          "arena of 1048577 bytes exceeds 1048576"},
-        {"reserved", AnswerWith(28, {1}), kStatusProtocol,
+        {"reserved", ChangedAnswer(28, {1}), kStatusProtocol,
          "reserved word of the frame is 0x1, not 0"},
     };
 }
 
-std::vector<FaultRow> BrokenBodies() {
+std::vector<BrokenAnswer> BrokenBodies() {
     const Prelude answer{.kind = FrameKind::Answer, .callNumber = 1};
     const Prelude failed{.kind = FrameKind::Answer, .callNumber = 1, .status = 3};
     const Bytes message = MessageBytes(MakeMessage(0, 5));
@@ -69,7 +71,7 @@ std::vector<FaultRow> BrokenBodies() {
          "answer with a fixed part of 40 bytes, not 32"},
         {"no fixed part", FrameOf(answer), kStatusProtocol,
          "answer with a fixed part of 0 bytes, not 32"},
-        {"arena beyond the room", FrameOf(answer, message, Bytes(kRoomBytes + 1, 7)),
+        {"arena beyond the room", FrameOf(answer, message, Bytes(kSmallRoomBytes + 1, 7)),
          kStatusAnswerTooLarge, "answer with an arena of 17 bytes, more than 16"},
         {"arena far beyond the room", FrameOf(answer, message, Bytes(100000, 7)),
          kStatusAnswerTooLarge, "answer with an arena of 100000 bytes, more than 16"},
@@ -100,19 +102,19 @@ std::vector<FaultRow> BrokenBodies() {
     };
 }
 
-class ChannelFaults : public ::testing::TestWithParam<std::vector<FaultRow> (*)()> {
+class ChannelFaults : public ::testing::TestWithParam<std::vector<BrokenAnswer> (*)()> {
 protected:
     zam_connector::testing::RecordingLogger logger_;
 };
 
 TEST_P(ChannelFaults, FailTheCallAndCloseTheConnection) {
-    for (const FaultRow& row : GetParam()()) {
+    for (const BrokenAnswer& row : GetParam()()) {
         SCOPED_TRACE(row.name);
         logger_.Clear();
         PairedLink link;
         link.Prepare(row.answer);
         TestCall call;
-        call.ResponseArena(kRoomBytes);
+        call.ResponseArena(kSmallRoomBytes);
 
         EXPECT_EQ(call.On(*link), row.status);
         ASSERT_EQ(logger_.Records().size(), 1U);
@@ -150,7 +152,7 @@ TEST_F(ChannelTest, FailsWhenTheConnectionEndsWithinAnAnswer) {
         PairedLink link;
         link.Prepare(Head(answer, cut), PairedLink::Then::EndSending);
         TestCall call;
-        call.ResponseArena(kRoomBytes);
+        call.ResponseArena(kSmallRoomBytes);
         ASSERT_EQ(call.On(*link), kStatusBroken) << cut;
         ASSERT_EQ(logger_.Records().size(), 1U);
         EXPECT_EQ(logger_.Records()[0].text, "the service closed the connection");
@@ -182,7 +184,7 @@ TEST_F(ChannelTest, FailsOrGivesOtherDataForEveryFlippedBit) {
         PairedLink link;
         link.Prepare(flipped, PairedLink::Then::EndSending);
         TestCall call;
-        call.ResponseArena(kRoomBytes);
+        call.ResponseArena(kSmallRoomBytes);
         const std::int32_t status = call.On(*link);
         EXPECT_EQ(status == kStatusOk, bit / 8 >= kCheckedBytes) << "bit " << bit;
         if (status != kStatusOk) {

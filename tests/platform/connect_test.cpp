@@ -6,6 +6,7 @@
 #include <string>
 
 #include "client/socket_channel.h"
+#include "support/other_user.h"
 #include "support/raw_socket.h"
 #include "support/signal_storm.h"
 #include "support/temp_directory.h"
@@ -14,7 +15,7 @@
 namespace zam_platform::testing {
 namespace {
 
-constexpr uid_t kSomebodyElse = 4242;
+using zam_test::kSomebodyElse;
 
 class ConnectToServiceTest : public ::testing::Test {
 protected:

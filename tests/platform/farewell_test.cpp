@@ -11,9 +11,6 @@
 namespace zam_platform::testing {
 namespace {
 
-constexpr auto kEndSending = PairedLink::Then::EndSending;
-constexpr auto kClose = PairedLink::Then::Close;
-
 /// Fills a response behind the bytes that the operation stub writes.
 void Prefill(TestMessage& response) {
     std::memset(reinterpret_cast<unsigned char*>(&response) + 8, 0xAB, sizeof(response) - 8);
@@ -56,12 +53,12 @@ TEST_F(Farewell, IsDoneWhenNoServiceListens) {
 }
 
 TEST_F(Farewell, IsDoneWhenTheServiceGoesBeforeItAnswers) {
-    link_.Prepare(Bytes(), kEndSending);
+    link_.Prepare(Bytes(), PairedLink::Then::EndSending);
     ExpectDone();
 }
 
 TEST_F(Farewell, IsDoneWhenTheServiceTakesNothing) {
-    link_.Prepare(Bytes(), kClose);
+    link_.Prepare(Bytes(), PairedLink::Then::Close);
     ExpectDone();
 }
 
@@ -74,7 +71,7 @@ TEST_F(Farewell, IsDoneWithZerosWhenTheServiceGoesWithinItsAnswer) {
     for (std::size_t cut = 1; cut < answer.size(); ++cut) {
         SCOPED_TRACE(cut);
         Prefill(call_.response);
-        link_.Prepare(Head(answer, cut), kEndSending);
+        link_.Prepare(Head(answer, cut), PairedLink::Then::EndSending);
         ExpectDone();
     }
 }

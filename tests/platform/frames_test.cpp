@@ -105,7 +105,7 @@ TEST(Frame, CountsThePreludeAndBothParts) {
     EXPECT_EQ(beyond.FrameBytes(), 32U + 2 * std::size_t{0xFFFFFFFF});
 }
 
-struct FaultRow {
+struct WrongPrelude {
     std::size_t offset;
     Bytes bytes;
     FrameFault fault;
@@ -113,7 +113,7 @@ struct FaultRow {
 };
 
 TEST(Frame, NamesWhatIsWrongWithAPrelude) {
-    const FaultRow rows[] = {
+    const WrongPrelude rows[] = {
         {0, FromHex("5B"), FrameFault::Magic, "frame magic is 0x464d415b, not 0x464d415a"},
         {0, FromHex("00 00 00 00"), FrameFault::Magic, "frame magic is 0x00000000, not 0x464d415a"},
         {3, FromHex("5A"), FrameFault::Magic, "frame magic is 0x5a4d415a, not 0x464d415a"},
@@ -135,7 +135,7 @@ TEST(Frame, NamesWhatIsWrongWithAPrelude) {
         {31, FromHex("80"), FrameFault::Reserved,
          "reserved word of the frame is 0x80000000, not 0"},
     };
-    for (const FaultRow& row : rows) {
+    for (const WrongPrelude& row : rows) {
         SCOPED_TRACE(row.text);
         const Bytes bytes = SoundWith(row.offset, row.bytes);
         Prelude prelude{.kind = FrameKind::Refusal, .callNumber = 99, .status = 5};

@@ -12,7 +12,7 @@ namespace zam_platform::testing {
 namespace {
 
 constexpr std::uint64_t kThreads = 8;
-constexpr std::uint64_t kCalls = 20000;
+constexpr std::uint64_t kCallsPerThread = 20000;
 
 class Load : public ::testing::Test {
 protected:
@@ -43,7 +43,7 @@ TEST_F(Load, EightThreadsGetTheirOwnAnswers) {
     OnThreads([this](std::uint64_t thread) {
         TestCall call(kCustom);
         call.ResponseArena(64);
-        for (std::uint64_t index = 0; index < kCalls; ++index) {
+        for (std::uint64_t index = 0; index < kCallsPerThread; ++index) {
             const std::uint64_t value = thread << 32U | index;
             call.request.value = value;
             ASSERT_EQ(call.On(transport_), kStatusOk);

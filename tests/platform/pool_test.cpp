@@ -9,9 +9,6 @@
 namespace zam_platform::testing {
 namespace {
 
-constexpr auto kEndSending = PairedLink::Then::EndSending;
-constexpr auto kClose = PairedLink::Then::Close;
-
 class Pool : public ::testing::Test {
 protected:
     /// Starts a call on a thread of its own and gives the end of the connection that it made, with
@@ -108,7 +105,7 @@ TEST_F(Pool, KeepsTheConnectionThatItWasOpenedWith) {
 
 TEST_F(Pool, KeepsOneTokenForAllConnections) {
     for (int index = 0; index < 3; ++index) {
-        link_.Prepare(Bytes(), kEndSending);
+        link_.Prepare(Bytes(), PairedLink::Then::EndSending);
         EXPECT_EQ(TestCall().On(*link_), kStatusBroken);
         link_.Next();
     }
@@ -144,7 +141,7 @@ TEST_F(Pool, GivesUpWhenTheNewConnectionTakesNothingEither) {
     link_.Prepare(AnswerFrame(1, 1));
     ASSERT_EQ(TestCall().On(*link_), kStatusOk);
     link_.Next().Close();
-    link_.Prepare(Bytes(), kClose);
+    link_.Prepare(Bytes(), PairedLink::Then::Close);
     EXPECT_EQ(TestCall().On(*link_), kStatusBroken);
     EXPECT_EQ(link_.Attempts(), 2U);
 }
@@ -162,19 +159,19 @@ TEST_F(Pool, IsUnavailableWhenADeadConnectionHasNoSuccessor) {
 }
 
 TEST_F(Pool, DoesNotRepeatACallOnAFreshConnection) {
-    link_.Prepare(Bytes(), kClose);
+    link_.Prepare(Bytes(), PairedLink::Then::Close);
     EXPECT_EQ(TestCall().On(*link_), kStatusBroken);
     EXPECT_EQ(link_.Attempts(), 1U);
 }
 
 TEST_F(Pool, TellsWhyAFreshConnectionTookNothing) {
-    link_.Prepare(StatusFrame(FrameKind::Refusal, 0, kStatusQuota), kClose);
+    link_.Prepare(StatusFrame(FrameKind::Refusal, 0, kStatusQuota), PairedLink::Then::Close);
     EXPECT_EQ(TestCall().On(*link_), kStatusQuota);
     EXPECT_EQ(link_.Attempts(), 1U);
 }
 
 TEST_F(Pool, DoesNotTakeAnOldRefusalForTheAnswerOfACall) {
-    link_.Prepare(StatusFrame(FrameKind::Refusal, 0, kStatusQuota), kClose);
+    link_.Prepare(StatusFrame(FrameKind::Refusal, 0, kStatusQuota), PairedLink::Then::Close);
     (*link_).Open();
     link_.Prepare(AnswerFrame(1, 3));
     TestCall call;
@@ -254,7 +251,7 @@ TEST_F(Pool, KnowsNoEndpointWhenALookupFails) {
         Bytes(),
     };
     for (const Bytes& row : rows) {
-        link_.Prepare(row, kEndSending);
+        link_.Prepare(row, PairedLink::Then::EndSending);
         EXPECT_EQ((*link_).Lookup("x"), 0xFFFFU) << ToHex(row);
     }
     EXPECT_EQ((*link_).Lookup(""), 0xFFFFU);

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "support/other_user.h"
 #include "support/raw_socket.h"
 #include "support/temp_directory.h"
 #include "zam_platform/posix_error.h"
@@ -16,7 +17,7 @@
 namespace zam_platform::testing {
 namespace {
 
-constexpr uid_t kSomebodyElse = 4242;
+using zam_test::kSomebodyElse;
 
 /// Status and text of the error that a function ends with.
 struct Outcome {

@@ -1,4 +1,5 @@
 #include "support/raw_socket.h"
+#include "support/require.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -17,12 +18,6 @@
 
 namespace zam_platform::testing {
 namespace {
-
-void Require(bool done, const char* what) {
-    if (!done) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
-}
 
 bool IsReady(int descriptor, short events, std::chrono::milliseconds wait) {
     pollfd poll{.fd = descriptor, .events = events, .revents = 0};

@@ -8,16 +8,11 @@
 #include <filesystem>
 #include <system_error>
 
+#include "support/require.h"
 #include "zam_platform/unique_fd.h"
 
 namespace zam_platform::testing {
 namespace {
-
-void Require(bool done, const char* what) {
-    if (!done) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
-}
 
 void SetVariable(const char* name, const std::optional<std::string>& value) {
     if (value) {

@@ -191,7 +191,7 @@ std::unique_ptr<Channel> PairedLink::Connect(const SessionToken& token) {
     peers_.push_back(std::move(peer));
     tokens_.push_back(token);
     made_.notify_all();
-    return std::make_unique<SocketChannel>(mine.Release(), token, frameTimeout_);
+    return std::make_unique<zam_platform::SocketChannel>(mine.Release(), token, frameTimeout_);
 }
 
 }  // namespace zam_platform::testing

@@ -175,7 +175,7 @@ void TestServer::Post(std::function<void()> job) {
 std::unique_ptr<ServiceLink> LinkTo(const TestServer& server) {
     return std::make_unique<ServiceLink>(
         [path = server.SocketPath()](const SessionToken& token, const Deadline&) {
-            return std::make_unique<SocketChannel>(ConnectRaw(path).Release(), token);
+            return std::make_unique<zam_platform::SocketChannel>(ConnectRaw(path).Release(), token);
         });
 }
 

@@ -6,14 +6,13 @@
 
 #include "data_fixture.h"
 #include "history.h"
+#include "support/result_codes.h"
 
 namespace zam_connector::test {
 namespace {
 
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-
-constexpr int kInvalidArgument = -2147483578;  // 0x80000046
 
 class ServiceData : public ServiceDataTest {
 protected:

@@ -1,5 +1,6 @@
 #include "history.h"
 #include "service_fixture.h"
+#include "support/result_codes.h"
 
 namespace zam_connector::test {
 namespace {
@@ -9,8 +10,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
-constexpr int kInvalidArgument = -2147483578;  // 0x80000046
-constexpr int kInvalidState = -2147483542;     // 0x8000006A
+constexpr int kInvalidState = -2147483542;  // 0x8000006A
 
 using ServiceOperations = ServiceTest;
 

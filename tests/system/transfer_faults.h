@@ -4,12 +4,10 @@
 #include <vector>
 
 #include "data_fixture.h"
+#include "support/result_codes.h"
 #include "transfer_channels.h"
 
 namespace zam_connector::test {
-
-inline constexpr int kInvalidArgument = static_cast<int>(0x80000046U);
-inline constexpr int kInvalidResult = static_cast<int>(0x80000071U);
 
 using Lines = std::vector<std::string>;
 

@@ -6,6 +6,7 @@
 #include "qel/exception.h"
 #include "qel/utf.h"
 #include "service_fixture.h"
+#include "support/other_user.h"
 #include "vd/service_locator.h"
 
 namespace zam_connector::test {
@@ -14,7 +15,7 @@ namespace {
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 
-constexpr uid_t kSomebodyElse = 4242;
+using zam_test::kSomebodyElse;
 
 /// What a client does with a service or a place that it must not trust.
 class ServiceTrust : public ServiceTest {

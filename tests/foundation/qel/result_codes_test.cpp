@@ -10,12 +10,12 @@
 
 namespace {
 
-struct Row {
+struct CodeRow {
     std::uint32_t code;
     const char* text;
 };
 
-constexpr Row kGeneralCodes[] = {
+constexpr CodeRow kGeneralCodes[] = {
     {0x00000000, "No error"},
     {0x00000001, "False"},
     {0x80000001, "Interface not supported"},
@@ -78,7 +78,7 @@ constexpr Row kGeneralCodes[] = {
     {0x80000313, "DateTime syntax error"},
 };
 
-constexpr Row kPlatformCodes[] = {
+constexpr CodeRow kPlatformCodes[] = {
     {0x80010100, "Unspecified platform error"},
     {0x80010101, "Invalid handle"},
     {0x80010102, "File not found"},
@@ -102,8 +102,8 @@ constexpr char kUnknown[] = "Unknown result code";
 
 /// The text that a table gives a code, by walking it.
 template <std::size_t kRows>
-std::string Expected(const Row (&table)[kRows], std::uint32_t code) {
-    for (const Row& row : table) {
+std::string Expected(const CodeRow (&table)[kRows], std::uint32_t code) {
+    for (const CodeRow& row : table) {
         if (row.code == code) {
             return row.text;
         }
@@ -127,7 +127,7 @@ std::string Hex(std::uint32_t code) {
 
 TEST(ResultCodes, HaveTheTextsOfTheGeneralTable) {
     EXPECT_EQ(std::size(kGeneralCodes), 60U);
-    for (const Row& row : kGeneralCodes) {
+    for (const CodeRow& row : kGeneralCodes) {
         EXPECT_EQ(MessageOf(row.code), row.text) << Hex(row.code);
         EXPECT_EQ(TextOf(row.code), row.text + (" = 0x" + Hex(row.code)));
         EXPECT_EQ(zam_connector::ResultCodeMessage(qel::FromBits(row.code)), row.text);
@@ -136,14 +136,14 @@ TEST(ResultCodes, HaveTheTextsOfTheGeneralTable) {
 
 TEST(ResultCodes, HaveTheTextsOfThePlatformTable) {
     EXPECT_EQ(std::size(kPlatformCodes), 17U);
-    for (const Row& row : kPlatformCodes) {
+    for (const CodeRow& row : kPlatformCodes) {
         EXPECT_EQ(TextOf(row.code), row.text + (" = 0x" + Hex(row.code)));
         EXPECT_EQ(zam_connector::ResultCodeMessage(qel::FromBits(row.code)), row.text);
     }
 }
 
 TEST(ResultCodes, OfThePlatformAreUnknownToTheGeneralTable) {
-    for (const Row& row : kPlatformCodes) {
+    for (const CodeRow& row : kPlatformCodes) {
         EXPECT_EQ(MessageOf(row.code), kUnknown) << Hex(row.code);
     }
 }

@@ -64,14 +64,14 @@ std::pair<int, std::string> Process(const std::function<void()>& raise) {
     return {12345, "nothing was thrown"};
 }
 
-struct Row {
+struct ThrownRow {
     const char* name;
     std::function<void()> raise;
     std::uint32_t code;
     std::string text;
 };
 
-const Row kRows[] = {
+const ThrownRow kRows[] = {
     {"result code", [] { throw qel::ResultCodeException(qel::FromBits(0x80000045)).At("f", 3); },
      0x80000045, "Access denied = 0x80000045. At f(3)"},
     {"result code with a text",
@@ -125,7 +125,7 @@ const Row kRows[] = {
 };
 
 TEST(ProcessException, GivesCodeAndTextByTheFirstMatchingType) {
-    for (const Row& row : kRows) {
+    for (const ThrownRow& row : kRows) {
         const auto [code, text] = Process(row.raise);
         EXPECT_EQ(static_cast<std::uint32_t>(code), row.code) << row.name;
         EXPECT_EQ(text, row.text) << row.name;

@@ -13,7 +13,7 @@ using zam_converter::ConvertUpdateStatusIdentityInfo;
 using zam_converter::ParseAppUpdates;
 using zuv::Kind;
 
-constexpr char kFile[] = "zam_converter_app_updates";
+constexpr char kAppUpdatesFile[] = "zam_converter_app_updates";
 
 /// Two updates and three statuses, told apart by their locale information and their status.
 AppUpdates SampleUpdates() {
@@ -37,7 +37,7 @@ zuv::TValue SampleTree() {
     };
 }
 
-const std::vector<KeyRow>& Rows() {
+const std::vector<KeyRow>& AppUpdatesRows() {
     static const std::vector<KeyRow> rows{
         {"static_info", {Kind::Vector}},
         {"dynamic_info", {Kind::Vector}},
@@ -47,7 +47,7 @@ const std::vector<KeyRow>& Rows() {
 
 class AppUpdatesConverters : public ConverterTest {
 protected:
-    const Parser parser_{kFile, "ParseAppUpdates"};
+    const Parser parser_{kAppUpdatesFile, "ParseAppUpdates"};
 };
 
 TEST_F(AppUpdatesConverters, WriteBothListsInOrder) {
@@ -76,15 +76,15 @@ TEST_F(AppUpdatesConverters, ReserveRoomForTheElements) {
 }
 
 TEST_F(AppUpdatesConverters, MissBothKeys) {
-    ExpectKeysRequired(parser_, ParseAppUpdates, SampleTree(), Rows());
+    ExpectKeysRequired(parser_, ParseAppUpdates, SampleTree(), AppUpdatesRows());
 }
 
 TEST_F(AppUpdatesConverters, RefuseListsThatAreNoVectors) {
-    ExpectKindsRequired(parser_, ParseAppUpdates, SampleTree(), Rows());
+    ExpectKindsRequired(parser_, ParseAppUpdates, SampleTree(), AppUpdatesRows());
 }
 
 TEST_F(AppUpdatesConverters, ReadKeysInOrder) {
-    ExpectKeysReadInOrder(parser_, ParseAppUpdates, SampleTree(), Rows());
+    ExpectKeysReadInOrder(parser_, ParseAppUpdates, SampleTree(), AppUpdatesRows());
 }
 
 TEST_F(AppUpdatesConverters, RefuseNodesThatAreNoMaps) {

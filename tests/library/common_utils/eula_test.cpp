@@ -13,9 +13,9 @@ using zam_converter::ParseEula;
 using zam_converter::ParseEulas;
 using zuv::Kind;
 
-constexpr char kFile[] = "zam_converter_eula";
+constexpr char kEulaFile[] = "zam_converter_eula";
 
-const std::vector<KeyRow>& Rows() {
+const std::vector<KeyRow>& EulaRows() {
     static const std::vector<KeyRow> rows{
         {"updeulaid", {Kind::Blob}},
         {"updeulareleasetime", {Kind::Int64}},
@@ -37,7 +37,7 @@ constexpr char kTextFailure[] =
 
 class EulaConverters : public ConverterTest {
 protected:
-    const Parser parser_{kFile, "ParseEula"};
+    const Parser parser_{kEulaFile, "ParseEula"};
 };
 
 TEST_F(EulaConverters, WriteEveryField) {
@@ -80,15 +80,15 @@ TEST_F(EulaConverters, CarryLimits) {
 }
 
 TEST_F(EulaConverters, MissEveryKey) {
-    ExpectKeysRequired(parser_, ParseEula, SampleEulaTree(), Rows());
+    ExpectKeysRequired(parser_, ParseEula, SampleEulaTree(), EulaRows());
 }
 
 TEST_F(EulaConverters, RefuseEveryOtherKind) {
-    ExpectKindsRequired(parser_, ParseEula, With(SampleEulaTree(), "updeula", "text"), Rows());
+    ExpectKindsRequired(parser_, ParseEula, With(SampleEulaTree(), "updeula", "text"), EulaRows());
 }
 
 TEST_F(EulaConverters, ReadKeysInOrder) {
-    ExpectKeysReadInOrder(parser_, ParseEula, SampleEulaTree(), Rows());
+    ExpectKeysReadInOrder(parser_, ParseEula, SampleEulaTree(), EulaRows());
 }
 
 TEST_F(EulaConverters, RefuseNodesThatAreNoMaps) {
@@ -105,13 +105,13 @@ TEST_F(EulaConverters, RefuseIdentifiersOfTheWrongForm) {
     ExpectFails(
         ParseEula, With(SampleEulaTree(), "updeulaid", zuv::Blob(18)),
         {"4 zam_converter ParseZamIdType: ConvertBlobToZamIdType: Ivalid blob size [ 18 != 17 ]",
-         ParseErrorLine("updeulaid"), RejectedLine(kFile, "ParseEula")});
+         ParseErrorLine("updeulaid"), RejectedLine(kEulaFile, "ParseEula")});
 }
 
 TEST_F(EulaConverters, RefusePiecesThatAreNoStrings) {
     ExpectFails(ParseEula, With(SampleEulaTree(), "updeula", zuv::MakeVector("Text", 1)),
-                {BadKind({kFile, "ParseStringFromZamParams"}, Kind::Int32, Kind::String),
-                 ParseErrorLine("updeula"), RejectedLine(kFile, "ParseEula")});
+                {BadKind({kEulaFile, "ParseStringFromZamParams"}, Kind::Int32, Kind::String),
+                 ParseErrorLine("updeula"), RejectedLine(kEulaFile, "ParseEula")});
 }
 
 TEST_F(EulaConverters, RefuseAPieceSizeThatIsNotAboveZero) {
@@ -172,7 +172,7 @@ TEST_F(EulaLists, AreNotReadWhenAnElementFails) {
     zuv::TValue& second = trees.Get<zuv::Vector>()[1];
     second = Without(second, "updlocinfo");
     ExpectFails(ParseEulas, trees,
-                {AbsentLine("updlocinfo"), NotFoundLine(kFile, "ParseEula"),
+                {AbsentLine("updlocinfo"), NotFoundLine(kEulaFile, "ParseEula"),
                  "4 zam_converter_eula ParseEulas: ConvertEulaData: Could not parse eulas"});
 }
 
@@ -182,7 +182,7 @@ TEST_F(EulaLists, AreVectors) {
             ExpectFails(
                 ParseEulas, value,
                 {BadKind({"zam_converter", "ZamParamsListSize"}, value.Kind(), Kind::Vector),
-                 BadKind({kFile, "ParseEulas"}, value.Kind(), Kind::Vector)});
+                 BadKind({kEulaFile, "ParseEulas"}, value.Kind(), Kind::Vector)});
         }
     }
 }

@@ -12,7 +12,7 @@ using zam_converter::ParseUpdateInfo;
 
 using zuv::Kind;
 
-const std::vector<KeyRow>& Rows() {
+const std::vector<KeyRow>& UpdateInfoRows() {
     static const std::vector<KeyRow> rows{
         {"id", {Kind::Blob}},
         {"releasetime", {Kind::Timestamp}},
@@ -38,7 +38,7 @@ const std::vector<KeyRow>& Rows() {
     return rows;
 }
 
-constexpr char kFile[] = "zam_converter_update_info";
+constexpr char kUpdateInfoFile[] = "zam_converter_update_info";
 
 /// A record whose optional fields are all absent.
 UpdateInfo BareUpdate() {
@@ -57,7 +57,7 @@ UpdateInfo BareUpdate() {
 
 class UpdateConverters : public ConverterTest {
 protected:
-    const Parser parser_{kFile, "ParseUpdateInfo"};
+    const Parser parser_{kUpdateInfoFile, "ParseUpdateInfo"};
 };
 
 TEST_F(UpdateConverters, WriteEveryField) {
@@ -70,7 +70,7 @@ TEST_F(UpdateConverters, ReadEveryField) {
 
 TEST_F(UpdateConverters, WriteNoKeyForAbsentFields) {
     zuv::TValue tree = SampleUpdateTree();
-    for (const KeyRow& row : Rows()) {
+    for (const KeyRow& row : UpdateInfoRows()) {
         if (!row.required) {
             tree = Without(tree, row.key);
         }
@@ -80,7 +80,7 @@ TEST_F(UpdateConverters, WriteNoKeyForAbsentFields) {
 
 TEST_F(UpdateConverters, WriteAndReadEachOptionalFieldByItself) {
     const auto write = [](UpdateInfo info) { return ConvertUpdateInfo(info); };
-    for (const KeyRow& row : Rows()) {
+    for (const KeyRow& row : UpdateInfoRows()) {
         if (row.required) {
             continue;
         }
@@ -96,7 +96,7 @@ TEST_F(UpdateConverters, WriteAndReadEachOptionalFieldByItself) {
 TEST_F(UpdateConverters, LogEveryOptionalFieldThatIsAbsent) {
     zuv::TValue tree = SampleUpdateTree();
     std::vector<std::string> lines;
-    for (const KeyRow& row : Rows()) {
+    for (const KeyRow& row : UpdateInfoRows()) {
         if (!row.required) {
             tree = Without(tree, row.key);
             lines.push_back(AbsentOptionalLine(row.key));
@@ -129,15 +129,15 @@ TEST_F(UpdateConverters, RefuseAReleaseTimeThatIsAnInteger) {
 }
 
 TEST_F(UpdateConverters, MissEveryRequiredKey) {
-    ExpectKeysRequired(parser_, ParseUpdateInfo, SampleUpdateTree(), Rows());
+    ExpectKeysRequired(parser_, ParseUpdateInfo, SampleUpdateTree(), UpdateInfoRows());
 }
 
 TEST_F(UpdateConverters, RefuseEveryOtherKind) {
-    ExpectKindsRequired(parser_, ParseUpdateInfo, SampleUpdateTree(), Rows());
+    ExpectKindsRequired(parser_, ParseUpdateInfo, SampleUpdateTree(), UpdateInfoRows());
 }
 
 TEST_F(UpdateConverters, ReadKeysInOrder) {
-    ExpectKeysReadInOrder(parser_, ParseUpdateInfo, SampleUpdateTree(), Rows());
+    ExpectKeysReadInOrder(parser_, ParseUpdateInfo, SampleUpdateTree(), UpdateInfoRows());
 }
 
 TEST_F(UpdateConverters, RefuseNodesThatAreNoMaps) {
@@ -146,7 +146,7 @@ TEST_F(UpdateConverters, RefuseNodesThatAreNoMaps) {
 
 TEST_F(UpdateConverters, RefuseAnEmptyMap) {
     ExpectFails(ParseUpdateInfo, zuv::Map(),
-                {AbsentLine("id"), NotFoundLine(kFile, "ParseUpdateInfo")});
+                {AbsentLine("id"), NotFoundLine(kUpdateInfoFile, "ParseUpdateInfo")});
 }
 
 TEST_F(UpdateConverters, IgnoreOtherKeys) {
@@ -160,10 +160,10 @@ TEST_F(UpdateConverters, RefuseIdentifiersOfTheWrongForm) {
         ExpectFails(ParseUpdateInfo, With(SampleUpdateTree(), key, zuv::Blob(16)),
                     {"4 zam_converter ParseZamIdType: ConvertBlobToZamIdType: Ivalid blob size [ "
                      "16 != 17 ]",
-                     ParseErrorLine(key), RejectedLine(kFile, "ParseUpdateInfo")});
+                     ParseErrorLine(key), RejectedLine(kUpdateInfoFile, "ParseUpdateInfo")});
         ExpectFails(ParseUpdateInfo, With(SampleUpdateTree(), key, last),
                     {"4 zam_converter ParseZamIdType: ConvertBlobToZamIdType: Invalid blob",
-                     ParseErrorLine(key), RejectedLine(kFile, "ParseUpdateInfo")});
+                     ParseErrorLine(key), RejectedLine(kUpdateInfoFile, "ParseUpdateInfo")});
     }
 }
 

@@ -11,7 +11,7 @@ using zam_converter::ConvertUpdateStatusInfo;
 using zam_converter::ParseUpdateStatusInfo;
 using zuv::Kind;
 
-const std::vector<KeyRow>& Rows() {
+const std::vector<KeyRow>& UpdateStatusInfoRows() {
     static const std::vector<KeyRow> rows{
         {"id", {Kind::Blob}},
         {"installtime", {Kind::Timestamp}},
@@ -23,11 +23,11 @@ const std::vector<KeyRow>& Rows() {
     return rows;
 }
 
-constexpr char kFile[] = "zam_converter_update_status_info";
+constexpr char kUpdateStatusInfoFile[] = "zam_converter_update_status_info";
 
 class StatusConverters : public ConverterTest {
 protected:
-    const Parser parser_{kFile, "ParseUpdateStatusInfo"};
+    const Parser parser_{kUpdateStatusInfoFile, "ParseUpdateStatusInfo"};
 };
 
 TEST_F(StatusConverters, WriteEveryField) {
@@ -39,15 +39,16 @@ TEST_F(StatusConverters, ReadEveryField) {
 }
 
 TEST_F(StatusConverters, MissEveryKey) {
-    ExpectKeysRequired(parser_, ParseUpdateStatusInfo, SampleStatusTree(), Rows());
+    ExpectKeysRequired(parser_, ParseUpdateStatusInfo, SampleStatusTree(), UpdateStatusInfoRows());
 }
 
 TEST_F(StatusConverters, RefuseEveryOtherKind) {
-    ExpectKindsRequired(parser_, ParseUpdateStatusInfo, SampleStatusTree(), Rows());
+    ExpectKindsRequired(parser_, ParseUpdateStatusInfo, SampleStatusTree(), UpdateStatusInfoRows());
 }
 
 TEST_F(StatusConverters, ReadKeysInOrder) {
-    ExpectKeysReadInOrder(parser_, ParseUpdateStatusInfo, SampleStatusTree(), Rows());
+    ExpectKeysReadInOrder(parser_, ParseUpdateStatusInfo, SampleStatusTree(),
+                          UpdateStatusInfoRows());
 }
 
 TEST_F(StatusConverters, RefuseNodesThatAreNoMaps) {
@@ -58,7 +59,7 @@ TEST_F(StatusConverters, RefuseIdentifiersOfTheWrongForm) {
     ExpectFails(
         ParseUpdateStatusInfo, With(SampleStatusTree(), "id", zuv::Blob()),
         {"4 zam_converter ParseZamIdType: ConvertBlobToZamIdType: Ivalid blob size [ 0 != 17 ]",
-         ParseErrorLine("id"), RejectedLine(kFile, "ParseUpdateStatusInfo")});
+         ParseErrorLine("id"), RejectedLine(kUpdateStatusInfoFile, "ParseUpdateStatusInfo")});
 }
 
 TEST_F(StatusConverters, IgnoreOtherKeys) {

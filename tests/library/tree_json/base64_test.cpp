@@ -11,19 +11,19 @@ using namespace std::string_view_literals;
 using zam_json::DecodeBase64;
 using zam_json::EncodeBase64;
 
-struct Row {
+struct Base64Row {
     std::string_view bytes;
     std::string_view text;
 };
 
 TEST(Base64, FollowsTheVectorsOfItsDefinition) {
-    constexpr Row kRows[] = {
+    constexpr Base64Row kRows[] = {
         {""sv, ""sv},         {"f"sv, "Zg=="sv},          {"fo"sv, "Zm8="sv},
         {"foo"sv, "Zm9v"sv},  {"foob"sv, "Zm9vYg=="sv},   {"fooba"sv, "Zm9vYmE="sv},
         {"\0"sv, "AA=="sv},   {"foobar"sv, "Zm9vYmFy"sv}, {"\xFB\xFF\x00"sv, "+/8A"sv},
         {"\xFF"sv, "/w=="sv}, {"\xFF\xFF"sv, "//8="sv},   {"\xFF\xFF\xFF"sv, "////"sv},
     };
-    for (const Row& row : kRows) {
+    for (const Base64Row& row : kRows) {
         EXPECT_EQ(EncodeBase64(row.bytes), row.text);
         EXPECT_EQ(DecodeBase64(row.text), row.bytes) << row.text;
     }

@@ -34,14 +34,14 @@ std::string Steps(std::size_t depth) {
 }
 
 /// A leaf that takes levels of its own, and the pointer of its deepest level.
-struct Row {
+struct DepthRow {
     TValue leaf;
     std::string text;
     std::size_t levels;
     std::string pointer;
 };
 
-const Row kRows[] = {
+const DepthRow kRows[] = {
     {zuv::None(), "null", 0, ""},
     {zuv::Vector(), "[]", 1, ""},
     {zuv::Map(), "{}", 1, ""},
@@ -55,7 +55,7 @@ const Row kRows[] = {
 };
 
 TEST(TypedJsonDepth, IsReadAndWrittenUpToTheLimit) {
-    for (const Row& row : kRows) {
+    for (const DepthRow& row : kRows) {
         for (const std::size_t depth : {kMaxDepth - 1, kMaxDepth}) {
             const TValue tree = InVectors(depth - row.levels, row.leaf);
             const std::string text = InBrackets(depth - row.levels, row.text);
@@ -90,7 +90,7 @@ TEST(TypedJsonDepth, NeedsNoMoreStackThanPromised) {
 }
 
 TEST(TypedJsonDepth, IsRefusedBeyondTheLimitWithTheSamePointerInBothDirections) {
-    for (const Row& row : kRows) {
+    for (const DepthRow& row : kRows) {
         if (row.levels == 0) {
             continue;
         }

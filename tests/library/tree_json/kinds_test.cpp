@@ -18,14 +18,14 @@ using zam_connector::tree_json::Write;
 using zuv::TValue;
 using Time = qor::types::Timestamp;
 
-struct Row {
+struct KindRow {
     TValue tree;
     std::string text;
 };
 
 /// Written as the text, read back as the tree.
-void Check(const std::vector<Row>& rows) {
-    for (const Row& row : rows) {
+void Check(const std::vector<KindRow>& rows) {
+    for (const KindRow& row : rows) {
         EXPECT_EQ(Write(row.tree), row.text);
         const TValue read = Read(row.text);
         EXPECT_TRUE(read.IsIdenticalTo(row.tree)) << row.text << " read as " << zuv::ToText(read);

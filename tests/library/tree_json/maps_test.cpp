@@ -11,13 +11,13 @@ using zam_connector::tree_json::Read;
 using zam_connector::tree_json::Write;
 using zuv::TValue;
 
-struct Row {
+struct MapRow {
     zuv::Map map;
     std::string text;
 };
 
 TEST(TypedJsonMap, MarksItsOnlyKeyWhenThatBeginsWithADollarSign) {
-    const Row rows[] = {
+    const MapRow rows[] = {
         {{{"$", 1L}}, R"({"$$":1})"},
         {{{"$int8", 1L}}, R"({"$$int8":1})"},
         {{{"$$", 1L}}, R"({"$$$":1})"},
@@ -25,14 +25,14 @@ TEST(TypedJsonMap, MarksItsOnlyKeyWhenThatBeginsWithADollarSign) {
         {{{"$map", zuv::Vector()}}, R"({"$$map":[]})"},
         {{{"$unknown", zuv::Map{{"$int8", 300L}}}}, R"({"$$unknown":{"$$int8":300}})"},
     };
-    for (const Row& row : rows) {
+    for (const MapRow& row : rows) {
         EXPECT_EQ(Write(row.map), row.text);
         EXPECT_TRUE(Read(row.text).IsIdenticalTo(row.map)) << row.text;
     }
 }
 
 TEST(TypedJsonMap, KeepsEveryOtherKeyAsItStands) {
-    const Row rows[] = {
+    const MapRow rows[] = {
         {{{"$int8", 1L}, {"a", 2L}}, R"({"$int8":1,"a":2})"},
         {{{"$int8", 300L}, {"$map", 2L}}, R"({"$int8":300,"$map":2})"},
         {{{"$$", 1L}, {"$", 2L}}, R"({"$":2,"$$":1})"},
@@ -41,21 +41,21 @@ TEST(TypedJsonMap, KeepsEveryOtherKeyAsItStands) {
         {{{" $", 1L}}, R"({" $":1})"},
         {{{"", 1L}}, R"({"":1})"},
     };
-    for (const Row& row : rows) {
+    for (const MapRow& row : rows) {
         EXPECT_EQ(Write(row.map), row.text);
         EXPECT_TRUE(Read(row.text).IsIdenticalTo(row.map)) << row.text;
     }
 }
 
 TEST(TypedJsonMap, IsWrittenInPairsWhenAKeyIsNoUtf8) {
-    const Row rows[] = {
+    const MapRow rows[] = {
         {{{"\x80", 1L}}, R"({"$map":[[{"$string":"gA=="},1]]})"},
         {{{"$\x80", 1L}}, R"({"$map":[[{"$string":"JIA="},1]]})"},
         {{{"$int8", 1L}, {"\x80", zuv::Vector()}},
          R"({"$map":[["$int8",1],[{"$string":"gA=="},[]]]})"},
         {{{"a", zuv::Map{{"\x80", 1L}}}}, R"({"a":{"$map":[[{"$string":"gA=="},1]]}})"},
     };
-    for (const Row& row : rows) {
+    for (const MapRow& row : rows) {
         EXPECT_EQ(Write(row.map), row.text);
         EXPECT_TRUE(Read(row.text).IsIdenticalTo(row.map)) << row.text;
     }

@@ -22,11 +22,11 @@ using zam_platform::testing::RawSocket;
 using zam_platform::testing::operator+;
 using zam_service::testing::Closed;
 using zam_service::testing::Flattened;
+using zam_service::testing::kRefused;
 using zam_service::testing::RawList;
 
 using Operation = qx_zam_connector_ProductDataHolder_operation;
 
-constexpr Closed kRefused{0, kInvalidArgument, kAbsentHash};
 constexpr unsigned char kToken = 0x51;
 constexpr unsigned char kOtherToken = 0x52;
 constexpr std::size_t kCut = 40;

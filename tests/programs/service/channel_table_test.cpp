@@ -19,7 +19,9 @@ using ::testing::Pointee;
 using zam_platform::SessionToken;
 using zam_service::testing::RunUntil;
 
-SessionToken Client(unsigned char number) {
+using Clock = std::chrono::steady_clock;
+
+SessionToken ClientToken(unsigned char number) {
     SessionToken token{};
     token[0] = static_cast<SessionToken::value_type>(number);
     return token;
@@ -39,63 +41,63 @@ protected:
 
 TEST_F(ChannelTableTest, KeepsChannelsByNumber) {
     ChannelTable<std::string> table(loop_, ids_, "test");
-    const std::int64_t first = table.Open(Client(1), "first");
-    const std::int64_t second = table.Open(Client(1), "second");
+    const std::int64_t first = table.Open(ClientToken(1), "first");
+    const std::int64_t second = table.Open(ClientToken(1), "second");
     EXPECT_GT(first, 0);
     EXPECT_NE(first, second);
-    EXPECT_THAT(table.Find(Client(1), first), Pointee(std::string("first")));
-    EXPECT_EQ(table.Take(Client(1), second), "second");
-    EXPECT_EQ(table.Take(Client(1), second), std::nullopt);
+    EXPECT_THAT(table.Find(ClientToken(1), first), Pointee(std::string("first")));
+    EXPECT_EQ(table.Take(ClientToken(1), second), "second");
+    EXPECT_EQ(table.Take(ClientToken(1), second), std::nullopt);
     EXPECT_EQ(table.Count(), 1U);
     EXPECT_EQ(LastRecord(), "the client has no test channel " + std::to_string(second) + " open");
 }
 
 TEST_F(ChannelTableTest, GivesAClientNoOthersChannels) {
     ChannelTable<std::string> table(loop_, ids_, "test");
-    const std::int64_t channel = table.Open(Client(1), "mine");
-    EXPECT_EQ(table.Find(Client(2), channel), nullptr);
-    EXPECT_EQ(table.Take(Client(2), channel), std::nullopt);
-    EXPECT_NE(table.Find(Client(1), channel), nullptr);
+    const std::int64_t channel = table.Open(ClientToken(1), "mine");
+    EXPECT_EQ(table.Find(ClientToken(2), channel), nullptr);
+    EXPECT_EQ(table.Take(ClientToken(2), channel), std::nullopt);
+    EXPECT_NE(table.Find(ClientToken(1), channel), nullptr);
 }
 
 TEST_F(ChannelTableTest, NumbersDifferInEveryTableAndRun) {
     ChannelTable<int> one(loop_, ids_, "one");
     ChannelTable<int> other(loop_, ids_, "other");
-    EXPECT_NE(one.Open(Client(1), 0), other.Open(Client(1), 0));
+    EXPECT_NE(one.Open(ClientToken(1), 0), other.Open(ClientToken(1), 0));
     EXPECT_NE(ChannelIds().Next(), ChannelIds().Next());
 }
 
 TEST_F(ChannelTableTest, DropsTheOldestOfAClientThatOpensTooMany) {
     ChannelTable<int> table(loop_, ids_, "test", {.perClient = 2});
-    const std::int64_t others = table.Open(Client(2), 0);
-    const std::int64_t first = table.Open(Client(1), 1);
-    const std::int64_t second = table.Open(Client(1), 2);
-    EXPECT_NE(table.Find(Client(1), first), nullptr) << "two are allowed";
-    const std::int64_t third = table.Open(Client(1), 3);
+    const std::int64_t others = table.Open(ClientToken(2), 0);
+    const std::int64_t first = table.Open(ClientToken(1), 1);
+    const std::int64_t second = table.Open(ClientToken(1), 2);
+    EXPECT_NE(table.Find(ClientToken(1), first), nullptr) << "two are allowed";
+    const std::int64_t third = table.Open(ClientToken(1), 3);
     EXPECT_THAT(LastRecord(), HasSubstr("test channel " + std::to_string(first) + " dropped"));
-    EXPECT_EQ(table.Find(Client(1), first), nullptr);
-    EXPECT_NE(table.Find(Client(1), second), nullptr);
-    EXPECT_NE(table.Find(Client(1), third), nullptr);
-    EXPECT_NE(table.Find(Client(2), others), nullptr);
+    EXPECT_EQ(table.Find(ClientToken(1), first), nullptr);
+    EXPECT_NE(table.Find(ClientToken(1), second), nullptr);
+    EXPECT_NE(table.Find(ClientToken(1), third), nullptr);
+    EXPECT_NE(table.Find(ClientToken(2), others), nullptr);
 }
 
 TEST_F(ChannelTableTest, EndsAllChannelsOfASession) {
     ChannelTable<int> table(loop_, ids_, "test");
-    table.Open(Client(1), 1);
-    table.Open(Client(1), 2);
-    table.Open(Client(2), 3);
-    table.EndSession(Client(1));
+    table.Open(ClientToken(1), 1);
+    table.Open(ClientToken(1), 2);
+    table.Open(ClientToken(2), 3);
+    table.EndSession(ClientToken(1));
     EXPECT_EQ(table.Count(), 1U);
     EXPECT_EQ(LastRecord(), "2 test channels ended with their client");
     logger_.Clear();
-    table.EndSession(Client(3));
+    table.EndSession(ClientToken(3));
     EXPECT_THAT(logger_.Records(), ::testing::IsEmpty());
 }
 
 TEST_F(ChannelTableTest, DropsWhatNobodyUses) {
     ChannelTable<int> table(loop_, ids_, "test", {.idle = std::chrono::milliseconds(30)});
     for (int round = 0; round < 2; ++round) {
-        const std::int64_t idle = table.Open(Client(1), round);
+        const std::int64_t idle = table.Open(ClientToken(1), round);
         EXPECT_TRUE(RunUntil(loop_, [&] { return table.Count() == 0; }));
         EXPECT_EQ(LastRecord(),
                   "test channel " + std::to_string(idle) + " dropped: not used for 30 ms");
@@ -103,15 +105,15 @@ TEST_F(ChannelTableTest, DropsWhatNobodyUses) {
 }
 
 TEST_F(ChannelTableTest, CountsTheIdleTimeFromTheLastUse) {
-    using Clock = std::chrono::steady_clock;
     constexpr std::chrono::milliseconds kIdle{60};
     ChannelTable<int> table(loop_, ids_, "test", {.idle = kIdle});
     auto lastUse = Clock::now();
-    const std::int64_t channel = table.Open(Client(1), 1);
+    const std::int64_t channel = table.Open(ClientToken(1), 1);
     const auto half = lastUse + kIdle / 2;
     EXPECT_TRUE(RunUntil(loop_, [&] { return Clock::now() >= half; }));
     const auto beforeUse = Clock::now();
-    if (table.Find(Client(1), channel) != nullptr) {  // on a slow machine it may be gone already
+    if (table.Find(ClientToken(1), channel) !=
+        nullptr) {  // on a slow machine it may be gone already
         lastUse = beforeUse;
     }
     EXPECT_TRUE(RunUntil(loop_, [&] { return table.Count() == 0; }));

@@ -15,7 +15,7 @@ using zam_connector::ZamConnectorState;
 using zam_json::JsonDocument;
 using zam_json::JsonError;
 
-ConnectionPlan Read(const std::string& text) {
+ConnectionPlan PlanOf(const std::string& text) {
     const JsonDocument document(kConnectionFile, text);
     return ReadConnectionPlan(document.Root());
 }
@@ -30,7 +30,7 @@ std::string Steps(std::size_t count) {
 }
 
 TEST(ConnectionPlan, OfAnEmptyFileIsTheDefault) {
-    const ConnectionPlan plan = Read("{}");
+    const ConnectionPlan plan = PlanOf("{}");
     ASSERT_EQ(plan.start.size(), 2U);
     EXPECT_EQ(plan.start[0].state, ZamConnectorState::Connecting);
     EXPECT_EQ(plan.start[0].after, milliseconds(0));
@@ -47,7 +47,7 @@ TEST(ConnectionPlan, OfAnEmptyFileIsTheDefault) {
 }
 
 TEST(ConnectionPlan, ReadsEveryField) {
-    const ConnectionPlan plan = Read(R"({
+    const ConnectionPlan plan = PlanOf(R"({
         "start": [{"state": "waiting_for_reconnect", "after_ms": 5}, {"state": "connected"}],
         "stop": [{"state": "stopped", "after_ms": 7}],
         "refuse": null,
@@ -62,8 +62,8 @@ TEST(ConnectionPlan, ReadsEveryField) {
     EXPECT_EQ(plan.flap->down, milliseconds(11));
     EXPECT_EQ(*plan.startResult, static_cast<int>(0x80000045U));
     EXPECT_EQ(plan.sync, milliseconds(13));
-    EXPECT_EQ(*Read(R"({"refuse": {"after_ms": 3}})").refuseAfter, milliseconds(3));
-    EXPECT_EQ(*Read(R"({"start_result": -5})").startResult, -5);
+    EXPECT_EQ(*PlanOf(R"({"refuse": {"after_ms": 3}})").refuseAfter, milliseconds(3));
+    EXPECT_EQ(*PlanOf(R"({"start_result": -5})").startResult, -5);
 }
 
 TEST(ConnectionPlan, AcceptsTheBoundsOfEveryField) {
@@ -77,21 +77,21 @@ TEST(ConnectionPlan, AcceptsTheBoundsOfEveryField) {
           R"({"sync_ms": 1})", R"({"sync_ms": 86400000})", R"({"start_result": 2147483647})",
           R"({"start_result": -2147483648})", R"({"start_result": "0xFFFFFFFF"})",
           R"({"start_result": "0x0"})"}) {
-        EXPECT_NO_THROW(Read(text)) << text;
+        EXPECT_NO_THROW(PlanOf(text)) << text;
     }
-    EXPECT_NO_THROW(Read(Steps(1)));
-    EXPECT_NO_THROW(Read(Steps(kMaxLinkSteps - 1)));
-    EXPECT_EQ(Read(Steps(kMaxLinkSteps)).start.size(), kMaxLinkSteps);
+    EXPECT_NO_THROW(PlanOf(Steps(1)));
+    EXPECT_NO_THROW(PlanOf(Steps(kMaxLinkSteps - 1)));
+    EXPECT_EQ(PlanOf(Steps(kMaxLinkSteps)).start.size(), kMaxLinkSteps);
 }
 
-struct Row {
+struct WrongPlan {
     std::string text;
     std::string pointer;
     std::string message;
 };
 
 TEST(ConnectionPlan, RefusesWhatIsOutOfBoundsAndNamesThePlace) {
-    const std::vector<Row> rows = {
+    const std::vector<WrongPlan> rows = {
         {"[]", "", "is an array, allowed is an object"},
         {R"({"begin": 1})", "/begin", "not known here"},
         {Steps(0), "/start", "has 0 elements, allowed is an array of 1 to 64"},
@@ -131,9 +131,9 @@ TEST(ConnectionPlan, RefusesWhatIsOutOfBoundsAndNamesThePlace) {
         {R"({"start_result": "0x-5"})", "/start_result", "is \"0x-5\""},
         {R"({"start_result": true})", "/start_result", "a text like \"0x80000045\""},
     };
-    for (const Row& row : rows) {
+    for (const WrongPlan& row : rows) {
         try {
-            Read(row.text);
+            PlanOf(row.text);
             ADD_FAILURE() << "accepted: " << row.text;
         } catch (const JsonError& error) {
             EXPECT_EQ(error.Pointer(), row.pointer) << row.text;

@@ -12,21 +12,19 @@
 #include "common/product_data_casts.h"
 #include "common/raw_zam_param_casts.h"
 #include "common/server_data_casts.h"
+#include "data/content_hash.h"
 #include "qx/endpoint_names.h"
 #include "qx/product_data_holder.h"
 #include "qx/zam_data_provider.h"
+#include "result_codes.h"
+#include "support/flattened.h"
 #include "vd/service_locator.h"
 
 namespace zam_service::testing {
 
-using RawList = std::vector<zam_connector::common::RawZamParam>;
+using zam_test::Flattened;
 
-/// The records of a tree.
-inline RawList Flattened(const zuv::TValue& tree) {
-    RawList records;
-    EXPECT_EQ(zam_connector::common::Serialize(zuv::Root, tree, records).first, 0);
-    return records;
-}
+using RawList = std::vector<zam_connector::common::RawZamParam>;
 
 /// An answer to a call that did come; the test fails when it did not.
 struct Piece {
@@ -53,6 +51,9 @@ inline std::ostream& operator<<(std::ostream& out, const Closed& closed) {
     return out << "status " << closed.status << ", code " << closed.code << ", hash "
                << closed.hash;
 }
+
+/// What the close of an upload that was refused answers.
+inline constexpr Closed kRefused{0, kInvalidArgument, kAbsentHash};
 
 /// A client of the two endpoints for data, operation by operation: what no proxy does, it can.
 class DataClient {

@@ -19,7 +19,7 @@ constexpr std::uint16_t kSettings = 2;
 constexpr std::uint16_t kStart = 0;
 constexpr std::uint16_t kGetState = 2;
 
-FaultRules Read(const std::string& text) {
+FaultRules RulesOf(const std::string& text) {
     const JsonDocument document(kFaultsFile, text);
     return FaultRules::Read(document.Root());
 }
@@ -30,7 +30,7 @@ std::string Rule(const std::string& more) {
 }
 
 FaultRules ReadRule(const std::string& more) {
-    return Read(R"({"rules": [)" + Rule(more) + "]}");
+    return RulesOf(R"({"rules": [)" + Rule(more) + "]}");
 }
 
 /// Which of so many calls of GetState meet with a fault.
@@ -46,7 +46,7 @@ std::vector<int> Hits(FaultRules& rules, int calls) {
 
 TEST(FaultRules, LeaveEveryCallAloneWhenThereAreNone) {
     for (const char* const text : {"{}", R"({"rules": []})", R"({"seed": 1, "rules": []})"}) {
-        FaultRules rules = Read(text);
+        FaultRules rules = RulesOf(text);
         EXPECT_TRUE(rules.IsEmpty());
         EXPECT_FALSE(rules.Decide(kController, kGetState));
     }
@@ -72,7 +72,7 @@ TEST(FaultRules, ReadEveryEffect) {
     const Fault delay = *ReadRule(R"(, "delay_ms": 86400000)").Decide(kController, kGetState);
     EXPECT_TRUE(delay.IsDelayOnly());
 
-    FaultRules session = Read(R"({"rules": [{"endpoint": "productDataHolder",
+    FaultRules session = RulesOf(R"({"rules": [{"endpoint": "productDataHolder",
         "operation": "SendData", "session_status": -128}]})");
     const auto fault = session.Decide(EndpointOf("ProductDataHolder").riid, 5);
     EXPECT_EQ(fault->sessionStatus, -128);
@@ -104,7 +104,7 @@ TEST(FaultRules, ApplyToTheCallsThatTheyName) {
 }
 
 TEST(FaultRules, CountOnlyTheCallsTheyAreAbout) {
-    FaultRules rules = Read(R"({"rules": [
+    FaultRules rules = RulesOf(R"({"rules": [
         {"endpoint": "connController", "operation": "GetState", "calls": 2, "drop": true},
         {"endpoint": "connController", "operation": "*", "calls": 4, "result_code": -1}]})");
     EXPECT_FALSE(rules.Decide(kController, kGetState));
@@ -116,7 +116,7 @@ TEST(FaultRules, CountOnlyTheCallsTheyAreAbout) {
 }
 
 TEST(FaultRules, LetTheFirstThatAppliesWin) {
-    FaultRules rules = Read(R"({"rules": [
+    FaultRules rules = RulesOf(R"({"rules": [
         {"endpoint": "connController", "operation": "GetState", "calls": 2, "result_code": -1},
         {"endpoint": "connController", "operation": "GetState", "result_code": -2},
         {"endpoint": "connController", "operation": "*", "result_code": -3}]})");
@@ -126,7 +126,7 @@ TEST(FaultRules, LetTheFirstThatAppliesWin) {
 }
 
 TEST(FaultRules, TakeTheEndpointByItsFullNameToo) {
-    FaultRules rules = Read(R"({"rules": [
+    FaultRules rules = RulesOf(R"({"rules": [
         {"endpoint": "qx.zam_connector.ZamConnectorComponent.connController",
          "operation": "GetState", "drop": true}]})");
     EXPECT_TRUE(rules.Decide(kController, kGetState));
@@ -135,8 +135,8 @@ TEST(FaultRules, TakeTheEndpointByItsFullNameToo) {
 TEST(FaultRules, DecideTheSameForTheSameSeed) {
     const std::string text =
         R"({"seed": 42, "rules": [)" + Rule(R"(, "probability": 0.3, "drop": true)") + "]}";
-    FaultRules first = Read(text);
-    FaultRules second = Read(text);
+    FaultRules first = RulesOf(text);
+    FaultRules second = RulesOf(text);
     const std::vector<int> hits = Hits(first, 1000);
     EXPECT_EQ(Hits(second, 1000), hits);
     // Five standard deviations of a thousand draws.
@@ -151,7 +151,7 @@ TEST(FaultRules, AreAcceptedForEveryOperationOfEveryInterface) {
                                      std::string(operation.name) + R"(", )";
             const auto accepts = [&](const std::string& effect) {
                 try {
-                    return Read(head + effect + "}]}")
+                    return RulesOf(head + effect + "}]}")
                         .Decide(endpoint.riid, operation.number)
                         .has_value();
                 } catch (const JsonError&) {
@@ -172,8 +172,8 @@ TEST(FaultRules, AreAcceptedForEveryOperationOfEveryInterface) {
 
 TEST(FaultRules, DamagePiecesAfterTheWork) {
     const auto read = [](const std::string& effect) {
-        return Read(R"({"rules": [{"endpoint": "zamDataProvider", "operation": "GetData", )" +
-                    effect + "}]}");
+        return RulesOf(R"({"rules": [{"endpoint": "zamDataProvider", "operation": "GetData", )" +
+                       effect + "}]}");
     };
     const Endpoint& provider = EndpointOf("ZamDataProvider");
     const auto fault = read(R"("damage": "endless")")
@@ -195,9 +195,9 @@ TEST(FaultRules, AcceptUpToTheLimitOfRules) {
         }
         text += "]}";
         if (count <= kMaxFaultRules) {
-            EXPECT_NO_THROW(Read(text)) << count;
+            EXPECT_NO_THROW(RulesOf(text)) << count;
         } else {
-            EXPECT_THROW(Read(text), JsonError);
+            EXPECT_THROW(RulesOf(text), JsonError);
         }
     }
 }
@@ -284,7 +284,7 @@ TEST(FaultRules, RefuseUnknownNamesAndListTheKnownOnes) {
     };
     for (const auto& row : rows) {
         try {
-            Read(row[0]);
+            RulesOf(row[0]);
             ADD_FAILURE() << "accepted: " << row[0];
         } catch (const JsonError& error) {
             EXPECT_EQ(error.Pointer(), row[1]) << row[0];

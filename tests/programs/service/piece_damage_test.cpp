@@ -25,7 +25,7 @@ using zam_service::testing::RawList;
 
 using Response = qx_zam_connector_ZamDataProvider_GetData_rsp;
 
-constexpr int kInvalid = static_cast<int>(0x80000046U);
+constexpr int kInvalidPiece = static_cast<int>(0x80000046U);
 
 /// The answer to a request for the one piece of a list.
 struct Answer {
@@ -142,7 +142,7 @@ TEST_F(PieceDamageTest, ReachesTheLibrary) {
         BeginWithDamage(std::string(R"("calls": 1, "damage": ")") + damage + "\"");
         RealConnection connection;
         std::pair<unsigned long, zam_connector::ZamPolicy> policy;
-        EXPECT_EQ(connection.DataProvider().GetPolicy(policy), kInvalid) << damage;
+        EXPECT_EQ(connection.DataProvider().GetPolicy(policy), kInvalidPiece) << damage;
         EXPECT_THAT(Logged(), HasSubstr(text)) << damage;
         EXPECT_EQ(connection.DataProvider().GetPolicy(policy), 0) << damage;
         End();

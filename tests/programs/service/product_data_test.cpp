@@ -26,11 +26,10 @@ using zam_connector::test::RealConnection;
 using zam_service::testing::Closed;
 using zam_service::testing::DataClient;
 using zam_service::testing::Flattened;
+using zam_service::testing::kRefused;
 using zam_service::testing::RawList;
 
 /// What a refused close answers.
-constexpr Closed kRefused{0, kInvalidArgument, kAbsentHash};
-
 class ProductDataTest : public zam_service::testing::DaemonFixture {
 protected:
     static zuv::TValue Tree(long number) { return zuv::Map{{"number", number}, {"text", "t"}}; }

@@ -24,7 +24,7 @@ using zam_json::JsonValue;
 
 /// What `read` says is wrong with a text; "none" when nothing is.
 template <typename Content>
-std::string ErrorOf(Content (*read)(const JsonValue& root), const std::string& text) {
+std::string ReadingErrorOf(Content (*read)(const JsonValue& root), const std::string& text) {
     try {
         const JsonDocument document("file.json", text);
         read(document.Root());
@@ -71,11 +71,11 @@ TEST(Subscriptions, FitIntoAnAnswerOrAreRefused) {
     // Beside its text, a subscription takes the text's place and two numbers, which stand on a
     // multiple of 4: a text of one byte more would take four.
     const std::size_t largest = kSubscriptionsBytes - 16;
-    EXPECT_EQ(
-        ErrorOf(ReadSubscriptions, R"({"events": {")" + std::string(largest, 'x') + R"(": {}}})"),
-        "none");
-    EXPECT_THAT(ErrorOf(ReadSubscriptions,
-                        R"({"events": {")" + std::string(largest + 1, 'x') + R"(": {}}})"),
+    EXPECT_EQ(ReadingErrorOf(ReadSubscriptions,
+                             R"({"events": {")" + std::string(largest, 'x') + R"(": {}}})"),
+              "none");
+    EXPECT_THAT(ReadingErrorOf(ReadSubscriptions,
+                               R"({"events": {")" + std::string(largest + 1, 'x') + R"(": {}}})"),
                 HasSubstr("file.json:1:12: at \"/events\": "));
 }
 
@@ -92,7 +92,7 @@ TEST(Subscriptions, AreRefusedWithThePlaceOfWhatIsWrong) {
         {R"({"events": {"a": {}, "a": {}}})", "\"/events/a\""},
     };
     for (const auto& [text, error] : rows) {
-        EXPECT_THAT(ErrorOf(ReadSubscriptions, text), HasSubstr(error)) << text;
+        EXPECT_THAT(ReadingErrorOf(ReadSubscriptions, text), HasSubstr(error)) << text;
     }
 }
 
@@ -136,7 +136,7 @@ TEST(ServerDataFile, IsRefusedWithThePlaceOfWhatIsWrong) {
         {R"({"version": 1})", "\"/version\": the key is not known here"},
     };
     for (const auto& [text, error] : rows) {
-        EXPECT_THAT(ErrorOf(ReadServerData, text), HasSubstr(error)) << text;
+        EXPECT_THAT(ReadingErrorOf(ReadServerData, text), HasSubstr(error)) << text;
     }
 }
 
@@ -180,7 +180,7 @@ TEST(UpdatesStatusFile, IsRefusedWithThePlaceOfWhatIsWrong) {
         {R"({"postponed": []})", "\"/postponed\": the key is not known here"},
     };
     for (const auto& [text, error] : rows) {
-        EXPECT_THAT(ErrorOf(ReadUpdatesStatus, text), HasSubstr(error)) << text;
+        EXPECT_THAT(ReadingErrorOf(ReadUpdatesStatus, text), HasSubstr(error)) << text;
     }
 }
 

@@ -27,7 +27,7 @@ using zam_json::JsonError;
 using zam_service::testing::RunUntil;
 using zam_service::testing::TemporaryFolder;
 
-ZamConnectorSettings Read(const std::string& text) {
+ZamConnectorSettings SettingsOf(const std::string& text) {
     const JsonDocument document(kSettingsFile, text);
     return ReadSettings(document.Root());
 }
@@ -49,11 +49,11 @@ ZamConnectorSettings Everything() {
 }
 
 TEST(Settings, OfAnEmptyFileAreTheDefault) {
-    EXPECT_EQ(Read("{}"), ZamConnectorSettings());
+    EXPECT_EQ(SettingsOf("{}"), ZamConnectorSettings());
 }
 
 TEST(Settings, KeepEveryFieldInItsPlace) {
-    EXPECT_EQ(Read(R"({
+    EXPECT_EQ(SettingsOf(R"({
         "sync_period_s": 1, "heartbeat_period_s": 2, "reconnect_delay_min_s": 3,
         "reconnect_delay_max_s": 4, "upload_limit_bytes_per_second": 5,
         "download_limit_bytes_per_second": 6, "max_file_size_bytes": 7,
@@ -70,7 +70,7 @@ TEST(Settings, ReadBackAsTheyWereWritten) {
         std::numeric_limits<std::uint64_t>::max();
     most.eventQueueLimit = std::numeric_limits<std::uint32_t>::max();
     for (const ZamConnectorSettings& settings : {ZamConnectorSettings(), Everything(), most}) {
-        EXPECT_EQ(Read(WriteSettings(settings)), settings) << WriteSettings(settings);
+        EXPECT_EQ(SettingsOf(WriteSettings(settings)), settings) << WriteSettings(settings);
     }
 }
 
@@ -90,11 +90,11 @@ TEST(Settings, HaveTheBoundsOfTheirFields) {
                            Row{"download_limit_bytes_per_second", most64, "18446744073709551616"},
                            Row{"max_file_size_bytes", most64, "18446744073709551616"}}) {
         const std::string head = "{\"" + row.name + "\": ";
-        EXPECT_NO_THROW(Read(head + row.most + "}")) << row.name;
+        EXPECT_NO_THROW(SettingsOf(head + row.most + "}")) << row.name;
         for (const std::string& wrong : {row.beyond, std::string("-1"), std::string("1.5"),
                                          std::string("\"1\""), std::string("true")}) {
             try {
-                Read(head + wrong + "}");
+                SettingsOf(head + wrong + "}");
                 ADD_FAILURE() << "accepted: " << row.name << " " << wrong;
             } catch (const JsonError& error) {
                 EXPECT_EQ(error.Pointer(), "/" + row.name);
@@ -107,21 +107,21 @@ TEST(Settings, HaveTheBoundsOfTheirFields) {
     }
     for (const char* const name :
          {"compress_traffic", "allow_metered_network", "send_diagnostics"}) {
-        EXPECT_THROW(Read("{\"" + std::string(name) + "\": 1}"), JsonError) << name;
+        EXPECT_THROW(SettingsOf("{\"" + std::string(name) + "\": 1}"), JsonError) << name;
     }
-    EXPECT_THROW(Read(R"({"sync_period": 1})"), JsonError);
+    EXPECT_THROW(SettingsOf(R"({"sync_period": 1})"), JsonError);
 }
 
 TEST(Settings, RefuseASmallestDelayAboveTheLargest) {
-    EXPECT_NO_THROW(Read(R"({"reconnect_delay_min_s": 7, "reconnect_delay_max_s": 8})"));
-    EXPECT_NO_THROW(Read(R"({"reconnect_delay_min_s": 8, "reconnect_delay_max_s": 8})"));
+    EXPECT_NO_THROW(SettingsOf(R"({"reconnect_delay_min_s": 7, "reconnect_delay_max_s": 8})"));
+    EXPECT_NO_THROW(SettingsOf(R"({"reconnect_delay_min_s": 8, "reconnect_delay_max_s": 8})"));
     const std::vector<std::pair<std::string, std::string>> rows = {
         {R"({"reconnect_delay_max_s": 8, "reconnect_delay_min_s": 9})", "/reconnect_delay_min_s"},
         {R"({"reconnect_delay_min_s": 301})", "/reconnect_delay_min_s"},
         {R"({"reconnect_delay_max_s": 4})", "/reconnect_delay_max_s"}};
     for (const auto& [text, pointer] : rows) {
         try {
-            Read(text);
+            SettingsOf(text);
             ADD_FAILURE() << "accepted: " << text;
         } catch (const JsonError& error) {
             EXPECT_EQ(error.Pointer(), pointer) << text;
@@ -148,7 +148,7 @@ protected:
 TEST_F(SettingsStoreTest, WritesTheFileBeforeItAnswers) {
     EXPECT_EQ(Set(Everything()), kNoError);
     EXPECT_EQ(store_.Current(), Everything());
-    EXPECT_EQ(Read(folder_.Read(kSettingsFile)), Everything());
+    EXPECT_EQ(SettingsOf(folder_.Read(kSettingsFile)), Everything());
 }
 
 TEST_F(SettingsStoreTest, LeavesTheSettingsInForceWhenTheFileCannotBeWritten) {
@@ -189,7 +189,7 @@ TEST_F(SettingsStoreTest, EndsWithTheLastOfManyInMemoryAndOnDisk) {
     }
     ASSERT_TRUE(RunUntil(loop_, [&] { return codes.size() == 4; }));
     EXPECT_EQ(codes, std::vector<int>(4, kNoError));
-    EXPECT_EQ(Read(folder_.Read(kSettingsFile)), settings);
+    EXPECT_EQ(SettingsOf(folder_.Read(kSettingsFile)), settings);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/raw_zam_param_casts.h"
+#include "support/flattened.h"
 #include "tree_json/tree_json.h"
 
 namespace zam_service {
@@ -16,13 +17,15 @@ namespace {
 
 using ::testing::HasSubstr;
 using zam_connector::common::RawZamParam;
+using zam_test::Flattened;
 
 /// The records of one piece, as a client reads them.
 std::vector<RawZamParam> RecordsOf(std::vector<unsigned char> piece) {
     vd_arena arena{};
     vd_arena_init(&arena, piece.data(), static_cast<std::uint32_t>(piece.size()));
     arena.used = arena.capacity;
-    return zam_connector::common::CastFromVd({{0, arena.used}}, &arena);
+    return zam_connector::common::CastFromVd(qx_zam_connector_ZamTypes_ZamParams{{0, arena.used}},
+                                             &arena);
 }
 
 std::vector<RawZamParam> RecordsOf(const TreeSnapshot& snapshot) {
@@ -35,13 +38,7 @@ std::vector<RawZamParam> RecordsOf(const TreeSnapshot& snapshot) {
     return records;
 }
 
-std::vector<RawZamParam> Flattened(const zuv::TValue& tree) {
-    std::vector<RawZamParam> records;
-    EXPECT_EQ(zam_connector::common::Serialize(zuv::Root, tree, records).first, 0);
-    return records;
-}
-
-std::string ErrorOf(const std::string& text) {
+std::string TreeErrorOf(const std::string& text) {
     try {
         ReadTree("policy.json", text);
         return "none";
@@ -88,7 +85,7 @@ TEST(TreeFile, TakesAValueThatJustCanBeSentAndNoLargerOne) {
     EXPECT_EQ(snapshot->pieces.size(), 2U) << "the root does not fit beside it";
     EXPECT_EQ(RecordsOf(*snapshot).size(), 2U);
     EXPECT_EQ(
-        ErrorOf(TextOf(largest + 1)),
+        TreeErrorOf(TextOf(largest + 1)),
         "policy.json:1:7: at \"/a\": has 675998 bytes of value and 2 of path, \"a/\"; at most "
         "675999 can be sent together");
 }
@@ -105,14 +102,14 @@ TEST(TreeFile, RefusesKeysThatCannotBeSentWithTheirPlaces) {
         {"\xEF\xBB\xBF{\"`\": 1}", "policy.json:1:2: at \"/`\""},
     };
     for (const auto& [text, error] : rows) {
-        EXPECT_THAT(ErrorOf(text), HasSubstr(error)) << text;
+        EXPECT_THAT(TreeErrorOf(text), HasSubstr(error)) << text;
     }
 }
 
 TEST(TreeFile, RefusesWhatIsNoTypedJsonWithItsPlace) {
-    EXPECT_THAT(ErrorOf("{\n\"a\": {\"$int8\": 300}}"),
+    EXPECT_THAT(TreeErrorOf("{\n\"a\": {\"$int8\": 300}}"),
                 HasSubstr("policy.json:2:16: at \"/a/$int8\": is 300, allowed is"));
-    EXPECT_THAT(ErrorOf(""), HasSubstr("policy.json:1:1"));
+    EXPECT_THAT(TreeErrorOf(""), HasSubstr("policy.json:1:1"));
 }
 
 TEST(TreeFile, HasTheSameHashHoweverItIsWritten) {

@@ -28,10 +28,9 @@ namespace fs = std::filesystem;
 using zam_service::testing::Closed;
 using zam_service::testing::DataClient;
 using zam_service::testing::Flattened;
+using zam_service::testing::kRefused;
 using zam_service::testing::RawList;
 using zam_service::testing::TemporaryFolder;
-
-constexpr Closed kRefused{0, kInvalidArgument, kAbsentHash};
 
 /// The endpoint alone, with limits of the test's.
 class UploadLimits : public ::testing::Test {

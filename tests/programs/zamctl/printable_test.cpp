@@ -7,13 +7,13 @@
 namespace zamctl::test {
 namespace {
 
-struct Row {
+struct PrintableRow {
     std::string text;
     std::string quoted;
     std::string printable;
 };
 
-const Row kRows[] = {
+const PrintableRow kRows[] = {
     {"", R"("")", ""},
     {"plain text", R"("plain text")", "plain text"},
     {"a\"b\\c", R"("a\"b\\c")", "a\"b\\c"},
@@ -35,7 +35,7 @@ const Row kRows[] = {
 };
 
 TEST(Printable, LeavesNothingThatATerminalActsUpon) {
-    for (const Row& row : kRows) {
+    for (const PrintableRow& row : kRows) {
         SCOPED_TRACE(row.quoted);
         EXPECT_EQ(Quote(row.text), row.quoted);
         EXPECT_EQ(Printable(row.text), row.printable);

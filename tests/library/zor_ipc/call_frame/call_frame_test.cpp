@@ -10,20 +10,21 @@
 #include "qx/conn_controller.h"
 #include "qx/zam_data_provider.h"
 #include "session_status.h"
+#include "support/result_codes.h"
 #include "zam_connector_testing/recording_logger.h"
 #include "zam_connector_testing/scripted_transport.h"
 
 namespace zam_connector::proxy {
 namespace {
 
+using test::kUnspecified;
 using testing::AnswerWith;
 using ::testing::ElementsAre;
 using testing::FailWith;
 using ::testing::IsEmpty;
 using testing::LogRecord;
 
-constexpr int kUnspecified = static_cast<int>(0x8000004BU);
-constexpr int kTransportStatuses[] = {1, -1, INT_MAX, INT_MIN};
+constexpr int kFrameStatuses[] = {1, -1, INT_MAX, INT_MIN};
 
 /// The result code of a session status, as the table of statuses has it.
 std::uint32_t ExpectedCode(int status) {
@@ -136,7 +137,7 @@ TEST_F(CallFrame, CheckedCallMapsEverySessionStatus) {
 }
 
 TEST_F(CallFrame, CheckedCallReportsTransportFailures) {
-    for (const int status : kTransportStatuses) {
+    for (const int status : kFrameStatuses) {
         logger_.Clear();
         AnswerOpen(0, status);
         EXPECT_EQ(OpenPolicyChannel(), kUnspecified);
@@ -185,7 +186,7 @@ TEST_F(CallFrame, PlainCallWithoutOutputsReturnsTheServicesCodeAsItStands) {
 }
 
 TEST_F(CallFrame, PlainCallReportsTransportFailures) {
-    for (const int status : kTransportStatuses) {
+    for (const int status : kFrameStatuses) {
         logger_.Clear();
         AnswerStop(0, status);
         EXPECT_EQ(Stop(), kUnspecified);
@@ -217,7 +218,7 @@ TEST_F(CallFrame, PlainCallWithOutputsLeavesThemForFailures) {
 }
 
 TEST_F(CallFrame, PlainCallWithOutputsLeavesThemForTransportFailures) {
-    for (const int status : kTransportStatuses) {
+    for (const int status : kFrameStatuses) {
         logger_.Clear();
         AnswerHash(2, 0, status);
         std::uint64_t hash = 1;

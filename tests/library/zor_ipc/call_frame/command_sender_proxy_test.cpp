@@ -14,8 +14,8 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-constexpr char kFile[] = "zam_conn_command_sender_proxy";
-constexpr std::uint32_t kArenaBytes = 128;
+constexpr char kCommandSenderFile[] = "zam_conn_command_sender_proxy";
+constexpr std::uint32_t kEventArenaBytes = 128;
 
 class ZamConnCommandSenderProxy : public test::ProxyTest {
 protected:
@@ -28,7 +28,7 @@ TEST_F(ZamConnCommandSenderProxy, PostZamEventSendsTheText) {
     EXPECT_EQ(call.request, (Bytes{0x00, 0x00, 0x00, 0x00, 0x0C, 0x00, 0x00, 0x00}));
     EXPECT_EQ(std::string(call.requestArena.begin(), call.requestArena.end()),
               "low b\xC3\xA4ttery");
-    EXPECT_EQ(call.requestArenaCapacity, kArenaBytes);
+    EXPECT_EQ(call.requestArenaCapacity, kEventArenaBytes);
     EXPECT_FALSE(call.hasResponseArena);
     ExpectNoRecord();
 }
@@ -50,7 +50,7 @@ TEST_F(ZamConnCommandSenderProxy, PostZamEventTakesTextsUpToTheArena) {
         EXPECT_EQ(call.request, (Bytes{0, 0, 0, 0, static_cast<unsigned char>(size), 0, 0, 0}));
         EXPECT_TRUE(call.hasRequestArena);
         EXPECT_EQ(call.requestArena, Bytes(size, 'e'));
-        EXPECT_EQ(call.requestArenaCapacity, kArenaBytes);
+        EXPECT_EQ(call.requestArenaCapacity, kEventArenaBytes);
     }
     ExpectNoRecord();
 }
@@ -59,7 +59,7 @@ TEST_F(ZamConnCommandSenderProxy, PostZamEventRefusesLongerTextsWithoutACall) {
     for (const std::size_t size : {129U, 130U, 1000U, 1000000U}) {
         EXPECT_EQ(commandSender_.PostZamEvent(std::string(size, 'e')), kUnspecified) << size;
         ExpectFailureRecord(
-            kFile, "PostZamEvent",
+            kCommandSenderFile, "PostZamEvent",
             AllOf(StartsWith("ZamConnCommandSenderProxy: text: "),
                   HasSubstr(std::to_string(size) + " bytes"), HasSubstr("128 bytes")));
     }

@@ -22,8 +22,8 @@ using ::testing::StartsWith;
 using StartResponse = qx_zam_connector_ConnController_Start_rsp;
 using StateResponse = qx_zam_connector_ConnController_GetState_rsp;
 
-constexpr char kFile[] = "zam_conn_controller_proxy";
-constexpr std::size_t kArenaBytes = 1360;
+constexpr char kControllerFile[] = "zam_conn_controller_proxy";
+constexpr std::size_t kStartArenaBytes = 1360;
 
 class ZamConnControllerProxy : public test::ProxyTest {
 protected:
@@ -34,7 +34,8 @@ protected:
                             const ::testing::Matcher<std::string>& reason) {
         EXPECT_EQ(controller_.Start(parameters), kUnspecified);
         EXPECT_THAT(transport_.Calls(), IsEmpty());
-        ExpectFailureRecord(kFile, "Start", AllOf(StartsWith("ZamConnControllerProxy: "), reason));
+        ExpectFailureRecord(kControllerFile, "Start",
+                            AllOf(StartsWith("ZamConnControllerProxy: "), reason));
     }
 
     void AnswerState(std::int32_t state, std::int32_t code, int status = 0) {
@@ -71,7 +72,7 @@ TEST_F(ZamConnControllerProxy, StartSendsAllFieldsOfTheParameters) {
     EXPECT_EQ(call.request, expected);
     EXPECT_EQ(std::string(call.requestArena.begin(), call.requestArena.end()),
               "srv.exampleProdD\xC3\xA4v-1http://p:8");
-    EXPECT_EQ(call.requestArenaCapacity, kArenaBytes);
+    EXPECT_EQ(call.requestArenaCapacity, kStartArenaBytes);
     ExpectNoRecord();
 }
 
@@ -90,7 +91,7 @@ TEST_F(ZamConnControllerProxy, StartTakesTextsThatFillTheArena) {
     parameters.deviceName = std::string(340, 'c');
     parameters.proxyUrl = std::string(340, 'd');
     EXPECT_EQ(controller_.Start(parameters), 0);
-    EXPECT_EQ(OnlyCall().requestArena.size(), kArenaBytes);
+    EXPECT_EQ(OnlyCall().requestArena.size(), kStartArenaBytes);
     ExpectNoRecord();
 }
 
@@ -219,7 +220,7 @@ TEST_F(ZamConnControllerProxy, GetStateRefusesUnknownStatesWhateverTheCode) {
             ZamConnectorState state = ZamConnectorState::Stopping;
             EXPECT_EQ(controller_.GetState(state), kUnspecified);
             EXPECT_EQ(state, ZamConnectorState::Stopping) << number;
-            ExpectFailureRecord(kFile, "GetState",
+            ExpectFailureRecord(kControllerFile, "GetState",
                                 "ZamConnControllerProxy: undefined zam connector state!");
         }
     }

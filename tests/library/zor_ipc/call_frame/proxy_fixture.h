@@ -10,6 +10,7 @@
 #include "qx/conn_command_sender.h"
 #include "qx/conn_controller.h"
 #include "qx/conn_settings_holder.h"
+#include "support/result_codes.h"
 #include "zam_conn_command_sender_proxy.h"
 #include "zam_conn_controller_proxy.h"
 #include "zam_conn_settings_holder_proxy.h"
@@ -22,8 +23,6 @@ namespace zam_connector::test {
 inline constexpr std::uint16_t kControllerRiid = 0x0A01;
 inline constexpr std::uint16_t kSettingsHolderRiid = 0x0B02;
 inline constexpr std::uint16_t kCommandSenderRiid = 0x0C03;
-
-inline constexpr int kUnspecified = static_cast<int>(0x8000004BU);
 
 /// Transport statuses that a proxy must all take for the same failure.
 inline constexpr int kTransportStatuses[] = {1, -1, 2, INT_MAX, INT_MIN, kUnspecified};

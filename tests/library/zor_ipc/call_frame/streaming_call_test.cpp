@@ -30,7 +30,7 @@ using Request = qx_zam_connector_ZamDataProvider_GetData_req;
 using Response = qx_zam_connector_ZamDataProvider_GetData_rsp;
 using Texts = std::vector<std::string>;
 
-constexpr std::uint32_t kArenaBytes = 64;
+constexpr std::uint32_t kPieceArenaBytes = 64;
 
 class StreamingCall : public ::testing::Test {
 protected:
@@ -84,7 +84,7 @@ protected:
     testing::ScriptedTransport transport_;
     qx_zam_connector_ZamDataProvider_proxy provider_{};
     Request request_{};
-    common::StackArena<kArenaBytes> arena_;
+    common::StackArena<kPieceArenaBytes> arena_;
     int converted_ = 0;
 };
 
@@ -154,7 +154,7 @@ TEST_F(StreamingCall, MovesThePieces) {
 TEST_F(StreamingCall, SendsTheSameRequestWithAnEmptyZeroArenaEveryTime) {
     // The arena comes used, and every answer uses it.
     std::memset(vd_arena_alloc(arena_.Get(), 40, 1), 0xA5, 40);
-    Answer(0, std::string(kArenaBytes, 'x'));
+    Answer(0, std::string(kPieceArenaBytes, 'x'));
     Answer(0, "y");
     Answer(1, "z");
     Texts output;
@@ -166,7 +166,7 @@ TEST_F(StreamingCall, SendsTheSameRequestWithAnEmptyZeroArenaEveryTime) {
         EXPECT_EQ(call.request, (Bytes{8, 7, 6, 5, 4, 3, 2, 1}));
         EXPECT_FALSE(call.hasRequestArena);
         EXPECT_TRUE(call.hasResponseArena);
-        EXPECT_EQ(call.responseArenaCapacity, kArenaBytes);
+        EXPECT_EQ(call.responseArenaCapacity, kPieceArenaBytes);
         EXPECT_EQ(call.responseArenaUsed, 0U);
         EXPECT_TRUE(call.responseArenaIsZero);
         EXPECT_THAT(call.response, Each(0)) << "the response is not zero-filled";

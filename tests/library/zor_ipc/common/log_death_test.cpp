@@ -5,8 +5,8 @@
 #include <string>
 
 #include "common/log.h"
-#include "log_test_types.h"
 #include "library/zor_ipc/call_frame/proxy_fixture.h"
+#include "log_test_types.h"
 #include "zam_conn_controller_proxy.h"
 #include "zam_connector_testing/recording_logger.h"
 
@@ -18,7 +18,7 @@ using ::testing::KilledBySignal;
 using testing::LoggerFault;
 using testing::RecordingLogger;
 
-constexpr common::LogSite kSite{"file", 1, "Function"};
+constexpr common::LogSite kSiteOfDeath{"file", 1, "Function"};
 
 // What the runtime prints of the exception that ends the process.
 constexpr char kByIsEnabled[] = "IsEnabled was told to throw";
@@ -33,34 +33,34 @@ protected:
 };
 
 void LogWithThrowingArgument() {
-    common::Log(4, kSite, "{}", ThrowingArgument{});
+    common::Log(4, kSiteOfDeath, "{}", ThrowingArgument{});
 }
 
 void FailCaught() {
     try {
         throw std::runtime_error("caught before");
     } catch (...) {
-        common::CaughtFailure(kSite, "{}");
+        common::CaughtFailure(kSiteOfDeath, "{}");
     }
 }
 
 TEST_F(LoggingDeathTest, AThrowingLevelCheckEndsTheProcess) {
     logger_.SetFault(LoggerFault::IsEnabledThrows);
-    EXPECT_EXIT(common::Log(4, kSite, "x"), KilledBySignal(SIGABRT), kByIsEnabled);
-    EXPECT_EXIT(common::Failure(kSite, "x"), KilledBySignal(SIGABRT), kByIsEnabled);
+    EXPECT_EXIT(common::Log(4, kSiteOfDeath, "x"), KilledBySignal(SIGABRT), kByIsEnabled);
+    EXPECT_EXIT(common::Failure(kSiteOfDeath, "x"), KilledBySignal(SIGABRT), kByIsEnabled);
     EXPECT_EXIT(FailCaught(), KilledBySignal(SIGABRT), kByIsEnabled);
 }
 
 TEST_F(LoggingDeathTest, AThrowingWriteEndsTheProcess) {
     logger_.SetFault(LoggerFault::LogImplThrows);
-    EXPECT_EXIT(common::Log(4, kSite, "x"), KilledBySignal(SIGABRT), kByLogImpl);
-    EXPECT_EXIT(common::Failure(kSite, "x"), KilledBySignal(SIGABRT), kByLogImpl);
+    EXPECT_EXIT(common::Log(4, kSiteOfDeath, "x"), KilledBySignal(SIGABRT), kByLogImpl);
+    EXPECT_EXIT(common::Failure(kSiteOfDeath, "x"), KilledBySignal(SIGABRT), kByLogImpl);
     EXPECT_EXIT(FailCaught(), KilledBySignal(SIGABRT), kByLogImpl);
 }
 
 TEST_F(LoggingDeathTest, AThrowingFormatterEndsTheProcess) {
     EXPECT_EXIT(LogWithThrowingArgument(), KilledBySignal(SIGABRT), kByFormatter);
-    EXPECT_EXIT(common::Failure(kSite, "{}", ThrowingArgument{}), KilledBySignal(SIGABRT),
+    EXPECT_EXIT(common::Failure(kSiteOfDeath, "{}", ThrowingArgument{}), KilledBySignal(SIGABRT),
                 kByFormatter);
 }
 
@@ -73,7 +73,7 @@ TEST_F(LoggingDeathTest, AThrowingFormatterIsNotReachedWhenTheLevelIsOff) {
 TEST_F(LoggingDeathTest, AThrowingWriteIsNotReachedWhenTheLevelIsOff) {
     logger_.SetThreshold(5);
     logger_.SetFault(LoggerFault::LogImplThrows);
-    EXPECT_EQ(common::Failure(kSite, "x"), test::kUnspecified);
+    EXPECT_EQ(common::Failure(kSiteOfDeath, "x"), test::kUnspecified);
 }
 
 TEST_F(LoggingDeathTest, AThrowingLoggerEndsTheProcessOutOfAProxyMethod) {

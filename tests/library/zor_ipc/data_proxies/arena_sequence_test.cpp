@@ -126,9 +126,9 @@ TEST(ReservedRoom, IsTheCallersToFill) {
 }
 
 /// An arena that holds these bytes.
-class FilledArena {
+class ReadableArena {
 public:
-    explicit FilledArena(Bytes bytes) : bytes_(std::move(bytes)) {
+    explicit ReadableArena(Bytes bytes) : bytes_(std::move(bytes)) {
         vd_arena_init(&arena_, bytes_.data(), static_cast<std::uint32_t>(bytes_.size()));
         arena_.used = arena_.capacity;
     }
@@ -141,7 +141,7 @@ private:
 };
 
 TEST(ReadSequence, TakesItsElementsFromAnyOffset) {
-    const FilledArena arena({0xFF, 1, 2, 3, 4, 5, 6, 7, 8});
+    const ReadableArena arena({0xFF, 1, 2, 3, 4, 5, 6, 7, 8});
     EXPECT_THAT(arena.Reader().Sequence<std::uint32_t>({1, 8}, "numbers"),
                 ElementsAre(0x04030201U, 0x08070605U));
     EXPECT_THAT(arena.Reader().Sequence<std::uint16_t>({7, 2}, "numbers"), ElementsAre(0x0807));
@@ -150,7 +150,7 @@ TEST(ReadSequence, TakesItsElementsFromAnyOffset) {
 }
 
 TEST(ReadSequence, RefusesPartsOfElementsAndBytesThatAreNotThere) {
-    const FilledArena arena(Bytes(8));
+    const ReadableArena arena(Bytes(8));
     const ArenaReader reader = arena.Reader();
     EXPECT_EQ(TextOf<std::invalid_argument>([&] {
                   reader.Sequence<std::uint32_t>({0, 7}, "numbers");
@@ -167,18 +167,18 @@ TEST(ReadSequence, RefusesPartsOfElementsAndBytesThatAreNotThere) {
 }
 
 TEST(ReadTexts, FollowTheirStretches) {
-    const FilledArena arena({'a', 'b', 'c', 0,              //
-                             1,   0,   0,   0, 2, 0, 0, 0,  //
-                             0,   0,   0,   0, 0, 0, 0, 0,  //
-                             0,   0,   0,   0, 4, 0, 0, 0});
+    const ReadableArena arena({'a', 'b', 'c', 0,              //
+                               1,   0,   0,   0, 2, 0, 0, 0,  //
+                               0,   0,   0,   0, 0, 0, 0, 0,  //
+                               0,   0,   0,   0, 4, 0, 0, 0});
     EXPECT_THAT(arena.Reader().Texts({4, 24}, "texts"),
                 ElementsAre("bc", "", std::string("abc\0", 4)));
     EXPECT_THAT(arena.Reader().Texts({4, 0}, "texts"), IsEmpty());
 }
 
 TEST(ReadTexts, RefusesTextsThatAreNotThere) {
-    const FilledArena arena({0, 0, 0, 0, 17, 0, 0, 0,  //
-                             0xFF, 0xFF, 0xFF, 0xFF, 2, 0, 0, 0});
+    const ReadableArena arena({0, 0, 0, 0, 17, 0, 0, 0,  //
+                               0xFF, 0xFF, 0xFF, 0xFF, 2, 0, 0, 0});
     EXPECT_EQ(TextOf<std::out_of_range>([&] {
                   arena.Reader().Texts({0, 8}, "texts");
               }),

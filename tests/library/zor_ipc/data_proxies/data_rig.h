@@ -15,6 +15,7 @@
 
 #include "common/raw_zam_param.h"
 #include "product_data_holder_proxy.h"
+#include "support/result_codes.h"
 #include "zam_connector_testing/recording_logger.h"
 #include "zam_connector_testing/scripted_transport.h"
 #include "zam_data_provider_proxy.h"
@@ -29,11 +30,6 @@ inline constexpr std::uint16_t kProviderRiid = 0x0D04;
 inline constexpr std::uint16_t kHolderRiid = 0x0E05;
 inline constexpr std::int64_t kChannel = 0x0102'0304'0506'0708;
 inline const testing::Bytes kChannelBytes{8, 7, 6, 5, 4, 3, 2, 1};
-
-inline constexpr int kUnspecified = static_cast<int>(0x8000004BU);
-inline constexpr int kInvalidArgument = static_cast<int>(0x80000046U);
-inline constexpr int kInvalidResult = static_cast<int>(0x80000071U);
-inline constexpr int kServiceFailure = static_cast<int>(0x8000004CU);
 
 /// Transport statuses that must all be taken for the same failure.
 inline constexpr int kTransportStatuses[] = {1, -1, INT_MAX, INT_MIN, kUnspecified};

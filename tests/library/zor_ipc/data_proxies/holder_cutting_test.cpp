@@ -24,7 +24,7 @@ std::size_t Weight(const common::RawZamParam& record) {
 }
 
 /// A vector whose elements have these weights; the root's record comes before theirs.
-zuv::TValue TreeOf(const Sizes& weights) {
+zuv::TValue TreeOfWeights(const Sizes& weights) {
     zuv::Vector vector;
     for (std::size_t index = 0; index < weights.size(); ++index) {
         const std::size_t path = std::to_string(index).size() + 1;
@@ -83,7 +83,7 @@ TEST(Cutting, CountsRecords) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.records);
-        EXPECT_EQ(Send(TreeOf(Sizes(row.records - 1, 20))), row.pieces);
+        EXPECT_EQ(Send(TreeOfWeights(Sizes(row.records - 1, 20))), row.pieces);
     }
 }
 
@@ -91,7 +91,7 @@ TEST(Cutting, CountsRecords) {
 zuv::TValue TreeBehindAFullPiece(const Sizes& weights) {
     Sizes all(9, 20);
     all.insert(all.end(), weights.begin(), weights.end());
-    return TreeOf(all);
+    return TreeOfWeights(all);
 }
 
 TEST(Cutting, SumsWeights) {
@@ -120,9 +120,9 @@ TEST(Cutting, SumsWeights) {
 }
 
 TEST(Cutting, WeighsTheRootToo) {
-    EXPECT_EQ(Send(TreeOf({kMaxWeight - kRootWeight - 1})), Sizes{2});
-    EXPECT_EQ(Send(TreeOf({kMaxWeight - kRootWeight})), Sizes{2});
-    EXPECT_EQ(Send(TreeOf({kMaxWeight - kRootWeight + 1})), (Sizes{1, 1}));
+    EXPECT_EQ(Send(TreeOfWeights({kMaxWeight - kRootWeight - 1})), Sizes{2});
+    EXPECT_EQ(Send(TreeOfWeights({kMaxWeight - kRootWeight})), Sizes{2});
+    EXPECT_EQ(Send(TreeOfWeights({kMaxWeight - kRootWeight + 1})), (Sizes{1, 1}));
 }
 
 TEST(Cutting, MeetsBothBoundsAtOnce) {
@@ -130,9 +130,9 @@ TEST(Cutting, MeetsBothBoundsAtOnce) {
     Sizes weights(9, 75'109);
     weights.back() += 2;
     ASSERT_EQ(std::accumulate(weights.begin(), weights.end(), kRootWeight), kMaxWeight);
-    EXPECT_EQ(Send(TreeOf(weights)), Sizes{10});
+    EXPECT_EQ(Send(TreeOfWeights(weights)), Sizes{10});
     ++weights.back();
-    EXPECT_EQ(Send(TreeOf(weights)), (Sizes{9, 1}));
+    EXPECT_EQ(Send(TreeOfWeights(weights)), (Sizes{9, 1}));
 }
 
 TEST(Cutting, WeighsPathsInBytes) {
@@ -176,7 +176,7 @@ TEST(OverweightRecord, SendsEmptyPiecesUntilTheServiceRefusesOne) {
     EXPECT_EQ(SendOverweight(zuv::Blob(kMaxWeight - kHeader + 1, 1), 40), Sizes(41, 0));
     EXPECT_EQ(SendOverweight(zuv::Blob(3 * kMaxWeight, 1), 3), Sizes(4, 0));
     EXPECT_EQ(SendOverweight(std::string(kMaxWeight - kHeader, 's'), 3), Sizes(4, 0));
-    EXPECT_EQ(SendOverweight(TreeOf({20, kMaxWeight + 1, 20}), 4), (Sizes{2, 0, 0, 0, 0}));
+    EXPECT_EQ(SendOverweight(TreeOfWeights({20, kMaxWeight + 1, 20}), 4), (Sizes{2, 0, 0, 0, 0}));
     EXPECT_EQ(SendOverweight(zuv::Map{{std::string(kMaxWeight - kHeader, 'k'), 1}}, 2),
               (Sizes{1, 0, 0}));
 }

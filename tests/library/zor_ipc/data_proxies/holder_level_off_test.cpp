@@ -67,12 +67,12 @@ struct Method {
     std::vector<unsigned> steps;
 };
 
-const Method kSingles[] = {
+const Method kSingleCalls[] = {
     {"SetAppInfo", &SetInfo, {test::kSetAppInfo}},
     {"SetAppInfoDynamic", &SetDynamicInfo, {test::kSetAppInfoDynamic}},
 };
 
-const Method kTransfers[] = {
+const Method kUploads[] = {
     {"SetAppEulas",
      &SetEulas,
      {test::kOpenAppEulasChannel, test::kSendData, test::kCloseHolderChannel}},
@@ -85,7 +85,7 @@ const Method kTransfers[] = {
 };
 
 /// Has every step fail once.
-void ExpectFailingSteps(const Method& method, test::Fault fault, int code) {
+void ExpectFailingUploads(const Method& method, test::Fault fault, int code) {
     for (const unsigned step : method.steps) {
         SCOPED_TRACE(::testing::Message() << method.name << ", operation " << step);
         ExpectSameWithTheLevelOff<HolderRig>(
@@ -101,27 +101,27 @@ void ExpectServicesFailure(const Method& method) {
 }
 
 TEST(HolderWithTheLevelOff, FailsAllTheSameWithTheTransport) {
-    for (const Method& method : kSingles) {
-        ExpectFailingSteps(method, {.transport = 3}, test::kUnspecified);
+    for (const Method& method : kSingleCalls) {
+        ExpectFailingUploads(method, {.transport = 3}, test::kUnspecified);
     }
-    for (const Method& method : kTransfers) {
-        ExpectFailingSteps(method, {.transport = 3}, test::kUnspecified);
+    for (const Method& method : kUploads) {
+        ExpectFailingUploads(method, {.transport = 3}, test::kUnspecified);
     }
 }
 
 TEST(HolderWithTheLevelOff, FailsAllTheSameWithTheSession) {
-    for (const Method& method : kTransfers) {
+    for (const Method& method : kUploads) {
         for (const auto& row : test::kSessionFailures) {
-            ExpectFailingSteps(method, {.session = row.status}, row.code);
+            ExpectFailingUploads(method, {.session = row.status}, row.code);
         }
     }
 }
 
 TEST(HolderWithTheLevelOff, HandsOnTheServicesFailureAllTheSame) {
-    for (const Method& method : kSingles) {
+    for (const Method& method : kSingleCalls) {
         ExpectServicesFailure(method);
     }
-    for (const Method& method : kTransfers) {
+    for (const Method& method : kUploads) {
         ExpectServicesFailure(method);
     }
 }

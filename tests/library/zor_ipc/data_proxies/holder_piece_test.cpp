@@ -160,26 +160,26 @@ TEST(HolderChannels, AreClosedWithTheServicesCodeAndHash) {
 }
 
 /// What stands in a request arena when it is sent.
-struct ArenaState {
+struct RequestArenaState {
     std::uint32_t used = 0;
     bool isZeroBehind = false;
     const unsigned char* base = nullptr;
 };
 
-std::vector<ArenaState> g_arenas;
+std::vector<RequestArenaState> g_requestArenas;
 
 TEST(RequestArena, IsOneForAllPiecesAndEmptyAndZeroBeforeEach) {
-    g_arenas.clear();
+    g_requestArenas.clear();
     auto ops = qx_zam_connector_ProductDataHolder_operations;
     ops.SendData = [](const qx_zam_connector_ProductDataHolder_proxy* proxy,
                       qx_zam_connector_ProductDataHolder_SendData_req* request, vd_arena* arena,
                       qx_zam_connector_ProductDataHolder_SendData_rsp* response,
                       vd_arena* responseArena) {
         const unsigned char* const base = arena->base;
-        g_arenas.push_back({arena->used,
-                            std::all_of(base + arena->used, base + arena->capacity,
-                                        [](unsigned char byte) { return byte == 0; }),
-                            base});
+        g_requestArenas.push_back({arena->used,
+                                   std::all_of(base + arena->used, base + arena->capacity,
+                                               [](unsigned char byte) { return byte == 0; }),
+                                   base});
         EXPECT_EQ(request->params.records.offset, 0U);
         EXPECT_EQ(request->params.records.length, arena->used);
         return qx_zam_connector_ProductDataHolder_operations.SendData(proxy, request, arena,
@@ -194,13 +194,13 @@ TEST(RequestArena, IsOneForAllPiecesAndEmptyAndZeroBeforeEach) {
                                              zuv::Blob(300'000, 0xFF), 2);
     EXPECT_EQ(proxy.SetSettings({tree}, hash), 0);
     EXPECT_EQ(rig.PieceSizes(), (std::vector<std::size_t>{2, 1, 1, 2}));
-    ASSERT_EQ(g_arenas.size(), 4U);
-    for (const ArenaState& arena : g_arenas) {
+    ASSERT_EQ(g_requestArenas.size(), 4U);
+    for (const RequestArenaState& arena : g_requestArenas) {
         EXPECT_TRUE(arena.isZeroBehind);
-        EXPECT_EQ(arena.base, g_arenas.front().base);
+        EXPECT_EQ(arena.base, g_requestArenas.front().base);
     }
-    EXPECT_GT(g_arenas[0].used, 675'000U);
-    EXPECT_EQ(g_arenas[1].used, 14U);
+    EXPECT_GT(g_requestArenas[0].used, 675'000U);
+    EXPECT_EQ(g_requestArenas[1].used, 14U);
 }
 
 }  // namespace

@@ -35,7 +35,7 @@ AppUpdates SomeUpdates() {
 }
 
 /// 25 records: three pieces.
-zuv::TValue SomeTree() {
+zuv::TValue TwentyFourNumbers() {
     zuv::Vector numbers;
     for (int number = 0; number < 24; ++number) {
         numbers.emplace_back(number);
@@ -44,7 +44,7 @@ zuv::TValue SomeTree() {
 }
 
 /// One of the three transfers.
-struct Transfer {
+struct HolderUpload {
     const char* function;
     unsigned open;
     const char* openName;
@@ -52,10 +52,12 @@ struct Transfer {
     zuv::TValue (*tree)();
 };
 
-const Transfer kTransfers[] = {
+const HolderUpload kHolderUploads[] = {
     {"SetSettings", test::kOpenSetSettingsChannel, "OpenSetSettingsChannel",
-     [](HolderRig& rig, unsigned long& hash) { return rig.proxy.SetSettings({SomeTree()}, hash); },
-     &SomeTree},
+     [](HolderRig& rig, unsigned long& hash) {
+         return rig.proxy.SetSettings({TwentyFourNumbers()}, hash);
+     },
+     &TwentyFourNumbers},
     {"SetAppEulas", test::kOpenAppEulasChannel, "OpenAppEulasChannel",
      [](HolderRig& rig, unsigned long& hash) { return rig.proxy.SetAppEulas(SomeEulas(), hash); },
      [] { return zam_converter::ConvertEulas(SomeEulas(), 32'768).value(); }},
@@ -67,7 +69,7 @@ const Transfer kTransfers[] = {
 };
 
 TEST(HolderTransfer, OpensSendsAndClosesInThisOrder) {
-    for (const Transfer& transfer : kTransfers) {
+    for (const HolderUpload& transfer : kHolderUploads) {
         SCOPED_TRACE(transfer.function);
         HolderRig rig;
         unsigned long hash = 5;
@@ -108,7 +110,7 @@ TEST(HolderTransfer, CutsTheTextsOfAgreementsIntoPiecesOf32768Bytes) {
 }
 
 TEST(HolderTransfer, ReturnsTheServicesCodeAndStoresTheHashUnlessItIsAFailure) {
-    for (const Transfer& transfer : kTransfers) {
+    for (const HolderUpload& transfer : kHolderUploads) {
         for (const int code : test::kResultCodes) {
             SCOPED_TRACE(::testing::Message() << transfer.function << " " << code);
             HolderRig rig;
@@ -128,7 +130,7 @@ TEST(HolderTransfer, TakesStatusOneForSuccessInEveryCall) {
         rig.Fail(operation, {.session = 1});
     }
     unsigned long hash = 5;
-    EXPECT_EQ(rig.proxy.SetSettings({SomeTree()}, hash), 0);
+    EXPECT_EQ(rig.proxy.SetSettings({TwentyFourNumbers()}, hash), 0);
     EXPECT_EQ(hash, rig.hash);
     EXPECT_EQ(rig.PieceSizes(), (std::vector<std::size_t>{10, 10, 5}));
 }
@@ -161,8 +163,8 @@ TEST(HolderTransfer, SendsANoneInsideATree) {
 }
 
 /// Fails the call with this number of an operation; how many pieces were sent then.
-void ExpectFailure(const Transfer& transfer, unsigned operation, std::size_t number,
-                   test::Fault fault, int code, const std::string& line) {
+void ExpectUploadFailure(const HolderUpload& transfer, unsigned operation, std::size_t number,
+                         test::Fault fault, int code, const std::string& line) {
     SCOPED_TRACE(std::string(transfer.function) + ", call " + std::to_string(number) + ": " + line);
     HolderRig rig;
     rig.Fail(operation, fault, number);
@@ -180,40 +182,40 @@ void ExpectFailure(const Transfer& transfer, unsigned operation, std::size_t num
     }
 }
 
-void ExpectFailures(const Transfer& transfer, unsigned operation, std::size_t number,
-                    const char* name) {
+void ExpectUploadFailures(const HolderUpload& transfer, unsigned operation, std::size_t number,
+                          const char* name) {
     for (const auto& row : test::kSessionFailures) {
-        ExpectFailure(transfer, operation, number, {.session = row.status}, row.code,
-                      test::SessionLine(name, row.status));
+        ExpectUploadFailure(transfer, operation, number, {.session = row.status}, row.code,
+                            test::SessionLine(name, row.status));
     }
     for (const int status : test::kTransportStatuses) {
-        ExpectFailure(transfer, operation, number, {.transport = status}, test::kUnspecified,
-                      test::TransportLine(name, status));
+        ExpectUploadFailure(transfer, operation, number, {.transport = status}, test::kUnspecified,
+                            test::TransportLine(name, status));
     }
 }
 
 TEST(HolderTransferFailure, OfOpenEndsIt) {
-    for (const Transfer& transfer : kTransfers) {
-        ExpectFailures(transfer, transfer.open, 0, transfer.openName);
+    for (const HolderUpload& transfer : kHolderUploads) {
+        ExpectUploadFailures(transfer, transfer.open, 0, transfer.openName);
     }
 }
 
 TEST(HolderTransferFailure, OfTheFirstMiddleAndLastPieceClosesTheChannel) {
-    for (const Transfer& transfer : kTransfers) {
+    for (const HolderUpload& transfer : kHolderUploads) {
         HolderRig rig;
         unsigned long hash = 0;
         transfer.send(rig, hash);
         const std::size_t pieces = rig.PieceSizes().size();
         ASSERT_GE(pieces, 3U);
-        ExpectFailures(transfer, test::kSendData, 0, "SendData");
-        ExpectFailures(transfer, test::kSendData, 1, "SendData");
-        ExpectFailures(transfer, test::kSendData, pieces - 1, "SendData");
+        ExpectUploadFailures(transfer, test::kSendData, 0, "SendData");
+        ExpectUploadFailures(transfer, test::kSendData, 1, "SendData");
+        ExpectUploadFailures(transfer, test::kSendData, pieces - 1, "SendData");
     }
 }
 
 TEST(HolderTransferFailure, OfCloseLeavesTheHash) {
-    for (const Transfer& transfer : kTransfers) {
-        ExpectFailures(transfer, test::kCloseHolderChannel, 0, "CloseChannel");
+    for (const HolderUpload& transfer : kHolderUploads) {
+        ExpectUploadFailures(transfer, test::kCloseHolderChannel, 0, "CloseChannel");
     }
 }
 
@@ -222,7 +224,7 @@ TEST(HolderTransferFailure, OfCloseWinsOverThatOfAPiece) {
     rig.Fail(test::kSendData, {.session = -2}, 1);
     rig.Fail(test::kCloseHolderChannel, {.session = -1});
     unsigned long hash = 5;
-    EXPECT_EQ(rig.proxy.SetSettings({SomeTree()}, hash), test::kInvalidArgument);
+    EXPECT_EQ(rig.proxy.SetSettings({TwentyFourNumbers()}, hash), test::kInvalidArgument);
     EXPECT_EQ(hash, 5U);
     EXPECT_EQ(rig.TakeLines(),
               (Lines{test::SessionLine("SendData", -2), test::SessionLine("CloseChannel", -1)}));
@@ -233,7 +235,7 @@ TEST(HolderTransferFailure, OfTheServiceWinsOverThatOfAPiece) {
     rig.Fail(test::kSendData, {.session = -2}, 1);
     rig.result = test::kServiceFailure;
     unsigned long hash = 5;
-    EXPECT_EQ(rig.proxy.SetSettings({SomeTree()}, hash), test::kServiceFailure);
+    EXPECT_EQ(rig.proxy.SetSettings({TwentyFourNumbers()}, hash), test::kServiceFailure);
     EXPECT_EQ(hash, 5U);
 }
 
@@ -242,7 +244,7 @@ TEST(HolderTransferFailure, OfAPieceHidesTheServicesSuccess) {
     rig.Fail(test::kSendData, {.session = -2}, 2);
     rig.result = 1;
     unsigned long hash = 5;
-    EXPECT_EQ(rig.proxy.SetSettings({SomeTree()}, hash), test::kInvalidResult);
+    EXPECT_EQ(rig.proxy.SetSettings({TwentyFourNumbers()}, hash), test::kInvalidResult);
     EXPECT_EQ(hash, 5U);
 }
 

@@ -19,7 +19,7 @@ int Hash(ProviderRig& rig, bool& isWritten) {
     return code;
 }
 
-int Subscriptions(ProviderRig& rig, bool& isWritten) {
+int FetchSubscriptions(ProviderRig& rig, bool& isWritten) {
     std::pair<unsigned long, ZamSubscriptions> subscriptions{5, {}};
     subscriptions.second.events["old"] = {};
     const auto before = subscriptions;
@@ -84,7 +84,7 @@ struct Single {
     bool isWrittenBesideAFailure;
 };
 
-constexpr Single kSingles[] = {
+constexpr Single kSingleFetches[] = {
     {"GetPolicyHash", &Hash<&Provider::GetPolicyHash>, &AnswerOf<qx::HashResponse>, true},
     {"GetSettingsHash", &Hash<&Provider::GetSettingsHash>, &AnswerOf<qx::HashResponse>, true},
     {"GetSubscriptionHash", &Hash<&Provider::GetSubscriptionHash>, &AnswerOf<qx::HashResponse>,
@@ -93,7 +93,7 @@ constexpr Single kSingles[] = {
      true},
     {"GetZamUpdatesStatusHash", &Hash<&Provider::GetZamUpdatesStatusHash>,
      &AnswerOf<qx::HashResponse>, false},
-    {"GetSubscriptions", &Subscriptions,
+    {"GetSubscriptions", &FetchSubscriptions,
      &AnswerOf<qx_zam_connector_ZamDataProvider_GetSubscriptions_rsp>, true},
     {"GetZamServerData", &ServerData,
      &AnswerOf<qx_zam_connector_ZamDataProvider_GetZamServerData_rsp>, true},
@@ -109,14 +109,14 @@ void ExpectAnswered(const Failing& failing, const testing::ScriptedAnswer& answe
 }
 
 TEST(SingleCallsWithTheLevelOff, FailAllTheSameWithTheTransport) {
-    for (const Single& single : kSingles) {
+    for (const Single& single : kSingleFetches) {
         SCOPED_TRACE(single.name);
         ExpectAnswered({}, testing::FailWith(3), single.act);
     }
 }
 
 TEST(SingleCallsWithTheLevelOff, HandOnTheServicesFailureAllTheSame) {
-    for (const Single& single : kSingles) {
+    for (const Single& single : kSingleFetches) {
         SCOPED_TRACE(single.name);
         ExpectAnswered({.code = test::kServiceFailure,
                         .records = 0,
@@ -128,21 +128,21 @@ TEST(SingleCallsWithTheLevelOff, HandOnTheServicesFailureAllTheSame) {
 TEST(SingleCallsWithTheLevelOff, FailAllTheSameForAnswersThatCannotBeConverted) {
     qx_zam_connector_ZamDataProvider_GetSubscriptions_rsp subscriptions{};
     subscriptions.subscriptions.eventTypes = {1, 8};
-    ExpectAnswered({}, testing::AnswerWith(subscriptions), &Subscriptions);
+    ExpectAnswered({}, testing::AnswerWith(subscriptions), &FetchSubscriptions);
     qx_zam_connector_ZamDataProvider_GetZamServerData_rsp serverData{};
     serverData.serverData.deviceStatus = 3;
     ExpectAnswered({}, testing::AnswerWith(serverData), &ServerData);
 }
 
-/// A method that transfers something through a channel, with the steps of its transfer.
-struct Transfer {
+/// A method that fetches something through a channel, with its steps.
+struct Fetch {
     const char* name;
     ProviderAct act;
     std::vector<unsigned> steps;
     bool isWrittenBeforeTheClose;
 };
 
-const Transfer kTransfers[] = {
+const Fetch kFetches[] = {
     {"GetPolicy",
      &PolicyTree,
      {test::kOpenPolicyChannel, test::kGetData, test::kGetZamHash, test::kGetZamResult,
@@ -160,35 +160,35 @@ const Transfer kTransfers[] = {
 };
 
 /// Has every step fail once.
-void ExpectFailingSteps(const Transfer& transfer, test::Fault fault, int code,
-                        std::size_t pullRecords) {
-    for (const unsigned step : transfer.steps) {
-        SCOPED_TRACE(::testing::Message() << transfer.name << ", operation " << step);
+void ExpectFailingFetches(const Fetch& fetch, test::Fault fault, int code,
+                          std::size_t pullRecords) {
+    for (const unsigned step : fetch.steps) {
+        SCOPED_TRACE(::testing::Message() << fetch.name << ", operation " << step);
         const bool isPull = step == test::kGetUpdates;
-        const bool isClose = step == transfer.steps.back();
+        const bool isClose = step == fetch.steps.back();
         ExpectSameWithTheLevelOff<ProviderRig>(
             {.code = isPull ? test::kUnspecified : code,
              .records = isPull ? pullRecords : 1,
-             .isWritten = isClose && transfer.isWrittenBeforeTheClose},
+             .isWritten = isClose && fetch.isWrittenBeforeTheClose},
             [&](ProviderRig& rig) {
                 rig.Give(zuv::Map{{"a", 1}});
                 rig.updates[0] = {{MakeId(1)}};
                 rig.Fail(step, fault);
             },
-            transfer.act);
+            fetch.act);
     }
 }
 
 TEST(PullsWithTheLevelOff, FailAllTheSameWithTheTransport) {
-    for (const Transfer& transfer : kTransfers) {
-        ExpectFailingSteps(transfer, {.transport = 3}, test::kUnspecified, 2);
+    for (const Fetch& fetch : kFetches) {
+        ExpectFailingFetches(fetch, {.transport = 3}, test::kUnspecified, 2);
     }
 }
 
 TEST(PullsWithTheLevelOff, FailAllTheSameWithTheSession) {
-    for (const Transfer& transfer : kTransfers) {
+    for (const Fetch& fetch : kFetches) {
         for (const auto& row : test::kSessionFailures) {
-            ExpectFailingSteps(transfer, {.session = row.status}, row.code, 1);
+            ExpectFailingFetches(fetch, {.session = row.status}, row.code, 1);
         }
     }
 }

@@ -15,7 +15,7 @@ using Policy = std::pair<unsigned long, ZamPolicy>;
 using Settings = std::pair<unsigned long, ZamProductSettings>;
 
 /// Four records, so four pieces of one.
-zuv::TValue SomeTree() {
+zuv::TValue SmallTree() {
     return zuv::Map{{"a", 1}, {"b", "two"}, {"c", zuv::None()}};
 }
 
@@ -42,15 +42,15 @@ constexpr Step kSteps[] = {
     {test::kCloseChannel, 0, "CloseChannel", 8, true},
 };
 
-void ExpectFailure(const Step& step, test::Fault fault, int code, const std::string& line) {
+void ExpectStepFailure(const Step& step, test::Fault fault, int code, const std::string& line) {
     SCOPED_TRACE(line + " in call " + std::to_string(step.number));
     ProviderRig rig;
-    rig.Give(SomeTree(), 1);
+    rig.Give(SmallTree(), 1);
     rig.Fail(step.operation, fault, step.number);
     Policy policy = OldPolicy();
     EXPECT_EQ(rig.proxy.GetPolicy(policy), code);
     EXPECT_EQ(policy.first, step.isWritten ? rig.hash : 5);
-    EXPECT_EQ(policy.second.tree, step.isWritten ? SomeTree() : zuv::TValue("before"));
+    EXPECT_EQ(policy.second.tree, step.isWritten ? SmallTree() : zuv::TValue("before"));
     EXPECT_EQ(rig.TakeLines(), Lines{line});
     const auto operations = rig.Operations();
     EXPECT_EQ(operations.size(), step.calls);
@@ -65,8 +65,8 @@ void ExpectFailure(const Step& step, test::Fault fault, int code, const std::str
 TEST(TreeTransferFailure, OfTheSessionIsMappedAndLoggedAtEveryStep) {
     for (const Step& step : kSteps) {
         for (const auto& row : test::kSessionFailures) {
-            ExpectFailure(step, {.session = row.status}, row.code,
-                          test::SessionLine(step.name, row.status));
+            ExpectStepFailure(step, {.session = row.status}, row.code,
+                              test::SessionLine(step.name, row.status));
         }
     }
 }
@@ -74,16 +74,16 @@ TEST(TreeTransferFailure, OfTheSessionIsMappedAndLoggedAtEveryStep) {
 TEST(TreeTransferFailure, OfTheTransportIsLoggedAtEveryStep) {
     for (const Step& step : kSteps) {
         for (const int status : test::kTransportStatuses) {
-            ExpectFailure(step, {.transport = status}, test::kUnspecified,
-                          test::TransportLine(step.name, status));
+            ExpectStepFailure(step, {.transport = status}, test::kUnspecified,
+                              test::TransportLine(step.name, status));
         }
     }
 }
 
 TEST(TreeTransferFailure, OfTheTransportComesBeforeTheSessionStatus) {
     for (const Step& step : kSteps) {
-        ExpectFailure(step, {.session = -2, .transport = 4}, test::kUnspecified,
-                      test::TransportLine(step.name, 4));
+        ExpectStepFailure(step, {.session = -2, .transport = 4}, test::kUnspecified,
+                          test::TransportLine(step.name, 4));
     }
 }
 
@@ -100,7 +100,7 @@ TEST(TreeTransferFailure, NamesTheOperationThatOpensTheSettings) {
 
 TEST(TreeTransferFailure, OfTheSettingsClosesTheirChannel) {
     ProviderRig rig;
-    rig.Give(SomeTree());
+    rig.Give(SmallTree());
     rig.Fail(test::kGetZamHash, {.session = -1});
     Settings settings{5, {zuv::TValue("before")}};
     EXPECT_EQ(rig.proxy.GetProductSettings(settings), test::kInvalidArgument);
@@ -110,7 +110,7 @@ TEST(TreeTransferFailure, OfTheSettingsClosesTheirChannel) {
 
 TEST(TreeTransferFailure, OfTheCloseWinsOverThatOfTheTransfer) {
     ProviderRig rig;
-    rig.Give(SomeTree());
+    rig.Give(SmallTree());
     rig.Fail(test::kGetData, {.session = -2});
     rig.Fail(test::kCloseChannel, {.session = -4});
     Policy policy = OldPolicy();
@@ -122,12 +122,12 @@ TEST(TreeTransferFailure, OfTheCloseWinsOverThatOfTheTransfer) {
 
 TEST(TreeTransferFailure, OfTheCloseWinsOverTheServicesResult) {
     ProviderRig rig;
-    rig.Give(SomeTree());
+    rig.Give(SmallTree());
     rig.result = test::kServiceFailure;
     rig.Fail(test::kCloseChannel, {.session = -2});
     Policy policy = OldPolicy();
     EXPECT_EQ(rig.proxy.GetPolicy(policy), test::kInvalidResult);
-    EXPECT_EQ(policy.second.tree, SomeTree());
+    EXPECT_EQ(policy.second.tree, SmallTree());
     EXPECT_EQ(policy.first, rig.hash);
 }
 
@@ -157,7 +157,7 @@ TEST(DamagedPiece, EndsTheTransferWithTheTextOfItsConversion) {
         for (const std::size_t at : {0U, 1U, 3U}) {
             SCOPED_TRACE(::testing::Message() << row.text << " in piece " << at);
             ProviderRig rig;
-            rig.Give(SomeTree(), 1);
+            rig.Give(SmallTree(), 1);
             rig.pieces[at] = row.bytes;
             Policy policy = OldPolicy();
             EXPECT_EQ(rig.proxy.GetPolicy(policy), test::kInvalidArgument);

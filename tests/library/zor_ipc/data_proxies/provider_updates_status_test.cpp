@@ -145,7 +145,7 @@ TEST(UpdatesStatusFailure, OfCloseReturnsItsCodeAndLeavesTheOutput) {
     }
 }
 
-const char* TextOf(int code) {
+const char* CodeText(int code) {
     return code == test::kInvalidArgument ? "Invalid argument = 0x80000046. At (0)"
            : code == test::kInvalidResult ? "Invalid result = 0x80000071. At (0)"
                                           : "Unspecified error = 0x8000004B. At (0)";
@@ -170,7 +170,7 @@ TEST(UpdatesStatusFailure, OfASessionIsToldOnceByItsCodeInEveryKind) {
     for (std::size_t call = 0; call < 6; ++call) {
         for (const auto& row : test::kSessionFailures) {
             ExpectPullFailure({.session = row.status}, call,
-                              {FailureLine(row.code, TextOf(row.code))});
+                              {FailureLine(row.code, CodeText(row.code))});
         }
     }
 }
@@ -183,7 +183,7 @@ TEST(UpdatesStatusFailure, OfTheTransportIsToldByTheCallToo) {
                 {"4 ipc_transfer_call IpcTransferCall: Ipc call GetUpdatesStatus terminated with a "
                  "error " +
                      std::to_string(status),
-                 FailureLine(test::kUnspecified, TextOf(test::kUnspecified))});
+                 FailureLine(test::kUnspecified, CodeText(test::kUnspecified))});
         }
     }
 }
@@ -230,7 +230,7 @@ TEST(UpdatesStatusFailure, OfTheCloseAfterAFailedTransferIsLoggedAndChangesNothi
     Status status = OldStatus();
     EXPECT_EQ(rig.proxy.GetZamUpdatesStatus(status), test::kUnspecified);
     EXPECT_EQ(rig.TakeLines(),
-              (Lines{FailureLine(test::kInvalidResult, TextOf(test::kInvalidResult)),
+              (Lines{FailureLine(test::kInvalidResult, CodeText(test::kInvalidResult)),
                      test::SessionLine("CloseZamUpdatesStatusChannel", -1)}));
     EXPECT_EQ(rig.CallsOf(test::kCloseUpdates).size(), 1U);
 }

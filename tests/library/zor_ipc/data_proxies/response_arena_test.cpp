@@ -13,14 +13,14 @@ using test::ProviderRig;
 using Ops = qx_zam_connector_ZamDataProvider_ops;
 
 /// A response arena as a call brings it.
-struct ArenaState {
+struct ResponseArenaState {
     const vd_arena* arena;
     const unsigned char* base;
     std::uint32_t capacity;
     bool isEmptyAndZero;
 };
 
-std::vector<ArenaState> g_arenas;
+std::vector<ResponseArenaState> g_responseArenas;
 
 /// An operation of the provider that takes down its response arena.
 template <auto kOperation, typename Request, typename Response>
@@ -28,7 +28,7 @@ int Noting(const qx_zam_connector_ZamDataProvider_proxy* proxy, Request* request
            vd_arena* requestArena, Response* response, vd_arena* arena) {
     const bool isZero = std::all_of(arena->base, arena->base + arena->capacity,
                                     [](unsigned char byte) { return byte == 0; });
-    g_arenas.push_back({arena, arena->base, arena->capacity, arena->used == 0 && isZero});
+    g_responseArenas.push_back({arena, arena->base, arena->capacity, arena->used == 0 && isZero});
     const auto operation = qx_zam_connector_ZamDataProvider_operations.*kOperation;
     return operation(proxy, request, requestArena, response, arena);
 }
@@ -37,7 +37,7 @@ int Noting(const qx_zam_connector_ZamDataProvider_proxy* proxy, Request* request
 class ResponseArena : public ::testing::Test {
 protected:
     ResponseArena() {
-        g_arenas.clear();
+        g_responseArenas.clear();
         ops_.GetData = &Noting<&Ops::GetData>;
         ops_.GetUpdatesStatus = &Noting<&Ops::GetUpdatesStatus>;
     }
@@ -50,13 +50,13 @@ protected:
 
     /// Checks `count` arenas from `first`, which must be the same.
     static void ExpectOne(std::size_t first, std::size_t count, std::uint32_t capacity) {
-        ASSERT_LE(first + count, g_arenas.size());
+        ASSERT_LE(first + count, g_responseArenas.size());
         for (std::size_t index = first; index < first + count; ++index) {
             SCOPED_TRACE(index);
-            EXPECT_EQ(g_arenas[index].arena, g_arenas[first].arena);
-            EXPECT_EQ(g_arenas[index].base, g_arenas[first].base);
-            EXPECT_EQ(g_arenas[index].capacity, capacity);
-            EXPECT_TRUE(g_arenas[index].isEmptyAndZero);
+            EXPECT_EQ(g_responseArenas[index].arena, g_responseArenas[first].arena);
+            EXPECT_EQ(g_responseArenas[index].base, g_responseArenas[first].base);
+            EXPECT_EQ(g_responseArenas[index].capacity, capacity);
+            EXPECT_TRUE(g_responseArenas[index].isEmptyAndZero);
         }
     }
 
@@ -71,10 +71,10 @@ TEST_F(ResponseArena, IsOneForAllPiecesOfATreeAndEmptyAndZeroBeforeEach) {
     std::pair<unsigned long, ZamPolicy> policy;
     EXPECT_EQ(Proxy().GetPolicy(policy), 0);
     EXPECT_TRUE(policy.second.tree == tree);
-    ASSERT_EQ(g_arenas.size(), 2U);
+    ASSERT_EQ(g_responseArenas.size(), 2U);
     ExpectOne(0, 2, 676'000);
 
-    g_arenas.clear();
+    g_responseArenas.clear();
     rig_.pieces.clear();
     rig_.Give(tree, 1);
     std::pair<unsigned long, ZamProductSettings> settings;
@@ -82,7 +82,7 @@ TEST_F(ResponseArena, IsOneForAllPiecesOfATreeAndEmptyAndZeroBeforeEach) {
     rig_.pieces.insert(rig_.pieces.begin(), 2, "");
     EXPECT_EQ(Proxy().GetProductSettings(settings), 0);
     EXPECT_TRUE(settings.second.tree == tree);
-    ASSERT_EQ(g_arenas.size(), 4U);
+    ASSERT_EQ(g_responseArenas.size(), 4U);
     ExpectOne(0, 4, 676'000);
 }
 
@@ -93,9 +93,9 @@ TEST_F(ResponseArena, IsEmptyAndZeroInTheTransferBehindOneThatFailed) {
     std::pair<unsigned long, ZamPolicy> policy;
     EXPECT_EQ(Proxy().GetPolicy(policy), test::kInvalidResult);
     EXPECT_EQ(Proxy().GetPolicy(policy), test::kInvalidArgument);
-    ASSERT_EQ(g_arenas.size(), 2U);
-    EXPECT_TRUE(g_arenas[0].isEmptyAndZero);
-    EXPECT_TRUE(g_arenas[1].isEmptyAndZero);
+    ASSERT_EQ(g_responseArenas.size(), 2U);
+    EXPECT_TRUE(g_responseArenas[0].isEmptyAndZero);
+    EXPECT_TRUE(g_responseArenas[1].isEmptyAndZero);
 }
 
 TEST_F(ResponseArena, IsOneForAllPiecesOfAListOfIdentifiersAndEmptyAndZeroBeforeEach) {
@@ -106,7 +106,7 @@ TEST_F(ResponseArena, IsOneForAllPiecesOfAListOfIdentifiersAndEmptyAndZeroBefore
     EXPECT_EQ(Proxy().GetZamUpdatesStatus(status), 0);
     EXPECT_EQ(status.second.approved.size(), 12U);
     // Each list takes one call more than it has pieces.
-    ASSERT_EQ(g_arenas.size(), 9U);
+    ASSERT_EQ(g_responseArenas.size(), 9U);
     ExpectOne(0, 4, 160);
     ExpectOne(4, 3, 160);
     ExpectOne(7, 2, 160);

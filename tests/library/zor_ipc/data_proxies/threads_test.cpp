@@ -23,7 +23,7 @@ constexpr int kThreads = 2;
 constexpr int kRounds = 10;
 
 /// A tree that tells the thread it is for.
-zuv::TValue TreeOf(int thread) {
+zuv::TValue TreeOfThread(int thread) {
     zuv::Vector numbers;
     for (int number = 0; number < 30; ++number) {
         numbers.emplace_back(1000 * thread + number);
@@ -52,7 +52,7 @@ class ConcurrentProvider {
 public:
     ConcurrentProvider() {
         for (int thread = 0; thread < kThreads; ++thread) {
-            const test::List list = test::Flatten(TreeOf(thread));
+            const test::List list = test::Flatten(TreeOfThread(thread));
             for (auto first = list.begin(); first != list.end();) {
                 const auto last = first + std::min<std::ptrdiff_t>(5, list.end() - first);
                 pieces_[static_cast<std::size_t>(thread)].push_back(test::PieceOf({first, last}));
@@ -115,7 +115,7 @@ TEST(ConcurrentTransfers, OfOneProviderDoNotMix) {
             const zuv::TValue& tree = thread == 0 ? policy.second.tree : settings.second.tree;
             const unsigned long hash = thread == 0 ? policy.first : settings.first;
             const bool isOwn = hash % kThreads == static_cast<unsigned long>(thread);
-            wrong += code == 0 && tree == TreeOf(thread) && isOwn ? 0 : 1;
+            wrong += code == 0 && tree == TreeOfThread(thread) && isOwn ? 0 : 1;
         }
     });
     EXPECT_EQ(wrong, 0);
@@ -151,13 +151,13 @@ TEST(ConcurrentTransfers, OfOneHolderDoNotMix) {
     RunThreads([&](int thread) {
         for (int round = 0; round < kRounds; ++round) {
             unsigned long hash = 0;
-            rig.proxy.SetSettings({TreeOf(thread)}, hash);
+            rig.proxy.SetSettings({TreeOfThread(thread)}, hash);
             hashes[static_cast<std::size_t>(thread)].push_back(hash);
         }
     });
     for (int thread = 0; thread < kThreads; ++thread) {
         for (const unsigned long hash : hashes[static_cast<std::size_t>(thread)]) {
-            EXPECT_EQ(sent[static_cast<std::int64_t>(hash)], test::Flatten(TreeOf(thread)));
+            EXPECT_EQ(sent[static_cast<std::int64_t>(hash)], test::Flatten(TreeOfThread(thread)));
         }
     }
     EXPECT_THAT(rig.TakeLines(), IsEmpty());
@@ -286,7 +286,7 @@ TEST(ConcurrentTransfers, GoOnWhileAnotherCallOfTheProxyBlocks) {
     isBlocked.wait();
     Policy policy;
     EXPECT_EQ(rig.proxy.GetPolicy(policy), 0);
-    EXPECT_EQ(policy.second.tree, TreeOf(0));
+    EXPECT_EQ(policy.second.tree, TreeOfThread(0));
     release.count_down();
     blocked.join();
     EXPECT_EQ(blockedCode, 0);

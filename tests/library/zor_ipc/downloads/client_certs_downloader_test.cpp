@@ -11,10 +11,10 @@ using test::Lines;
 using test::SomeCertificates;
 using ::testing::IsEmpty;
 
-using Response = qx_zam_connector_ZamClientCertsDownloader_GetClientCertificates_rsp;
+using CertificatesResponse = qx_zam_connector_ZamClientCertsDownloader_GetClientCertificates_rsp;
 using Certificates = std::vector<ClientCertInfo>;
 
-const ClientCertParams kParams{"CN=s", "CN=i", qor::types::Timestamp(0x0102'0304'0506'0708)};
+const ClientCertParams kCertParams{"CN=s", "CN=i", qor::types::Timestamp(0x0102'0304'0506'0708)};
 
 Certificates OldCertificates() {
     Certificates certificates(3);
@@ -26,7 +26,7 @@ TEST(GetClientCertificates, SendsTheParametersAndOffersAnEmptyZeroArena) {
     CertsRig rig;
     rig.transport.Enqueue(test::CertsAnswer(SomeCertificates()));
     Certificates certificates;
-    EXPECT_EQ(rig.proxy.GetClientCertificates(kParams, certificates), 0);
+    EXPECT_EQ(rig.proxy.GetClientCertificates(kCertParams, certificates), 0);
     EXPECT_EQ(certificates, SomeCertificates());
     const auto call = rig.OnlyCall();
     EXPECT_EQ(call.requestHeader.riid, test::kCertsRiid);
@@ -48,7 +48,7 @@ TEST(GetClientCertificates, ReplacesTheListWhateverTheCodeIs) {
         CertsRig rig;
         rig.transport.Enqueue(test::CertsAnswer(SomeCertificates(), code));
         Certificates certificates = OldCertificates();
-        EXPECT_EQ(rig.proxy.GetClientCertificates(kParams, certificates), code);
+        EXPECT_EQ(rig.proxy.GetClientCertificates(kCertParams, certificates), code);
         EXPECT_EQ(certificates, SomeCertificates());
         EXPECT_THAT(rig.TakeLines(), IsEmpty());
     }
@@ -68,7 +68,7 @@ TEST(GetClientCertificates, TakesAnAnswerThatFillsTheArena) {
     full[0].certificate = std::string(338'280 - 56, 'c');
     rig.transport.Enqueue(test::CertsAnswer(full));
     Certificates certificates;
-    EXPECT_EQ(rig.proxy.GetClientCertificates(kParams, certificates), 0);
+    EXPECT_EQ(rig.proxy.GetClientCertificates(kCertParams, certificates), 0);
     EXPECT_EQ(certificates, full);
 }
 
@@ -77,7 +77,7 @@ TEST(GetClientCertificates, LeavesTheListWhenTheTransportFails) {
         CertsRig rig;
         rig.transport.Enqueue(test::CertsAnswer(SomeCertificates(), 0, status));
         Certificates certificates = OldCertificates();
-        EXPECT_EQ(rig.proxy.GetClientCertificates(kParams, certificates), test::kUnspecified);
+        EXPECT_EQ(rig.proxy.GetClientCertificates(kCertParams, certificates), test::kUnspecified);
         EXPECT_EQ(certificates, OldCertificates());
         EXPECT_EQ(rig.TakeLines(),
                   Lines{CertsLine("ZamClientCertsDownloader: ipc call GetClientCertificates "
@@ -107,14 +107,14 @@ TEST(GetClientCertificates, TakesParametersThatFitAndSendsNoLongerOnes) {
 
 TEST(GetClientCertificates, LeavesTheListWhenTheAnswerCannotBeConverted) {
     CertsRig rig;
-    Response response{};
+    CertificatesResponse response{};
     response.certificates.certificates = {0, 55};
     rig.transport.Enqueue(testing::AnswerWith(response, std::string(56, '\0')));
     response.certificates.certificates = {4, 56};
     rig.transport.Enqueue(testing::AnswerWith(response, std::string(56, '\0')));
     Certificates certificates = OldCertificates();
-    EXPECT_EQ(rig.proxy.GetClientCertificates(kParams, certificates), test::kUnspecified);
-    EXPECT_EQ(rig.proxy.GetClientCertificates(kParams, certificates), test::kUnspecified);
+    EXPECT_EQ(rig.proxy.GetClientCertificates(kCertParams, certificates), test::kUnspecified);
+    EXPECT_EQ(rig.proxy.GetClientCertificates(kCertParams, certificates), test::kUnspecified);
     EXPECT_EQ(certificates, OldCertificates());
     // -2147483578 is 0x80000046, an invalid argument; -2147483554 is 0x8000005E.
     EXPECT_EQ(rig.TakeLines(),
@@ -133,9 +133,9 @@ TEST(GetClientCertificates, CatchesWhateverTheCallThrows) {
     auto record = test::CertsRecord(rig.transport.Get());
     record.ops = &ops;
     Certificates certificates = OldCertificates();
-    EXPECT_EQ(
-        proxy::ZamClientCertsDownloaderProxy(record).GetClientCertificates(kParams, certificates),
-        test::kUnspecified);
+    EXPECT_EQ(proxy::ZamClientCertsDownloaderProxy(record).GetClientCertificates(kCertParams,
+                                                                                 certificates),
+              test::kUnspecified);
     EXPECT_EQ(certificates, OldCertificates());
     EXPECT_EQ(rig.TakeLines(), Lines{CertsLine("ZamClientCertsDownloader::GetClientCertificates: "
                                                "-2147483573:std::exception: boom {}")});

@@ -10,10 +10,10 @@ using test::FileRig;
 using test::Lines;
 using ::testing::IsEmpty;
 
-using Response = qx_zam_connector_ZamFileDownloader_GetFileChunk_rsp;
+using ChunkResponse = qx_zam_connector_ZamFileDownloader_GetFileChunk_rsp;
 
-constexpr char kFunction[] = "GetFileChunk";
-const FileChunkParams kParams{"a/b", 0x0102'0304'0506'0708, 0xF1F2'F3F4};
+constexpr char kGetFileChunk[] = "GetFileChunk";
+const FileChunkParams kChunkParams{"a/b", 0x0102'0304'0506'0708, 0xF1F2'F3F4};
 
 FileChunk OldChunk() {
     FileChunk chunk;
@@ -26,7 +26,7 @@ TEST(GetFileChunk, SendsTheStretchAndOffersAnEmptyZeroArena) {
     FileRig rig;
     rig.transport.Enqueue(test::ChunkAnswer(test::SomeChunk()));
     FileChunk chunk;
-    EXPECT_EQ(rig.proxy.GetFileChunk(kParams, chunk), 0);
+    EXPECT_EQ(rig.proxy.GetFileChunk(kChunkParams, chunk), 0);
     EXPECT_EQ(chunk, test::SomeChunk());
     const auto call = rig.OnlyCall();
     EXPECT_EQ(call.requestHeader.riid, test::kFileRiid);
@@ -48,7 +48,7 @@ TEST(GetFileChunk, StoresTheChunkWhateverTheCodeIs) {
         FileRig rig;
         rig.transport.Enqueue(test::ChunkAnswer(test::SomeChunk(), code));
         FileChunk chunk = OldChunk();
-        EXPECT_EQ(rig.proxy.GetFileChunk(kParams, chunk), code);
+        EXPECT_EQ(rig.proxy.GetFileChunk(kChunkParams, chunk), code);
         EXPECT_EQ(chunk, test::SomeChunk());
         EXPECT_THAT(rig.TakeLines(), IsEmpty());
     }
@@ -68,7 +68,7 @@ TEST(GetFileChunk, ReadsTheseBytes) {
     answer.arena = {'1', '2', '3', '4', '5', '6', '7', '8', '9', 'v', '1'};
     rig.transport.Enqueue(answer);
     FileChunk chunk;
-    EXPECT_EQ(rig.proxy.GetFileChunk(kParams, chunk), test::kServiceFailure);
+    EXPECT_EQ(rig.proxy.GetFileChunk(kChunkParams, chunk), test::kServiceFailure);
     EXPECT_EQ(chunk, test::SomeChunk());
 }
 
@@ -79,7 +79,7 @@ TEST(GetFileChunk, HasRoomForTheLargestChunkWithItsVersion) {
     largest.data = std::vector<std::byte>(kMaxFileChunkBytes, std::byte{0xD5});
     rig.transport.Enqueue(test::ChunkAnswer(largest));
     FileChunk chunk;
-    EXPECT_EQ(rig.proxy.GetFileChunk(kParams, chunk), 0);
+    EXPECT_EQ(rig.proxy.GetFileChunk(kChunkParams, chunk), 0);
     EXPECT_EQ(chunk, largest);
 }
 
@@ -89,7 +89,7 @@ TEST(GetFileChunk, TakesAWholeArenaOfData) {
     whole.data = std::vector<std::byte>(66560, std::byte{1});
     rig.transport.Enqueue(test::ChunkAnswer(whole));
     FileChunk chunk = OldChunk();
-    EXPECT_EQ(rig.proxy.GetFileChunk(kParams, chunk), 0);
+    EXPECT_EQ(rig.proxy.GetFileChunk(kChunkParams, chunk), 0);
     EXPECT_EQ(chunk, whole);
 }
 
@@ -98,11 +98,11 @@ TEST(GetFileChunk, LeavesTheChunkWhenTheTransportFails) {
         FileRig rig;
         rig.transport.Enqueue(test::ChunkAnswer(test::SomeChunk(), 0, status));
         FileChunk chunk = OldChunk();
-        EXPECT_EQ(rig.proxy.GetFileChunk(kParams, chunk), test::kUnspecified);
+        EXPECT_EQ(rig.proxy.GetFileChunk(kChunkParams, chunk), test::kUnspecified);
         EXPECT_EQ(chunk, OldChunk());
         EXPECT_EQ(
             rig.TakeLines(),
-            Lines{FileLine(kFunction,
+            Lines{FileLine(kGetFileChunk,
                            "ZamFileDownloader: ipc call GetFileChunk terminated with a error " +
                                std::to_string(status))});
     }
@@ -115,21 +115,21 @@ TEST(GetFileChunk, SendsNoPathThatDoesNotFit) {
     EXPECT_EQ(chunk, OldChunk());
     EXPECT_THAT(rig.transport.Calls(), IsEmpty());
     EXPECT_EQ(rig.TakeLines(),
-              Lines{FileLine(kFunction,
+              Lines{FileLine(kGetFileChunk,
                              "ZamFileDownloader::GetFileChunk: -2147483556:path: 1025 bytes do not "
                              "fit, 1024 of the arena's 1024 bytes are free")});
 }
 
 TEST(GetFileChunk, LeavesTheChunkWhenTheAnswerCannotBeConverted) {
     FileRig rig;
-    Response response{};
+    ChunkResponse response{};
     response.chunk.data = {0xFFFFFFFF, 2};
     rig.transport.Enqueue(testing::AnswerWith(response, "123"));
     FileChunk chunk = OldChunk();
-    EXPECT_EQ(rig.proxy.GetFileChunk(kParams, chunk), test::kUnspecified);
+    EXPECT_EQ(rig.proxy.GetFileChunk(kChunkParams, chunk), test::kUnspecified);
     EXPECT_EQ(chunk, OldChunk());
     EXPECT_EQ(rig.TakeLines(),
-              Lines{FileLine(kFunction,
+              Lines{FileLine(kGetFileChunk,
                              "ZamFileDownloader::GetFileChunk: -2147483554:data: offset 4294967295 "
                              "and length 2 exceed the 3 bytes in use of the arena")});
 }
@@ -141,10 +141,10 @@ TEST(GetFileChunk, CatchesWhateverTheCallThrows) {
     auto record = test::FileRecord(rig.transport.Get());
     record.ops = &ops;
     FileChunk chunk = OldChunk();
-    EXPECT_EQ(proxy::ZamFileDownloaderProxy(record).GetFileChunk(kParams, chunk),
+    EXPECT_EQ(proxy::ZamFileDownloaderProxy(record).GetFileChunk(kChunkParams, chunk),
               test::kUnspecified);
     EXPECT_EQ(chunk, OldChunk());
-    EXPECT_EQ(rig.TakeLines(), Lines{FileLine(kFunction,
+    EXPECT_EQ(rig.TakeLines(), Lines{FileLine(kGetFileChunk,
                                               "ZamFileDownloader::GetFileChunk: "
                                               "-2147483573:std::exception: boom {}")});
 }

@@ -10,9 +10,9 @@ using test::FileRig;
 using test::Lines;
 using ::testing::IsEmpty;
 
-using Response = qx_zam_connector_ZamFileDownloader_GetFileInfo_rsp;
+using InfoResponse = qx_zam_connector_ZamFileDownloader_GetFileInfo_rsp;
 
-constexpr char kFunction[] = "GetFileInfo";
+constexpr char kGetFileInfo[] = "GetFileInfo";
 
 FileInfo OldInfo() {
     FileInfo info;
@@ -55,7 +55,7 @@ TEST(GetFileInfo, StoresTheDescriptionWhateverTheCodeIs) {
 
 TEST(GetFileInfo, StoresNothingOfAnEmptyAnswer) {
     FileRig rig;
-    Response response{};
+    InfoResponse response{};
     response.resultCode = test::kServiceFailure;
     rig.transport.Enqueue(testing::AnswerWith(response));
     FileInfo info = OldInfo();
@@ -72,7 +72,7 @@ TEST(GetFileInfo, LeavesTheDescriptionWhenTheTransportFails) {
         EXPECT_EQ(info, OldInfo());
         EXPECT_EQ(
             rig.TakeLines(),
-            Lines{FileLine(kFunction,
+            Lines{FileLine(kGetFileInfo,
                            "ZamFileDownloader: ipc call GetFileInfo terminated with a error " +
                                std::to_string(status))});
     }
@@ -91,14 +91,14 @@ TEST(GetFileInfo, TakesThePathThatFitsAndSendsNoLongerOne) {
     EXPECT_EQ(rig.transport.Calls().size(), 1U);
     // -2147483556 is 0x8000005C, the code of a wrong size.
     EXPECT_EQ(rig.TakeLines(),
-              Lines{FileLine(kFunction,
+              Lines{FileLine(kGetFileInfo,
                              "ZamFileDownloader::GetFileInfo: -2147483556:path: 1025 bytes do not "
                              "fit, 1024 of the arena's 1024 bytes are free")});
 }
 
 TEST(GetFileInfo, LeavesTheDescriptionWhenTheAnswerCannotBeConverted) {
     FileRig rig;
-    Response response{};
+    InfoResponse response{};
     response.info.sha256 = {1, 3};
     response.info.sizeBytes = 7;
     rig.transport.Enqueue(testing::AnswerWith(response, "123"));
@@ -107,7 +107,7 @@ TEST(GetFileInfo, LeavesTheDescriptionWhenTheAnswerCannotBeConverted) {
     EXPECT_EQ(info, OldInfo());
     // -2147483554 is 0x8000005E, the code of an index out of range.
     EXPECT_EQ(rig.TakeLines(),
-              Lines{FileLine(kFunction,
+              Lines{FileLine(kGetFileInfo,
                              "ZamFileDownloader::GetFileInfo: -2147483554:sha256: offset 1 and "
                              "length 3 exceed the 3 bytes in use of the arena")});
 }
@@ -121,7 +121,7 @@ TEST(GetFileInfo, CatchesWhateverTheCallThrows) {
     FileInfo info = OldInfo();
     EXPECT_EQ(proxy::ZamFileDownloaderProxy(record).GetFileInfo({"a"}, info), test::kUnspecified);
     EXPECT_EQ(info, OldInfo());
-    EXPECT_EQ(rig.TakeLines(), Lines{FileLine(kFunction,
+    EXPECT_EQ(rig.TakeLines(), Lines{FileLine(kGetFileInfo,
                                               "ZamFileDownloader::GetFileInfo: "
                                               "-2147483573:std::exception: boom {}")});
 }

@@ -14,7 +14,7 @@ using zuv::TValue;
 using Result = std::pair<int, std::string>;
 using List = std::vector<RawZamParam>;
 
-const Result kDone{0, ""};
+const Result kFlattened{0, ""};
 
 int Code(unsigned bits) {
     return static_cast<int>(bits);
@@ -22,21 +22,21 @@ int Code(unsigned bits) {
 
 TEST(Serialize, MakesOneRecordOfALoneScalar) {
     List list;
-    EXPECT_EQ(Serialize<zuv::Path>(zuv::Root, 5, list), kDone);
+    EXPECT_EQ(Serialize<zuv::Path>(zuv::Root, 5, list), kFlattened);
     EXPECT_EQ(list, (List{{Block(6, 5), ""}}));
 }
 
 TEST(Serialize, PutsParentsBeforeChildren) {
     List list;
     const TValue tree = zuv::Map{{"b", 5}, {"a", zuv::Vector{}}};
-    EXPECT_EQ(Serialize(zuv::Root, tree, list), kDone);
+    EXPECT_EQ(Serialize(zuv::Root, tree, list), kFlattened);
     EXPECT_EQ(list, (List{{Block(2, 0), ""}, {Block(1, 0), "a/"}, {Block(6, 5), "b/"}}));
 }
 
 TEST(Serialize, WritesPositionsAsLevels) {
     List list;
     const TValue tree = zuv::Map{{"list", zuv::MakeVector(1, zuv::Map{{"x", true}}, "ab")}};
-    EXPECT_EQ(Serialize(zuv::Root, tree, list), kDone);
+    EXPECT_EQ(Serialize(zuv::Root, tree, list), kFlattened);
     EXPECT_EQ(list, (List{{Block(2, 0), ""},
                           {Block(1, 3), "list/"},
                           {Block(6, 1), "list/0/"},
@@ -47,17 +47,17 @@ TEST(Serialize, WritesPositionsAsLevels) {
 
 TEST(Serialize, WritesTheRootInFrontOfEveryPath) {
     List list;
-    EXPECT_EQ(Serialize<zuv::Path>({"root", 7UL}, zuv::MakeVector(1), list), kDone);
+    EXPECT_EQ(Serialize<zuv::Path>({"root", 7UL}, zuv::MakeVector(1), list), kFlattened);
     EXPECT_EQ(list, (List{{Block(1, 1), "root/7/"}, {Block(6, 1), "root/7/0/"}}));
 }
 
 TEST(Serialize, AppendsToWhatIsThere) {
     List list{{Block(0, 0), "before/"}};
-    EXPECT_EQ(Serialize<zuv::Path>(zuv::Root, true, list), kDone);
+    EXPECT_EQ(Serialize<zuv::Path>(zuv::Root, true, list), kFlattened);
     EXPECT_EQ(list, (List{{Block(0, 0), "before/"}, {Block(3, 1), ""}}));
 }
 
-struct Bad {
+struct WrongTree {
     zuv::Path root;
     TValue tree;
     unsigned code;
@@ -67,7 +67,7 @@ struct Bad {
 TEST(Serialize, FailsAtTheFirstBadNodeAndLeavesTheListAsItWas) {
     const std::string path = "[RawZamParams] Path to str fail: state = ";
     const std::string state = "[RawZamParams] Invalid value state";
-    const std::vector<Bad> table{
+    const std::vector<WrongTree> table{
         {{}, zam_test::ValuelessValue(), 0x8000006aU, state},
         {{}, zuv::Map{{"a", zam_test::ValuelessValue()}}, 0x8000006aU, state},
         {{}, zuv::MakeVector(1, 2, zam_test::ValuelessValue()), 0x8000006aU, state},
@@ -84,7 +84,7 @@ TEST(Serialize, FailsAtTheFirstBadNodeAndLeavesTheListAsItWas) {
         {{}, zuv::Map{{"%", 1}, {"a", zam_test::ValuelessValue()}}, 0x80000046U, path + "7"},
         {{}, zuv::Map{{"a", zam_test::ValuelessValue()}, {"b%", 1}}, 0x8000006aU, state},
     };
-    for (const Bad& row : table) {
+    for (const WrongTree& row : table) {
         List list{{Block(0, 0), "before/"}};
         EXPECT_EQ(Serialize(row.root, row.tree, list), (Result{Code(row.code), row.text}));
         EXPECT_EQ(list, (List{{Block(0, 0), "before/"}}));

@@ -44,18 +44,18 @@ Bytes Encode(const List& list) {
     return arena.Used();
 }
 
-List Decode(const Bytes& bytes) {
+List DecodePiece(const Bytes& bytes) {
     Arena arena(bytes);
     return CastFromVd(arena.All(), arena.Get());
 }
 
-struct Row {
+struct PieceRow {
     List list;
     Bytes bytes;
 };
 
-const std::vector<Row>& Table() {
-    static const std::vector<Row> table{
+const std::vector<PieceRow>& PieceTable() {
+    static const std::vector<PieceRow> table{
         {{}, {}},
         {{{Block(6, 5), "b/"}}, {0x01, 0x06, 0x08, 0x02, 0x05, 0, 0, 0, 0, 0, 0, 0, 0x62, 0x2F}},
         {{{Block(2, 0), ""}, {Block(10, 3, std::string("ab\0", 3)), "a/"}},
@@ -74,16 +74,16 @@ const std::vector<Row>& Table() {
 }
 
 TEST(Piece, HasTheseBytes) {
-    for (const Row& row : Table()) {
+    for (const PieceRow& row : PieceTable()) {
         EXPECT_EQ(Encode(row.list), row.bytes);
-        EXPECT_EQ(Decode(row.bytes), row.list);
+        EXPECT_EQ(DecodePiece(row.bytes), row.list);
     }
 }
 
 TEST(Piece, WritesLengthsInSevenBitGroups) {
     const auto head = [](std::size_t value, std::size_t path) {
         const Bytes bytes = Encode({{Bytes(value, 0xFF), std::string(path, 'p')}});
-        EXPECT_EQ(Decode(bytes), (List{{Bytes(value, 0xFF), std::string(path, 'p')}}));
+        EXPECT_EQ(DecodePiece(bytes), (List{{Bytes(value, 0xFF), std::string(path, 'p')}}));
         return Bytes(bytes.begin(), bytes.begin() + static_cast<long>(bytes.size() - value - path));
     };
     EXPECT_EQ(head(127, 0), (Bytes{0x01, 0x10, 0x7F, 0x00}));
@@ -111,12 +111,12 @@ TEST(Piece, OfTheLargestWeightFitsItsArena) {
     ASSERT_EQ(weight, 675'999U);
     const Bytes bytes = Encode(list);
     EXPECT_EQ(bytes.size(), 675'990U);
-    EXPECT_EQ(Decode(bytes), list);
+    EXPECT_EQ(DecodePiece(bytes), list);
 }
 
 TEST(Piece, OfOneRecordOfTheLargestWeightFits) {
     const List list{{Block(11, 675'983, std::string(675'983, 'x')), ""}};
-    EXPECT_EQ(Decode(Encode(list)), list);
+    EXPECT_EQ(DecodePiece(Encode(list)), list);
 }
 
 TEST(Piece, ThatDoesNotFitThrowsAndLeavesTheArenaAsItWas) {
@@ -173,14 +173,14 @@ TEST(Piece, IsAppendedToWhatIsThere) {
     EXPECT_EQ(records, (List{{Block(0, 0), "a/"}, {Block(6, 5), "b/"}}));
 }
 
-struct Bad {
+struct WrongPiece {
     Bytes bytes;
     std::string text;
 };
 
 TEST(Piece, RefusesWhatItDoesNotWrite) {
     const std::string before = "piece of raw parameters, before byte ";
-    const std::vector<Bad> table{
+    const std::vector<WrongPiece> table{
         {{0x00}, before + "1 of 1: version 0, only 1 is known"},
         {{0x02, 0x10, 0, 0}, before + "1 of 4: version 2, only 1 is known"},
         {{0x01}, before + "1 of 1: no record"},
@@ -202,7 +202,7 @@ TEST(Piece, RefusesWhatItDoesNotWrite) {
          before + "12 of 12: a value in full that has a shorter form"},
         {{0x01, 0x10, 0, 0, 0x11}, before + "5 of 5: tag 17, at most 16 is known"},
     };
-    for (const Bad& row : table) {
+    for (const WrongPiece& row : table) {
         Arena arena(row.bytes);
         List records{{Block(0, 0), "a/"}};
         try {

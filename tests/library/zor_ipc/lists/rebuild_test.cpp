@@ -14,7 +14,7 @@ using zuv::TValue;
 using Result = std::pair<int, std::string>;
 using List = std::vector<RawZamParam>;
 
-const Result kDone{0, ""};
+const Result kRebuilt{0, ""};
 
 RawZamParam Map(const std::string& path) {
     return {Block(2, 0), path};
@@ -32,7 +32,7 @@ RawZamParam Int(const std::string& path, unsigned number) {
 TValue Rebuild(const List& list, const zuv::Path& expectedRoot = {}) {
     zuv::Path root{"as it was"};
     TValue tree = "as it was";
-    EXPECT_EQ(Deserialize(list, root, tree), kDone);
+    EXPECT_EQ(Deserialize(list, root, tree), kRebuilt);
     EXPECT_EQ(root, expectedRoot);
     return tree;
 }
@@ -127,7 +127,7 @@ TEST(Deserialize, ReservesForAVectorAllThatTheListHolds) {
     EXPECT_EQ(tree.Get<zuv::Vector>().capacity(), 70'000U);
 }
 
-struct Bad {
+struct WrongList {
     List list;
     unsigned code;
     std::string text;
@@ -150,7 +150,7 @@ const std::string kWrongItem = "zuv: Path or id does not correspond to contained
 const std::string kExists = "zuv: Item with given id already exists";
 const std::string kCut = "[RawZamParams] Insufficient raw data size: fact/plan = 0/16";
 
-class BadList : public ::testing::TestWithParam<Bad> {};
+class BadList : public ::testing::TestWithParam<WrongList> {};
 
 TEST_P(BadList, IsRefusedWithItsCodeAndText) {
     zuv::Path root{"as it was"};
@@ -164,84 +164,88 @@ TEST_P(BadList, IsRefusedWithItsCodeAndText) {
 INSTANTIATE_TEST_SUITE_P(
     Table, BadList,
     ::testing::Values(
-        Bad{{}, 0x80000101U, "[RawZamParams] empty raw setting"},
+        WrongList{{}, 0x80000101U, "[RawZamParams] empty raw setting"},
         // The first record.
-        Bad{{{{}, ""}}, 0x8000005cU, kCut},
-        Bad{{{Block(16, 0), ""}}, 0x8000005eU, "[RawZamParams] Invalid value index: 16"},
-        Bad{{Map("/")}, 0x80000046U, StrToPath("/", 5)}, Bad{{{{}, "/"}}, 0x8000005cU, kCut},
+        WrongList{{{{}, ""}}, 0x8000005cU, kCut},
+        WrongList{{{Block(16, 0), ""}}, 0x8000005eU, "[RawZamParams] Invalid value index: 16"},
+        WrongList{{Map("/")}, 0x80000046U, StrToPath("/", 5)},
+        WrongList{{{{}, "/"}}, 0x8000005cU, kCut},
         // Values and paths of further records.
-        Bad{{Map(""), {{}, "a/"}}, 0x8000005cU, kCut},
-        Bad{{Map(""), {Block(11, 5, "abc"), "a/"}},
-            0x8000005cU,
-            "[RawZamParams] Insufficient raw data size: fact/plan = 19/21"},
-        Bad{{Map(""), Int("/a", 1)}, 0x80000046U, StrToPath("/a", 5)},
-        Bad{{Map(""), Int("a//b", 1)}, 0x80000046U, StrToPath("a//b", 5)},
-        Bad{{Map(""), Map("a/"), Int("a//", 1)}, 0x80000046U, StrToPath("a//", 5)},
-        Bad{{Map(""), Int("0abc/", 1)}, 0x80000046U, StrToPath("0abc/", 7)},
-        Bad{{Map(""), Map("a/"), Int("a/b%c", 1)}, 0x80000046U, StrToPath("a/b%c", 7)},
-        Bad{{Vector(""), Int("18446744073709551616", 1)},
-            0x80000046U,
-            StrToPath("18446744073709551616", 3)},
+        WrongList{{Map(""), {{}, "a/"}}, 0x8000005cU, kCut},
+        WrongList{{Map(""), {Block(11, 5, "abc"), "a/"}},
+                  0x8000005cU,
+                  "[RawZamParams] Insufficient raw data size: fact/plan = 19/21"},
+        WrongList{{Map(""), Int("/a", 1)}, 0x80000046U, StrToPath("/a", 5)},
+        WrongList{{Map(""), Int("a//b", 1)}, 0x80000046U, StrToPath("a//b", 5)},
+        WrongList{{Map(""), Map("a/"), Int("a//", 1)}, 0x80000046U, StrToPath("a//", 5)},
+        WrongList{{Map(""), Int("0abc/", 1)}, 0x80000046U, StrToPath("0abc/", 7)},
+        WrongList{{Map(""), Map("a/"), Int("a/b%c", 1)}, 0x80000046U, StrToPath("a/b%c", 7)},
+        WrongList{{Vector(""), Int("18446744073709551616", 1)},
+                  0x80000046U,
+                  StrToPath("18446744073709551616", 3)},
         // Where it stands.
-        Bad{{Map(""), Int("", 1)}, 0x80000064U, NonRooted("", "")},
-        Bad{{Map("r/"), Int("r/", 1)}, 0x80000064U, NonRooted("r/", "r/")},
-        Bad{{Map("r/"), Int("r", 1)}, 0x80000064U, NonRooted("r/", "r")},
-        Bad{{Map("r/"), Int("s/a/", 1)}, 0x80000064U, NonRooted("r/", "s/a/")},
-        Bad{{Map("r"), Int("rr/a/", 1)}, 0x80000064U, NonRooted("r", "rr/a/")},
-        Bad{{Map("r/"), Int("", 1)}, 0x80000064U, NonRooted("r/", "")},
-        Bad{{Map("r/"), Map("r/a/"), Int("r/", 1)}, 0x80000064U, NonRooted("r/", "r/")},
-        Bad{{Map("7/"), Int("007/", 1)}, 0x80000064U, NonRooted("7/", "007/")},
-        Bad{{Map("7/"), Int("8/a", 1)}, 0x80000064U, NonRooted("7/", "8/a")},
-        Bad{{Map("7/"), Int("a/a", 1)}, 0x80000064U, NonRooted("7/", "a/a")},
-        Bad{{Map("a/"), Int("7/a", 1)}, 0x80000064U, NonRooted("a/", "7/a")},
-        Bad{{Map("r/s/"), Int("r/t/a/", 1)}, 0x80000064U, NonRooted("r/s/", "r/t/a/")},
-        Bad{{Map(""), Vector("a/"), Int("a/0/x/", 1)}, 0x80000065U, Jump("a/", "a/0/x/")},
-        Bad{{Map(""), Int("a/b/", 1)}, 0x80000065U, Jump("", "a/b/")},
-        Bad{{Map("r"), Map("r/a"), Int("r/b", 1), Int("r/b/c/d", 1)},
-            0x80000065U,
-            Jump("r/b", "r/b/c/d")},
+        WrongList{{Map(""), Int("", 1)}, 0x80000064U, NonRooted("", "")},
+        WrongList{{Map("r/"), Int("r/", 1)}, 0x80000064U, NonRooted("r/", "r/")},
+        WrongList{{Map("r/"), Int("r", 1)}, 0x80000064U, NonRooted("r/", "r")},
+        WrongList{{Map("r/"), Int("s/a/", 1)}, 0x80000064U, NonRooted("r/", "s/a/")},
+        WrongList{{Map("r"), Int("rr/a/", 1)}, 0x80000064U, NonRooted("r", "rr/a/")},
+        WrongList{{Map("r/"), Int("", 1)}, 0x80000064U, NonRooted("r/", "")},
+        WrongList{{Map("r/"), Map("r/a/"), Int("r/", 1)}, 0x80000064U, NonRooted("r/", "r/")},
+        WrongList{{Map("7/"), Int("007/", 1)}, 0x80000064U, NonRooted("7/", "007/")},
+        WrongList{{Map("7/"), Int("8/a", 1)}, 0x80000064U, NonRooted("7/", "8/a")},
+        WrongList{{Map("7/"), Int("a/a", 1)}, 0x80000064U, NonRooted("7/", "a/a")},
+        WrongList{{Map("a/"), Int("7/a", 1)}, 0x80000064U, NonRooted("a/", "7/a")},
+        WrongList{{Map("r/s/"), Int("r/t/a/", 1)}, 0x80000064U, NonRooted("r/s/", "r/t/a/")},
+        WrongList{{Map(""), Vector("a/"), Int("a/0/x/", 1)}, 0x80000065U, Jump("a/", "a/0/x/")},
+        WrongList{{Map(""), Int("a/b/", 1)}, 0x80000065U, Jump("", "a/b/")},
+        WrongList{{Map("r"), Map("r/a"), Int("r/b", 1), Int("r/b/c/d", 1)},
+                  0x80000065U,
+                  Jump("r/b", "r/b/c/d")},
         // The order in which a record is looked at.
-        Bad{{Map(""), {{}, "//"}}, 0x8000005cU, kCut},
-        Bad{{Map("r/"), Int("s//", 1)}, 0x80000046U, StrToPath("s//", 5)},
-        Bad{{Map("r/"), Int("s/a/b/c/", 1)}, 0x80000064U, NonRooted("r/", "s/a/b/c/")},
-        Bad{{Int("", 1), Int("a/b/", 1)}, 0x80000065U, Jump("", "a/b/")},
+        WrongList{{Map(""), {{}, "//"}}, 0x8000005cU, kCut},
+        WrongList{{Map("r/"), Int("s//", 1)}, 0x80000046U, StrToPath("s//", 5)},
+        WrongList{{Map("r/"), Int("s/a/b/c/", 1)}, 0x80000064U, NonRooted("r/", "s/a/b/c/")},
+        WrongList{{Int("", 1), Int("a/b/", 1)}, 0x80000065U, Jump("", "a/b/")},
         // What is there.
-        Bad{{Map(""), Int("0/", 1)}, 0x8000004aU, kWrongItem},
-        Bad{{Vector(""), Int("a/", 1)}, 0x8000004aU, kWrongItem},
-        Bad{{Int("", 1), Int("a/", 1)}, 0x8000004aU, kWrongItem},
-        Bad{{Int("", 1), Int("0/", 1)}, 0x8000004aU, kWrongItem},
-        Bad{{{Block(0, 0), ""}, Int("0/", 1)}, 0x8000004aU, kWrongItem},
-        Bad{{Map(""), Int("a/", 1), Int("a/b/", 1)}, 0x8000004aU, kWrongItem},
-        Bad{{Map(""), Int("a/", 1), Int("a/", 2)}, 0x8000004dU, kExists},
-        Bad{{Map(""), Int("b/", 1), Int("a/", 2), Int("b", 3)}, 0x8000004dU, kExists},
-        Bad{{Vector(""), Int("0/", 1), Int("0/", 2)}, 0x8000004dU, kExists},
-        Bad{{Vector(""), Int("3/", 1), Int("1/", 2)}, 0x8000004dU, kExists},
-        Bad{{Vector(""), Int("1/", 1), Int("001/", 2)}, 0x8000004dU, kExists},
+        WrongList{{Map(""), Int("0/", 1)}, 0x8000004aU, kWrongItem},
+        WrongList{{Vector(""), Int("a/", 1)}, 0x8000004aU, kWrongItem},
+        WrongList{{Int("", 1), Int("a/", 1)}, 0x8000004aU, kWrongItem},
+        WrongList{{Int("", 1), Int("0/", 1)}, 0x8000004aU, kWrongItem},
+        WrongList{{{Block(0, 0), ""}, Int("0/", 1)}, 0x8000004aU, kWrongItem},
+        WrongList{{Map(""), Int("a/", 1), Int("a/b/", 1)}, 0x8000004aU, kWrongItem},
+        WrongList{{Map(""), Int("a/", 1), Int("a/", 2)}, 0x8000004dU, kExists},
+        WrongList{{Map(""), Int("b/", 1), Int("a/", 2), Int("b", 3)}, 0x8000004dU, kExists},
+        WrongList{{Vector(""), Int("0/", 1), Int("0/", 2)}, 0x8000004dU, kExists},
+        WrongList{{Vector(""), Int("3/", 1), Int("1/", 2)}, 0x8000004dU, kExists},
+        WrongList{{Vector(""), Int("1/", 1), Int("001/", 2)}, 0x8000004dU, kExists},
         // The limits.
-        Bad{{{Block(10, 0), ""}},
+        WrongList{
+            {{Block(10, 0), ""}},
             0x8000004bU,
             "zuv: std::exception: a string's length word is 0, at least 1 is needed for its end"},
-        Bad{{Vector("", (1UL << 31U) + 1)},
+        WrongList{
+            {Vector("", (1UL << 31U) + 1)},
             0x8000004bU,
             "zuv: std::exception: a vector announces 2147483649 elements, at most 2147483648 are "
             "allowed"},
-        Bad{{Vector(""), Int("16777217/", 1)},
-            0x8000004bU,
-            "zuv: std::exception: position 16777217 leaves a gap of 16777217 values behind "
-            "position 0, at most 16777216 more are filled in this list (limit 16777216)"},
-        Bad{{Vector(""), Int("18446744073709551615/", 1)},
+        WrongList{{Vector(""), Int("16777217/", 1)},
+                  0x8000004bU,
+                  "zuv: std::exception: position 16777217 leaves a gap of 16777217 values behind "
+                  "position 0, at most 16777216 more are filled in this list (limit 16777216)"},
+        WrongList{
+            {Vector(""), Int("18446744073709551615/", 1)},
             0x8000004bU,
             "zuv: std::exception: position 18446744073709551615 leaves a gap of "
             "18446744073709551615 values behind position 0, at most 16777216 more are filled in "
             "this list (limit 16777216)"},
-        Bad{{Vector(""), Int("5/", 1), Int("16777218/", 1)},
-            0x8000004bU,
-            "zuv: std::exception: position 16777218 leaves a gap of 16777212 values behind "
-            "position 6, at most 16777211 more are filled in this list (limit 16777216)"},
-        Bad{{Vector(""), Vector("1000/"), Int("1000/16776217/", 1)},
-            0x8000004bU,
-            "zuv: std::exception: position 16776217 leaves a gap of 16776217 values behind "
-            "position 0, at most 16776216 more are filled in this list (limit 16777216)"}));
+        WrongList{{Vector(""), Int("5/", 1), Int("16777218/", 1)},
+                  0x8000004bU,
+                  "zuv: std::exception: position 16777218 leaves a gap of 16777212 values behind "
+                  "position 6, at most 16777211 more are filled in this list (limit 16777216)"},
+        WrongList{{Vector(""), Vector("1000/"), Int("1000/16776217/", 1)},
+                  0x8000004bU,
+                  "zuv: std::exception: position 16776217 leaves a gap of 16776217 values behind "
+                  "position 0, at most 16776216 more are filled in this list (limit 16777216)"}));
 
 TEST(Deserialize, GrowsVectorsUnderTheNodesThatItRemembers) {
     // Every element moves as its vector grows; what comes below an element must not.

@@ -22,13 +22,13 @@ std::vector<RawZamParam> Flatten(const TValue& tree, const zuv::Path& root = {})
     return list;
 }
 
-TValue Decode(const Bytes& block) {
+TValue DecodeBlock(const Bytes& block) {
     TValue value = "as it was";
     RawZamParam{block, "any path"}.DeserializeValue(value);
     return value;
 }
 
-struct Row {
+struct BlockRow {
     TValue value;
     Bytes block;
 };
@@ -42,8 +42,8 @@ TValue Seconds(long count) {
     return qor::types::Timestamp(count);
 }
 
-const std::vector<Row>& Table() {
-    static const std::vector<Row> table{
+const std::vector<BlockRow>& BlockTable() {
+    static const std::vector<BlockRow> table{
         {TValue(), {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
         {zuv::Vector{}, {1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
         {zuv::Map{}, {2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
@@ -83,7 +83,7 @@ const std::vector<Row>& Table() {
 }
 
 TEST(ValueBlock, HasTheseBytes) {
-    for (const Row& row : Table()) {
+    for (const BlockRow& row : BlockTable()) {
         const auto list = Flatten(row.value);
         ASSERT_EQ(list.size(), 1U);
         EXPECT_EQ(list[0].value, row.block) << row.value;
@@ -92,8 +92,8 @@ TEST(ValueBlock, HasTheseBytes) {
 }
 
 TEST(ValueBlock, DecodesToItsValue) {
-    for (const Row& row : Table()) {
-        EXPECT_TRUE(Decode(row.block).IsIdenticalTo(row.value)) << row.value;
+    for (const BlockRow& row : BlockTable()) {
+        EXPECT_TRUE(DecodeBlock(row.block).IsIdenticalTo(row.value)) << row.value;
     }
 }
 
@@ -104,29 +104,29 @@ TEST(ValueBlock, AnnouncesTheElementsOfAVector) {
 
 TEST(ValueBlock, IgnoresTheHighBytesOfNarrowScalars) {
     const unsigned long word = 0xFFFFFFFFFFFFFF85UL;
-    EXPECT_EQ(Decode(Block(4, word)), Number<signed char>(-123));
-    EXPECT_EQ(Decode(Block(5, word)), Number<short>(-123));
-    EXPECT_EQ(Decode(Block(6, word)), TValue(-123));
-    EXPECT_EQ(Decode(Block(12, word)), Number<unsigned char>(0x85));
-    EXPECT_EQ(Decode(Block(13, word)), Number<unsigned short>(0xFF85));
-    EXPECT_EQ(Decode(Block(14, word)), TValue(0xFFFFFF85U));
-    EXPECT_EQ(Decode(Block(3, 0x100)), TValue(false)) << "only the low byte of a bool counts";
-    EXPECT_EQ(Decode(Block(3, 0x102)), TValue(true));
+    EXPECT_EQ(DecodeBlock(Block(4, word)), Number<signed char>(-123));
+    EXPECT_EQ(DecodeBlock(Block(5, word)), Number<short>(-123));
+    EXPECT_EQ(DecodeBlock(Block(6, word)), TValue(-123));
+    EXPECT_EQ(DecodeBlock(Block(12, word)), Number<unsigned char>(0x85));
+    EXPECT_EQ(DecodeBlock(Block(13, word)), Number<unsigned short>(0xFF85));
+    EXPECT_EQ(DecodeBlock(Block(14, word)), TValue(0xFFFFFF85U));
+    EXPECT_EQ(DecodeBlock(Block(3, 0x100)), TValue(false)) << "only the low byte of a bool counts";
+    EXPECT_EQ(DecodeBlock(Block(3, 0x102)), TValue(true));
 }
 
 TEST(ValueBlock, IgnoresWhatStandsBehindAValue) {
-    EXPECT_EQ(Decode(Block(6, 5, "more")), TValue(5));
-    EXPECT_EQ(Decode(Block(10, 3, std::string("ab\0more", 7))), TValue("ab"));
-    EXPECT_EQ(Decode(Block(11, 1, "ab")), TValue(zuv::Blob{'a'}));
-    EXPECT_EQ(Decode(Block(0, 7, "more")), TValue());
-    EXPECT_EQ(Decode(Block(2, 7, "more")), TValue(zuv::Map{}));
+    EXPECT_EQ(DecodeBlock(Block(6, 5, "more")), TValue(5));
+    EXPECT_EQ(DecodeBlock(Block(10, 3, std::string("ab\0more", 7))), TValue("ab"));
+    EXPECT_EQ(DecodeBlock(Block(11, 1, "ab")), TValue(zuv::Blob{'a'}));
+    EXPECT_EQ(DecodeBlock(Block(0, 7, "more")), TValue());
+    EXPECT_EQ(DecodeBlock(Block(2, 7, "more")), TValue(zuv::Map{}));
 }
 
 TEST(ValueBlock, DoesNotLookAtTheByteThatEndsAString) {
-    EXPECT_EQ(Decode(Block(10, 3, "abX")), TValue("ab"));
+    EXPECT_EQ(DecodeBlock(Block(10, 3, "abX")), TValue("ab"));
 }
 
-struct Bad {
+struct WrongBlock {
     Bytes block;
     unsigned code;
     std::string text;
@@ -140,7 +140,7 @@ TEST(ValueBlock, IsRefusedWhenItIsDamaged) {
     };
     const std::string plan = "[RawZamParams] Insufficient raw data size: fact/plan = ";
     const std::string index = "[RawZamParams] Invalid value index: ";
-    const std::vector<Bad> table{
+    const std::vector<WrongBlock> table{
         {cut(0), 0x8000005cU, plan + "0/16"},
         {cut(1), 0x8000005cU, plan + "1/16"},
         {cut(15), 0x8000005cU, plan + "15/16"},
@@ -157,7 +157,7 @@ TEST(ValueBlock, IsRefusedWhenItIsDamaged) {
         {Block(11, ~0UL - 16, "abc"), 0x8000005cU, plan + "19/18446744073709551615"},
         {Block(10, 1UL << 63U), 0x8000005cU, plan + "16/9223372036854775824"},
     };
-    for (const Bad& row : table) {
+    for (const WrongBlock& row : table) {
         TValue value = "as it was";
         try {
             RawZamParam{row.block, ""}.DeserializeValue(value);
@@ -174,12 +174,12 @@ TEST(ValueBlock, OfAStringNeedsRoomForItsEnd) {
     TValue value;
     EXPECT_THROW((RawZamParam{Block(10, 0), ""}.DeserializeValue(value)), std::length_error);
     EXPECT_THROW((RawZamParam{Block(10, 0, "abc"), ""}.DeserializeValue(value)), std::length_error);
-    EXPECT_EQ(Decode(Block(10, 1, std::string(1, '\0'))), TValue(""));
+    EXPECT_EQ(DecodeBlock(Block(10, 1, std::string(1, '\0'))), TValue(""));
 }
 
 TEST(ValueBlock, OfAVectorReservesWhatItAnnouncesWithinALimit) {
     const auto room = [](unsigned long elements) {
-        const TValue value = Decode(Block(1, elements));
+        const TValue value = DecodeBlock(Block(1, elements));
         EXPECT_TRUE(value.Get<zuv::Vector>().empty());
         return value.Get<zuv::Vector>().capacity();
     };

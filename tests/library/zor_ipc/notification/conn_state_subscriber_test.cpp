@@ -13,6 +13,7 @@
 
 #include "library/zor_ipc/notification/scripted_parts.h"
 #include "qel/exception.h"
+#include "support/result_codes.h"
 #include "zam_conn_state_subscriber_proxy.h"
 #include "zam_connector_testing/recording_logger.h"
 #include "zam_connector_testing/recording_observer.h"
@@ -24,11 +25,11 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing::LogRecord;
 
-constexpr int kUnspecified = static_cast<int>(0x8000004BU);
+using test::kUnspecified;
 
-using Proxy = ZamConnStateSubscriberProxy;
-using Handler = test::ScriptedHandler<IZamConnStateManager>;
-using Observer = testing::RecordingObserver<ZamConnectorState>;
+using StateProxy = ZamConnStateSubscriberProxy;
+using StateHandler = test::ScriptedHandler<IZamConnStateManager>;
+using StateObserver = testing::RecordingObserver<ZamConnectorState>;
 
 class ConnStateSubscriber : public ::testing::Test {
 protected:
@@ -63,9 +64,9 @@ protected:
     }
 
     testing::RecordingLogger logger_;
-    std::shared_ptr<Observer> observer_ = std::make_shared<Observer>();
-    std::shared_ptr<Handler> handler_ = std::make_shared<Handler>();
-    std::shared_ptr<Proxy> proxy_ = std::make_shared<Proxy>(handler_);
+    std::shared_ptr<StateObserver> observer_ = std::make_shared<StateObserver>();
+    std::shared_ptr<StateHandler> handler_ = std::make_shared<StateHandler>();
+    std::shared_ptr<StateProxy> proxy_ = std::make_shared<StateProxy>(handler_);
 };
 
 constexpr std::pair<int, std::uint64_t> Done(std::uint64_t cookie) {
@@ -74,7 +75,7 @@ constexpr std::pair<int, std::uint64_t> Done(std::uint64_t cookie) {
 
 TEST_F(ConnStateSubscriber, RefusesToBeWithoutAHandler) {
     try {
-        const Proxy proxy(nullptr);
+        const StateProxy proxy(nullptr);
         ADD_FAILURE() << "nothing thrown";
     } catch (const qel::CheckFailedException& exception) {
         EXPECT_EQ(exception.Text(), u"data handler ptr is null");
@@ -193,9 +194,9 @@ TEST_F(ConnStateSubscriber, LogsWhatTheStopThrowsWhenItIsDestroyed) {
 
 TEST_F(ConnStateSubscriber, TellsAllInTheOrderOfTheirCookies) {
     std::vector<int> told;
-    std::vector<std::shared_ptr<Observer>> observers;
+    std::vector<std::shared_ptr<StateObserver>> observers;
     for (const int name : {1, 2, 3}) {
-        observers.push_back(std::make_shared<Observer>(
+        observers.push_back(std::make_shared<StateObserver>(
             [&told, name](const ZamConnectorState&) { told.push_back(name); }));
         SubscriptionCookie cookie;
         ASSERT_EQ(proxy_->SubscribeOnStateChange(observers.back(), cookie), 0);

@@ -11,6 +11,7 @@
 
 #include "library/zor_ipc/notification/scripted_parts.h"
 #include "qel/exception.h"
+#include "support/result_codes.h"
 #include "zam_connector_testing/recording_logger.h"
 #include "zam_data_change_subscriber_proxy.h"
 
@@ -21,10 +22,10 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing::LogRecord;
 
-constexpr int kUnspecified = static_cast<int>(0x8000004BU);
+using test::kUnspecified;
 
-using Proxy = ZamDataChangeSubscriberProxy;
-using Handler = test::ScriptedHandler<IZamDataManager>;
+using ChangeProxy = ZamDataChangeSubscriberProxy;
+using ChangeHandler = test::ScriptedHandler<IZamDataManager>;
 
 /// A kind of change as a table row: how a client subscribes, what is logged when that fails, and
 /// whether its observers alone keep the pipeline running.
@@ -32,53 +33,53 @@ struct Kind {
     const char* operation;
     const char* failure;
     bool keepsRunning;
-    int (*subscribe)(Proxy& proxy, SubscriptionCookie& cookie);
-    bool (*exists)(const Proxy& proxy);
+    int (*subscribe)(ChangeProxy& proxy, SubscriptionCookie& cookie);
+    bool (*exists)(const ChangeProxy& proxy);
 };
 
 constexpr Kind kKinds[] = {
     {"SubscribeOnPolicyChange",
      "ZamDataChangeSubscriberProxy: SubscribeOnPolicyChange threw exception - ", true,
-     [](Proxy& proxy, SubscriptionCookie& cookie) {
+     [](ChangeProxy& proxy, SubscriptionCookie& cookie) {
          return proxy.SubscribeOnPolicyChange({}, cookie);
      },
-     [](const Proxy& proxy) { return proxy.IsPolicySubscriberExist(); }},
+     [](const ChangeProxy& proxy) { return proxy.IsPolicySubscriberExist(); }},
     {"SubscribeOnProductSettingsChange",
      "ZamDataChangeSubscriberProxy: SubscribeOnProductSettingsChange threw exception - ", true,
-     [](Proxy& proxy, SubscriptionCookie& cookie) {
+     [](ChangeProxy& proxy, SubscriptionCookie& cookie) {
          return proxy.SubscribeOnProductSettingsChange({}, cookie);
      },
-     [](const Proxy& proxy) { return proxy.IsSettingsSubscriberExist(); }},
+     [](const ChangeProxy& proxy) { return proxy.IsSettingsSubscriberExist(); }},
     {"SubscribeOnSubscriptionsChange",
      "ZamDataChangeSubscriberProxy: SubscribeOnSubscriptionsChange threw exception - ", true,
-     [](Proxy& proxy, SubscriptionCookie& cookie) {
+     [](ChangeProxy& proxy, SubscriptionCookie& cookie) {
          return proxy.SubscribeOnSubscriptionsChange({}, cookie);
      },
-     [](const Proxy& proxy) { return proxy.IsSubscriptionsSubscriberExist(); }},
+     [](const ChangeProxy& proxy) { return proxy.IsSubscriptionsSubscriberExist(); }},
     {"SubscribeOnZamServerDataChange",
      "ZamDataChangeSubscriberProxy: SubscribeOnZamServerDataChange threw exception - ", false,
-     [](Proxy& proxy, SubscriptionCookie& cookie) {
+     [](ChangeProxy& proxy, SubscriptionCookie& cookie) {
          return proxy.SubscribeOnZamServerDataChange({}, cookie);
      },
-     [](const Proxy& proxy) { return proxy.IsZamServerDataSubscriberExist(); }},
+     [](const ChangeProxy& proxy) { return proxy.IsZamServerDataSubscriberExist(); }},
     {"SubscribeOnZamReserveCertChange",
      "ZamDataChangeSubscriberProxy: SubscribeOnZamReserveCertChange threw exception - ", false,
-     [](Proxy& proxy, SubscriptionCookie& cookie) {
+     [](ChangeProxy& proxy, SubscriptionCookie& cookie) {
          return proxy.SubscribeOnZamReserveCertChange({}, cookie);
      },
-     [](const Proxy& proxy) { return proxy.IsReserveCertSubscriberExist(); }},
+     [](const ChangeProxy& proxy) { return proxy.IsReserveCertSubscriberExist(); }},
     {"SubscribeOnZamUpdatesStatusChange",
      "SubscribeOnZamUpdatesStatusChange: SubscribeOnZamReserveCertChange threw exception - ", false,
-     [](Proxy& proxy, SubscriptionCookie& cookie) {
+     [](ChangeProxy& proxy, SubscriptionCookie& cookie) {
          return proxy.SubscribeOnZamUpdatesStatusChange({}, cookie);
      },
-     [](const Proxy& proxy) { return proxy.IsZamUpdatesStatusExist(); }},
+     [](const ChangeProxy& proxy) { return proxy.IsZamUpdatesStatusExist(); }},
     {"SubscribeOnSettingsSynced",
      "ZamDataChangeSubscriberProxy: SubscribeOnSettingsSynced threw exception - ", false,
-     [](Proxy& proxy, SubscriptionCookie& cookie) {
+     [](ChangeProxy& proxy, SubscriptionCookie& cookie) {
          return proxy.SubscribeOnSettingsSynced({}, cookie);
      },
-     [](const Proxy& proxy) { return proxy.IsSettingsSyncedSubscriberExist(); }},
+     [](const ChangeProxy& proxy) { return proxy.IsSettingsSyncedSubscriberExist(); }},
 };
 
 const Kind& kPolicy = kKinds[0];
@@ -105,12 +106,12 @@ protected:
     }
 
     testing::RecordingLogger logger_;
-    std::shared_ptr<Handler> handler_ = std::make_shared<Handler>();
-    std::shared_ptr<Proxy> proxy_ = std::make_shared<Proxy>(handler_);
+    std::shared_ptr<ChangeHandler> handler_ = std::make_shared<ChangeHandler>();
+    std::shared_ptr<ChangeProxy> proxy_ = std::make_shared<ChangeProxy>(handler_);
 };
 
 TEST_F(DataChangeSubscriber, RefusesToBeWithoutAHandler) {
-    EXPECT_THROW(Proxy(nullptr), qel::CheckFailedException);
+    EXPECT_THROW(ChangeProxy(nullptr), qel::CheckFailedException);
 }
 
 TEST_F(DataChangeSubscriber, CallsNothingWhenItIsMadeAndDestroyed) {
@@ -133,8 +134,8 @@ TEST_F(DataChangeSubscriber, NumbersTheSubscriptionsOfAllKinds) {
 TEST_F(DataChangeSubscriber, StartsThePipelineForItselfWithEachKind) {
     for (const Kind& kind : kKinds) {
         SCOPED_TRACE(kind.operation);
-        const auto handler = std::make_shared<Handler>();
-        const auto proxy = std::make_shared<Proxy>(handler);
+        const auto handler = std::make_shared<ChangeHandler>();
+        const auto proxy = std::make_shared<ChangeProxy>(handler);
         SubscriptionCookie cookie;
         handler->onCall = [&] { EXPECT_EQ(cookie.Value(), 1U); };  // told before the start
         EXPECT_EQ(kind.subscribe(*proxy, cookie), 0);
@@ -188,8 +189,8 @@ TEST_F(DataChangeSubscriber, StopsThePipelineWhenTheLastDecidingObserverLeaves) 
 TEST_F(DataChangeSubscriber, KeepsRunningForOneObserverOfADecidingKind) {
     for (const Kind& kind : kKinds) {
         SCOPED_TRACE(kind.operation);
-        const auto handler = std::make_shared<Handler>();
-        const auto proxy = std::make_shared<Proxy>(handler);
+        const auto handler = std::make_shared<ChangeHandler>();
+        const auto proxy = std::make_shared<ChangeProxy>(handler);
         SubscriptionCookie cookie;
         EXPECT_EQ(kind.subscribe(*proxy, cookie), 0);
         EXPECT_EQ(proxy->Unsubscribe(SubscriptionCookie(99)), 0);  // not known

@@ -37,7 +37,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing::LogRecord;
 
-using Handler = DataHandler<int, ScriptedManager, CountingQueue>;
+using CountingHandler = DataHandler<int, ScriptedManager, CountingQueue>;
 
 class HandlerRounds : public ::testing::Test {
 protected:
@@ -85,8 +85,8 @@ protected:
     PartsScript script_;
     std::function<int(int)> action_;
     std::shared_ptr<ScriptedManager> manager_ = std::make_shared<ScriptedManager>();
-    Handler handler_{std::make_unique<ScriptedSubscriber>(script_),
-                     std::make_unique<ScriptedFactory>(script_)};
+    CountingHandler handler_{std::make_unique<ScriptedSubscriber>(script_),
+                             std::make_unique<ScriptedFactory>(script_)};
 };
 
 TEST_F(HandlerRounds, ProcessInOrderOnAThreadOfTheirOwn) {
@@ -300,8 +300,9 @@ TEST(PipelineThreads, CarryNamesAndLeaveSignalsToTheApplication) {
         return 0;
     };
     using Subscriber = DataSubscriber<int, CountingQueue>;
-    Handler handler(std::make_unique<Subscriber>(std::make_unique<SeenProvider>(seen), "one_half"),
-                    std::make_unique<ScriptedFactory>(script), "the_other_half");
+    CountingHandler handler(
+        std::make_unique<Subscriber>(std::make_unique<SeenProvider>(seen), "one_half"),
+        std::make_unique<ScriptedFactory>(script), "the_other_half");
     const auto manager = std::make_shared<ScriptedManager>();
     const ThreadState before = ThreadState::Of(ThreadNumber());
     ASSERT_EQ(handler.Start(manager), 0);

@@ -14,6 +14,7 @@
 
 #include "library/zor_ipc/notification/refused_at.h"
 #include "library/zor_ipc/notification/scripted_parts.h"
+#include "support/result_codes.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_connector::proxy {
@@ -28,9 +29,9 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing::LogRecord;
 
-constexpr int kUnspecified = static_cast<int>(0x8000004BU);
+using test::kUnspecified;
 
-using Handler = DataHandler<int, ScriptedManager, CountingQueue>;
+using CountingHandler = DataHandler<int, ScriptedManager, CountingQueue>;
 
 class DataHandlerTest : public ::testing::Test {
 protected:
@@ -50,18 +51,19 @@ protected:
     testing::RecordingLogger logger_;
     PartsScript script_;
     std::shared_ptr<ScriptedManager> manager_ = std::make_shared<ScriptedManager>();
-    std::unique_ptr<Handler> handler_ = std::make_unique<Handler>(
+    std::unique_ptr<CountingHandler> handler_ = std::make_unique<CountingHandler>(
         std::make_unique<ScriptedSubscriber>(script_), std::make_unique<ScriptedFactory>(script_));
 };
 
 TEST(DataHandler, RefusesToBeWithoutItsParts) {
     PartsScript script;
-    EXPECT_EQ(test::RefusedAt([&] { Handler(nullptr, std::make_unique<ScriptedFactory>(script)); }),
+    EXPECT_EQ(test::RefusedAt(
+                  [&] { CountingHandler(nullptr, std::make_unique<ScriptedFactory>(script)); }),
               "data_handler:31");
-    EXPECT_EQ(
-        test::RefusedAt([&] { Handler(std::make_unique<ScriptedSubscriber>(script), nullptr); }),
-        "data_handler:32");
-    EXPECT_EQ(test::RefusedAt([] { Handler(nullptr, nullptr); }), "data_handler:31");
+    EXPECT_EQ(test::RefusedAt(
+                  [&] { CountingHandler(std::make_unique<ScriptedSubscriber>(script), nullptr); }),
+              "data_handler:32");
+    EXPECT_EQ(test::RefusedAt([] { CountingHandler(nullptr, nullptr); }), "data_handler:31");
 }
 
 TEST_F(DataHandlerTest, CallsNothingWhenItIsMade) {

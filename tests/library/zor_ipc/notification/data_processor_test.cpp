@@ -12,6 +12,7 @@
 
 #include "data_handler/zam_data_processor.h"
 #include "qel/exception.h"
+#include "support/result_codes.h"
 #include "zam_connector_testing/recording_logger.h"
 #include "zam_connector_testing/scripted_data_provider.h"
 
@@ -23,10 +24,10 @@ using ::testing::IsEmpty;
 using testing::LogRecord;
 using testing::ScriptedDataProvider;
 
-constexpr int kUnspecified = static_cast<int>(0x8000004BU);
+using test::kUnspecified;
 
 /// A manager that journals what it is told, with a number out of each value.
-class RecordingManager final : public IZamDataManager {
+class RecordingDataManager final : public IZamDataManager {
 public:
     using Hash = std::uint64_t;
 
@@ -123,7 +124,7 @@ protected:
 
     testing::RecordingLogger logger_;
     std::shared_ptr<ScriptedDataProvider> provider_ = std::make_shared<ScriptedDataProvider>();
-    std::shared_ptr<RecordingManager> manager_ = std::make_shared<RecordingManager>();
+    std::shared_ptr<RecordingDataManager> manager_ = std::make_shared<RecordingDataManager>();
     ZamDataProcessor processor_{manager_, provider_};
 };
 
@@ -200,7 +201,7 @@ TEST_F(DataProcessor, FailsWithoutAManager) {
 }
 
 TEST_F(DataProcessor, HoldsTheManagerWhileItTells) {
-    const std::weak_ptr<RecordingManager> weak = manager_;
+    const std::weak_ptr<RecordingDataManager> weak = manager_;
     bool alive = false;
     manager_->subscribed = 1;
     manager_->onTold = [&] {

@@ -16,6 +16,7 @@
 #include "library/zor_ipc/notification/refused_at.h"
 #include "library/zor_ipc/notification/scripted_parts.h"
 #include "library/zor_ipc/notification/scripted_provider.h"
+#include "support/result_codes.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_connector::proxy {
@@ -29,9 +30,9 @@ using ::testing::IsEmpty;
 using testing::LogRecord;
 
 constexpr int kAlreadyDone = static_cast<int>(0x80000067U);
-constexpr int kUnspecified = static_cast<int>(0x8000004BU);
+using test::kUnspecified;
 
-using Subscriber = DataSubscriber<int, CountingQueue>;
+using CountingSubscriber = DataSubscriber<int, CountingQueue>;
 using Queue = CountingQueue<int>;
 
 /// A provider whose waiting call is a function of the test.
@@ -64,11 +65,11 @@ protected:
     testing::RecordingLogger logger_;
     std::shared_ptr<Notifier<int>> notifier_ = std::make_shared<Notifier<int>>();
     std::shared_ptr<Queue> queue_ = std::make_shared<Queue>();
-    Subscriber subscriber_{std::make_unique<test::ScriptedProvider<int>>(notifier_)};
+    CountingSubscriber subscriber_{std::make_unique<test::ScriptedProvider<int>>(notifier_)};
 };
 
 TEST(DataSubscriber, RefusesToBeWithoutAProvider) {
-    EXPECT_EQ(test::RefusedAt([] { Subscriber(nullptr); }), "data_subscriber:23");
+    EXPECT_EQ(test::RefusedAt([] { CountingSubscriber(nullptr); }), "data_subscriber:23");
 }
 
 TEST_F(DataSubscriberTest, CallsNothingWhenItIsMade) {
@@ -252,7 +253,7 @@ TEST_F(DataSubscriberTest, GivesEachWaitAZero) {
         return 1;
     });
     unregistered = &provider->Unregistered();
-    Subscriber subscriber(std::move(provider));
+    CountingSubscriber subscriber(std::move(provider));
     ASSERT_EQ(subscriber.Subscribe(queue_), 0);
     Popped();
     ASSERT_EQ(subscriber.Unsubscribe(), 0);
@@ -276,7 +277,7 @@ TEST_F(DataSubscriberTest, TakesWhatTheProviderThrowsForAFailure) {
         return 1;
     });
     unregistered = &provider->Unregistered();
-    Subscriber subscriber(std::move(provider));
+    CountingSubscriber subscriber(std::move(provider));
     ASSERT_EQ(subscriber.Subscribe(queue_), 0);
     EXPECT_THAT(Popped(), ElementsAre(6));
     ASSERT_EQ(subscriber.Unsubscribe(), 0);

@@ -10,6 +10,7 @@
 #include "data_handler/zam_conn_state_provider.h"
 #include "data_handler/zam_data_provider.h"
 #include "qel/exception.h"
+#include "support/result_codes.h"
 #include "zam_connector_testing/recording_logger.h"
 #include "zam_connector_testing/scripted_transport.h"
 
@@ -24,7 +25,7 @@ using ::testing::IsEmpty;
 using testing::LogRecord;
 using testing::RecordedCall;
 
-constexpr int kUnspecified = static_cast<int>(0x8000004BU);
+using test::kUnspecified;
 constexpr std::uint16_t kRiid = 0x0D07;
 
 /// A failure's level and text without its number.

@@ -24,7 +24,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing::RecordingObserver;
-using Observer = RecordingObserver<int>;
+using IntObserver = RecordingObserver<int>;
 
 class Observers : public ::testing::Test {
 protected:
@@ -35,7 +35,7 @@ protected:
 TEST_F(Observers, AreToldInTheOrderOfTheirCookies) {
     std::vector<std::string> told;
     const auto journalling = [&told](const char* name) {
-        return std::make_shared<Observer>([&told, name](int) { told.emplace_back(name); });
+        return std::make_shared<IntObserver>([&told, name](int) { told.emplace_back(name); });
     };
     const auto first = journalling("first");
     const auto second = journalling("second");
@@ -50,8 +50,8 @@ TEST_F(Observers, AreToldInTheOrderOfTheirCookies) {
 }
 
 TEST_F(Observers, ThatHaveExpiredAreSkippedAndStay) {
-    const auto living = std::make_shared<Observer>();
-    const SubscriptionCookie expired = group_.Add(std::make_shared<Observer>());
+    const auto living = std::make_shared<IntObserver>();
+    const SubscriptionCookie expired = group_.Add(std::make_shared<IntObserver>());
     group_.Notify(1);
     EXPECT_FALSE(group_.IsEmpty());
     const SubscriptionCookie cookie = group_.Add(living);
@@ -64,8 +64,8 @@ TEST_F(Observers, ThatHaveExpiredAreSkippedAndStay) {
 }
 
 TEST_F(Observers, AreNotToldAfterTheirRemoval) {
-    const auto observer = std::make_shared<Observer>();
-    const auto other = std::make_shared<Observer>();
+    const auto observer = std::make_shared<IntObserver>();
+    const auto other = std::make_shared<IntObserver>();
     const SubscriptionCookie cookie = group_.Add(observer);
     group_.Add(other);
     group_.Remove(SubscriptionCookie(99));
@@ -77,18 +77,18 @@ TEST_F(Observers, AreNotToldAfterTheirRemoval) {
 }
 
 TEST_F(Observers, AreThoseOfTheBeginningOfTheRound) {
-    const auto late = std::make_shared<Observer>();
+    const auto late = std::make_shared<IntObserver>();
     SubscriptionCookie removed;
     bool first = true;
     // Adds and removes inside the call: no lock is held.
-    const auto observer = std::make_shared<Observer>([&](int) {
+    const auto observer = std::make_shared<IntObserver>([&](int) {
         if (first) {
             first = false;
             group_.Add(late);
             group_.Remove(removed);
         }
     });
-    const auto leaving = std::make_shared<Observer>();
+    const auto leaving = std::make_shared<IntObserver>();
     group_.Add(observer);
     removed = group_.Add(leaving);
     group_.Notify(1);
@@ -100,9 +100,9 @@ TEST_F(Observers, AreThoseOfTheBeginningOfTheRound) {
 }
 
 TEST_F(Observers, AreHeldOnlyWhileTheyAreTold) {
-    auto leaving = std::make_shared<Observer>();
-    const std::weak_ptr<Observer> weak = leaving;
-    const auto first = std::make_shared<Observer>([&](int) { leaving.reset(); });
+    auto leaving = std::make_shared<IntObserver>();
+    const std::weak_ptr<IntObserver> weak = leaving;
+    const auto first = std::make_shared<IntObserver>([&](int) { leaving.reset(); });
     group_.Add(first);
     group_.Add(leaving);
     group_.Notify(1);  // gone before its turn
@@ -111,8 +111,8 @@ TEST_F(Observers, AreHeldOnlyWhileTheyAreTold) {
 
 TEST_F(Observers, AfterOneThatThrowsAreNotTold) {
     const auto throwing =
-        std::make_shared<Observer>([](int) { throw std::runtime_error("of the test"); });
-    const auto next = std::make_shared<Observer>();
+        std::make_shared<IntObserver>([](int) { throw std::runtime_error("of the test"); });
+    const auto next = std::make_shared<IntObserver>();
     group_.Add(throwing);
     group_.Add(next);
     EXPECT_THROW(group_.Notify(1), std::runtime_error);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "data_handler/zam_conn_state_processor.h"
+#include "support/result_codes.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_connector::proxy {
@@ -17,9 +18,9 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing::LogRecord;
 
-constexpr int kUnspecified = static_cast<int>(0x8000004BU);
+using test::kUnspecified;
 
-class RecordingManager final : public IZamConnStateManager {
+class RecordingStateManager final : public IZamConnStateManager {
 public:
     void SetZamConnectorState(ZamConnectorState state) override {
         states.push_back(state);
@@ -45,7 +46,7 @@ protected:
     }
 
     testing::RecordingLogger logger_;
-    std::shared_ptr<RecordingManager> manager_ = std::make_shared<RecordingManager>();
+    std::shared_ptr<RecordingStateManager> manager_ = std::make_shared<RecordingStateManager>();
     ZamConnStateProcessor processor_{manager_};
 };
 
@@ -85,7 +86,7 @@ TEST_F(StateProcessor, FailsWithoutAManager) {
 }
 
 TEST_F(StateProcessor, HoldsTheManagerWhileItTells) {
-    const std::weak_ptr<RecordingManager> weak = manager_;
+    const std::weak_ptr<RecordingStateManager> weak = manager_;
     bool alive = false;
     manager_->onState = [&] {
         manager_.reset();

@@ -22,11 +22,12 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::KilledBySignal;
 
-using Subscriber = DataSubscriber<int, BlockingQueue>;
-using Handler = DataHandler<int, test::ScriptedManager, BlockingQueue>;
+using BlockingSubscriber = DataSubscriber<int, BlockingQueue>;
+using BlockingHandler = DataHandler<int, test::ScriptedManager, BlockingQueue>;
 
-std::unique_ptr<Subscriber> SubscriberOf(const std::shared_ptr<Notifier<int>>& notifier) {
-    return std::make_unique<Subscriber>(std::make_unique<test::ScriptedProvider<int>>(notifier));
+std::unique_ptr<BlockingSubscriber> SubscriberOf(const std::shared_ptr<Notifier<int>>& notifier) {
+    return std::make_unique<BlockingSubscriber>(
+        std::make_unique<test::ScriptedProvider<int>>(notifier));
 }
 
 /// A provider that waits for ever and throws when that is to end.
@@ -75,7 +76,7 @@ TEST_F(SubscriberDeathTest, EndsTheProcessWhenTheProviderRefusesToEnd) {
 }
 
 void EndWhileTheProviderThrows() {
-    Subscriber subscriber(std::make_unique<EndlessProvider>());
+    BlockingSubscriber subscriber(std::make_unique<EndlessProvider>());
     subscriber.Subscribe(std::make_shared<BlockingQueue<int>>());
 }
 
@@ -87,8 +88,8 @@ TEST_F(SubscriberDeathTest, LogsWhatTheProviderThrowsBeforeItEndsTheProcess) {
 void EndAHandlerWhileTheProviderRefuses() {
     const auto notifier = std::make_shared<Notifier<int>>();
     test::PartsScript script;
-    auto handler = std::make_unique<Handler>(SubscriberOf(notifier),
-                                             std::make_unique<test::ScriptedFactory>(script));
+    auto handler = std::make_unique<BlockingHandler>(
+        SubscriberOf(notifier), std::make_unique<test::ScriptedFactory>(script));
     const auto manager = std::make_shared<test::ScriptedManager>();
     handler->Start(manager);
     notifier->SetUnregister(-5);
