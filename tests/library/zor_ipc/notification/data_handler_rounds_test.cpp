@@ -55,8 +55,9 @@ protected:
     }
 
     void Push(std::initializer_list<int> values) {
+        const std::shared_ptr<CountingQueue<int>> queue = script_.queue;  // a round may drop it
         for (const int value : values) {
-            script_.queue->Push(value);
+            queue->Push(value);
         }
     }
 

@@ -101,6 +101,8 @@ public:
         if (unsubscribed < 0) {
             return unsubscribed;
         }
+        // The cancel first: the thread that the closed queue wakes handles what waits, and sees
+        // that this was its last round.
         token_->Cancel();
         Close(run_->queue);
         threads_.Finish();
@@ -197,7 +199,8 @@ private:
     }
 
     /// The subscriber's thread has ended, and with it the queue, though the pipeline was not
-    /// stopped: nothing more will come.
+    /// stopped: nothing more will come, and a closed queue gives back at once, so that the loop
+    /// would only burn a processor.
     static void WaitForEnd(const Token& token) {
         Action action{};
         while (token.IsContinued()) {

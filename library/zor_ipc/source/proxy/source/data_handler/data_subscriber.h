@@ -81,7 +81,7 @@ public:
             return unregistered;
         }
         if (thread_.joinable()) {
-            thread_.join();
+            thread_.join();  // never in vain: it calls no observer, and the service has let it go
         }
         queue_.reset();
         subscribed_ = false;

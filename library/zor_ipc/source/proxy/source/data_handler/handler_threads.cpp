@@ -39,7 +39,7 @@ void HandlerThreads::Turn::Remind() {
 HandlerThreads::~HandlerThreads() {
     Finish();
     for (Entry& entry : entries_) {
-        entry.thread.detach();
+        entry.thread.detach();  // this thread is one of them, or one that must not wait for them
     }
 }
 
