@@ -20,7 +20,8 @@ using IZamConnStateObserver = qor::observer::IChangeObserver<ZamConnectorState, 
 ///
 /// Operations return a result code (`zam_connector/result_code.h`) and never throw. They may block
 /// on the service, and `Unsubscribe` also until an observer that is being called returns; inside an
-/// observer they never wait for observers. Thread-safe. The whole contract is in
+/// observer they never wait for observers. Dropping the subscriber never does: observers that are
+/// left of the notice being told are called after it. Thread-safe. The whole contract is in
 /// `docs/notification.md`.
 class IZamConnStateSubscriber {
 public:

@@ -23,8 +23,12 @@ namespace zam_connector {
 ///
 /// The connector owns what the interfaces talk through. An interface, with the exception of the two
 /// locale tables, must not be used when the connector has been destroyed, though it may still be
-/// released then. Dropping the connector stops the notifications of its subscribers that nobody
-/// else holds; it may be done in an observer.
+/// released then. Dropping the connector ends the notifications of its subscribers that nobody
+/// else holds. It asks the service to end them, and may block on that, but never waits for an
+/// observer, so that it may be done in one: while a notice is being told the drop returns at once,
+/// and the observers that are left of that notice are called after it. `Unsubscribe` first, where
+/// that must not be. A service that is there and refuses to end them may end the process
+/// (`docs/notification.md`).
 class IZamConnector {
 public:
     virtual ~IZamConnector() = default;

@@ -16,6 +16,7 @@
 #include "library/zor_ipc/assembly/parts.h"
 #include "library/zor_ipc/assembly/scripted_service.h"
 #include "library/zor_ipc/notification/pipelines.h"
+#include "library/zor_ipc/notification/thread_state.h"
 #include "qel/exception.h"
 #include "qx/zam_data_notifier.h"
 #include "zam_connector/zam_connector.h"
@@ -364,6 +365,36 @@ TEST(CreateZamConnector, MayBeDroppedInsideAnObserver) {
     ready.set_value();
     EXPECT_TRUE(end.Wait());
     EXPECT_THAT(observer->Values(), ElementsAre(ZamConnectorState::Connected));
+    EXPECT_EQ(service.connector.Calls().back().requestHeader.operation, 2);
+}
+
+/// The drop waits for no observer, and those that are left are called behind it.
+TEST(CreateZamConnector, MayBeDroppedWhileAnObserverRuns) {
+    ScriptedService service;
+    std::shared_ptr<IZamConnector> connector;
+    ASSERT_EQ(CreateZamConnector(connector, {}), 0);
+    std::shared_ptr<IZamConnStateSubscriber> subscriber;
+    connector->GetStateChangeSubscriber(subscriber);
+    Flag inside;
+    Flag leave;
+    const auto observer = std::make_shared<StateObserver>([&](const ZamConnectorState&) {
+        inside.Raise();
+        leave.Wait();
+    });
+    const auto next = std::make_shared<StateObserver>();
+    SubscriptionCookie cookie;
+    ASSERT_EQ(subscriber->SubscribeOnStateChange(observer, cookie), 0);
+    ASSERT_EQ(subscriber->SubscribeOnStateChange(next, cookie), 0);
+    auto& owner = dynamic_cast<proxy::IPipelineOwner&>(*subscriber);
+    ThreadsEnd end(owner);
+    subscriber.reset();
+    service.TellState(2);
+    ASSERT_TRUE(inside.Wait());
+    connector.reset();
+    EXPECT_EQ(next->Count(), 0U);
+    leave.Raise();
+    EXPECT_TRUE(end.Wait());
+    EXPECT_EQ(next->Count(), 1U);
     EXPECT_EQ(service.connector.Calls().back().requestHeader.operation, 2);
 }
 

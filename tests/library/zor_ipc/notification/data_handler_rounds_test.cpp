@@ -55,8 +55,9 @@ protected:
     }
 
     void Push(std::initializer_list<int> values) {
+        const std::shared_ptr<CountingQueue<int>> queue = script_.queue;  // a round may drop it
         for (const int value : values) {
-            script_.queue->Push(value);
+            queue->Push(value);
         }
     }
 
@@ -185,11 +186,11 @@ TEST_F(HandlerRounds, EndWithAnExceptionUntilTheNextStart) {
     EXPECT_EQ(handler_.Stop(), 0);  // what the action uses goes now
 }
 
-/// The subscriber needs it to the end.
 TEST_F(HandlerRounds, HaveAnObjectKeptUntilTheStopAlsoWhenTheyEndedBefore) {
     action_ = [](int value) -> int { return value == 1 ? throw 5 : 0; };
     Push({1});
     ASSERT_TRUE(WaitUntilGone(script_.handlerThread));
+    script_.queue.reset();  // the handler alone holds it now
     auto object = std::make_shared<int>(1);
     const std::weak_ptr<int> kept = object;
     handler_.KeepForThreads(std::move(object));
@@ -205,12 +206,90 @@ TEST_F(HandlerRounds, HaveAnObjectKeptUntilTheStopAlsoWhenTheyEndedBefore) {
     EXPECT_TRUE(unneeded.expired());
 }
 
+TEST_F(HandlerRounds, HaveAnObjectKeptWhileTheSubscriberHoldsTheQueue) {
+    auto object = std::make_shared<int>(1);
+    const std::weak_ptr<int> kept = object;
+    handler_.KeepForThreads(std::move(object));
+    EXPECT_EQ(handler_.Stop(), 0);
+    EXPECT_FALSE(kept.expired());
+    script_.queue.reset();
+    EXPECT_TRUE(kept.expired());
+}
+
+TEST_F(HandlerRounds, HaveNothingKeptBeforeTheFirstStart) {
+    PartsScript script;
+    Handler handler(std::make_unique<ScriptedSubscriber>(script),
+                    std::make_unique<ScriptedFactory>(script));
+    auto object = std::make_shared<int>(1);
+    const std::weak_ptr<int> unneeded = object;
+    handler.KeepForThreads(std::move(object));
+    EXPECT_TRUE(unneeded.expired());
+}
+
+/// A start within a round leaves two threads: the second run shares what the first one keeps.
+TEST_F(HandlerRounds, HaveAnObjectKeptUntilTheLastHasEnded) {
+    Flag leave;
+    std::promise<std::weak_ptr<int>> told;
+    action_ = [&](int value) {
+        if (value == 1) {
+            EXPECT_EQ(handler_.Stop(), 0);
+            script_.queue.reset();  // the thread alone holds it now
+            auto object = std::make_shared<int>(1);
+            const std::weak_ptr<int> kept = object;
+            handler_.KeepForThreads(std::move(object));
+            EXPECT_EQ(handler_.Start(manager_), 0);
+            told.set_value(kept);
+            leave.Wait();
+        }
+        return 0;
+    };
+    Push({1});
+    const std::weak_ptr<int> kept = told.get_future().get();
+    const std::atomic<pid_t> first{script_.handlerThread.load()};
+    leave.Raise();
+    ASSERT_TRUE(WaitUntilGone(first));
+    EXPECT_FALSE(kept.expired());
+    WaitUntilIdle();
+    EXPECT_EQ(handler_.Stop(), 0);
+    script_.queue.reset();
+    EXPECT_TRUE(kept.expired());
+}
+
+/// What the processor uses may be what is kept.
+TEST(HandlerEnd, LetsTheProcessorGoBeforeWhatIsKept) {
+    PartsScript script;
+    const auto manager = std::make_shared<ScriptedManager>();
+    auto handler = std::make_unique<Handler>(std::make_unique<ScriptedSubscriber>(script),
+                                             std::make_unique<ScriptedFactory>(script));
+    Flag gone;
+    Flag ready;
+    script.onProcess = [&](int) {
+        ready.Wait();
+        script.queue.reset();
+        handler.reset();  // from here on the thread alone holds the rest
+        return 0;
+    };
+    ASSERT_EQ(handler->Start(manager), 0);
+    handler->KeepForThreads(std::shared_ptr<const void>(&script, [&](const void*) {
+        script.journal.Add("object is gone");
+        gone.Raise();
+    }));
+    script.queue->Push(1);
+    ready.Raise();
+    ASSERT_TRUE(gone.Wait());
+    ASSERT_TRUE(WaitUntilGone(script.handlerThread));
+    EXPECT_THAT(script.journal.Entries(),
+                ElementsAre("Subscribe", "Create", "Process 1", "Unsubscribe", "~Factory",
+                            "~Subscriber", "~Processor", "object is gone"));
+}
+
 /// A thread that has stopped its own run may go on with what it took out of the queue.
 TEST_F(HandlerRounds, HaveAnObjectKeptBehindAStopOfTheirOwn) {
     std::promise<std::weak_ptr<int>> told;
     action_ = [&](int value) {
         if (value == 1) {
             EXPECT_EQ(handler_.Stop(), 0);
+            script_.queue.reset();  // the thread alone holds it now
             auto object = std::make_shared<int>(1);
             const std::weak_ptr<int> kept = object;
             handler_.KeepForThreads(std::move(object));

@@ -239,6 +239,22 @@ TEST_F(DataSubscriberTest, UndoesTheRegistrationWhenThereIsNoThread) {
     EXPECT_EQ(subscriber_.Subscribe(queue_), 0);
 }
 
+/// Who made the queue may have put into its hands what the provider needs.
+TEST_F(DataSubscriberTest, HoldsItsQueueUntilTheProviderLetsItGo) {
+    const std::weak_ptr<Queue> queue = queue_;
+    ASSERT_EQ(subscriber_.Subscribe(std::exchange(queue_, nullptr)), 0);
+    notifier_->SetUnregister(-5);
+    EXPECT_EQ(subscriber_.Unsubscribe(), -5);
+    notifier_->Give({1, 0});  // nothing to tell: the thread sees the cancel and ends
+    while (queue.use_count() > 1) {
+        std::this_thread::yield();
+    }
+    EXPECT_FALSE(queue.expired());
+    notifier_->SetUnregister(0);
+    EXPECT_EQ(subscriber_.Unsubscribe(), 0);
+    EXPECT_TRUE(queue.expired());
+}
+
 TEST_F(DataSubscriberTest, GivesEachWaitAZero) {
     std::vector<int> seen;
     Flag* unregistered = nullptr;

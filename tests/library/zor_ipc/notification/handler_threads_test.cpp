@@ -172,51 +172,20 @@ TEST_F(HandlerThreadsTest, AreJoinedByTheEndOfTheirObject) {
     EXPECT_THAT(journal_.Entries(), ElementsAre("one begins", "one ends"));
 }
 
-TEST_F(HandlerThreadsTest, KeepAnObjectUntilTheEndAfterTheirRounds) {
+/// A handler thread may be the one that finds them ended, and it must wait for nobody.
+TEST_F(HandlerThreadsTest, AreNotJoinedByAStartBeforeTheirRoundsAreDestroyed) {
+    Flag destroying;
     Flag leave;
-    threads_->Start(std::make_shared<Token>(), [this, &leave, object = Object("rounds")] {
-        journal_.Add("begins");
-        leave.Wait();
-    });
-    ASSERT_TRUE(WaitFor("begins"));
-    threads_->Keep(Object("object"));
-    EXPECT_THAT(journal_.Entries(), ElementsAre("begins"));
+    threads_->Start(std::make_shared<Token>(),
+                    [object = std::shared_ptr<const void>(this, [&destroying, &leave](const void*) {
+                         destroying.Raise();
+                         leave.Wait();
+                     })] {});
+    ASSERT_TRUE(destroying.Wait());
+    threads_->Start(std::make_shared<Token>(), [this] { journal_.Add("second begins"); });
+    EXPECT_TRUE(WaitFor("second begins"));
     leave.Raise();
-    ASSERT_TRUE(WaitFor("object is gone"));
-    EXPECT_THAT(journal_.Entries(), ElementsAre("begins", "rounds is gone", "object is gone"));
-}
-
-TEST_F(HandlerThreadsTest, KeepNothingWhenNoneRuns) {
-    threads_->Keep(Object("first"));
-    EXPECT_THAT(journal_.Entries(), ElementsAre("first is gone"));
-    threads_->Start(std::make_shared<Token>(), [] {});
     threads_->Finish();
-    threads_->Keep(Object("second"));
-    EXPECT_THAT(journal_.Entries(), ElementsAre("first is gone", "second is gone"));
-}
-
-TEST_F(HandlerThreadsTest, KeepAnObjectUntilTheLastHasEnded) {
-    Flag leaveFirst;
-    Flag leaveSecond;
-    std::atomic<pid_t> first{0};
-    threads_->Start(std::make_shared<Token>(), [&] {
-        first = ThreadNumber();
-        journal_.Add("first begins");
-        leaveFirst.Wait();
-    });
-    ASSERT_TRUE(WaitFor("first begins"));
-    threads_->Keep(Object("object"));
-    StartUntil(leaveSecond, "second");  // it was not there when the object came
-    leaveFirst.Raise();
-    ASSERT_TRUE(WaitFor("second begins"));
-    while (ThreadState::Of(first).state != '?') {  // the kernel knows it still
-        std::this_thread::yield();
-    }
-    EXPECT_THAT(journal_.Entries(), ElementsAre("first begins", "second begins"));
-    leaveSecond.Raise();
-    ASSERT_TRUE(WaitFor("object is gone"));
-    threads_->Finish();
-    EXPECT_EQ(journal_.Entries().back(), "object is gone");
 }
 
 TEST_F(HandlerThreadsTest, LeaveNothingBehindWhenTheyCannotBeStarted) {
@@ -227,10 +196,9 @@ TEST_F(HandlerThreadsTest, LeaveNothingBehindWhenTheyCannotBeStarted) {
                      std::system_error);
     }
     EXPECT_THAT(journal_.Entries(), ElementsAre("rounds is gone"));
-    threads_->Keep(Object("object"));
     threads_->Start(std::make_shared<Token>(), [this] { journal_.Add("runs"); });
     threads_->Finish();
-    EXPECT_THAT(journal_.Entries(), ElementsAre("rounds is gone", "object is gone", "runs"));
+    EXPECT_THAT(journal_.Entries(), ElementsAre("rounds is gone", "runs"));
 }
 
 }  // namespace

@@ -5,7 +5,10 @@
 
 #include <csignal>
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <system_error>
+#include <utility>
 
 #include "data_handler/data_handler.h"
 #include "data_handler/data_subscriber.h"
@@ -56,6 +59,30 @@ TEST(DataSubscriberEnd, Unsubscribes) {
     EXPECT_THAT(notifier->Calls(), ElementsAre("Register", "Unregister"));
     EXPECT_TRUE(queue->IsClosed());
     EXPECT_EQ(queue.use_count(), 1);
+}
+
+/// The handler thread cannot be started and the provider refuses to undo the registration: the
+/// subscriber is left subscribed, and asks the provider once more at its end.
+TEST(DataSubscriberEnd, FindsWhatWasKeptAlsoWhenAStartCouldNotBeUndone) {
+    const auto notifier = std::make_shared<Notifier<int>>();
+    test::PartsScript script;
+    auto handler = std::make_unique<Handler>(SubscriberOf(notifier),
+                                             std::make_unique<test::ScriptedFactory>(script));
+    const auto manager = std::make_shared<test::ScriptedManager>();
+    std::optional<test::NoMoreThreads> none;
+    script.onCreate = [&none] { none.emplace(); };  // the subscriber's thread runs by now
+    notifier->SetUnregister(-5);
+    EXPECT_THROW(handler->Start(manager), std::system_error);
+    none.reset();
+
+    auto object = std::make_shared<int>(1);
+    const std::weak_ptr<int> kept = object;
+    handler->KeepForThreads(std::move(object));
+    EXPECT_FALSE(kept.expired());
+    notifier->SetUnregister(0);
+    handler.reset();
+    EXPECT_THAT(notifier->Calls(), ElementsAre("Register", "Unregister", "Unregister"));
+    EXPECT_TRUE(kept.expired());
 }
 
 class SubscriberDeathTest : public ::testing::Test {

@@ -5,13 +5,13 @@
 #include <list>
 #include <memory>
 #include <utility>
-#include <vector>
 
 #include "common/log.h"
 #include "data_handler/handler_threads.h"
 #include "data_handler/i_data_handler.h"
 #include "data_handler/i_data_processor.h"
 #include "data_handler/i_data_subscriber.h"
+#include "data_handler/kept_objects.h"
 #include "qel/exception.h"
 #include "qor/mutex.h"
 #include "qor/utils/cancellation_token.h"
@@ -48,8 +48,8 @@ public:
                         "DataHandler: Stop threw exception: {}", exception.what());
         }
         token_->Cancel();
-        if (queue_) {
-            Close(*queue_);  // still there when the subscriber refused to stop
+        if (run_) {
+            Close(run_->queue);  // still there when the subscriber refused to stop
         }
     }
 
@@ -65,8 +65,8 @@ public:
                                    "DataHandler: dataManger weak ptr is expired!");
         }
         auto token = std::make_shared<Token>(Action::Cancel);
-        queue_ = std::make_shared<Queue<T>>();
-        const int subscribed = subscriber_->Subscribe(queue_);
+        auto run = std::make_shared<Run>(KeptForNewRun());
+        const int subscribed = subscriber_->Subscribe({run, &run->queue});
         if (subscribed < 0) {
             return subscribed;
         }
@@ -76,19 +76,16 @@ public:
                 processor_ = factory_->CreateDataProcessor(std::move(manager));
             }
             token->Resume();
-            threads_.Start(token, [queue = queue_, processor = processor_, token] {
-                RunDataHandler(*queue, *processor, *token);
-            });
+            threads_.Start(token, Rounds{run, processor_, token});
         } catch (...) {
             if (firstStart) {
                 processor_.reset();
             }
-            subscriber_->Unsubscribe();
-            queue_.reset();
+            subscriber_->Unsubscribe();  // a subscriber that refuses goes on holding the run
             throw;
         }
         token_ = std::move(token);
-        kept_.Open();
+        run_ = std::move(run);
         return qel::kNoError;
     }
 
@@ -104,17 +101,20 @@ public:
         if (unsubscribed < 0) {
             return unsubscribed;
         }
+        // The cancel first: the thread that the closed queue wakes handles what waits, and sees
+        // that this was its last round.
         token_->Cancel();
-        Close(*queue_);
+        Close(run_->queue);
         threads_.Finish();
-        queue_.reset();
-        kept_.Close();
+        run_.reset();
         return qel::kNoError;
     }
 
     void KeepForThreads(const std::shared_ptr<const void>& object) override {
-        threads_.Keep(object);
-        kept_.Add(object);
+        const std::shared_ptr<KeptObjects> kept = Kept();
+        if (kept) {
+            kept->Add(object);
+        }
     }
 
 private:
@@ -123,34 +123,41 @@ private:
 
     static constexpr char kSourceFile[] = "data_handler";
 
-    /// What is kept for a run: the subscriber needs it to the end, also when the handler thread
-    /// ended before.
-    class KeptForRun {
-    public:
-        void Open() {
-            qor::MutexLock lock(mutex_);
-            open_ = true;
-        }
+    /// What one run is made of. Both threads hold it to their ends, and the subscriber until it has
+    /// unsubscribed: it gets the queue by a pointer that owns the whole.
+    struct Run {
+        explicit Run(std::shared_ptr<KeptObjects> keptObjects) : kept(std::move(keptObjects)) {}
 
-        void Add(const std::shared_ptr<const void>& object) {
-            qor::MutexLock lock(mutex_);
-            if (open_) {
-                objects_.push_back(object);
-            }
-        }
-
-        void Close() {
-            std::vector<std::shared_ptr<const void>> objects;
-            qor::MutexLock lock(mutex_);
-            objects.swap(objects_);  // go after the lock
-            open_ = false;
-        }
-
-    private:
-        qor::Mutex mutex_;  // a leaf
-        bool open_ QOR_GUARDED_BY(mutex_) = false;
-        std::vector<std::shared_ptr<const void>> objects_ QOR_GUARDED_BY(mutex_);
+        const std::shared_ptr<KeptObjects> kept;
+        Queue<T> queue;
     };
+
+    /// What the handler thread holds. The processor goes first: what it uses may be what the run
+    /// keeps.
+    struct Rounds {
+        std::shared_ptr<Run> run;
+        std::shared_ptr<IDataProcessor<T>> processor;
+        std::shared_ptr<const Token> token;
+
+        void operator()() const { RunDataHandler(run->queue, *processor, *token); }
+    };
+
+    /// Shared with the threads of earlier runs that are still inside an observer: what those use
+    /// behind the end of a connector is what the new run uses too.
+    std::shared_ptr<KeptObjects> KeptForNewRun() {
+        qor::MutexLock lock(mutex_);
+        std::shared_ptr<KeptObjects> kept = kept_.lock();
+        if (!kept) {
+            kept = std::make_shared<KeptObjects>();
+            kept_ = kept;
+        }
+        return kept;
+    }
+
+    std::shared_ptr<KeptObjects> Kept() {
+        qor::MutexLock lock(mutex_);
+        return kept_.lock();
+    }
 
     static void Close(Queue<T>& queue) {
         if (!queue.IsClosed()) {
@@ -192,7 +199,8 @@ private:
     }
 
     /// The subscriber's thread has ended, and with it the queue, though the pipeline was not
-    /// stopped: nothing more will come.
+    /// stopped: nothing more will come, and a closed queue gives back at once, so that the loop
+    /// would only burn a processor.
     static void WaitForEnd(const Token& token) {
         Action action{};
         while (token.IsContinued()) {
@@ -200,15 +208,17 @@ private:
         }
     }
 
-    KeptForRun kept_;  // outlives the subscriber
     const std::unique_ptr<IDataSubscriber<T, Queue>> subscriber_;
     const std::unique_ptr<IDataProcessorFactory<T, Manager>> factory_;
-    /// Queue, processor and token are shared with the thread. The token is new for every run, so
-    /// that one that was cancelled stays so.
+    /// Processor, run and token are shared with the thread. The token is new for every run, so that
+    /// one that was cancelled stays so.
     std::shared_ptr<IDataProcessor<T>> processor_;
-    std::shared_ptr<Queue<T>> queue_;
+    std::shared_ptr<Run> run_;  // set while it runs
     std::shared_ptr<Token> token_ = std::make_shared<Token>(Action::Cancel);
     HandlerThreads threads_;
+    qor::Mutex mutex_;  // a leaf
+    /// Of the latest run, while somebody holds that.
+    std::weak_ptr<KeptObjects> kept_ QOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace zam_connector::proxy

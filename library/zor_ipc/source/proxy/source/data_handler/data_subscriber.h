@@ -56,14 +56,14 @@ public:
         }
         try {
             thread_ = qor::utils::StartWorkerThread(
-                threadName_, [provider = provider_, queue = std::move(queue), token] {
-                    RunGetData(*provider, *queue, *token);
-                });
+                threadName_,
+                [provider = provider_, queue, token] { RunGetData(*provider, *queue, *token); });
         } catch (...) {
             provider_->Unregister();
             throw;
         }
         token_ = std::move(token);
+        queue_ = std::move(queue);
         subscribed_ = true;
         return qel::kNoError;
     }
@@ -81,8 +81,9 @@ public:
             return unregistered;
         }
         if (thread_.joinable()) {
-            thread_.join();
+            thread_.join();  // never in vain: it calls no observer, and the service has let it go
         }
+        queue_.reset();
         subscribed_ = false;
         return qel::kNoError;
     }
@@ -138,6 +139,9 @@ private:
     const std::shared_ptr<IDataProvider<T>> provider_;
     std::thread thread_;
     std::shared_ptr<Token> token_ = std::make_shared<Token>();
+    /// Held while it is subscribed, though only the thread uses it: with the queue lives what the
+    /// provider needs for an `Unregister`, which may be left to the destructor.
+    std::shared_ptr<Queue<T>> queue_;
     bool subscribed_ = false;
     const char* const threadName_;
 };

@@ -36,29 +36,10 @@ void HandlerThreads::Turn::Remind() {
     changed_.notify_all();
 }
 
-void HandlerThreads::Berth::Keep(const std::shared_ptr<const void>& object) {
-    qor::MutexLock lock(mutex_);
-    if (!ended_) {
-        kept_.push_back(object);
-    }
-}
-
-void HandlerThreads::Berth::End() {
-    std::vector<std::shared_ptr<const void>> kept;
-    qor::MutexLock lock(mutex_);
-    kept.swap(kept_);  // goes after the lock
-    ended_ = true;
-}
-
-bool HandlerThreads::Berth::HasEnded() const {
-    qor::MutexLock lock(mutex_);
-    return ended_;
-}
-
 HandlerThreads::~HandlerThreads() {
     Finish();
     for (Entry& entry : entries_) {
-        entry.thread.detach();
+        entry.thread.detach();  // this thread is one of them, or one that must not wait for them
     }
 }
 
@@ -69,16 +50,18 @@ bool HandlerThreads::IsCurrent() noexcept {
 void HandlerThreads::Start(std::shared_ptr<const qor::utils::CancellationToken> token,
                            std::function<void()> rounds) {
     JoinEnded();
-    Entry entry{{}, NewBerth()};
-    auto run = [turn = turn_, berth = entry.berth, token = std::move(token),
+    Entry entry{{}, std::make_shared<std::atomic<bool>>(false)};
+    auto run = [turn = turn_, hasEnded = entry.hasEnded, token = std::move(token),
                 rounds = std::move(rounds)]() mutable {
         isHandlerThread = true;
         if (turn->Take(*token)) {
             rounds();
             turn->Give();
         }
-        rounds = nullptr;  // what the berth keeps is kept for it
-        berth->End();
+        // Before it counts as ended: a handler thread may be the one that joins it then, and must
+        // not wait for the destructors of what the rounds hold.
+        rounds = nullptr;
+        *hasEnded = true;
     };
     entries_.push_back(std::move(entry));
     try {
@@ -100,32 +83,9 @@ void HandlerThreads::Finish() {
     entries_.clear();
 }
 
-void HandlerThreads::Keep(const std::shared_ptr<const void>& object) {
-    qor::MutexLock lock(mutex_);
-    kept_.emplace_back(object);
-    for (const std::weak_ptr<Berth>& candidate : berths_) {
-        if (const std::shared_ptr<Berth> berth = candidate.lock()) {
-            berth->Keep(object);
-        }
-    }
-}
-
-std::shared_ptr<HandlerThreads::Berth> HandlerThreads::NewBerth() {
-    auto berth = std::make_shared<Berth>();
-    qor::MutexLock lock(mutex_);
-    for (const std::weak_ptr<const void>& kept : kept_) {
-        if (const std::shared_ptr<const void> object = kept.lock()) {
-            berth->Keep(object);
-        }
-    }
-    std::erase_if(berths_, [](const std::weak_ptr<Berth>& old) { return old.expired(); });
-    berths_.emplace_back(berth);
-    return berth;
-}
-
 void HandlerThreads::JoinEnded() {
     for (auto entry = entries_.begin(); entry != entries_.end();) {
-        if (entry->berth->HasEnded()) {
+        if (*entry->hasEnded) {
             entry->thread.join();
             entry = entries_.erase(entry);
         } else {

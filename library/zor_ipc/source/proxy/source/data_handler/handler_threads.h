@@ -1,11 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <list>
 #include <memory>
 #include <thread>
-#include <vector>
 
 #include "qor/mutex.h"
 #include "qor/utils/cancellation_token.h"
@@ -46,10 +46,6 @@ public:
     /// later when this is a handler thread itself.
     void Finish();
 
-    /// Each thread that runs now holds `object` until its end, and so does each one started while
-    /// one of them does. Thread-safe.
-    void Keep(const std::shared_ptr<const void>& object);
-
 private:
     /// Goes from thread to thread; who has it may call observers.
     class Turn {
@@ -66,34 +62,16 @@ private:
         bool taken_ QOR_GUARDED_BY(mutex_) = false;
     };
 
-    /// What a thread holds for others.
-    class Berth {
-    public:
-        void Keep(const std::shared_ptr<const void>& object);
-        /// The thread is about to end: lets everything go and keeps nothing from now on.
-        void End();
-        bool HasEnded() const;
-
-    private:
-        mutable qor::Mutex mutex_;  // a leaf
-        bool ended_ QOR_GUARDED_BY(mutex_) = false;
-        std::vector<std::shared_ptr<const void>> kept_ QOR_GUARDED_BY(mutex_);
-    };
-
     struct Entry {
         std::thread thread;
-        std::shared_ptr<Berth> berth;
+        std::shared_ptr<std::atomic<bool>> hasEnded;  ///< nothing is left but the thread's own end
     };
 
-    std::shared_ptr<Berth> NewBerth() QOR_EXCLUDES(mutex_);
     void JoinEnded();
 
     const char* const name_;
     const std::shared_ptr<Turn> turn_ = std::make_shared<Turn>();
     std::list<Entry> entries_;
-    qor::Mutex mutex_;  // guards what follows; comes before a berth's
-    std::vector<std::weak_ptr<Berth>> berths_ QOR_GUARDED_BY(mutex_);
-    std::vector<std::weak_ptr<const void>> kept_ QOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace zam_connector::proxy

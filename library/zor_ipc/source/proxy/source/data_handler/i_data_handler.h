@@ -18,7 +18,8 @@ public:
     virtual int Stop() = 0;
 
     /// Keeps `object`, which the threads use and do not own, until the pipeline has been stopped
-    /// and the last of its threads has ended. Keeps nothing when none runs. Thread-safe.
+    /// and the last of its threads has ended; a run that is started before shares it. Keeps nothing
+    /// when none runs. Throws `std::bad_alloc`. Thread-safe.
     virtual void KeepForThreads(const std::shared_ptr<const void>& object) = 0;
 };
 

@@ -10,7 +10,8 @@ class IDataSubscriber {
 public:
     virtual ~IDataSubscriber() = default;
 
-    /// 0x80000067 when it is subscribed already.
+    /// Shares `queue`, and with it whatever lives and dies with that, until an `Unsubscribe` has
+    /// succeeded. 0x80000067 when it is subscribed already.
     virtual int Subscribe(std::shared_ptr<Queue<T>> queue) = 0;
 
     /// 0x80000067 when it is not subscribed.

@@ -19,6 +19,8 @@ ZamConnStateProcessor::ZamConnStateProcessor(std::weak_ptr<IZamConnStateManager>
     : manager_(std::move(manager)) {}
 
 int ZamConnStateProcessor::ProcessData(int value) {
+    // Owned to the end: who drops the subscriber meanwhile waits for no observer, and its end is
+    // left to this thread.
     const std::shared_ptr<IZamConnStateManager> manager = manager_.lock();
     if (!manager) {
         return common::Failure(Site(), "ZamConnStateProcessor: dataManger weak ptr is expired!");

@@ -56,6 +56,8 @@ ZamDataProcessor::ZamDataProcessor(std::weak_ptr<IZamDataManager> manager,
 }
 
 int ZamDataProcessor::ProcessData(unsigned int kind) {
+    // Owned to the end: who drops the subscriber meanwhile waits for no observer, and its end is
+    // left to this thread.
     const std::shared_ptr<IZamDataManager> manager = manager_.lock();
     if (!manager) {
         return common::Failure(Site(), "ZamDataProcessor: dataManger weak ptr is expired!");
