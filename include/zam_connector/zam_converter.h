@@ -7,10 +7,10 @@
 #include <utility>
 #include <vector>
 
+#include "qel/export.h"
 #include "qor/types/timestamp.h"
 #include "zam_connector/app_eula.h"
 #include "zam_connector/app_updates.h"
-#include "qel/export.h"
 #include "zam_connector/result_code.h"
 #include "zam_connector/update_info.h"
 #include "zam_connector/update_status_info.h"

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "support/program.h"
-#include "zam_connector_testing/service_process.h"
 #include "support/running_program.h"
+#include "zam_connector_testing/service_process.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include <stdint.h>
 
-#include "vd/arena.h"
 #include "qel/export.h"
+#include "vd/arena.h"
 
 /// The client half of the system's IPC: one blocking request/response exchange.
 

@@ -17,9 +17,9 @@
 #include <string>
 #include <vector>
 
+#include "support/program.h"
 #include "support/running_program.h"
 #include "system/chunk_faults.h"
-#include "support/program.h"
 #include "zam_connector_testing/service_process.h"
 
 namespace zamctl::test {

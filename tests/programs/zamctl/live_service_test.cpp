@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "support/running_program.h"
 #include "support/program.h"
+#include "support/running_program.h"
 #include "support/temporary_folder.h"
 #include "zam_connector_testing/service_process.h"
 

@@ -6,9 +6,9 @@
 #include <string_view>
 #include <type_traits>
 
+#include "qel/export.h"
 #include "qel/result_code.h"
 #include "qel/utf.h"
-#include "qel/export.h"
 
 namespace qel {
 

@@ -12,8 +12,8 @@
 #include <variant>
 #include <vector>
 
-#include "qor/types/timestamp.h"
 #include "qel/export.h"
+#include "qor/types/timestamp.h"
 
 namespace zuv_sm {
 

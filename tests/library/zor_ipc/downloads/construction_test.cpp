@@ -1,8 +1,8 @@
 #include <memory>
 #include <typeinfo>
 
-#include "library/zor_ipc/data_proxies/record_checks.h"
 #include "download_rig.h"
+#include "library/zor_ipc/data_proxies/record_checks.h"
 #include "qel/exception.h"
 #include "zam_connector_testing/scripted_platform.h"
 

@@ -7,13 +7,13 @@
 #include <memory>
 #include <type_traits>
 
-#include "include/virtual_slot.h"
 #include "data_handler/i_data_handler.h"
 #include "data_handler/i_data_processor.h"
 #include "data_handler/i_data_provider.h"
 #include "data_handler/i_data_subscriber.h"
 #include "data_handler/i_zam_conn_state_manager.h"
 #include "data_handler/i_zam_data_manager.h"
+#include "include/virtual_slot.h"
 #include "qor/utils/blocking_queue.h"
 #include "qor/utils/cancellation_token.h"
 #include "zam_connector/i_zam_conn_state_subscriber.h"

@@ -4,8 +4,8 @@
 #include <chrono>
 #include <cstdint>
 
-#include "qor/utils/event.h"
 #include "qel/export.h"
+#include "qor/utils/event.h"
 
 namespace qor::utils {
 

@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "vd/arena.h"
 #include "qel/export.h"
+#include "vd/arena.h"
 
 /// Message arenas as the conversions use them. One thread at a time may use an arena.
 

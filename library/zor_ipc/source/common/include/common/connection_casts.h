@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "qx/zam_types.h"
 #include "qel/export.h"
+#include "qx/zam_types.h"
 #include "zam_connector/zam_connection_parameters.h"
 #include "zam_connector/zam_connector_settings.h"
 #include "zam_connector/zam_connector_state.h"

@@ -2,9 +2,9 @@
 
 #include <vector>
 
+#include "qel/export.h"
 #include "qx/zam_types.h"
 #include "zam_connector/client_cert_info.h"
-#include "qel/export.h"
 #include "zam_connector/file_chunk.h"
 #include "zam_connector/file_info.h"
 

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <utility>
 
-#include "qel/result_code.h"
 #include "qel/export.h"
+#include "qel/result_code.h"
 #include "zor/logger.h"
 
 /// Log records of the library. Every function here asks the root logger first and does nothing,

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "qel/export.h"
 #include "qx/zam_types.h"
 #include "zam_connector/app_info.h"
 #include "zam_connector/dynamic_app_info.h"
-#include "qel/export.h"
 
 /// Conversions of what the product tells about itself to and from its IDL forms. Thread-safe as
 /// long as nobody else uses the arena.

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "common/raw_zam_param.h"
-#include "qx/zam_types.h"
 #include "qel/export.h"
+#include "qx/zam_types.h"
 
 /// Conversions of raw parameter lists to and from a message: a compact stream of bytes in the
 /// arena (docs/wire.md). Every list crosses unchanged, value blocks that decode to nothing

@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "qx/zam_types.h"
 #include "qel/export.h"
+#include "qx/zam_types.h"
 #include "zuv/path.h"
 #include "zuv/value.h"
 

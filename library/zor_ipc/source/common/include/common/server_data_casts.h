@@ -3,8 +3,8 @@
 #include <utility>
 #include <vector>
 
-#include "qx/zam_types.h"
 #include "qel/export.h"
+#include "qx/zam_types.h"
 #include "zam_connector/zam_id.h"
 #include "zam_connector/zam_server_data.h"
 #include "zam_connector/zam_subscriptions.h"
