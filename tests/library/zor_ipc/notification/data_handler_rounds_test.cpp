@@ -218,8 +218,8 @@ TEST_F(HandlerRounds, HaveAnObjectKeptWhileTheSubscriberHoldsTheQueue) {
 
 TEST_F(HandlerRounds, HaveNothingKeptBeforeTheFirstStart) {
     PartsScript script;
-    Handler handler(std::make_unique<ScriptedSubscriber>(script),
-                    std::make_unique<ScriptedFactory>(script));
+    CountingHandler handler(std::make_unique<ScriptedSubscriber>(script),
+                            std::make_unique<ScriptedFactory>(script));
     auto object = std::make_shared<int>(1);
     const std::weak_ptr<int> unneeded = object;
     handler.KeepForThreads(std::move(object));
@@ -259,8 +259,8 @@ TEST_F(HandlerRounds, HaveAnObjectKeptUntilTheLastHasEnded) {
 TEST(HandlerEnd, LetsTheProcessorGoBeforeWhatIsKept) {
     PartsScript script;
     const auto manager = std::make_shared<ScriptedManager>();
-    auto handler = std::make_unique<Handler>(std::make_unique<ScriptedSubscriber>(script),
-                                             std::make_unique<ScriptedFactory>(script));
+    auto handler = std::make_unique<CountingHandler>(std::make_unique<ScriptedSubscriber>(script),
+                                                     std::make_unique<ScriptedFactory>(script));
     Flag gone;
     Flag ready;
     script.onProcess = [&](int) {

@@ -66,8 +66,8 @@ TEST(DataSubscriberEnd, Unsubscribes) {
 TEST(DataSubscriberEnd, FindsWhatWasKeptAlsoWhenAStartCouldNotBeUndone) {
     const auto notifier = std::make_shared<Notifier<int>>();
     test::PartsScript script;
-    auto handler = std::make_unique<Handler>(SubscriberOf(notifier),
-                                             std::make_unique<test::ScriptedFactory>(script));
+    auto handler = std::make_unique<BlockingHandler>(
+        SubscriberOf(notifier), std::make_unique<test::ScriptedFactory>(script));
     const auto manager = std::make_shared<test::ScriptedManager>();
     std::optional<test::NoMoreThreads> none;
     script.onCreate = [&none] { none.emplace(); };  // the subscriber's thread runs by now
