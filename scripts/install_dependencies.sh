@@ -5,8 +5,8 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config git
   libfmt-dev libspdlog-dev libasio-dev nlohmann-json3-dev libcli11-dev libxxhash-dev
-  libssl-dev zlib1g-dev
-  libgtest-dev libgmock-dev libbenchmark-dev
+  libssl-dev libsimdjson-dev libdeflate-dev
+  libgtest-dev libgmock-dev zlib1g-dev
 )
 if [ "${1:-}" = --with-checks ]; then
   packages+=(
