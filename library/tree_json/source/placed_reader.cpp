@@ -1,16 +1,16 @@
+#include "placed_reader.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
 
+#include "double_name.h"
 #include "json_text/base64.h"
 #include "json_text/json_text.h"
 #include "place.h"
@@ -22,32 +22,6 @@ namespace {
 
 using nlohmann::json;
 using zam_json::JsonPart;
-
-/// The number that `NameOfDouble` of the writer names; the digits may be in capitals.
-std::optional<double> DoubleOfName(std::string_view name) {
-    constexpr std::size_t kBitsDigits = 16;
-    constexpr int kHexadecimal = 16;
-    constexpr double kInf = std::numeric_limits<double>::infinity();
-    if (name == kInfinity || name == kMinusInfinity) {
-        return name == kInfinity ? kInf : -kInf;
-    }
-    std::uint64_t bits = kNanBits;
-    if (name != kNan) {
-        if (name.size() != kBitsPrefix.size() + kBitsDigits ||
-            name.substr(0, kBitsPrefix.size()) != kBitsPrefix) {
-            return std::nullopt;
-        }
-        const char* const end = name.data() + name.size();
-        const auto result =
-            std::from_chars(name.data() + kBitsPrefix.size(), end, bits, kHexadecimal);
-        if (result.ec != std::errc() || result.ptr != end) {
-            return std::nullopt;
-        }
-    }
-    double number = 0;
-    std::memcpy(&number, &bits, sizeof number);
-    return std::isnan(number) ? std::optional(number) : std::nullopt;
-}
 
 /// Turns the parsed text into a tree. The parts of the text move into the tree as they are read.
 class Reader {
@@ -275,8 +249,8 @@ void Reader::FailAt(std::size_t offset, std::string pointer, std::string message
 
 }  // namespace
 
-zuv::TValue Read(std::string_view text, std::string_view name) {
-    return Reader(zam_json::WithoutByteOrderMark(text), name).Tree();
+zuv::TValue ReadWithPlaces(std::string_view text, std::string_view name) {
+    return Reader(text, name).Tree();
 }
 
 }  // namespace zam_connector::tree_json
