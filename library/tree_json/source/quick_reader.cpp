@@ -264,12 +264,15 @@ bool TakeText(std::string_view key, const std::string& text, zuv::TValue& out) {
         return false;
     }
     std::optional<std::string> bytes = zam_json::DecodeBase64(text);
-    if (bytes && key == kStringKey) {
+    if (!bytes) {
+        return false;
+    }
+    if (key == kStringKey) {
         out = *std::move(bytes);
-    } else if (bytes) {
+    } else {
         out.Emplace<zuv::Blob>(bytes->begin(), bytes->end());
     }
-    return bytes.has_value();
+    return true;
 }
 
 /// A member of an object, as it was read.
@@ -406,12 +409,14 @@ bool QuickReader::Array(ondemand::array& array, zuv::TValue& out) {
     ++depth_;
     const std::size_t first = elements_.size();
     for (auto item : array) {
-        ondemand::value element;
+        if (item.error() != simdjson::SUCCESS) {
+            return false;
+        }
+        ondemand::value element = item.value_unsafe();
         ondemand::json_type type{};
         // Not made in its place: arrays inside it make `elements_` grow.
         zuv::TValue node;
-        if (std::move(item).get(element) != simdjson::SUCCESS ||
-            element.type().get(type) != simdjson::SUCCESS ||
+        if (element.type().get(type) != simdjson::SUCCESS ||
             !Node(element, type, Wide::Refused, node)) {
             return false;
         }
