@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config git
   libfmt-dev libspdlog-dev libasio-dev nlohmann-json3-dev libcli11-dev libxxhash-dev
-  libssl-dev zlib1g-dev
+  libssl-dev libsimdjson-dev libdeflate-dev
 )
 for task in "$@"; do
   case $task in
@@ -14,7 +14,7 @@ for task in "$@"; do
       # The compilers of the house, what the tests of the package look at it with, and what makes
       # building fast.
       packages+=(
-        libgtest-dev libgmock-dev clang clang-14 clang-format-14
+        libgtest-dev libgmock-dev zlib1g-dev clang clang-14 clang-format-14
         abigail-tools doxygen dpkg-dev file openssl systemd binutils
         ccache mold
       )

@@ -1,5 +1,6 @@
 #include "json_text/base64.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -11,29 +12,28 @@ constexpr std::string_view kDigits =
 constexpr std::size_t kGroupBytes = 3;
 constexpr std::size_t kGroupDigits = 4;
 
-/// What a digit stands for; 64 or more for any other character.
-std::size_t DigitValue(char digit) noexcept {
-    if (digit >= 'A' && digit <= 'Z') {
-        return static_cast<std::size_t>(digit - 'A');
+constexpr std::uint8_t kNoDigit = 64;
+
+/// What each character stands for as a digit; `kNoDigit` for those that are none.
+constexpr std::array<std::uint8_t, 256> kDigitValues = [] {
+    std::array<std::uint8_t, 256> values{};
+    values.fill(kNoDigit);
+    for (std::uint8_t value = 0; value < kDigits.size(); ++value) {
+        values[static_cast<unsigned char>(kDigits[value])] = value;
     }
-    if (digit >= 'a' && digit <= 'z') {
-        return static_cast<std::size_t>(digit - 'a') + 26;
-    }
-    if (digit >= '0' && digit <= '9') {
-        return static_cast<std::size_t>(digit - '0') + 52;
-    }
-    return digit == '+' ? 62 : digit == '/' ? 63 : 64;
-}
+    return values;
+}();
 
 /// Appends the bytes of 2 to 4 digits; false when they are not the digits of whole bytes.
 bool DecodeGroup(std::string_view digits, std::string& bytes) {
     std::uint32_t bits = 0;
     for (std::size_t index = 0; index < kGroupDigits; ++index) {
-        const std::size_t value = index < digits.size() ? DigitValue(digits[index]) : 0;
-        if (value >= kDigits.size()) {
+        const unsigned value =
+            index < digits.size() ? kDigitValues[static_cast<unsigned char>(digits[index])] : 0;
+        if (value == kNoDigit) {
             return false;
         }
-        bits = (bits << 6U) | static_cast<std::uint32_t>(value);
+        bits = (bits << 6U) | value;
     }
     std::size_t left = digits.size() - 1;
     for (; left > 0; --left) {
