@@ -15,6 +15,7 @@
 namespace zamctl {
 namespace {
 
+using Json = nlohmann::ordered_json;
 using zam_connector::ZamConnectorSettings;
 using zam_connector::ZamSeconds;
 
@@ -159,10 +160,6 @@ std::string ShowValue(SettingsValue value) {
                            : std::string(*flag ? "true" : "false");
 }
 
-Json ToJson(SettingsValue value) {
-    return std::visit([](auto plain) { return Json(plain); }, value);
-}
-
 std::span<const SettingsField> SettingsFields() {
     return kFields;
 }
@@ -213,14 +210,6 @@ std::string SettingsTable(const ZamConnectorSettings& settings) {
         table += (table.empty() ? "" : "\n") + line;
     }
     return table;
-}
-
-Json SettingsObject(const ZamConnectorSettings& settings) {
-    Json object = Json::object();
-    for (const SettingsField& field : kFields) {
-        object[field.name] = ToJson(field.get(settings));
-    }
-    return object;
 }
 
 }  // namespace zamctl

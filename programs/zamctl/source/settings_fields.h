@@ -7,7 +7,6 @@
 #include <variant>
 #include <vector>
 
-#include "output.h"
 #include "zam_connector/zam_connector_settings.h"
 
 namespace zamctl {
@@ -17,9 +16,6 @@ using SettingsValue = std::variant<std::uint64_t, bool>;
 
 /// "900" or "true".
 std::string ShowValue(SettingsValue value);
-
-/// 900 or true.
-Json ToJson(SettingsValue value);
 
 /// One member of the settings, by the name that people use.
 struct SettingsField {
@@ -51,8 +47,5 @@ std::vector<SettingsChange> ParseDocument(const std::string& text, const std::st
 
 /// The settings as a table with units.
 std::string SettingsTable(const zam_connector::ZamConnectorSettings& settings);
-
-/// The settings as an object by their names.
-Json SettingsObject(const zam_connector::ZamConnectorSettings& settings);
 
 }  // namespace zamctl

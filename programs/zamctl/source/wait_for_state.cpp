@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "state_names.h"
+#include "values.h"
 
 namespace zamctl {
 namespace {
@@ -14,6 +15,11 @@ std::string ShowSeconds(std::chrono::milliseconds time) {
 }
 
 }  // namespace
+
+std::string WaitTimeoutHelp() {
+    return fmt::format("How long to wait, 0 to {}; default {}", kLongestTimeout.count(),
+                       kDefaultTimeout.count() / 1000);
+}
 
 StateAnswer AskState(Context& context, const zam_connector::IZamConnController& controller) {
     zam_connector::ZamConnectorState state{};
