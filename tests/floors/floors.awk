@@ -92,6 +92,15 @@ function Resolve(file, name,    folder, candidates, number, i, best) {
     return best
 }
 
+# Whether zamctl may include a file: what is installed, and what the programs share. It stands
+# for all clients: what it needs and does not find there, they would miss as well.
+function IsForClients(file) {
+    return file ~ "^(include|platform/include|foundation/(qel|zuv)/include|library/tree_json/include)/" ||
+        file == "foundation/qor/include/qor/types/timestamp.h" ||
+        file ~ "^programs/(shared|zamctl)/"
+}
+
+
 function Refuse(file, line, name, why) {
     printf "%s:%d: includes \"%s\", %s\n", file, line, name, why
     ++refused
@@ -129,6 +138,8 @@ END {
                 Refuse(file, line, name, "which runs up: " own " stands below or beside " other)
             } else if (other != own && restricted[other] && !((other, own) in allowed)) {
                 Refuse(file, line, name, "which is " other "'s own affair")
+            } else if (own == "programs/zamctl" && !IsForClients(target)) {
+                Refuse(file, line, name, "which clients do not have")
             }
         }
         close(file)

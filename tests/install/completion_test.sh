@@ -44,6 +44,12 @@ refuse _zamctl state zamctl start --server ""
 expect _zamctl app-info zamctl upload app
 refuse _zamctl sync_period_s= zamctl settings set sync
 expect _zamctl updates-status zamctl watch policy up
+refuse _zamctl get zamctl settings get ""
+refuse _zamctl complete zamctl ""
+# As bash breaks words at an equals sign.
+expect _zamctl connected zamctl state --wait = co
+expect _zamctl connected zamctl state --wait =
+refuse _zamctl update/ zamctl policy --path ""
 expect _zam_connectord --data zam_connectord --d
 refuse _zam_connectord --data zam_connectord --i
 
@@ -58,13 +64,31 @@ expect _zam_connectord root zam_connectord --group roo
 
 mkfifo ready
 mkdir -p served/files/images
-touch served/files/readme.txt served/files/images/one.bin
+touch served/files/readme.txt served/files/images/one.bin 'served/files/$(true) a'
+echo '{"update": {"allowed": true, "window": {"from": 1}}, "list": ["a"]}' >served/policy.json
+# Pressing a key says nothing, and takes no longer than the answer of a service may.
+said=$(timeout 10 zamctl complete -- settings set sync 2>&1) && [[ -z $said ]] ||
+    { echo "without a service: $said" >&2; failed=1; }
 refuse _zamctl 'readme.txt ' zamctl file get re
 
 zam_connectord --data served --ready-fd 3 3>ready 2>log &
 service=$!
 read -r -t 30 <ready || failed=1
 expect _zamctl sync_period_s= zamctl settings set sync
+expect _zamctl sync_period_s= zamctl settings set compress_traffic=true sync
+expect _zamctl true zamctl settings set compress_traffic = t
+expect _zamctl false zamctl settings set compress_traffic =
+refuse _zamctl false zamctl settings set compress_traffic = t
+expect _zamctl compress_traffic=true zamctl settings set compress_traffic=t
+refuse _zamctl true zamctl settings set sync_period_s =
+expect _zamctl update/ zamctl policy --path ""
+expect _zamctl 'update/allowed ' zamctl policy get --path update/
+expect _zamctl update/window/ zamctl policy --path update/w
+expect _zamctl 'list/0 ' zamctl policy --path list/
+expect _zamctl update/ zamctl policy --path = up
+refuse _zamctl update/ zamctl policy --path missing/
+refuse _zamctl update/ zamctl product-settings --path ""
+expect _zamctl '\$\(true\)\ a ' zamctl file get ""
 expect _zamctl 'readme.txt ' zamctl file get re
 expect _zamctl 'readme.txt ' zamctl --json file info ""
 expect _zamctl images/ zamctl file get im

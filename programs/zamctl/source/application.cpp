@@ -33,11 +33,11 @@ int Application::Run(const std::vector<std::string>& arguments) {
     Invocation invocation;
     try {
         ParseCommandLine(arguments, invocation);
-        surroundings_.records.SetVerbose(invocation.verbose);
+        surroundings_.records.SetVerbose(invocation.globals.verbose);
         if (invocation.command == nullptr) {
             surroundings_.out << invocation.information << '\n' << std::flush;
         } else {
-            Context context(surroundings_, invocation.format);
+            Context context(surroundings_, invocation.globals.format);
             invocation.command->Run(context);
         }
         if (!surroundings_.out) {

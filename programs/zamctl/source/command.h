@@ -78,13 +78,18 @@ private:
     RecordKeeper& records_;
 };
 
-/// One command with its options, ready to run once.
+class Options;
+
+/// One command, to be run once.
 class Command {
 public:
     virtual ~Command() = default;
 
+    /// Declares the options that it has; the parse writes them to this object.
+    virtual void Declare(Options& /*options*/) {}
+
     /// Does the work and prints its result. Throws `Failure`, with nothing printed unless the
-    /// command says otherwise.
+    /// command says otherwise; a `UsageError` before anything is sent.
     virtual void Run(Context& context) = 0;
 };
 

@@ -2,13 +2,11 @@
 
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cstdint>
-#include <limits>
 #include <utility>
 
-#include "command_options.h"
+#include "command_tree.h"
+#include "commands/complete_command.h"
 #include "failure.h"
 #include "nearest.h"
 #include "values.h"
@@ -17,47 +15,8 @@
 namespace zamctl {
 namespace {
 
-constexpr const char* kFooter =
-    "Exit status: 0 done, 1 usage, 2 the service or the library answered with a failure code,\n"
-    "3 the connector could not be made.";
-
 bool Contains(const std::vector<std::string>& arguments, std::string_view wanted) {
     return std::find(arguments.begin(), arguments.end(), wanted) != arguments.end();
-}
-
-std::vector<std::string> CommandNames(const CLI::App& app) {
-    std::vector<std::string> names;
-    for (const CLI::App* const command :
-         app.get_subcommands([](const CLI::App*) { return true; })) {
-        names.push_back(command->get_name());
-    }
-    return names;
-}
-
-/// The long options of a command and of those that it belongs to.
-std::vector<std::string> OptionNames(const CLI::App& app) {
-    std::vector<std::string> names;
-    for (const CLI::App* level = &app; level != nullptr; level = level->get_parent()) {
-        for (const CLI::Option* const option : level->get_options()) {
-            for (const std::string& name : option->get_lnames()) {
-                if (!Contains(names, "--" + name)) {
-                    names.push_back("--" + name);
-                }
-            }
-        }
-    }
-    return names;
-}
-
-/// The option of a command, or of those that it belongs to, that an argument gives without a value
-/// in the same word; null when there is none.
-const CLI::Option* FindOption(const CLI::App& app, const std::string& argument) {
-    for (const CLI::App* level = &app; level != nullptr; level = level->get_parent()) {
-        if (const CLI::Option* const option = level->get_option_no_throw(argument)) {
-            return option;
-        }
-    }
-    return nullptr;
 }
 
 /// Checks the words that choose the command before the options are looked at: what the parser says
@@ -73,7 +32,7 @@ void CheckCommandWords(const CLI::App& app, const std::vector<std::string>& argu
         }
         if (argument.starts_with('-')) {
             const CLI::Option* const option = FindOption(*level, argument);
-            isValue = option != nullptr && option->get_items_expected_max() > 0;
+            isValue = option != nullptr && TakesValue(*option);
             isUnknown = isUnknown || (option == nullptr && argument.find('=') == std::string::npos);
             continue;
         }
@@ -116,29 +75,23 @@ const CLI::App& ChosenCommand(const CLI::App& app) {
     }
     // What stands behind the equals sign may be a secret meant for an option spelt wrong.
     const std::string name = first.substr(0, first.find('='));
-    throw UsageError(fmt::format("unknown option '{}'{}", WithoutCredentials(name),
-                                 SuggestName(name, OptionNames(ChosenCommand(app)), "options")));
-}
-
-void DeclareGlobals(CLI::App& app, Invocation& invocation) {
-    app.set_help_flag("-h,--help", "Print this help and end");
-    app.set_version_flag("--version", std::string("zamctl ") + kVersion,
-                         "Print the version and end");
-    app.add_flag("--json", invocation.format.json, "Print results as JSON, one document in a line");
-    app.add_flag("--quiet", invocation.format.quiet, "Print nothing that only confirms or details");
-    app.add_flag("-v,--verbose", invocation.verbose,
-                 "Print the library's log records as they come, to standard error");
-    app.footer(kFooter);
-    app.require_subcommand(1, 1);
+    throw UsageError(
+        fmt::format("unknown option '{}'{}", WithoutCredentials(name),
+                    SuggestName(name, OptionNames(ChosenCommand(app), false), "options")));
 }
 
 }  // namespace
 
 void ParseCommandLine(const std::vector<std::string>& arguments, Invocation& invocation) {
-    CLI::App app("Steers the connector service and shows what it does.", "zamctl");
-    DeclareGlobals(app, invocation);
-    CommandOptions options;
-    DeclareCommands(app, options);
+    // What follows is a command line itself, of which anything may be wrong: no parser sees it.
+    if (arguments.size() >= 2 && arguments[0] == "complete" && arguments[1] == "--") {
+        invocation.commandName = arguments[0];
+        invocation.command = std::make_shared<CompleteCommand>(
+            std::vector<std::string>(arguments.begin() + 2, arguments.end()));
+        return;
+    }
+    CommandTree tree(invocation.globals);
+    CLI::App& app = tree.app;
     CheckCommandWords(app, arguments, invocation.commandName);
     try {
         // The parser takes its arguments from the back.
@@ -157,7 +110,7 @@ void ParseCommandLine(const std::vector<std::string>& arguments, Invocation& inv
     } catch (const CLI::ParseError& error) {
         throw UsageError(error.what());
     }
-    invocation.command = MakeCommand(app, options);
+    invocation.command = tree.declared.commands.at(&ChosenCommand(app));
 }
 
 }  // namespace zamctl

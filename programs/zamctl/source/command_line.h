@@ -1,21 +1,18 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "command.h"
-#include "output.h"
+#include "command_set.h"
 
 namespace zamctl {
 
 /// What a command line asks for.
 struct Invocation {
-    Output::Format format;
-    bool verbose = false;
+    Globals globals;
     std::string commandName;           ///< "settings set"; empty when none was recognised
-    std::unique_ptr<Command> command;  ///< null when there is information to print instead
+    std::shared_ptr<Command> command;  ///< null when there is information to print instead
     std::string information;           ///< help or version, without the last line end
 };
 

@@ -6,35 +6,18 @@
 #include <cstddef>
 #include <iterator>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <utility>
+#include <variant>
 
-#include "json_text/base64.h"
 #include "printable.h"
 #include "qel/utf.h"
+#include "record_json/base64_text.h"
 
 namespace zamctl {
 namespace {
 
 using zam_connector::ZamDeviceStatus;
 using zam_connector::ZamId;
-
-/// The hash, and a place for the members behind it.
-Json WithHash(unsigned long hash) {
-    return {{"hash", HashText(hash)}};
-}
-
-const char* StatusName(ZamDeviceStatus status) {
-    switch (status) {
-        case ZamDeviceStatus::Unmanaged:
-            return "unmanaged";
-        case ZamDeviceStatus::Managed:
-            return "managed";
-        case ZamDeviceStatus::Quarantined:
-            return "quarantined";
-    }
-    return "unknown";
-}
 
 /// In the order of their types.
 using Events = std::map<std::string, zam_connector::ZamEventSubscription>;
@@ -52,14 +35,24 @@ std::string ListEvents(const Events& events) {
     return lines.empty() ? "no subscriptions\n" : lines;
 }
 
-Json EventsDocument(unsigned long hash, const Events& events) {
-    Json document = WithHash(hash);
-    document["events"] = Json::object();
+FieldValue EventFields(const zam_connector::ZamEventSubscription& event) {
+    return Fields{{"min_severity", event.minSeverity}, {"max_delay_s", event.maxDelay.count()}};
+}
+
+Fields EventsDocument(unsigned long hash, const Events& events) {
+    Fields named;
+    Fields encoded;
     for (const auto& [type, event] : events) {
         // A type whose bytes are no UTF-8 cannot be the name of a member.
-        Json& target = qel::IsUtf8(type) ? document["events"][type]
-                                         : document["events_base64"][zam_json::EncodeBase64(type)];
-        target = {{"min_severity", event.minSeverity}, {"max_delay_s", event.maxDelay.count()}};
+        if (qel::IsUtf8(type)) {
+            named[type] = EventFields(event);
+        } else {
+            encoded[zam_json::Base64Text(type)] = EventFields(event);
+        }
+    }
+    Fields document = {{"hash", HashText(hash)}, {"events", named}};
+    if (!encoded.All().empty()) {
+        document["events_base64"] = encoded;
     }
     return document;
 }
@@ -89,12 +82,24 @@ std::string HashText(unsigned long hash) {
     return fmt::format("0x{:016x}", hash);
 }
 
-Json ServerDataDocument(const zam_connector::ZamServerData& data) {
+const char* DeviceStatusName(ZamDeviceStatus status) {
+    switch (status) {
+        case ZamDeviceStatus::Unmanaged:
+            return "unmanaged";
+        case ZamDeviceStatus::Managed:
+            return "managed";
+        case ZamDeviceStatus::Quarantined:
+            return "quarantined";
+    }
+    return "unknown";
+}
+
+Fields ServerDataFields(const zam_connector::ZamServerData& data) {
     return {
         {"version_major", data.versionMajor},
         {"version_minor", data.versionMinor},
         {"clock_offset_s", data.clockOffset.count()},
-        {"device_status", StatusName(data.deviceStatus)},
+        {"device_status", DeviceStatusName(data.deviceStatus)},
         {"offers_files", data.offersFiles},
         {"wants_diagnostics", data.wantsDiagnostics},
         {"requires_client_cert", data.requiresClientCert},
@@ -110,7 +115,7 @@ std::string FetchSubscriptions(Context& context, zam_connector::IZamDataProvider
     if (!form.json) {
         return fmt::format("hash {}\n{}", HashText(data.first), ListEvents(events));
     }
-    Json document = EventsDocument(data.first, events);
+    Fields document = EventsDocument(data.first, events);
     document["result"] = code;
     return JsonLine(document);
 }
@@ -120,16 +125,17 @@ std::string FetchServerData(Context& context, zam_connector::IZamDataProvider& p
     zam_connector::ZamServerData data;
     const int code = context.Checked("read the data about the server",
                                      [&] { return provider.GetZamServerData(data); });
-    Json document = ServerDataDocument(data);
+    Fields document = ServerDataFields(data);
     if (form.json) {
         document["result"] = code;
         return JsonLine(document);
     }
     constexpr int kNameWidth = 20;
     std::string lines;
-    for (const auto& [name, value] : document.items()) {
+    for (const auto& [name, value] : document.All()) {
+        const auto* const text = std::get_if<std::string>(&value.Get());
         lines += fmt::format("{:<{}}  {}\n", name, kNameWidth,
-                             value.is_string() ? value.get<std::string>() : value.dump());
+                             text == nullptr ? JsonText(value) : *text);
     }
     return lines;
 }
@@ -144,11 +150,11 @@ std::string FetchReserveCert(Context& context, zam_connector::IZamDataProvider& 
                       "zam_connectord takes it from reserve_cert.pem in its data folder.");
     }
     if (form.json) {
-        Json document;
+        Fields document;
         if (qel::IsUtf8(cert)) {
             document["cert"] = cert;
         } else {
-            document["cert_base64"] = zam_json::EncodeBase64(cert);
+            document["cert_base64"] = zam_json::Base64Text(cert);
         }
         document["result"] = code;
         return JsonLine(document);
@@ -165,17 +171,18 @@ std::string FetchUpdatesStatus(Context& context, zam_connector::IZamDataProvider
     std::pair<unsigned long, zam_connector::ZamUpdatesStatus> data;
     const int code = context.Checked("read the updates status",
                                      [&] { return provider.GetZamUpdatesStatus(data); });
-    Json document = WithHash(data.first);
+    Fields document = {{"hash", HashText(data.first)}};
     std::string lines = fmt::format("hash {}\n", HashText(data.first));
     for (const UpdateList& list : kUpdateLists) {
         const std::vector<ZamId>& ids = data.second.*list.ids;
-        Json& target = document[list.name] = Json::array();
+        FieldList texts;
         lines += fmt::format("{} ({})\n", list.name, ids.size());
         for (const ZamId& id : ids) {
             const std::string text = IdText(id);
-            target.push_back(text);
+            texts.emplace_back(text);
             lines += fmt::format("  {}\n", text);
         }
+        document[list.name] = std::move(texts);
     }
     document["result"] = code;
     return form.json ? JsonLine(document) : lines;

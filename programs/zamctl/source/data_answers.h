@@ -12,8 +12,11 @@ namespace zamctl {
 /// "0x" and 16 hexadecimal digits, as the service writes hashes.
 std::string HashText(unsigned long hash);
 
+/// "managed".
+const char* DeviceStatusName(zam_connector::ZamDeviceStatus status);
+
 /// The members of `server_data.json`.
-Json ServerDataDocument(const zam_connector::ZamServerData& data);
+Fields ServerDataFields(const zam_connector::ZamServerData& data);
 
 /// In which form data is wanted.
 struct DataForm {
@@ -29,10 +32,6 @@ struct DataForm {
 using DataFetch = std::string (*)(Context& context, zam_connector::IZamDataProvider& provider,
                                   const DataForm& form);
 
-std::string FetchPolicy(Context& context, zam_connector::IZamDataProvider& provider,
-                        const DataForm& form);
-std::string FetchProductSettings(Context& context, zam_connector::IZamDataProvider& provider,
-                                 const DataForm& form);
 std::string FetchSubscriptions(Context& context, zam_connector::IZamDataProvider& provider,
                                const DataForm& form);
 std::string FetchServerData(Context& context, zam_connector::IZamDataProvider& provider,

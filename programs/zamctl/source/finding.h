@@ -1,9 +1,8 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
 
-#include "output.h"
+#include "fields.h"
 
 namespace zamctl {
 
@@ -15,7 +14,7 @@ struct Finding {
     FindingStatus status = FindingStatus::Ok;
     std::string text;
     std::string remedy;  ///< what to do; empty when nothing needs to be done
-    Json details = Json::object();
+    Fields details{};
 };
 
 }  // namespace zamctl

@@ -1,28 +1,24 @@
 #include "output.h"
 
-#include <nlohmann/json.hpp>
 #include <ostream>
-
-#include "printable.h"
 
 namespace zamctl {
 
-std::string JsonLine(const Json& document) {
-    // Texts that are no UTF-8 must not end in an exception behind a call that has succeeded.
-    return PrintableJson(document.dump(-1, ' ', false, Json::error_handler_t::replace)) + '\n';
+std::string JsonLine(const Fields& document) {
+    return JsonText(document) + '\n';
 }
 
-void Output::Result(const std::string& text, const Json& document) {
+void Output::Result(const std::string& text, const Fields& document) {
     Print(text, document);
 }
 
-void Output::Confirmation(const std::string& text, const Json& document) {
+void Output::Confirmation(const std::string& text, const Fields& document) {
     if (format_.json || !format_.quiet) {
         Print(text, document);
     }
 }
 
-void Output::Detail(const std::string& text, const Json& document) {
+void Output::Detail(const std::string& text, const Fields& document) {
     if (!format_.quiet) {
         Print(text, document);
     }
@@ -36,7 +32,7 @@ bool Output::IsGood() const {
     return out_.good();
 }
 
-void Output::Print(const std::string& text, const Json& document) {
+void Output::Print(const std::string& text, const Fields& document) {
     out_ << (format_.json ? JsonLine(document) : text + '\n') << std::flush;
 }
 

@@ -1,17 +1,14 @@
 #pragma once
 
 #include <iosfwd>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
+
+#include "fields.h"
 
 namespace zamctl {
 
-/// A document whose members keep their order.
-using Json = nlohmann::ordered_json;
-
-/// A document as one line, its end included; bytes that are no UTF-8 are replaced, and what would
-/// steer a terminal is escaped.
-std::string JsonLine(const Json& document);
+/// A document as one line, its end included; as `JsonText`.
+std::string JsonLine(const Fields& document);
 
 /// Where a command's results go: one text, or one JSON document in a line. One thread at a time.
 class Output {
@@ -25,13 +22,13 @@ public:
     Output(std::ostream& out, Format format) : out_(out), format_(format) {}
 
     /// What was asked for; `text` goes without its last line end.
-    void Result(const std::string& text, const Json& document);
+    void Result(const std::string& text, const Fields& document);
 
     /// That something was done: the text is left out with --quiet, the document is not.
-    void Confirmation(const std::string& text, const Json& document);
+    void Confirmation(const std::string& text, const Fields& document);
 
     /// One of many lines that a summary will follow: left out with --quiet in both forms.
-    void Detail(const std::string& text, const Json& document);
+    void Detail(const std::string& text, const Fields& document);
 
     /// What was asked for, in the form that it shall have, its last line end included.
     void Content(const std::string& content);
@@ -43,7 +40,7 @@ public:
     bool IsQuiet() const noexcept { return format_.quiet; }
 
 private:
-    void Print(const std::string& text, const Json& document);
+    void Print(const std::string& text, const Fields& document);
 
     std::ostream& out_;
     Format format_;

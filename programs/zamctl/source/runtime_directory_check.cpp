@@ -23,8 +23,7 @@ std::string ShowUser(const SystemView& system, uid_t user) {
 }
 
 Finding Problem(std::string check, std::string text, std::string remedy) {
-    return {std::move(check), FindingStatus::Problem, std::move(text), std::move(remedy),
-            Json::object()};
+    return {std::move(check), FindingStatus::Problem, std::move(text), std::move(remedy), {}};
 }
 
 Finding CheckChoice(const RuntimeDirectoryChoice& choice) {

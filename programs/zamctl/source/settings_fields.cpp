@@ -13,6 +13,7 @@
 namespace zamctl {
 namespace {
 
+using Json = nlohmann::ordered_json;
 using zam_connector::ZamConnectorSettings;
 using zam_vocabulary::IsFlag;
 
@@ -96,10 +97,6 @@ std::string ShowValue(SettingsValue value) {
                            : std::string(*flag ? "true" : "false");
 }
 
-Json ToJson(SettingsValue value) {
-    return std::visit([](auto plain) { return Json(plain); }, value);
-}
-
 SettingsChange ParseChange(std::string_view assignment) {
     const std::size_t equals = assignment.find('=');
     if (equals == std::string_view::npos) {
@@ -146,14 +143,6 @@ std::string SettingsTable(const ZamConnectorSettings& settings) {
         table += (table.empty() ? "" : "\n") + line;
     }
     return table;
-}
-
-Json SettingsObject(const ZamConnectorSettings& settings) {
-    Json object = Json::object();
-    for (const SettingsField& field : SettingsFields()) {
-        object[field.name] = ToJson(field.get(settings));
-    }
-    return object;
 }
 
 }  // namespace zamctl

@@ -4,7 +4,6 @@
 #include <string_view>
 #include <vector>
 
-#include "output.h"
 #include "vocabulary/settings_fields.h"
 #include "zam_connector/zam_connector_settings.h"
 
@@ -16,9 +15,6 @@ using zam_vocabulary::SettingsValue;
 
 /// "900" or "true".
 std::string ShowValue(SettingsValue value);
-
-/// 900 or true.
-Json ToJson(SettingsValue value);
 
 /// A new value for a member; `field` is of `SettingsFields`.
 struct SettingsChange {
@@ -37,8 +33,5 @@ std::vector<SettingsChange> ParseDocument(const std::string& text, const std::st
 
 /// The settings as a table with units.
 std::string SettingsTable(const zam_connector::ZamConnectorSettings& settings);
-
-/// The settings as an object by their names.
-Json SettingsObject(const zam_connector::ZamConnectorSettings& settings);
 
 }  // namespace zamctl

@@ -1,12 +1,13 @@
+#include "tree_answers.h"
+
 #include <fmt/format.h>
 
 #include <string_view>
 #include <utility>
 #include <variant>
 
-#include "data_answers.h"
-#include "json_text/json_token.h"
 #include "printable.h"
+#include "record_json/path_text.h"
 #include "tree_json/tree_json.h"
 #include "tree_listing.h"
 #include "tree_path.h"
@@ -15,6 +16,8 @@ namespace zamctl {
 namespace {
 
 constexpr unsigned kIndent = 2;
+constexpr char kReadPolicy[] = "read the policy";
+constexpr char kReadSettings[] = "read the product settings";
 
 const zuv::TValue* Child(const zuv::TValue& node, const zuv::Level& level) {
     if (const auto* const key = std::get_if<std::string>(&level)) {
@@ -31,10 +34,11 @@ const zuv::TValue& NodeAt(const zuv::TValue& tree, const zuv::Path& path) {
     for (const zuv::Level& level : path) {
         node = Child(*node, level);
         if (node == nullptr) {
-            throw Failure(kExitFailed,
-                          fmt::format("there is nothing at {} in the tree; it goes as far as {}",
-                                      Quote(TreePathText(path)), Quote(TreePathText(reached))),
-                          "Without --path the whole tree is printed.");
+            throw Failure(
+                kExitFailed,
+                fmt::format("there is nothing at {} in the tree; it goes as far as {}",
+                            Quote(zam_json::PathText(path)), Quote(zam_json::PathText(reached))),
+                "Without --path the whole tree is printed.");
         }
         reached.push_back(level);
     }
@@ -62,9 +66,9 @@ std::string FetchTree(Context& context, const DataForm& form, const char* action
     }
     if (form.json) {
         const std::string path =
-            form.path.empty() ? ""
-                              : PrintableJson(fmt::format(
-                                    R"("path":{},)", zam_json::Quoted(TreePathText(form.path))));
+            form.path.empty()
+                ? ""
+                : fmt::format(R"("path":{},)", JsonText(zam_json::PathText(form.path)));
         return fmt::format(R"({{"hash":"{}",{}"tree":{},"result":{}}})", HashText(data.first), path,
                            TypedJson(node, 0), code) +
                "\n";
@@ -72,19 +76,58 @@ std::string FetchTree(Context& context, const DataForm& form, const char* action
     return fmt::format("hash {}\n{}\n", HashText(data.first), ListTree(node));
 }
 
+/// What can follow `begun` on the way down a tree.
+Offer OfferPaths(const zuv::TValue& tree, const std::string& begun) {
+    const std::string above = begun.substr(0, begun.rfind('/') + 1);
+    const zuv::TValue& node = NodeAt(tree, ParseTreePath("--path", above));
+    Offer offer{.kind = Offer::Kind::Parts};
+    const auto add = [&](const zuv::Level& level, const zuv::TValue& child) {
+        std::string word = zam_json::PathText({level});
+        // A key that no path can hold has no text.
+        if (!word.empty()) {
+            word.resize(word.size() - (child.HasChildren() ? 0 : 1));
+            offer.words.push_back(above + word);
+        }
+    };
+    if (const auto* const map = node.GetIf<zuv::Map>()) {
+        for (const auto& [key, child] : *map) {
+            add(key, child);
+        }
+    } else if (const auto* const elements = node.GetIf<zuv::Vector>()) {
+        for (std::size_t position = 0; position < elements->size(); ++position) {
+            add(position, (*elements)[position]);
+        }
+    }
+    return offer;
+}
+
 }  // namespace
 
 std::string FetchPolicy(Context& context, zam_connector::IZamDataProvider& provider,
                         const DataForm& form) {
     return FetchTree<zam_connector::ZamPolicy>(
-        context, form, "read the policy", [&](auto& data) { return provider.GetPolicy(data); });
+        context, form, kReadPolicy, [&](auto& data) { return provider.GetPolicy(data); });
 }
 
 std::string FetchProductSettings(Context& context, zam_connector::IZamDataProvider& provider,
                                  const DataForm& form) {
     return FetchTree<zam_connector::ZamProductSettings>(
-        context, form, "read the product settings",
+        context, form, kReadSettings,
         [&](auto& data) { return provider.GetProductSettings(data); });
+}
+
+Offer OfferPolicyPaths(Context& context, const std::string& begun) {
+    const ConnectorInterfaces connector = context.Connector();
+    std::pair<unsigned long, zam_connector::ZamPolicy> data;
+    context.Checked(kReadPolicy, [&] { return connector.dataProvider.GetPolicy(data); });
+    return OfferPaths(data.second.tree, begun);
+}
+
+Offer OfferProductSettingsPaths(Context& context, const std::string& begun) {
+    const ConnectorInterfaces connector = context.Connector();
+    std::pair<unsigned long, zam_connector::ZamProductSettings> data;
+    context.Checked(kReadSettings, [&] { return connector.dataProvider.GetProductSettings(data); });
+    return OfferPaths(data.second.tree, begun);
 }
 
 }  // namespace zamctl

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "failure.h"
-#include "json_text/json_document.h"
 #include "record_json/app_info_json.h"
 #include "record_json/tree_records.h"
 #include "record_shape.h"
@@ -60,15 +59,11 @@ auto ReadRecords(const Input& input, Check&& check, Parse&& parse, Convert&& con
 }  // namespace
 
 zam_connector::AppInfo ReadAppInfo(const Input& input) {
-    return Reading([&] {
-        return zam_json::ReadAppInfo(zam_json::JsonDocument(input.name, input.text).Root());
-    });
+    return Reading([&] { return zam_json::ReadAppInfo(input.name, input.text); });
 }
 
 zam_connector::DynamicAppInfo ReadDynamicAppInfo(const Input& input) {
-    return Reading([&] {
-        return zam_json::ReadDynamicAppInfo(zam_json::JsonDocument(input.name, input.text).Root());
-    });
+    return Reading([&] { return zam_json::ReadDynamicAppInfo(input.name, input.text); });
 }
 
 std::vector<zam_connector::AppEula> ReadEulas(const Input& input) {

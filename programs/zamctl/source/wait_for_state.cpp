@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "values.h"
 #include "vocabulary/state_names.h"
 
 namespace zamctl {
@@ -14,6 +15,11 @@ std::string ShowSeconds(std::chrono::milliseconds time) {
 }
 
 }  // namespace
+
+std::string WaitTimeoutHelp() {
+    return fmt::format("How long to wait, 0 to {}; default {}", kLongestTimeout.count(),
+                       kDefaultTimeout.count() / 1000);
+}
 
 StateAnswer AskState(Context& context, const zam_connector::IZamConnController& controller) {
     zam_connector::ZamConnectorState state{};

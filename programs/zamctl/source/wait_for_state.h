@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <optional>
+#include <string>
 
 #include "command.h"
 #include "zam_connector/zam_connector_state.h"
@@ -12,6 +13,9 @@ inline constexpr std::chrono::milliseconds kDefaultTimeout{30000};
 
 /// Between two looks at the state.
 inline constexpr std::chrono::milliseconds kPollInterval{50};
+
+/// What the help says of a `--timeout` that limits a wait for a state.
+std::string WaitTimeoutHelp();
 
 struct Wait {
     zam_connector::ZamConnectorState target;

@@ -14,6 +14,8 @@
 
 namespace zamctl::test {
 
+using Json = nlohmann::ordered_json;
+
 /// What one run left behind.
 struct Ran {
     int status;

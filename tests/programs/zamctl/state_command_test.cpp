@@ -129,7 +129,7 @@ TEST_F(StateCommandTest, CanBeMadeAndCalledByItself) {
     std::ostringstream err;
     RecordKeeper records(err, zor::logger::kLevelError);
     Context context({in, out, err, provider_, records, clock_, system_}, {.json = true});
-    StateCommand(StateCommand::Options{}).Run(context);
+    StateCommand().Run(context);
     EXPECT_EQ(out.str(), "{\"state\":\"stopped\",\"result\":0}\n");
 }
 

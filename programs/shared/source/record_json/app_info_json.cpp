@@ -14,6 +14,7 @@
 #include "common/arena.h"
 #include "common/product_data_casts.h"
 #include "json_text/base64.h"
+#include "json_text/json_document.h"
 #include "qel/utf.h"
 #include "qx/product_data_holder.h"
 
@@ -258,7 +259,9 @@ std::string WriteDynamicAppInfo(const DynamicAppInfo& info) {
     return object.dump(kIndent) + "\n";
 }
 
-AppInfo ReadAppInfo(const JsonValue& root) {
+AppInfo ReadAppInfo(const std::string& name, const std::string& text) {
+    const JsonDocument document(name, text);
+    const JsonValue root = document.Root();
     std::vector<std::string> names = {kComponents,      kCapabilities,  kInstallTime,
                                       kLastUpdateTime,  kLicenseExpiry, kLocaleId,
                                       kProtocolVersion, kMaxFileSize};
@@ -283,7 +286,9 @@ AppInfo ReadAppInfo(const JsonValue& root) {
     return info;
 }
 
-DynamicAppInfo ReadDynamicAppInfo(const JsonValue& root) {
+DynamicAppInfo ReadDynamicAppInfo(const std::string& name, const std::string& text) {
+    const JsonDocument document(name, text);
+    const JsonValue root = document.Root();
     root.CheckMembers({kUptime, kHealth, kRestartRequired, kRebootRequired, kUpdateInProgress});
     DynamicAppInfo info;
     info.uptime = std::chrono::duration<std::uint32_t>(ReadNumber<std::uint32_t>(root, kUptime));

@@ -2,7 +2,6 @@
 
 #include <string>
 
-#include "json_text/json_document.h"
 #include "zam_connector/app_info.h"
 #include "zam_connector/dynamic_app_info.h"
 
@@ -15,11 +14,11 @@ namespace zam_json {
 std::string WriteAppInfo(const zam_connector::AppInfo& info);
 std::string WriteDynamicAppInfo(const zam_connector::DynamicAppInfo& info);
 
-/// A member that is missing is empty, or 0. Throws `JsonError`, also for texts that do not fit into
-/// a request.
-zam_connector::AppInfo ReadAppInfo(const JsonValue& root);
+/// Reads `text`, which errors call `name`. A member that is missing is empty, or 0. Throws
+/// `JsonError`, also for texts that do not fit into a request.
+zam_connector::AppInfo ReadAppInfo(const std::string& name, const std::string& text);
 
 /// The same; a health that is missing is unknown.
-zam_connector::DynamicAppInfo ReadDynamicAppInfo(const JsonValue& root);
+zam_connector::DynamicAppInfo ReadDynamicAppInfo(const std::string& name, const std::string& text);
 
 }  // namespace zam_json

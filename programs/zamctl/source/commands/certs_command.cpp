@@ -3,11 +3,12 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
-#include <nlohmann/json.hpp>
 #include <vector>
 
+#include "command_set.h"
 #include "output_file.h"
 #include "printable.h"
+#include "times.h"
 
 namespace zamctl {
 namespace {
@@ -59,15 +60,15 @@ std::string Listing(const Certs& certs, bool withKeys) {
     return text;
 }
 
-Json Document(const Certs& certs, bool withKeys, int code) {
-    Json list = Json::array();
+Fields Document(const Certs& certs, bool withKeys, int code) {
+    FieldList list;
     for (const ClientCertInfo& cert : certs) {
-        Json entry = {{"name", cert.name},
-                      {"subject", cert.subject},
-                      {"issuer", cert.issuer},
-                      {"serial_number", cert.serialNumber},
-                      {"certificate", cert.certificate},
-                      {"has_private_key", cert.privateKey.has_value()}};
+        Fields entry = {{"name", cert.name},
+                        {"subject", cert.subject},
+                        {"issuer", cert.issuer},
+                        {"serial_number", cert.serialNumber},
+                        {"certificate", cert.certificate},
+                        {"has_private_key", cert.privateKey.has_value()}};
         if (withKeys && cert.privateKey) {
             entry["private_key"] = *cert.privateKey;
         }
@@ -78,20 +79,37 @@ Json Document(const Certs& certs, bool withKeys, int code) {
 
 }  // namespace
 
+void CertsCommand::Declare(Options& options) {
+    options.Value(
+        "--subject", "DN", [this](const std::string& text) { params_.subject = text; },
+        "Only with this distinguished name");
+    options.Value(
+        "--issuer", "DN", [this](const std::string& text) { params_.issuer = text; },
+        "Only by this distinguished name");
+    const auto validAt = [this](const std::string& text) {
+        params_.validAt = qor::types::Timestamp(ParseUtcSeconds("--valid-at", text));
+    };
+    options.Value("--valid-at", "TIME", validAt,
+                  "Only valid then: 2026-01-31T12:00:00Z, 2026-01-31 or seconds since 1970");
+    options.Flag("--with-keys", withKeys_, "Private keys too");
+    options.File(
+        "-o,--output", [this](const std::string& file) { output_ = file; },
+        "Write PEM texts to a file that only its owner may read; - is standard output");
+}
+
 void CertsCommand::Run(Context& context) {
-    const bool toFile = options_.output && *options_.output != "-";
+    const bool toFile = output_ && *output_ != "-";
     std::optional<OutputFile> file;
     if (toFile) {
-        file.emplace(*options_.output, kOwnerOnly);
+        file.emplace(*output_, kOwnerOnly);
     }
     const ConnectorInterfaces connector = context.Connector();
     Certs certs;
     const int code = context.Checked("fetch the client certificates", [&] {
-        return connector.certsDownloader.GetClientCertificates(options_.params, certs);
+        return connector.certsDownloader.GetClientCertificates(params_, certs);
     });
-    if (!options_.output) {
-        context.output.Result(Listing(certs, options_.withKeys),
-                              Document(certs, options_.withKeys, code));
+    if (!output_) {
+        context.output.Result(Listing(certs, withKeys_), Document(certs, withKeys_, code));
         return;
     }
     if (certs.empty()) {
@@ -99,19 +117,24 @@ void CertsCommand::Run(Context& context) {
                       "Without --subject, --issuer and --valid-at all of them are printed.");
     }
     const bool isJson = context.output.IsJson();
-    const std::string content = isJson ? JsonLine(Document(certs, options_.withKeys, code))
-                                       : PemText(certs, options_.withKeys);
+    const std::string content =
+        isJson ? JsonLine(Document(certs, withKeys_, code)) : PemText(certs, withKeys_);
     if (!file) {
         context.output.Content(isJson ? content : Printable(content));
         return;
     }
     file->Commit(content);
     if (!isJson) {
-        context.output.Confirmation(fmt::format("{} {} written to {}", certs.size(),
-                                                certs.size() == 1 ? "certificate" : "certificates",
-                                                Quote(*options_.output)),
-                                    {});
+        context.output.Confirmation(
+            fmt::format("{} {} written to {}", certs.size(),
+                        certs.size() == 1 ? "certificate" : "certificates", Quote(*output_)),
+            {});
     }
+}
+
+void DeclareCerts(CommandSet& commands) {
+    commands.Add("certs", "Print the client certificates for this device",
+                 std::make_shared<CertsCommand>());
 }
 
 }  // namespace zamctl

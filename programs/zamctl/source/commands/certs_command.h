@@ -2,7 +2,6 @@
 
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "command.h"
 #include "zam_connector/client_cert_info.h"
@@ -13,18 +12,13 @@ namespace zamctl {
 /// that only its owner may read.
 class CertsCommand final : public Command {
 public:
-    struct Options {
-        zam_connector::ClientCertParams params;
-        bool withKeys = false;              ///< private keys too; they go nowhere otherwise
-        std::optional<std::string> output;  ///< a file for PEM texts; "-" for standard output
-    };
-
-    explicit CertsCommand(Options options) : options_(std::move(options)) {}
-
+    void Declare(Options& options) override;
     void Run(Context& context) override;
 
 private:
-    Options options_;
+    zam_connector::ClientCertParams params_;
+    bool withKeys_ = false;              ///< private keys too; they go nowhere otherwise
+    std::optional<std::string> output_;  ///< a file for PEM texts; "-" for standard output
 };
 
 }  // namespace zamctl

@@ -6,10 +6,10 @@
 #include <array>
 #include <charconv>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <vector>
 
+#include "command_set.h"
 #include "finding.h"
 #include "round_trip.h"
 #include "runtime_directory_check.h"
@@ -129,7 +129,7 @@ void AddFailure(Findings& findings, const char* check, const ConnectorFailure& f
     // What is wrong with the directory, or an endpoint that is missing, stands above with its own
     // advice.
     const std::string advice = HasProblem(findings) ? std::string() : remedy;
-    findings.push_back({check, FindingStatus::Problem, failure.what(), advice, Json::object()});
+    findings.push_back({check, FindingStatus::Problem, failure.what(), advice, {}});
 }
 
 /// Connects to a service and looks its endpoints up. False when it cannot be reached.
@@ -187,8 +187,8 @@ std::optional<CallFailure> CheckCalls(Findings& findings, Context& context) {
              {{"median_us", median}, {"calls", kRoundTrips}, {"state", state}}});
         return std::nullopt;
     } catch (const CallFailure& failure) {
-        findings.push_back({"round_trip", FindingStatus::Problem, failure.what(), failure.Remedy(),
-                            Json::object()});
+        findings.push_back(
+            {"round_trip", FindingStatus::Problem, failure.what(), failure.Remedy(), {}});
         return failure;
     }
 }
@@ -196,16 +196,16 @@ std::optional<CallFailure> CheckCalls(Findings& findings, Context& context) {
 void PrintReport(Output& output, const Findings& findings) {
     FindingStatus worst = FindingStatus::Ok;
     std::string lines;
-    Json checks = Json::array();
+    FieldList checks;
     for (const Finding& finding : findings) {
         worst = std::max(worst, finding.status);
-        Json check = {{"check", finding.check},
-                      {"status", StatusName(finding.status)},
-                      {"text", finding.text}};
+        Fields check = {{"check", finding.check},
+                        {"status", StatusName(finding.status)},
+                        {"text", finding.text}};
         if (!finding.remedy.empty()) {
             check["remedy"] = finding.remedy;
         }
-        check.update(finding.details);
+        check.Append(finding.details);
         checks.push_back(std::move(check));
         if (output.IsQuiet() && finding.status == FindingStatus::Ok) {
             continue;
@@ -248,6 +248,11 @@ void DoctorCommand::Run(Context& context) {
         throw ConnectorFailure("the connector cannot be made",
                                "The lines of the report that begin with 'problem' say what to do.");
     }
+}
+
+void DeclareDoctor(CommandSet& commands) {
+    commands.Add("doctor", "Check what is installed and can be reached",
+                 std::make_shared<DoctorCommand>());
 }
 
 }  // namespace zamctl

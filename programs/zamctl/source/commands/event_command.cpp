@@ -4,9 +4,9 @@
 
 #include <array>
 #include <istream>
-#include <nlohmann/json.hpp>
 
 #include "codes.h"
+#include "command_set.h"
 
 namespace zamctl {
 namespace {
@@ -43,11 +43,15 @@ std::string ReadEvent(std::istream& in) {
 
 }  // namespace
 
-EventCommand::EventCommand(std::string text) : text_(std::move(text)) {
-    CheckSize(text_.size());
+void EventCommand::Declare(Options& options) {
+    options
+        .Text("TEXT", "TEXT", text_,
+              fmt::format("At most {} bytes; - reads standard input", kMaxEventBytes))
+        .Required();
 }
 
 void EventCommand::Run(Context& context) {
+    CheckSize(text_.size());
     const std::string event = text_ == "-" ? ReadEvent(context.in) : text_;
     const ConnectorInterfaces connector = context.Connector();
     const int code = context.Checked("post the event",
@@ -55,6 +59,10 @@ void EventCommand::Run(Context& context) {
     context.output.Confirmation(
         SuccessText(code, fmt::format("event posted ({} bytes)", event.size()), "nothing to do"),
         {{"bytes", event.size()}, {"result", code}});
+}
+
+void DeclareEvent(CommandSet& commands) {
+    commands.Add("event", "Post an event to the server", std::make_shared<EventCommand>());
 }
 
 }  // namespace zamctl

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
-#include <utility>
 
 #include "command.h"
 
@@ -13,15 +13,13 @@ inline constexpr std::size_t kMaxEventBytes = 128;
 /// Posts an event.
 class EventCommand final : public Command {
 public:
-    /// `text` is the event, or "-" for what stands on the standard input, without the line end
-    /// behind it. Throws `UsageError` when it is too long.
-    explicit EventCommand(std::string text);
+    void Declare(Options& options) override;
 
-    /// Throws `UsageError` when what the standard input gives is too long.
+    /// Throws `UsageError` when the text is too long.
     void Run(Context& context) override;
 
 private:
-    std::string text_;
+    std::string text_;  ///< "-" for what stands on standard input, without the line end behind it
 };
 
 }  // namespace zamctl

@@ -2,16 +2,18 @@
 
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "codes.h"
+#include "command_set.h"
 #include "values.h"
 
 namespace zamctl {
+namespace {
 
-ExplainCommand::ExplainCommand(const std::vector<std::string>& codes) {
-    for (const std::string& text : codes) {
+std::vector<int> ParseCodes(const std::vector<std::string>& texts) {
+    std::vector<int> codes;
+    for (const std::string& text : texts) {
         const std::optional<int> code = ParseCode(text);
         if (!code) {
             throw UsageError(
@@ -19,31 +21,42 @@ ExplainCommand::ExplainCommand(const std::vector<std::string>& codes) {
                             "to 4294967295",
                             WithoutCredentials(text)));
         }
-        codes_.push_back(*code);
+        codes.push_back(*code);
     }
+    return codes;
 }
 
-ExplainCommand ExplainCommand::All() {
-    ExplainCommand command({});
-    command.codes_ = KnownCodes();
-    return command;
+}  // namespace
+
+void ExplainCommand::Declare(Options& options) {
+    options.Values(
+        "CODE", "CODE", [this](const std::string& text) { codes_.push_back(text); },
+        "0x... or decimal, signed or not");
+    options.Flag("-l,--list", all_, "Print every code that has a text");
 }
 
 void ExplainCommand::Run(Context& context) {
+    if (all_ == !codes_.empty()) {
+        throw UsageError("give either result codes or --list");
+    }
     std::string lines;
-    Json list = Json::array();
-    for (const int code : codes_) {
+    FieldList list;
+    for (const int code : all_ ? KnownCodes() : ParseCodes(codes_)) {
         const std::uint32_t facility = Facility(code);
         lines += fmt::format("{}{} (facility {}, {})", lines.empty() ? "" : "\n",
                              DescribeCode(code), facility, FacilityName(facility));
-        list.push_back({{"code", code},
-                        {"hex", CodeHex(code)},
-                        {"text", zam_connector::ResultCodeMessage(code)},
-                        {"failure", zam_connector::IsFailure(code)},
-                        {"facility", facility},
-                        {"facility_name", FacilityName(facility)}});
+        list.push_back(Fields{{"code", code},
+                              {"hex", CodeHex(code)},
+                              {"text", zam_connector::ResultCodeMessage(code)},
+                              {"failure", zam_connector::IsFailure(code)},
+                              {"facility", facility},
+                              {"facility_name", FacilityName(facility)}});
     }
     context.output.Result(lines, {{"codes", list}});
+}
+
+void DeclareExplain(CommandSet& commands) {
+    commands.Add("explain", "Print what result codes mean", std::make_shared<ExplainCommand>());
 }
 
 }  // namespace zamctl

@@ -10,16 +10,15 @@ namespace zamctl {
 /// Prints what result codes mean. Needs no service.
 class ExplainCommand final : public Command {
 public:
-    /// Throws `UsageError` when a text is no result code.
-    explicit ExplainCommand(const std::vector<std::string>& codes);
+    void Declare(Options& options) override;
 
-    /// A command that explains every code that has a text.
-    static ExplainCommand All();
-
+    /// Throws `UsageError` when it is to explain neither codes nor all, or both, or
+    /// when a text is no code.
     void Run(Context& context) override;
 
 private:
-    std::vector<int> codes_;
+    std::vector<std::string> codes_;
+    bool all_ = false;  ///< every code that has a text
 };
 
 }  // namespace zamctl

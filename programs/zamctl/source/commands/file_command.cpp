@@ -3,13 +3,15 @@
 #include <fmt/format.h>
 
 #include <filesystem>
-#include <nlohmann/json.hpp>
 
+#include "command_set.h"
 #include "download/file_download.h"
 #include "download/progress.h"
 #include "output_file.h"
 #include "printable.h"
+#include "served_files.h"
 #include "times.h"
+#include "values.h"
 
 namespace zamctl {
 namespace {
@@ -43,23 +45,6 @@ Progress::Style StyleFor(const Context& context) {
     return context.system.ErrIsTerminal() ? Progress::Style::Bar : Progress::Style::Lines;
 }
 
-std::string TargetOf(const FileGetCommand::Options& options) {
-    if (options.output) {
-        if (*options.output == "-") {
-            throw UsageError(
-                "--output: a file is needed; what comes is checked as a whole before "
-                "it may be used");
-        }
-        return OutputTarget(*options.output);
-    }
-    const std::string name = std::filesystem::path(options.path).filename().string();
-    if (name.empty() || name == "." || name == "..") {
-        throw UsageError(fmt::format("{} ends in no name for a file; give one with --output",
-                                     Quote(options.path)));
-    }
-    return OutputTarget(name);
-}
-
 std::string Summary(const DownloadReport& report, const std::string& target) {
     std::string text =
         fmt::format("{} bytes written to {}", report.content.sizeBytes, Quote(target));
@@ -69,7 +54,7 @@ std::string Summary(const DownloadReport& report, const std::string& target) {
     return text + fmt::format("\nsha256 {}", report.content.sha256);
 }
 
-Json Document(const DownloadReport& report, const std::string& target) {
+Fields Document(const DownloadReport& report, const std::string& target) {
     return {{"file", target},
             {"size_bytes", report.content.sizeBytes},
             {"sha256", report.content.sha256},
@@ -81,7 +66,17 @@ Json Document(const DownloadReport& report, const std::string& target) {
             {"result", 0}};
 }
 
+void DeclarePath(Options& options, std::string& path) {
+    options.Text("NAME", "TEXT", path, "Path of the file at the server, with / between the levels")
+        .Required()
+        .Offers(OfferServedFiles);
+}
+
 }  // namespace
+
+void FileInfoCommand::Declare(Options& options) {
+    DeclarePath(options, path_);
+}
 
 void FileInfoCommand::Run(Context& context) {
     const ConnectorInterfaces connector = context.Connector();
@@ -91,12 +86,12 @@ void FileInfoCommand::Run(Context& context) {
     const std::int64_t time = info.modificationTime.Count();
     const std::string chunks =
         info.chunkSizeBytes == 0 ? "any" : fmt::format("{} bytes", info.chunkSizeBytes);
-    Json document = {{"path", path_},
-                     {"size_bytes", info.sizeBytes},
-                     {"sha256", info.sha256},
-                     {"modification_time", nullptr},
-                     {"chunk_size_bytes", info.chunkSizeBytes},
-                     {"result", code}};
+    Fields document = {{"path", path_},
+                       {"size_bytes", info.sizeBytes},
+                       {"sha256", info.sha256},
+                       {"modification_time", nullptr},
+                       {"chunk_size_bytes", info.chunkSizeBytes},
+                       {"result", code}};
     if (time != 0) {
         document["modification_time"] = UtcSecondsText(time);
     }
@@ -107,14 +102,42 @@ void FileInfoCommand::Run(Context& context) {
                           document);
 }
 
+void FileGetCommand::Declare(Options& options) {
+    DeclarePath(options, path_);
+    options.File(
+        "-o,--output", [this](const std::string& file) { output_ = file; },
+        "File to write, default the last part of NAME");
+    options.Timeout(timeout_,
+                    fmt::format("How long the whole may take, 0 to {}; default: while something "
+                                "comes",
+                                kLongestTimeout.count()));
+}
+
+std::string FileGetCommand::Target() const {
+    if (output_) {
+        if (*output_ == "-") {
+            throw UsageError(
+                "--output: a file is needed; what comes is checked as a whole before "
+                "it may be used");
+        }
+        return OutputTarget(*output_);
+    }
+    const std::string name = std::filesystem::path(path_).filename().string();
+    if (name.empty() || name == "." || name == "..") {
+        throw UsageError(
+            fmt::format("{} ends in no name for a file; give one with --output", Quote(path_)));
+    }
+    return OutputTarget(name);
+}
+
 void FileGetCommand::Run(Context& context) {
-    const std::string target = TargetOf(options_);
+    const std::string target = Target();
     const ConnectorInterfaces connector = context.Connector();
     context.clock.CatchInterrupt();
-    DownloadOrder order{.path = options_.path, .target = target, .timeout = options_.timeout};
-    if (options_.timeout) {
-        order.patience = *options_.timeout;
-        context.clock.LimitRun(*options_.timeout + kGrace, kHangs, kExitFailed);
+    DownloadOrder order{.path = path_, .target = target, .timeout = timeout_};
+    if (timeout_) {
+        order.patience = *timeout_;
+        context.clock.LimitRun(*timeout_ + kGrace, kHangs, kExitFailed);
     }
     DownloadReport report;
     {
@@ -124,6 +147,13 @@ void FileGetCommand::Run(Context& context) {
         report = FileDownload(connector.fileDownloader, context.clock, shown).Run(order);
     }
     context.output.Confirmation(Summary(report, target), Document(report, target));
+}
+
+void DeclareFile(CommandSet& commands) {
+    CommandSet file = commands.Group("file", "Describe or fetch a file of the server");
+    file.Add("info", "Print a file's size, SHA-256 and modification time",
+             std::make_shared<FileInfoCommand>());
+    file.Add("get", "Fetch a file whole, or the rest of it", std::make_shared<FileGetCommand>());
 }
 
 }  // namespace zamctl

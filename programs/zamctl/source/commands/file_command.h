@@ -3,7 +3,6 @@
 #include <chrono>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "command.h"
 
@@ -12,8 +11,7 @@ namespace zamctl {
 /// Prints the description of a file of the server.
 class FileInfoCommand final : public Command {
 public:
-    explicit FileInfoCommand(std::string path) : path_(std::move(path)) {}
-
+    void Declare(Options& options) override;
     void Run(Context& context) override;
 
 private:
@@ -24,18 +22,15 @@ private:
 /// by the next run.
 class FileGetCommand final : public Command {
 public:
-    struct Options {
-        std::string path;
-        std::optional<std::string> output;  ///< none: the last part of `path`
-        std::optional<std::chrono::milliseconds> timeout;
-    };
-
-    explicit FileGetCommand(Options options) : options_(std::move(options)) {}
-
+    void Declare(Options& options) override;
     void Run(Context& context) override;
 
 private:
-    Options options_;
+    std::string Target() const;
+
+    std::string path_;
+    std::optional<std::string> output_;  ///< none: the last part of the path
+    std::optional<std::chrono::milliseconds> timeout_;
 };
 
 }  // namespace zamctl

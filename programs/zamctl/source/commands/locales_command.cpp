@@ -3,9 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
+
+#include "command_set.h"
 
 namespace zamctl {
 namespace {
@@ -34,19 +35,24 @@ void LocalesCommand::Run(Context& context) {
         width = std::max(width, locale.name.size());
     }
     std::string lines;
-    Json list = Json::array();
+    FieldList list;
     for (const ZamLocale& locale : locales) {
         const zam_connector::LocaleIdType language = LanguageId(locale, connector.locationInfo);
         lines +=
             fmt::format("{}{:<{}}  0x{:04x}  {:>5}  language 0x{:02x}{}", lines.empty() ? "" : "\n",
                         locale.name, width, locale.id, locale.id, language, Remarks(locale));
-        list.push_back({{"name", locale.name},
-                        {"id", locale.id},
-                        {"language_id", language},
-                        {"default", locale.isDefault},
-                        {"right_to_left", locale.isRightToLeft}});
+        list.push_back(Fields{{"name", locale.name},
+                              {"id", locale.id},
+                              {"language_id", language},
+                              {"default", locale.isDefault},
+                              {"right_to_left", locale.isRightToLeft}});
     }
     context.output.Result(lines, {{"locales", std::move(list)}});
+}
+
+void DeclareLocales(CommandSet& commands) {
+    commands.Add("locales", "Print the locales that the server knows",
+                 std::make_shared<LocalesCommand>());
 }
 
 }  // namespace zamctl

@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <vector>
 
+#include "command_set.h"
 #include "round_trip.h"
 #include "vocabulary/state_names.h"
 
@@ -24,7 +24,7 @@ void PrintCall(Context& context, std::size_t number, const RoundTrip& trip) {
 
 void PrintSummary(Context& context, std::vector<std::chrono::nanoseconds> times) {
     const bool interrupted = context.clock.Interrupted();
-    Json summary = {{"calls", times.size()}, {"interrupted", interrupted}};
+    Fields summary = {{"calls", times.size()}, {"interrupted", interrupted}};
     if (times.empty()) {
         context.output.Result("0 calls", {{"summary", summary}});
         return;
@@ -46,6 +46,16 @@ void PrintSummary(Context& context, std::vector<std::chrono::nanoseconds> times)
 
 }  // namespace
 
+void PingCommand::Declare(Options& options) {
+    options.Number(
+        "--count", "N", {1, kMaxPingCount}, [this](std::uint64_t value) { count_ = value; },
+        fmt::format("Calls to make, default {}", count_));
+    options.Number(
+        "--interval", "MS", {0, static_cast<std::uint64_t>(kMaxPingInterval.count())},
+        [this](std::uint64_t value) { interval_ = std::chrono::milliseconds(value); },
+        fmt::format("Pause between calls, default {}", interval_.count()));
+}
+
 void PingCommand::Run(Context& context) {
     const ConnectorInterfaces connector = context.Connector();
     context.clock.CatchInterrupt();
@@ -54,11 +64,15 @@ void PingCommand::Run(Context& context) {
         const RoundTrip trip = TimeRoundTrip(context, connector.controller);
         times.push_back(trip.time);
         PrintCall(context, times.size(), trip);
-        if (times.size() >= options_.count || !context.clock.SleepFor(options_.interval)) {
+        if (times.size() >= count_ || !context.clock.SleepFor(interval_)) {
             break;
         }
     }
     PrintSummary(context, std::move(times));
+}
+
+void DeclarePing(CommandSet& commands) {
+    commands.Add("ping", "Time round trips to the service", std::make_shared<PingCommand>());
 }
 
 }  // namespace zamctl

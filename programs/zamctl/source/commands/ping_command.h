@@ -16,17 +16,12 @@ inline constexpr std::chrono::milliseconds kMaxPingInterval{3'600'000};
 /// interrupted. A failing call ends it without a summary, behind the lines already printed.
 class PingCommand final : public Command {
 public:
-    struct Options {
-        std::size_t count = 10;
-        std::chrono::milliseconds interval{100};  ///< between the end of a call and the next
-    };
-
-    explicit PingCommand(Options options) : options_(options) {}
-
+    void Declare(Options& options) override;
     void Run(Context& context) override;
 
 private:
-    Options options_;
+    std::size_t count_ = 10;
+    std::chrono::milliseconds interval_{100};  ///< between the end of a call and the next
 };
 
 }  // namespace zamctl

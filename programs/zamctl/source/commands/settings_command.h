@@ -2,7 +2,6 @@
 
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "command.h"
@@ -20,20 +19,15 @@ public:
 /// the reading and the writing is lost.
 class SettingsSetCommand final : public Command {
 public:
-    struct Options {
-        std::vector<std::string> assignments;  ///< NAME=VALUE, each name once
-        std::optional<std::string> file;       ///< read before the assignments; "-" for stdin
-    };
+    void Declare(Options& options) override;
 
-    /// Throws `UsageError` when there is nothing to set, and for every wrong assignment.
-    explicit SettingsSetCommand(const Options& options);
-
-    /// Throws `UsageError` before anything is sent when the file is no good.
+    /// Throws `UsageError` before anything is sent when there is nothing to set or the file is no
+    /// good.
     void Run(Context& context) override;
 
 private:
-    std::vector<SettingsChange> assignments_;
-    std::optional<std::string> file_;
+    std::vector<std::string> assignments_;  ///< NAME=VALUE, each name once
+    std::optional<std::string> file_;       ///< read before the assignments; "-" for stdin
 };
 
 }  // namespace zamctl

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <chrono>
-#include <utility>
+#include <cstddef>
 
 #include "command.h"
 #include "wait_for_state.h"
@@ -15,19 +15,17 @@ inline constexpr std::size_t kMaxStartTextBytes = 1360;
 /// Starts the link.
 class StartCommand final : public Command {
 public:
-    struct Options {
-        zam_connector::ZamConnectionParameters parameters;
-        bool wait = false;  ///< until the link is up or the server has refused
-        std::chrono::milliseconds timeout = kDefaultTimeout;
-    };
+    void Declare(Options& options) override;
 
     /// Throws `UsageError` when the texts are too long.
-    explicit StartCommand(Options options);
-
     void Run(Context& context) override;
 
 private:
-    Options options_;
+    void CheckTexts() const;
+
+    zam_connector::ZamConnectionParameters parameters_;
+    bool waits_ = false;  ///< until the link is up or the server has refused
+    std::chrono::milliseconds timeout_ = kDefaultTimeout;
 };
 
 }  // namespace zamctl

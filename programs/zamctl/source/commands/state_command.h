@@ -3,26 +3,23 @@
 #include <chrono>
 #include <optional>
 
-#include "command.h"
+#include "commands/watch_command.h"
 #include "wait_for_state.h"
 #include "zam_connector/zam_connector_state.h"
 
 namespace zamctl {
 
-/// Prints the state of the link, at once or when it is the one waited for.
+/// Prints the state of the link, at once or when it is the one waited for, or each change of it.
 class StateCommand final : public Command {
 public:
-    struct Options {
-        std::optional<zam_connector::ZamConnectorState> waitFor;
-        std::chrono::milliseconds timeout = kDefaultTimeout;
-    };
-
-    explicit StateCommand(Options options) : options_(options) {}
-
+    void Declare(Options& options) override;
     void Run(Context& context) override;
 
 private:
-    Options options_;
+    std::optional<zam_connector::ZamConnectorState> waitFor_;
+    std::chrono::milliseconds timeout_ = kDefaultTimeout;
+    bool watches_ = false;
+    WatchCommand watch_{{NoticeKind::State}};
 };
 
 }  // namespace zamctl

@@ -1,30 +1,37 @@
 #include "commands/stop_command.h"
 
-#include <nlohmann/json.hpp>
-
 #include "codes.h"
+#include "command_set.h"
 #include "vocabulary/state_names.h"
 
 namespace zamctl {
 
 using zam_connector::ZamConnectorState;
 
+void StopCommand::Declare(Options& options) {
+    const Option wait = options.Flag("--wait", waits_, "Wait until stopped");
+    options.Timeout(timeout_, WaitTimeoutHelp()).Needs(wait);
+}
+
 void StopCommand::Run(Context& context) {
     const ConnectorInterfaces connector = context.Connector();
     const int code =
         context.Checked("stop the connection", [&] { return connector.controller.Stop(); });
-    if (!options_.wait) {
+    if (!waits_) {
         context.output.Confirmation(
             SuccessText(code, "stop requested", "already stopped; nothing to do"),
             {{"result", code}});
         return;
     }
-    WaitForState(
-        context, connector.controller,
-        {.target = ZamConnectorState::Stopped, .timeout = options_.timeout, .hopeless = {}});
+    WaitForState(context, connector.controller,
+                 {.target = ZamConnectorState::Stopped, .timeout = timeout_, .hopeless = {}});
     context.output.Confirmation(
         SuccessText(code, "stopped", "already stopped; nothing to do"),
         {{"result", code}, {"state", zam_vocabulary::StateName(ZamConnectorState::Stopped)}});
+}
+
+void DeclareStop(CommandSet& commands) {
+    commands.Add("stop", "Stop the connection to the server", std::make_shared<StopCommand>());
 }
 
 }  // namespace zamctl

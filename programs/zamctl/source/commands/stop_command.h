@@ -10,17 +10,12 @@ namespace zamctl {
 /// Stops the link.
 class StopCommand final : public Command {
 public:
-    struct Options {
-        bool wait = false;  ///< until the link is down
-        std::chrono::milliseconds timeout = kDefaultTimeout;
-    };
-
-    explicit StopCommand(Options options) : options_(options) {}
-
+    void Declare(Options& options) override;
     void Run(Context& context) override;
 
 private:
-    Options options_;
+    bool waits_ = false;  ///< until the link is down
+    std::chrono::milliseconds timeout_ = kDefaultTimeout;
 };
 
 }  // namespace zamctl

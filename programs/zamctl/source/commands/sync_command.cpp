@@ -1,8 +1,7 @@
 #include "commands/sync_command.h"
 
-#include <nlohmann/json.hpp>
-
 #include "codes.h"
+#include "command_set.h"
 
 namespace zamctl {
 
@@ -12,6 +11,11 @@ void SyncCommand::Run(Context& context) {
                                      [&] { return connector.commandSender.ScheduleSync(); });
     context.output.Confirmation(SuccessText(code, "synchronisation scheduled", "nothing to do"),
                                 {{"result", code}});
+}
+
+void DeclareSync(CommandSet& commands) {
+    commands.Add("sync", "Schedule a synchronisation with the server",
+                 std::make_shared<SyncCommand>());
 }
 
 }  // namespace zamctl

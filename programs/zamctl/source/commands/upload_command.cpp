@@ -2,9 +2,8 @@
 
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
 #include "codes.h"
+#include "command_set.h"
 #include "data_answers.h"
 #include "upload_reader.h"
 
@@ -83,12 +82,23 @@ constexpr UploadKind kKinds[] = {
 
 }  // namespace
 
-std::span<const UploadKind> UploadKinds() {
-    return kKinds;
+void UploadCommand::Declare(Options& options) {
+    options
+        .Text("FILE", "TEXT", file_,
+              "In the form of the service's own uploads; - reads standard input")
+        .Required()
+        .Offers(OfferFiles());
 }
 
 void UploadCommand::Run(Context& context) {
     kind_.upload(context, ReadInput("FILE", file_, context.in, kind_.mostBytes));
+}
+
+void DeclareUpload(CommandSet& commands) {
+    CommandSet upload = commands.Group("upload", "Tell the service about the product");
+    for (const UploadKind& kind : kKinds) {
+        upload.Add(kind.name, kind.description, std::make_shared<UploadCommand>(kind));
+    }
 }
 
 }  // namespace zamctl

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <span>
 #include <string>
-#include <utility>
 
 #include "command.h"
 #include "input_file.h"
@@ -19,21 +17,20 @@ struct UploadKind {
     void (*upload)(Context& context, const Input& input);
 };
 
-/// All of them.
-std::span<const UploadKind> UploadKinds();
-
 /// Tells the service about the product.
 class UploadCommand final : public Command {
 public:
-    /// `kind` is of `UploadKinds`; `file` is "-" for standard input.
-    UploadCommand(const UploadKind& kind, std::string file) : kind_(kind), file_(std::move(file)) {}
+    /// `kind` must outlive the object.
+    explicit UploadCommand(const UploadKind& kind) : kind_(kind) {}
+
+    void Declare(Options& options) override;
 
     /// Throws `UsageError` before anything is sent when the file is no good.
     void Run(Context& context) override;
 
 private:
     const UploadKind& kind_;
-    std::string file_;
+    std::string file_;  ///< "-" for standard input
 };
 
 }  // namespace zamctl

@@ -3,42 +3,67 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <optional>
 #include <ostream>
 
+#include "command_set.h"
+#include "nearest.h"
 #include "times.h"
 #include "watch/observation.h"
 
 namespace zamctl {
 namespace {
 
-std::string KindList(const std::vector<NoticeKind>& kinds) {
+std::vector<std::string> NamesOf(const std::vector<NoticeKind>& kinds) {
     std::vector<std::string> names;
     names.reserve(kinds.size());
     for (const NoticeKind kind : kinds) {
         names.push_back(NoticeKindName(kind));
     }
-    return fmt::format("{}", fmt::join(names, ", "));
+    return names;
+}
+
+void AddKind(std::vector<NoticeKind>& kinds, const std::string& name) {
+    const std::optional<NoticeKind> kind = ParseNoticeKind(name);
+    if (!kind) {
+        throw UsageError(fmt::format("KIND: '{}' cannot be watched{}", name,
+                                     SuggestName(name, NamesOf(NoticeKinds()), "kinds")));
+    }
+    if (std::find(kinds.begin(), kinds.end(), *kind) == kinds.end()) {
+        kinds.push_back(*kind);
+    }
 }
 
 }  // namespace
 
-WatchCommand::WatchCommand(Options options) : options_(std::move(options)) {
-    if (options_.kinds.empty()) {
-        options_.kinds = NoticeKinds();
-    }
+void WatchCommand::Declare(Options& options) {
+    const std::vector<std::string> names = NamesOf(NoticeKinds());
+    options
+        .Values(
+            "KIND", "KIND", [this](const std::string& name) { AddKind(kinds_, name); },
+            fmt::format("All, or some of: {}", fmt::join(names, ", ")))
+        .Offers(OfferWords(names));
+    DeclareCount(options);
+}
+
+Option WatchCommand::DeclareCount(Options& options) {
+    return options.Number(
+        "--count", "N", {1, kMaxNoticeCount}, [this](std::uint64_t value) { count_ = value; },
+        "End behind so many changes");
 }
 
 void WatchCommand::Run(Context& context) {
+    const std::vector<NoticeKind> kinds = kinds_.empty() ? NoticeKinds() : kinds_;
     const ConnectorInterfaces connector = context.Connector();
     context.clock.CatchInterrupt();
     context.clock.EndWithReader();
     const Clock::TimePoint start = context.clock.Now();
     NoticeQueue queue(context.clock);
     std::optional<Observation> observation;
-    observation.emplace(context, connector, options_.kinds, queue);
+    observation.emplace(context, connector, kinds, queue);
     if (!context.output.IsQuiet()) {
-        context.err << fmt::format("watching {}\n", KindList(options_.kinds)) << std::flush;
+        context.err << fmt::format("watching {}\n", fmt::join(NamesOf(kinds), ", ")) << std::flush;
     }
     const Clock::Wakeup end = PrintNotices(context, queue);
     observation.reset();
@@ -80,6 +105,11 @@ void WatchCommand::Print(Context& context, const Notice& notice) {
     previous_[notice.kind] = notice.received;
     context.output.Result(NoticeLine(notice, sincePrevious), NoticeDocument(notice, sincePrevious));
     ++printed_;
+}
+
+void DeclareWatch(CommandSet& commands) {
+    commands.Add("watch", "Print changes as they come, until interrupted",
+                 std::make_shared<WatchCommand>());
 }
 
 }  // namespace zamctl

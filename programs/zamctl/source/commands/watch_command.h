@@ -2,7 +2,7 @@
 
 #include <cstddef>
 #include <map>
-#include <string>
+#include <utility>
 #include <vector>
 
 #include "command.h"
@@ -11,6 +11,7 @@
 namespace zamctl {
 
 class NoticeQueue;
+class Option;
 
 /// Most notices that a watch can be told to end behind.
 inline constexpr std::size_t kMaxNoticeCount = 1'000'000'000;
@@ -19,12 +20,13 @@ inline constexpr std::size_t kMaxNoticeCount = 1'000'000'000;
 /// enough.
 class WatchCommand final : public Command {
 public:
-    struct Options {
-        std::vector<NoticeKind> kinds;  ///< none: all
-        std::size_t count = 0;          ///< 0: without end
-    };
+    /// `kinds` are watched, and those that the command line names.
+    explicit WatchCommand(std::vector<NoticeKind> kinds = {}) : kinds_(std::move(kinds)) {}
 
-    explicit WatchCommand(Options options);
+    void Declare(Options& options) override;
+
+    /// Declares `--count` alone, for a command that watches too.
+    Option DeclareCount(Options& options);
 
     /// Throws `ReaderGone` when that is what ended it.
     void Run(Context& context) override;
@@ -32,9 +34,10 @@ public:
 private:
     Clock::Wakeup PrintNotices(Context& context, NoticeQueue& queue);
     void Print(Context& context, const Notice& notice);
-    bool IsEnough() const { return options_.count > 0 && printed_ >= options_.count; }
+    bool IsEnough() const { return count_ > 0 && printed_ >= count_; }
 
-    Options options_;
+    std::vector<NoticeKind> kinds_;  ///< none: all
+    std::size_t count_ = 0;          ///< 0: without end
     std::size_t printed_ = 0;
     std::map<NoticeKind, Clock::TimePoint> previous_;
 };

@@ -1,15 +1,14 @@
 #include "download/chunk_writer.h"
 
-#include <utility>
+#include <pthread.h>
+#include <signal.h>
 
-#include "qor/utils/worker_thread.h"
+#include <utility>
 
 namespace zamctl {
 
 ChunkWriter::ChunkWriter(PartFile& file, zam_checksums::Sha256& hash)
-    : file_(file),
-      hash_(hash),
-      thread_(qor::utils::StartWorkerThread("zamctl_hasher", [this] { Work(); })) {}
+    : file_(file), hash_(hash), thread_([this] { Work(); }) {}
 
 ChunkWriter::~ChunkWriter() {
     End();
@@ -17,10 +16,8 @@ ChunkWriter::~ChunkWriter() {
 
 void ChunkWriter::Put(std::vector<std::byte> chunk) {
     file_.Append(chunk);
-    qor::MutexLock lock(mutex_);
-    while (chunks_.size() >= kCapacity && !failure_) {
-        lock.Wait(changed_);
-    }
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return chunks_.size() < kCapacity || failure_; });
     if (failure_) {
         std::rethrow_exception(failure_);
     }
@@ -30,7 +27,7 @@ void ChunkWriter::Put(std::vector<std::byte> chunk) {
 
 void ChunkWriter::Finish() {
     End();
-    const qor::MutexLock lock(mutex_);
+    const std::lock_guard lock(mutex_);
     if (failure_) {
         std::rethrow_exception(failure_);
     }
@@ -38,7 +35,7 @@ void ChunkWriter::Finish() {
 
 void ChunkWriter::End() {
     {
-        const qor::MutexLock lock(mutex_);
+        const std::lock_guard lock(mutex_);
         isEnded_ = true;
         changed_.notify_all();
     }
@@ -48,10 +45,8 @@ void ChunkWriter::End() {
 }
 
 bool ChunkWriter::Take(std::vector<std::byte>& chunk) {
-    qor::MutexLock lock(mutex_);
-    while (chunks_.empty() && !isEnded_) {
-        lock.Wait(changed_);
-    }
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return !chunks_.empty() || isEnded_; });
     if (chunks_.empty()) {
         return false;
     }
@@ -62,13 +57,18 @@ bool ChunkWriter::Take(std::vector<std::byte>& chunk) {
 }
 
 void ChunkWriter::Work() noexcept {
+    // An interrupt goes to the thread that prints and waits: nothing here could answer it.
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    pthread_setname_np(pthread_self(), "zamctl_hasher");
     try {
         std::vector<std::byte> chunk;
         while (Take(chunk)) {
             hash_.Add(chunk);
         }
     } catch (...) {
-        const qor::MutexLock lock(mutex_);
+        const std::lock_guard lock(mutex_);
         failure_ = std::current_exception();
         chunks_.clear();
         changed_.notify_all();

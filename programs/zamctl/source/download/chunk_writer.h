@@ -4,12 +4,12 @@
 #include <cstddef>
 #include <deque>
 #include <exception>
+#include <mutex>
 #include <thread>
 #include <vector>
 
 #include "checksums/sha256.h"
 #include "download/part_file.h"
-#include "qor/mutex.h"
 
 namespace zamctl {
 
@@ -44,11 +44,11 @@ private:
 
     PartFile& file_;
     zam_checksums::Sha256& hash_;
-    qor::Mutex mutex_;  // a leaf
+    std::mutex mutex_;  // guards what stands below; a leaf
     std::condition_variable changed_;
-    std::deque<std::vector<std::byte>> chunks_ QOR_GUARDED_BY(mutex_);
-    bool isEnded_ QOR_GUARDED_BY(mutex_) = false;
-    std::exception_ptr failure_ QOR_GUARDED_BY(mutex_);
+    std::deque<std::vector<std::byte>> chunks_;
+    bool isEnded_ = false;
+    std::exception_ptr failure_;
     std::thread thread_;  // the last one: it uses the others
 };
 

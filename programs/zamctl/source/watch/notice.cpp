@@ -57,9 +57,9 @@ Notice Describe(NoticeKind kind,
 Notice Describe(NoticeKind kind, const zam_connector::ZamServerData& data) {
     Notice notice;
     notice.kind = kind;
-    notice.details = ServerDataDocument(data);
+    notice.details = ServerDataFields(data);
     notice.size = fmt::format("version {}.{}, {}", data.versionMajor, data.versionMinor,
-                              notice.details.at("device_status").get<std::string>());
+                              DeviceStatusName(data.deviceStatus));
     return notice;
 }
 
@@ -98,13 +98,13 @@ std::string NoticeLine(const Notice& notice,
                        sincePrevious ? "+" + DurationText(*sincePrevious) : "first");
 }
 
-Json NoticeDocument(const Notice& notice, std::optional<std::chrono::nanoseconds> sincePrevious) {
-    Json document = {{"kind", NoticeKindName(notice.kind)},
-                     {"time", UtcText(notice.receivedAtWall)}};
+Fields NoticeDocument(const Notice& notice, std::optional<std::chrono::nanoseconds> sincePrevious) {
+    Fields document = {{"kind", NoticeKindName(notice.kind)},
+                       {"time", UtcText(notice.receivedAtWall)}};
     if (notice.hash) {
         document["hash"] = HashText(*notice.hash);
     }
-    document.update(notice.details);
+    document.Append(notice.details);
     document["since_previous_ms"] = nullptr;
     if (sincePrevious) {
         document["since_previous_ms"] =

@@ -2,14 +2,13 @@
 
 #include <chrono>
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "clock.h"
-#include "output.h"
+#include "fields.h"
 #include "vocabulary/notice_kinds.h"
 #include "zam_connector/i_zam_data_change_subscriber.h"
 #include "zam_connector/zam_connector_state.h"
@@ -25,9 +24,9 @@ using zam_vocabulary::ParseNoticeKind;
 struct Notice {
     NoticeKind kind = NoticeKind::Policy;
     std::optional<std::uint64_t> hash;
-    std::string size;               ///< for people: "17 nodes", or what else there is to say
-    Json details = Json::object();  ///< the same as members of a document
-    Clock::TimePoint received{};    ///< when the observer was called
+    std::string size;             ///< for people: "17 nodes", or what else there is to say
+    Fields details;               ///< the same as members of a document
+    Clock::TimePoint received{};  ///< when the observer was called
     Clock::WallTime receivedAtWall{};
 };
 
@@ -49,6 +48,6 @@ Notice Describe(NoticeKind kind, zam_connector::ZamConnectorState state);
 std::string NoticeLine(const Notice& notice, std::optional<std::chrono::nanoseconds> sincePrevious);
 
 /// The same as a document.
-Json NoticeDocument(const Notice& notice, std::optional<std::chrono::nanoseconds> sincePrevious);
+Fields NoticeDocument(const Notice& notice, std::optional<std::chrono::nanoseconds> sincePrevious);
 
 }  // namespace zamctl

@@ -8,10 +8,8 @@ void NoticeQueue::Push(Notice notice) {
     notice.received = clock_.Now();
     notice.receivedAtWall = clock_.WallNow();
     {
-        qor::MutexLock lock(mutex_);
-        while (!isClosed_ && notices_.size() >= kCapacity) {
-            lock.Wait(room_);
-        }
+        std::unique_lock lock(mutex_);
+        room_.wait(lock, [this] { return isClosed_ || notices_.size() < kCapacity; });
         if (isClosed_) {
             return;
         }
@@ -21,7 +19,7 @@ void NoticeQueue::Push(Notice notice) {
 }
 
 std::optional<Notice> NoticeQueue::Pop() {
-    const qor::MutexLock lock(mutex_);
+    const std::lock_guard lock(mutex_);
     if (notices_.empty()) {
         return std::nullopt;
     }
@@ -32,7 +30,7 @@ std::optional<Notice> NoticeQueue::Pop() {
 }
 
 void NoticeQueue::Close() {
-    const qor::MutexLock lock(mutex_);
+    const std::lock_guard lock(mutex_);
     isClosed_ = true;
     room_.notify_all();
 }

@@ -2,10 +2,10 @@
 
 #include <condition_variable>
 #include <deque>
+#include <mutex>
 #include <optional>
 
 #include "clock.h"
-#include "qor/mutex.h"
 #include "watch/notice.h"
 
 namespace zamctl {
@@ -31,10 +31,10 @@ public:
 
 private:
     Clock& clock_;
-    qor::Mutex mutex_;  // a leaf
+    std::mutex mutex_;  // guards what stands below; a leaf
     std::condition_variable room_;
-    std::deque<Notice> notices_ QOR_GUARDED_BY(mutex_);
-    bool isClosed_ QOR_GUARDED_BY(mutex_) = false;
+    std::deque<Notice> notices_;
+    bool isClosed_ = false;
 };
 
 }  // namespace zamctl
