@@ -36,6 +36,11 @@ Json ToJson(const FieldValue& value) {
 }  // namespace
 
 Fields::Fields() = default;
+Fields::Fields(const Fields& other) = default;
+Fields::Fields(Fields&& other) noexcept = default;
+Fields& Fields::operator=(const Fields& other) = default;
+Fields& Fields::operator=(Fields&& other) noexcept = default;
+Fields::~Fields() = default;
 
 Fields::Fields(std::initializer_list<Field> fields) : fields_(fields) {}
 

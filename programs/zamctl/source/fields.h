@@ -27,6 +27,13 @@ public:
     Fields();
     Fields(std::initializer_list<Field> fields);
 
+    // In the other file: a field is not complete here.
+    Fields(const Fields& other);
+    Fields(Fields&& other) noexcept;
+    Fields& operator=(const Fields& other);
+    Fields& operator=(Fields&& other) noexcept;
+    ~Fields();
+
     /// The value of that name; null, and behind the others, when there was none.
     FieldValue& operator[](std::string_view name);
 
