@@ -15,13 +15,13 @@ fail() {
 rm -rf "$scratch"
 mkdir -p "$scratch"
 options=()
-[[ -z $type ]] || options+=("-DCMAKE_BUILD_TYPE=$type")
+[[ $type == NoType ]] || options+=("-DCMAKE_BUILD_TYPE=$type")
 ! command -v ccache >/dev/null || options+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 cmake -S "$source" -B "$scratch" -G Ninja "${options[@]}" >"$scratch/log" 2>&1 ||
     { cat "$scratch/log" >&2; exit 1; }
 
-case ${type:-Release} in
-    Release) optimised=-O3 ;;
+case $type in
+    NoType | Release) optimised=-O3 ;;
     RelWithDebInfo) optimised=-O2 ;;
     MinSizeRel) optimised=-Os ;;
 esac
@@ -49,10 +49,13 @@ library/zor_ipc/zam_connector_common source/common/source/id_specification.cpp
 library/zor_ipc/zam_connector_proxy_objects source/proxy/source/session_status.cpp
 library/common_utils/zam_common_utils source/zam_converter_guard.cpp
 library/tree_json/zam_json_text source/json_text/base64.cpp
-library/tree_json/zam_tree_json source/place.cpp
+library/tree_json/zam_tree_json_objects source/place.cpp
 programs/shared/zam_checksums source/checksums/sha256.cpp
 programs/service/zam_service source/channels/channel_ids.cpp
 programs/zamctl/zamctl_lib source/nearest.cpp
+programs/shared/zam_storage source/storage/new_file.cpp
+programs/shared/zam_record_json source/record_json/tree_place.cpp
+programs/shared/zam_vocabulary source/vocabulary/state_names.cpp
 kit/zam_connector_testing source/service_folders.cpp
 kit/zam_scripted_platform source/scripted_platform.cpp
 FILES
