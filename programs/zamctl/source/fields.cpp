@@ -35,6 +35,12 @@ Json ToJson(const FieldValue& value) {
 
 }  // namespace
 
+FieldValue::FieldValue(const FieldValue& other) = default;
+FieldValue::FieldValue(FieldValue&& other) noexcept = default;
+FieldValue& FieldValue::operator=(const FieldValue& other) = default;
+FieldValue& FieldValue::operator=(FieldValue&& other) noexcept = default;
+FieldValue::~FieldValue() = default;
+
 Fields::Fields() = default;
 Fields::Fields(const Fields& other) = default;
 Fields::Fields(Fields&& other) noexcept = default;

@@ -72,6 +72,14 @@ public:
         }
     }
 
+    // In the other file: inlined into an optimised caller, the end of a variant that holds none of
+    // the larger kinds is taken for a use of what was never made.
+    FieldValue(const FieldValue& other);
+    FieldValue(FieldValue&& other) noexcept;
+    FieldValue& operator=(const FieldValue& other);
+    FieldValue& operator=(FieldValue&& other) noexcept;
+    ~FieldValue();
+
     const Variant& Get() const noexcept { return value_; }
 
 private:
