@@ -62,15 +62,7 @@ public:
 
     /// A template, so that no pointer turns into a flag and no number into a narrower one.
     template <std::integral Number>
-    FieldValue(Number number) noexcept {
-        if constexpr (std::is_same_v<Number, bool>) {
-            value_ = number;
-        } else if constexpr (std::is_signed_v<Number>) {
-            value_ = std::int64_t{number};
-        } else {
-            value_ = std::uint64_t{number};
-        }
-    }
+    FieldValue(Number number) noexcept : value_(Widened(number)) {}
 
     // In the other file: inlined into an optimised caller, the end of a variant that holds none of
     // the larger kinds is taken for a use of what was never made.
@@ -83,6 +75,17 @@ public:
     const Variant& Get() const noexcept { return value_; }
 
 private:
+    template <std::integral Number>
+    static auto Widened(Number number) noexcept {
+        if constexpr (std::is_same_v<Number, bool>) {
+            return number;
+        } else if constexpr (std::is_signed_v<Number>) {
+            return std::int64_t{number};
+        } else {
+            return std::uint64_t{number};
+        }
+    }
+
     Variant value_;
 };
 
