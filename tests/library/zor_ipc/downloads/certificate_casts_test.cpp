@@ -163,16 +163,16 @@ TEST(CertificatesCast, RefusesASequenceThatIsNotWhole) {
 
 TEST(CertificatesCast, NeedsRoomForEachText) {
     for (std::size_t index = 0; index < std::size(kStretches); ++index) {
-        ClientCertInfo certificate;
+        Certificates certificates(1);
+        ClientCertInfo& certificate = certificates.front();
         std::string* const texts[] = {&certificate.name,        &certificate.subject,
                                       &certificate.issuer,      &certificate.serialNumber,
                                       &certificate.certificate, &certificate.privateKey.emplace()};
         *texts[index] = "12345";
         HeapArena arena(4);
-        EXPECT_EQ(
-            TextOf<std::length_error>([&] { CastToVd(Certificates{certificate}, arena.Get()); }),
-            std::string(kStretches[index]) +
-                ": 5 bytes do not fit, 4 of the arena's 4 bytes are free");
+        EXPECT_EQ(TextOf<std::length_error>([&] { CastToVd(certificates, arena.Get()); }),
+                  std::string(kStretches[index]) +
+                      ": 5 bytes do not fit, 4 of the arena's 4 bytes are free");
     }
     HeapArena arena(55);
     EXPECT_THROW(CastToVd(Certificates(1), arena.Get()), std::length_error);
