@@ -45,10 +45,10 @@ Option Options::Flag(const std::string& names, bool& target, const std::string& 
     return {*command_.add_flag(names, target, description), declared_};
 }
 
-Option Options::Value(const std::string& names, const char* type, Store store,
+Option Options::Value(const std::string& names, const char* type, const Store& store,
                       const std::string& description) {
     CLI::Option* const option =
-        command_.add_option_function<std::string>(names, std::move(store), description);
+        command_.add_option_function<std::string>(names, store, description);
     return {*option->type_name(type), declared_};
 }
 
@@ -70,8 +70,8 @@ Option Options::Values(const std::string& name, const char* type, Store store,
     return {*option->type_name(type), declared_};
 }
 
-Option Options::File(const std::string& names, Store store, const std::string& description) {
-    return Value(names, "FILE", std::move(store), description).Offers(OfferFiles());
+Option Options::File(const std::string& names, const Store& store, const std::string& description) {
+    return Value(names, "FILE", store, description).Offers(OfferFiles());
 }
 
 Option Options::Number(const std::string& name, const char* type, Range range,

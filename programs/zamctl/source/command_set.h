@@ -82,7 +82,7 @@ public:
     Options(CLI::App& command, Declared& declared) : command_(command), declared_(declared) {}
 
     Option Flag(const std::string& names, bool& target, const std::string& description);
-    Option Value(const std::string& names, const char* type, Store store,
+    Option Value(const std::string& names, const char* type, const Store& store,
                  const std::string& description);
     Option Text(const std::string& names, const char* type, std::string& target,
                 const std::string& description);
@@ -92,7 +92,7 @@ public:
                   const std::string& description);
 
     /// A file's name. An empty name is taken as such: whoever opens it refuses it.
-    Option File(const std::string& names, Store store, const std::string& description);
+    Option File(const std::string& names, const Store& store, const std::string& description);
 
     /// A whole number within the range, which the help tells.
     Option Number(const std::string& name, const char* type, Range range,

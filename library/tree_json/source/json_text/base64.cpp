@@ -18,8 +18,9 @@ constexpr std::uint8_t kNoDigit = 64;
 constexpr std::array<std::uint8_t, 256> kDigitValues = [] {
     std::array<std::uint8_t, 256> values{};
     values.fill(kNoDigit);
-    for (std::uint8_t value = 0; value < kDigits.size(); ++value) {
-        values[static_cast<unsigned char>(kDigits[value])] = value;
+    std::uint8_t value = 0;
+    for (const char digit : kDigits) {
+        values[static_cast<unsigned char>(digit)] = value++;
     }
     return values;
 }();
