@@ -403,7 +403,7 @@ bool QuickReader::Node(ondemand::value& value, ondemand::json_type type, Wide wi
 }
 
 bool QuickReader::Array(ondemand::array& array, zuv::TValue& out) {
-    if (depth_ == kMaxDepth) {
+    if (depth_ == kMaxQuickDepth) {
         return false;
     }
     ++depth_;
@@ -441,7 +441,7 @@ bool QuickReader::ReadMember(ondemand::field& field, bool isFirst, Member& membe
 }
 
 bool QuickReader::Object(ondemand::object& object, zuv::TValue& out) {
-    if (depth_ == kMaxDepth) {
+    if (depth_ == kMaxQuickDepth) {
         return false;
     }
     ++depth_;

@@ -85,7 +85,7 @@ TEST(QuickReader, MakesTheTreeOfTheReaderWithPlaces) {
          "[1] // \xFF"s,
          "[/*\xFF\"*/1]"s,
          "[\"\x7F\xC3\xA4\xF4\x8F\xBF\xBF\"]"s,
-         Nested(kMaxDepth)}) {
+         Nested(kMaxQuickDepth)}) {
         ExpectSameTree(text);
     }
 }
@@ -218,6 +218,13 @@ TEST(QuickReader, RefusesWhatTheReaderWithPlacesRefuses) {
                                     std::string(4096, '['),
                                     "[" + std::string(300, '{')}) {
         ExpectRefused(text);
+    }
+}
+
+TEST(QuickReader, LeavesTextsThatAreNestedDeepToTheReaderWithPlaces) {
+    for (const std::size_t depth : {kMaxQuickDepth + 1, kMaxDepth}) {
+        EXPECT_FALSE(ReadQuickly(Nested(depth)).has_value()) << depth;
+        EXPECT_TRUE(ReadPlaced(Nested(depth)).has_value()) << depth;
     }
 }
 
