@@ -14,6 +14,7 @@ import hashlib
 import json
 import os
 import pathlib
+import shlex
 import subprocess
 import sys
 import time
@@ -51,6 +52,12 @@ def dependencies(build):
         else:
             files = None
     return result
+
+
+def object_of(entry):
+    """The object file that a compile command makes."""
+    words = shlex.split(entry["command"])
+    return words[words.index("-o") + 1]
 
 
 def key_of(root, entry, files, common):
@@ -96,8 +103,9 @@ def main():
     for inside, entry in sorted(entries.items()):
         key = None
         # Files that ninja knows nothing of have not been built: linted, but not remembered.
-        if entry.get("output") in made_of:
-            key = key_of(root, entry, made_of[entry["output"]], common)
+        made = made_of.get(object_of(entry))
+        if made:
+            key = key_of(root, entry, made, common)
             remembered = cache / key
             if remembered.exists():
                 os.utime(remembered)
