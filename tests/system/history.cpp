@@ -1,17 +1,18 @@
 #include "history.h"
 
-#include <sstream>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "support/history_lines.h"
 
 namespace zam_connector::test {
 
 std::vector<nlohmann::json> HistoryOf(const testing::ServiceProcess& service,
                                       const std::string& kind) {
     std::vector<nlohmann::json> lines;
-    std::istringstream history(service.ReadData("uploads/history.jsonl"));
-    for (std::string line; std::getline(history, line);) {
-        nlohmann::json parsed = nlohmann::json::parse(line);
-        if (parsed.at("kind") == kind) {
-            lines.push_back(std::move(parsed));
+    for (nlohmann::json& line : HistoryLines(service.ReadData("uploads/history.jsonl"))) {
+        if (line.at("kind") == kind) {
+            lines.push_back(std::move(line));
         }
     }
     return lines;

@@ -8,7 +8,8 @@
 
 namespace zam_connector::test {
 
-/// The lines of the service's history of one kind, oldest first.
+/// The lines of the service's history of one kind, oldest first; of those that a kill has torn
+/// none.
 std::vector<nlohmann::json> HistoryOf(const testing::ServiceProcess& service,
                                       const std::string& kind);
 

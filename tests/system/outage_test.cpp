@@ -1,7 +1,7 @@
-#include <atomic>
 #include <ctime>
 #include <map>
 #include <random>
+#include <stop_token>
 #include <thread>
 #include <vector>
 
@@ -67,12 +67,11 @@ TEST_F(ServiceOutage, NothingIsSentTwiceAndWhatWasConfirmedIsKept) {
     constexpr int kThreads = 4;
     constexpr int kKills = 12;
     StartService();
-    std::atomic<bool> done{false};
     std::vector<std::vector<std::string>> confirmed(kThreads);
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (std::size_t thread = 0; thread < kThreads; ++thread) {
-        threads.emplace_back([&, thread] {
-            for (int number = 0; !done; ++number) {
+        threads.emplace_back([&, thread](const std::stop_token& isDone) {
+            for (int number = 0; !isDone.stop_requested(); ++number) {
                 const std::string event = std::to_string(thread) + "/" + std::to_string(number);
                 if (CommandSender().PostZamEvent(event) == 0) {
                     confirmed[thread].push_back(event);
@@ -88,10 +87,7 @@ TEST_F(ServiceOutage, NothingIsSentTwiceAndWhatWasConfirmedIsKept) {
         service_.Kill();
         service_.Start();
     }
-    done = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear();
 
     std::map<std::string, int> counts;
     for (const std::string& event : EventsOf(service_)) {

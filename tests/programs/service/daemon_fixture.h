@@ -20,6 +20,7 @@
 #include "qx/endpoint_names.h"
 #include "qx/operation_info.h"
 #include "run_until.h"
+#include "support/history_lines.h"
 #include "vd/service_locator.h"
 #include "zam_connector_testing/recording_logger.h"
 
@@ -220,11 +221,11 @@ protected:
     /// The members of the history's lines: "kind" alone, or "kind member".
     std::vector<std::string> History(const std::string& member = {}) const {
         std::vector<std::string> kinds;
-        for (const std::string& line : Lines(data_.Read("uploads/history.jsonl"))) {
-            const auto tree = nlohmann::json::parse(line);
-            std::string kind = tree.at("kind");
-            if (tree.contains(member)) {
-                kind += " " + tree.at(member).get<std::string>();
+        for (const nlohmann::json& line :
+             zam_connector::test::HistoryLines(data_.Read("uploads/history.jsonl"))) {
+            std::string kind = line.at("kind");
+            if (line.contains(member)) {
+                kind += " " + line.at(member).get<std::string>();
             }
             kinds.push_back(kind);
         }
