@@ -99,7 +99,7 @@ TEST_F(RuntimeDirectoryCheck, TellsWhyTheDirectoryCannotBeUsed) {
 TEST_F(RuntimeDirectoryCheck, RefusesDirectoriesThatOthersMayWrite) {
     Directory().fault = FileFault::OthersWrite;
     for (const auto& [mode, shown] :
-         {std::pair{0720U, "0720"}, {0702U, "0702"}, {0777U, "0777"}, {01777U, "1777"}}) {
+         {std::pair{0720U, "0720"}, {0702U, "0702"}, {0777U, "0777"}, {02777U, "2777"}}) {
         Directory().mode = mode;
         ExpectProblem(
             1, "directory",
@@ -107,6 +107,24 @@ TEST_F(RuntimeDirectoryCheck, RefusesDirectoriesThatOthersMayWrite) {
             "Run 'chmod go-w /run/fake'.");
         EXPECT_EQ(Findings().back().text, "/run/fake/fake_service.sock exists");
     }
+}
+
+TEST_F(RuntimeDirectoryCheck, AdvisesAnotherDirectoryWhereOthersAreMeantToWrite) {
+    constexpr char kAnother[] =
+        "Set ZAM_RUNTIME_DIR to a directory that only its owner may write, in which "
+        "zam_connectord runs.";
+    Directory() = {"/tmp", FileFault::OthersWrite, {}, 0, 01777};
+    ExpectProblem(1, "directory", "/tmp: mode 1777 lets others write; only its owner may",
+                  kAnother);
+    Directory().owner = system_.user;
+    ExpectProblem(1, "directory", "/tmp: mode 1777 lets others write; only its owner may",
+                  kAnother);
+    Directory() = {"/shared", FileFault::OthersWrite, {}, 0, 0777};
+    ExpectProblem(1, "directory", "/shared: mode 0777 lets others write; only its owner may",
+                  kAnother);
+    system_.user = 0;
+    ExpectProblem(1, "directory", "/shared: mode 0777 lets others write; only its owner may",
+                  "Run 'chmod go-w /shared'.");
 }
 
 TEST_F(RuntimeDirectoryCheck, TellsWhyASocketCannotBeUsed) {
