@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "vd/runtime_directory.h"
+
 namespace zam_connector::testing {
 namespace {
 
@@ -187,4 +189,9 @@ void VdZorTransport_Init(VdZorTransport* transport, std::uint32_t handle, std::u
 void VdZorTransport_SetFarewell(VdZorTransport* transport, std::uint16_t riid,
                                 std::uint16_t operation) {
     PlatformFunctions::SetFarewell(transport, riid, operation);
+}
+
+vd::RuntimeDirectoryDiagnosis vd::DiagnoseRuntimeDirectory(
+    const std::vector<std::string>& /*services*/) {
+    return {};
 }

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "qx/conn_controller.h"
+#include "vd/runtime_directory.h"
 
 namespace zam_connector::testing {
 namespace {
@@ -36,6 +37,14 @@ TEST(ScriptedPlatform, HasNoServicesWithoutAnObject) {
     EXPECT_EQ(CallStop(&transport), kNoHandleStatus);
     VdZorTransport_SetFarewell(&transport, 1, 2);
     EXPECT_EQ(transport.farewellCount, 0U);
+}
+
+TEST(ScriptedPlatform, HasNoRuntimeDirectory) {
+    const ScriptedPlatform platform;
+    const vd::RuntimeDirectoryDiagnosis diagnosis =
+        vd::DiagnoseRuntimeDirectory({"zam_connector_id"});
+    EXPECT_EQ(diagnosis.origin, "");
+    EXPECT_TRUE(diagnosis.sockets.empty());
 }
 
 TEST(ScriptedPlatform, AnswersByNameAndRecordsInOrder) {

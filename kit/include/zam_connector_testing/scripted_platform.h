@@ -45,7 +45,8 @@ inline constexpr int kNoHandleStatus = -770005;
 /// The platform of an executable that links `zam_scripted_platform`: the definitions of
 /// `ServiceLocatorConnect`, `ServiceLocatorGetRiid`, `VdZorTransport_Init` and
 /// `VdZorTransport_SetFarewell` in that library take the place of the platform's own in the whole
-/// process, and ask the one object of this class that exists.
+/// process, and ask the one object of this class that exists. So does that of
+/// `vd::DiagnoseRuntimeDirectory`: scripted services have no runtime directory.
 ///
 ///     ScriptedTransport service;
 ///     ScriptedPlatform platform;

@@ -8,7 +8,8 @@
 namespace zamctl {
 namespace {
 
-constexpr unsigned kOthersWrite = 0022;
+using vd::FileDiagnosis;
+using vd::FileFault;
 
 std::string StartRemedy(const std::string& directory) {
     return fmt::format(
@@ -26,122 +27,132 @@ Finding Problem(std::string check, std::string text, std::string remedy) {
     return {std::move(check), FindingStatus::Problem, std::move(text), std::move(remedy), {}};
 }
 
-Finding CheckChoice(const RuntimeDirectoryChoice& choice) {
-    if (!choice.path.starts_with('/')) {
-        return Problem(
-            "runtime_dir",
-            fmt::format("'{}', from {}, is no absolute path", choice.path, choice.reason),
-            "Set ZAM_RUNTIME_DIR to the absolute path of the directory in which "
-            "zam_connectord runs.");
+/// What to do about a directory that others may write. A sticky one is meant for all, and root's is
+/// not this user's to change.
+std::string CloseRemedy(const SystemView& system, const FileDiagnosis& directory) {
+    constexpr unsigned kSticky = 01000;
+    if ((directory.mode & kSticky) != 0 || (directory.owner == 0 && system.User() != 0)) {
+        return "Set ZAM_RUNTIME_DIR to a directory that only its owner may write, in which "
+               "zam_connectord runs.";
+    }
+    return fmt::format("Run 'chmod go-w {}'.", directory.path);
+}
+
+Finding CheckChoice(const vd::RuntimeDirectoryDiagnosis& found) {
+    const std::string& path = found.directory.path;
+    if (found.directory.fault == FileFault::NotAbsolute) {
+        return Problem("runtime_dir",
+                       fmt::format("'{}', from {}, is no absolute path", path, found.origin),
+                       "Set ZAM_RUNTIME_DIR to the absolute path of the directory in which "
+                       "zam_connectord runs.");
     }
     return {"runtime_dir",
             FindingStatus::Ok,
-            fmt::format("{}, from {}", choice.path, choice.reason),
+            fmt::format("{}, from {}", path, found.origin),
             {},
-            {{"path", choice.path}, {"from", choice.reason}}};
+            {{"path", path}, {"from", found.origin}}};
 }
 
-bool IsTrustedOwner(const SystemView& system, uid_t owner) {
-    return owner == 0 || owner == system.User() || system.ServiceUser() == owner;
-}
-
-Finding CheckDirectory(const SystemView& system, const std::string& path, const FileLook& look) {
-    if (!look.status) {
-        return Problem("directory", fmt::format("{}: {}", path, look.error),
-                       look.missing ? StartRemedy(path)
-                                    : "Make the directory readable for this user, or run zamctl "
-                                      "as a user who may read it.");
-    }
-    const FileStatus& status = *look.status;
-    if (status.kind != FileKind::Directory) {
-        return Problem(
-            "directory",
-            fmt::format("{} is {}", path,
-                        status.kind == FileKind::SymbolicLink ? "a symbolic link" : "no directory"),
-            "Set ZAM_RUNTIME_DIR to the directory itself.");
-    }
-    const std::string owner = ShowUser(system, status.owner);
-    if (!IsTrustedOwner(system, status.owner)) {
-        return Problem("directory",
-                       fmt::format("{} belongs to {}, not to {}, root or the service's user", path,
-                                   owner, ShowUser(system, system.User())),
-                       "Run zamctl as the directory's owner, or set ZAM_RUNTIME_DIR to a "
-                       "directory of your own in which zam_connectord runs.");
-    }
-    if ((status.mode & kOthersWrite) != 0) {
-        return Problem(
-            "directory",
-            fmt::format("{}: mode {:04o} lets others write; only its owner may", path, status.mode),
-            fmt::format("Run 'chmod go-w {}'.", path));
+Finding CheckDirectory(const SystemView& system, const FileDiagnosis& directory) {
+    const std::string& path = directory.path;
+    switch (directory.fault) {
+        case FileFault::Missing:
+            return Problem("directory", fmt::format("{}: {}", path, directory.error),
+                           StartRemedy(path));
+        case FileFault::NotReadable:
+            return Problem("directory", fmt::format("{}: {}", path, directory.error),
+                           "Make the directory readable for this user, or run zamctl as a user "
+                           "who may read it.");
+        case FileFault::SymbolicLink:
+            return Problem("directory", fmt::format("{} is a symbolic link", path),
+                           "Set ZAM_RUNTIME_DIR to the directory itself.");
+        case FileFault::WrongKind:
+            return Problem("directory", fmt::format("{} is no directory", path),
+                           "Set ZAM_RUNTIME_DIR to the directory itself.");
+        case FileFault::Owner:
+            return Problem(
+                "directory",
+                fmt::format("{} belongs to {}, not to {}, root or the service's user", path,
+                            ShowUser(system, directory.owner), ShowUser(system, system.User())),
+                "Run zamctl as the directory's owner, or set ZAM_RUNTIME_DIR to a "
+                "directory of your own in which zam_connectord runs.");
+        case FileFault::OthersWrite:
+            return Problem("directory",
+                           fmt::format("{}: mode {:04o} lets others write; only its owner may",
+                                       path, directory.mode),
+                           CloseRemedy(system, directory));
+        case FileFault::NotAbsolute:
+        case FileFault::None:
+            break;
     }
     return {"directory",
             FindingStatus::Ok,
-            fmt::format("exists, owner {}, mode {:04o}", owner, status.mode),
+            fmt::format("exists, owner {}, mode {:04o}", ShowUser(system, directory.owner),
+                        directory.mode),
             {},
-            {{"owner", status.owner}, {"mode", fmt::format("{:04o}", status.mode)}}};
+            {{"owner", directory.owner}, {"mode", fmt::format("{:04o}", directory.mode)}}};
 }
 
-Finding CheckSocket(const SystemView& system, const std::string& directory, uid_t directoryOwner,
-                    const std::string& path) {
-    const FileLook look = system.Look(path);
-    if (!look.status) {
-        return Problem("socket", fmt::format("{}: {}", path, look.error), StartRemedy(directory));
-    }
-    if (look.status->kind != FileKind::Socket) {
-        return Problem("socket", fmt::format("{} is no socket", path),
-                       "Move it away and start zam_connectord again.");
-    }
-    if (look.status->owner != 0 && look.status->owner != directoryOwner) {
-        return Problem("socket",
-                       fmt::format("{} belongs to {}, not to root or the directory's owner", path,
-                                   ShowUser(system, look.status->owner)),
-                       "Run zam_connectord as the directory's owner.");
+Finding CheckSocket(const SystemView& system, const std::string& directory,
+                    const FileDiagnosis& socket) {
+    const std::string& path = socket.path;
+    switch (socket.fault) {
+        case FileFault::Missing:
+        case FileFault::NotReadable:
+            return Problem("socket", fmt::format("{}: {}", path, socket.error),
+                           StartRemedy(directory));
+        case FileFault::WrongKind:
+            return Problem("socket", fmt::format("{} is no socket", path),
+                           "Move it away and start zam_connectord again.");
+        case FileFault::Owner:
+            return Problem("socket",
+                           fmt::format("{} belongs to {}, not to root or the directory's owner",
+                                       path, ShowUser(system, socket.owner)),
+                           "Run zam_connectord as the directory's owner.");
+        default:  // the rest are rules for directories
+            break;
     }
     return {"socket", FindingStatus::Ok, fmt::format("{} exists", path), {}, {{"path", path}}};
 }
 
-}  // namespace
-
-RuntimeDirectoryChoice ChooseRuntimeDirectory(const SystemView& system) {
-    if (const auto own = system.Variable("ZAM_RUNTIME_DIR")) {
-        return {*own, "ZAM_RUNTIME_DIR"};
+std::vector<Finding> FindingsOf(const SystemView& system,
+                                const vd::RuntimeDirectoryDiagnosis& found) {
+    if (found.origin.empty()) {
+        return {};  // services of this platform have no such directory
     }
-    if (const auto session = system.Variable("XDG_RUNTIME_DIR"); session && !session->empty()) {
-        return {*session + "/zam_connector", "XDG_RUNTIME_DIR, as ZAM_RUNTIME_DIR is not set"};
-    }
-    return {"/run/zam_connector",
-            "the default, as neither ZAM_RUNTIME_DIR nor XDG_RUNTIME_DIR is set"};
-}
-
-std::vector<Finding> CheckRuntimeDirectory(const SystemView& system,
-                                           const std::vector<std::string>& services) {
-    const RuntimeDirectoryChoice choice = ChooseRuntimeDirectory(system);
-    std::vector<Finding> findings = {CheckChoice(choice)};
+    std::vector<Finding> findings = {CheckChoice(found)};
     if (findings.back().status == FindingStatus::Problem) {
         return findings;
     }
-    const FileLook look = system.Look(choice.path);
-    findings.push_back(CheckDirectory(system, choice.path, look));
-    if (look.status && look.status->kind == FileKind::Directory) {
-        for (const std::string& service : services) {
-            findings.push_back(CheckSocket(system, choice.path, look.status->owner,
-                                           fmt::format("{}/{}.sock", choice.path, service)));
-        }
+    findings.push_back(CheckDirectory(system, found.directory));
+    for (const FileDiagnosis& socket : found.sockets) {
+        findings.push_back(CheckSocket(system, found.directory.path, socket));
     }
     return findings;
 }
 
+}  // namespace
+
+std::vector<Finding> CheckRuntimeDirectory(const SystemView& system,
+                                           const std::vector<std::string>& services) {
+    return FindingsOf(system, system.RuntimeDirectory(services));
+}
+
 std::string ConnectRemedy(const SystemView& system, const std::string& service) {
-    const std::vector<Finding> findings = CheckRuntimeDirectory(system, {service});
+    const vd::RuntimeDirectoryDiagnosis found = system.RuntimeDirectory({service});
+    if (found.origin.empty()) {
+        return "Start the connector service.";
+    }
+    const std::vector<Finding> findings = FindingsOf(system, found);
     const auto problem = std::find_if(findings.begin(), findings.end(), [](const Finding& finding) {
         return finding.status == FindingStatus::Problem;
     });
-    const std::string directory = ChooseRuntimeDirectory(system).path;
-    std::string start = StartRemedy(directory);
+    std::string start = StartRemedy(found.directory.path);
     if (problem == findings.end() || problem->remedy == start) {
         return start;
     }
-    return fmt::format("{} The directory looked in is '{}'.", problem->remedy, directory);
+    return fmt::format("{} The directory looked in is '{}'.", problem->remedy,
+                       found.directory.path);
 }
 
 }  // namespace zamctl

@@ -6,17 +6,9 @@
 #include "finding.h"
 #include "system_view.h"
 
-/// The rules for the directory of the services' sockets, looked at from outside: nothing here
-/// connects to anything.
+/// What the library finds of the directory of the services' sockets, in words for people.
 
 namespace zamctl {
-
-struct RuntimeDirectoryChoice {
-    std::string path;
-    std::string reason;  ///< the variable that gave it, or that none did
-};
-
-RuntimeDirectoryChoice ChooseRuntimeDirectory(const SystemView& system);
 
 /// The choice, the directory and the sockets of the services in it, in this order; what stands on
 /// something that is not there is left out.

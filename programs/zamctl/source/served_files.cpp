@@ -5,8 +5,6 @@
 #include <system_error>
 #include <vector>
 
-#include "runtime_directory_check.h"
-
 namespace zamctl {
 namespace {
 
@@ -60,6 +58,11 @@ std::string RuntimeDirectoryOf(const Texts& words, const Texts& environment) {
     return user.empty() ? kDefaultRuntimeDirectory : user + "/zam_connector";
 }
 
+/// Whether two paths are the same but for slashes: a service may have been given some at the end.
+bool IsSamePath(const fs::path& left, const fs::path& right) {
+    return left / "" == right / "";
+}
+
 }  // namespace
 
 std::optional<std::string> FindServedFolder(const std::string& runtimeDirectory,
@@ -74,7 +77,8 @@ std::optional<std::string> FindServedFolder(const std::string& runtimeDirectory,
         const Texts words = ReadTexts(path / "cmdline", '\0');
         const std::string data = ValueOf(words, "--data");
         if (!data.empty() &&
-            RuntimeDirectoryOf(words, ReadTexts(path / "environ", '\0')) == runtimeDirectory) {
+            IsSamePath(RuntimeDirectoryOf(words, ReadTexts(path / "environ", '\0')),
+                       runtimeDirectory)) {
             // A relative name is meant from where the service stands; an absolute one replaces it.
             return fs::read_symlink(path / "cwd", error) / data / "files";
         }
@@ -85,7 +89,7 @@ std::optional<std::string> FindServedFolder(const std::string& runtimeDirectory,
 Offer OfferServedFiles(Context& context, const std::string& begun) {
     Offer offer{.kind = Offer::Kind::Parts};
     const std::optional<std::string> folder =
-        FindServedFolder(ChooseRuntimeDirectory(context.system).path, "/proc");
+        FindServedFolder(context.system.RuntimeDirectory({}).directory.path, "/proc");
     const std::string above = begun.substr(0, begun.rfind('/') + 1);
     // The service refuses such names, and other folders are nobody's business here.
     if (!folder || above.starts_with('/') || ("/" + above).find("/../") != std::string::npos) {

@@ -2,30 +2,15 @@
 
 #include <link.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
 namespace zamctl {
 namespace {
-
-/// Room for the texts of one entry of the user database; entries are a few hundred bytes.
-using UserBuffer = std::array<char, 16384>;
-
-FileKind KindOf(mode_t mode) {
-    if (S_ISDIR(mode)) {
-        return FileKind::Directory;
-    }
-    if (S_ISSOCK(mode)) {
-        return FileKind::Socket;
-    }
-    return S_ISLNK(mode) ? FileKind::SymbolicLink : FileKind::Other;
-}
 
 int CollectLibrary(dl_phdr_info* info, std::size_t /*size*/, void* collected) {
     const std::filesystem::path path(info->dlpi_name);
@@ -45,13 +30,9 @@ std::optional<std::string> HostSystemView::Variable(const char* name) const {
     return value == nullptr ? std::nullopt : std::optional<std::string>(value);
 }
 
-FileLook HostSystemView::Look(const std::string& path) const {
-    struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) {
-        const int error = errno;
-        return {std::nullopt, error == ENOENT, std::generic_category().message(error)};
-    }
-    return {FileStatus{KindOf(status.st_mode), status.st_uid, status.st_mode & 07777U}, false, {}};
+vd::RuntimeDirectoryDiagnosis HostSystemView::RuntimeDirectory(
+    const std::vector<std::string>& services) const {
+    return vd::DiagnoseRuntimeDirectory(services);
 }
 
 uid_t HostSystemView::User() const {
@@ -59,19 +40,11 @@ uid_t HostSystemView::User() const {
 }
 
 std::string HostSystemView::UserName(uid_t user) const {
-    UserBuffer buffer{};
+    std::array<char, 16384> buffer{};  // entries are a few hundred bytes
     passwd entry{};
     passwd* found = nullptr;
     ::getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found);
     return found == nullptr ? std::string() : found->pw_name;
-}
-
-std::optional<uid_t> HostSystemView::ServiceUser() const {
-    UserBuffer buffer{};
-    passwd entry{};
-    passwd* found = nullptr;
-    ::getpwnam_r(ZAM_SERVICE_USER, &entry, buffer.data(), buffer.size(), &found);
-    return found == nullptr ? std::nullopt : std::optional<uid_t>(found->pw_uid);
 }
 
 std::vector<LoadedLibrary> HostSystemView::Libraries() const {

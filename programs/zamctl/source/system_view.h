@@ -6,22 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "vd/runtime_directory.h"
+
 namespace zamctl {
-
-enum class FileKind { Directory, Socket, SymbolicLink, Other };
-
-struct FileStatus {
-    FileKind kind = FileKind::Other;
-    uid_t owner = 0;
-    unsigned mode = 0;  ///< permission bits
-};
-
-/// A file's status, or why there is none.
-struct FileLook {
-    std::optional<FileStatus> status;
-    bool missing = false;  ///< there is no such file
-    std::string error;     ///< the system's text
-};
 
 /// A shared library of this package in the running process.
 struct LoadedLibrary {
@@ -37,17 +24,15 @@ public:
     /// An environment variable, as the library sees it: none in a set-user-id program.
     virtual std::optional<std::string> Variable(const char* name) const = 0;
 
-    /// Looks at a file itself, not at what a link leads to.
-    virtual FileLook Look(const std::string& path) const = 0;
+    /// What the library finds of the directory of the services' sockets, and of these sockets.
+    virtual vd::RuntimeDirectoryDiagnosis RuntimeDirectory(
+        const std::vector<std::string>& services) const = 0;
 
     /// The user that this process acts as.
     virtual uid_t User() const = 0;
 
     /// Name of a user; empty when the system knows none.
     virtual std::string UserName(uid_t user) const = 0;
-
-    /// The user that services of this machine run as, when there is such a user.
-    virtual std::optional<uid_t> ServiceUser() const = 0;
 
     virtual std::vector<LoadedLibrary> Libraries() const = 0;
 
@@ -58,10 +43,10 @@ public:
 class HostSystemView final : public SystemView {
 public:
     std::optional<std::string> Variable(const char* name) const override;
-    FileLook Look(const std::string& path) const override;
+    vd::RuntimeDirectoryDiagnosis RuntimeDirectory(
+        const std::vector<std::string>& services) const override;
     uid_t User() const override;
     std::string UserName(uid_t user) const override;
-    std::optional<uid_t> ServiceUser() const override;
     std::vector<LoadedLibrary> Libraries() const override;
     bool ErrIsTerminal() const override;
 };

@@ -4,6 +4,7 @@
 
 #include "tree_json/tree_json.h"
 #include "vd/arena.h"
+#include "vd/runtime_directory.h"
 #include "vd/service_locator.h"
 #include "vd/zor_transport.h"
 #include "zam_connector/zam_connector.h"
@@ -40,6 +41,7 @@ struct Records {
     vd_arena* arena;
     vd_bytes* bytes;
     vd_message_header* header;
+    vd::RuntimeDirectoryDiagnosis* diagnosis;
 };
 
 struct Interfaces {

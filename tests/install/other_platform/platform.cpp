@@ -1,4 +1,5 @@
 #include "vd/arena.h"
+#include "vd/runtime_directory.h"
 #include "vd/service_locator.h"
 #include "vd/zor_transport.h"
 #include "zor/logger.h"
@@ -58,6 +59,14 @@ void* vd_arena_alloc(vd_arena* arena, uint32_t size, uint32_t align) {
     arena->used = static_cast<uint32_t>(begin + size);
     return arena->base + begin;
 }
+
+namespace vd {
+
+RuntimeDirectoryDiagnosis DiagnoseRuntimeDirectory(const std::vector<std::string>& /*services*/) {
+    return {};
+}
+
+}  // namespace vd
 
 namespace zor::logger {
 

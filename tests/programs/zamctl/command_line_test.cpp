@@ -126,7 +126,7 @@ const std::vector<Arguments> kCommandsOfTheService = {{"state"},
 
 TEST_F(CommandLineTest, SaysWithoutAServiceWhereItLookedAndWhatToDo) {
     provider_.noService = "Handle was not received";
-    system_.files.clear();
+    system_.LoseDirectory();
     for (const Arguments& command : kCommandsOfTheService) {
         SCOPED_TRACE(::testing::PrintToString(command));
         for (const std::string format : {"--quiet", "--json"}) {

@@ -97,7 +97,7 @@ TEST(ServedFiles, AreThoseOfTheServiceOfTheSameRuntimeDirectory) {
     };
     using namespace std::string_literals;
     process("1", "bash", "zam_connectord\0--data\0/bash\0"s, "");
-    process("2", "zam_connectord", "zam_connectord\0--data\0/by-option\0--runtime-dir=/r\0"s,
+    process("2", "zam_connectord", "zam_connectord\0--data\0/by-option\0--runtime-dir=/r/\0"s,
             "ZAM_RUNTIME_DIR=/other\0"s);
     process("3", "zam_connectord", "zam_connectord\0--data=/by-variable\0"s,
             "XDG_RUNTIME_DIR=/x\0ZAM_RUNTIME_DIR=/v\0"s);
@@ -107,6 +107,7 @@ TEST(ServedFiles, AreThoseOfTheServiceOfTheSameRuntimeDirectory) {
         return FindServedFolder(directory, processes.Path()).value_or("none");
     };
     EXPECT_EQ(found("/r"), "/by-option/files");
+    EXPECT_EQ(found("/r//"), "/by-option/files");
     EXPECT_EQ(found("/v"), "/by-variable/files");
     EXPECT_EQ(found("/x/zam_connector"), "/of-user/files");
     EXPECT_EQ(found("/run/zam_connector"), "/of-system/files");

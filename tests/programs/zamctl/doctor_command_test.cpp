@@ -108,7 +108,7 @@ TEST_F(DoctorCommandTest, ComparesTheVersionsOfTheLibraries) {
 }
 
 TEST_F(DoctorCommandTest, ReportsAndEndsWithStatusThreeWithoutAService) {
-    system_.files.clear();
+    system_.LoseDirectory();
     provider_.noService = "no socket";
     const Ran ran = Run({"doctor"});
     EXPECT_EQ(ran.status, 3);
@@ -150,7 +150,8 @@ TEST_F(DoctorCommandTest, NamesAMissingEndpoint) {
 
 TEST_F(DoctorCommandTest, ChecksTheServiceOfFilesToo) {
     provider_.services = {"fake_service", "fake_files"};
-    system_.files["/run/fake/fake_files.sock"] = {FileKind::Socket, system_.user, 0600};
+    system_.runtimeDirectory.sockets.push_back(
+        {"/run/fake/fake_files.sock", vd::FileFault::None, {}, system_.user, 0600});
     EXPECT_THAT(Run({"doctor"}).out, AllOf(HasSubstr("'fake_files' connected\n"),
                                            HasSubstr("endpoint     fake.files, riid 9\n")));
     provider_.goneService = "fake_files";
@@ -173,7 +174,8 @@ TEST_F(DoctorCommandTest, EndsWithStatusTwoWhenACallFails) {
 }
 
 TEST_F(DoctorCommandTest, DoesNotPassOverAProblemOfTheDirectory) {
-    system_.files["/run/fake"].mode = 0777;
+    system_.runtimeDirectory.directory.fault = vd::FileFault::OthersWrite;
+    system_.runtimeDirectory.directory.mode = 0777;
     const Ran ran = Run({"doctor"});
     EXPECT_EQ(ran.status, 3);
     EXPECT_THAT(ran.out, HasSubstr("Run 'chmod go-w /run/fake'."));

@@ -219,15 +219,9 @@ std::optional<std::string> FakeSystem::Variable(const char* name) const {
     return found == variables.end() ? std::nullopt : std::optional<std::string>(found->second);
 }
 
-FileLook FakeSystem::Look(const std::string& path) const {
-    if (const auto refused = unreadable.find(path); refused != unreadable.end()) {
-        return {std::nullopt, false, refused->second};
-    }
-    const auto found = files.find(path);
-    if (found == files.end()) {
-        return {std::nullopt, true, "No such file or directory"};
-    }
-    return {found->second, false, {}};
+vd::RuntimeDirectoryDiagnosis FakeSystem::RuntimeDirectory(
+    const std::vector<std::string>& /*services*/) const {
+    return runtimeDirectory;
 }
 
 std::string FakeSystem::UserName(uid_t id) const {
@@ -236,9 +230,15 @@ std::string FakeSystem::UserName(uid_t id) const {
 }
 
 void FakeSystem::MakeSound() {
-    variables["ZAM_RUNTIME_DIR"] = "/run/fake";
-    files["/run/fake"] = {FileKind::Directory, user, 0700};
-    files["/run/fake/fake_service.sock"] = {FileKind::Socket, user, 0600};
+    runtimeDirectory = {"ZAM_RUNTIME_DIR",
+                        {"/run/fake", vd::FileFault::None, {}, user, 0700},
+                        {{"/run/fake/fake_service.sock", vd::FileFault::None, {}, user, 0600}}};
+}
+
+void FakeSystem::LoseDirectory() {
+    runtimeDirectory.directory = {"/run/fake", vd::FileFault::Missing, "No such file or directory",
+                                  0, 0};
+    runtimeDirectory.sockets.clear();
 }
 
 void LogError(const std::string& text) noexcept {

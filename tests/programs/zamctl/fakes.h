@@ -190,22 +190,23 @@ public:
 class FakeSystem final : public SystemView {
 public:
     std::optional<std::string> Variable(const char* name) const override;
-    FileLook Look(const std::string& path) const override;
+    vd::RuntimeDirectoryDiagnosis RuntimeDirectory(
+        const std::vector<std::string>& services) const override;
     uid_t User() const override { return user; }
     std::string UserName(uid_t id) const override;
-    std::optional<uid_t> ServiceUser() const override { return serviceUser; }
     std::vector<LoadedLibrary> Libraries() const override { return libraries; }
     bool ErrIsTerminal() const override { return errIsTerminal; }
 
     /// Sets everything up as it is when the service runs in `/run/fake`.
     void MakeSound();
 
+    /// Takes that directory away.
+    void LoseDirectory();
+
     std::map<std::string, std::string> variables;
-    std::map<std::string, FileStatus> files;
-    std::map<std::string, std::string> unreadable;  ///< path to the system's text
+    vd::RuntimeDirectoryDiagnosis runtimeDirectory;  ///< found whatever services are asked about
     std::map<uid_t, std::string> names{{0, "root"}};
     uid_t user = 1000;
-    std::optional<uid_t> serviceUser;
     std::vector<LoadedLibrary> libraries;
     bool errIsTerminal = false;
 };

@@ -59,6 +59,11 @@ TEST_F(ZamctlProcess, SaysWhatIsWrongWithTheDirectory) {
     EXPECT_EQ(open.status, 3);
     EXPECT_EQ(open.out, "");
     EXPECT_THAT(open.err, HasSubstr("Run 'chmod go-w " + directory_.string() + "'."));
+    std::filesystem::create_directory_symlink(".", directory_ / "link");
+    const ProgramResult link = Run({"doctor"}, (directory_ / "link/").string());
+    EXPECT_EQ(link.status, 3);
+    EXPECT_THAT(link.out, HasSubstr("problem  directory    " + (directory_ / "link").string() +
+                                    " is a symbolic link\n"));
     const ProgramResult relative = Run({"state"}, "relative");
     EXPECT_EQ(relative.status, 3);
     EXPECT_THAT(relative.err, HasSubstr("Set ZAM_RUNTIME_DIR to the absolute path"));

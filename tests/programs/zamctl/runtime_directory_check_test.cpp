@@ -1,6 +1,5 @@
 #include "runtime_directory_check.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "fakes.h"
@@ -8,129 +7,151 @@
 namespace zamctl::test {
 namespace {
 
-using ::testing::AllOf;
-using ::testing::HasSubstr;
-using ::testing::Not;
+using vd::FileFault;
 
+constexpr char kStart[] =
+    "Start zam_connectord for the directory '/run/fake', or set ZAM_RUNTIME_DIR to the directory "
+    "in which it runs.";
+
+/// How findings of the library are told. What it finds is tested beside it.
 class RuntimeDirectoryCheck : public ::testing::Test {
 protected:
     RuntimeDirectoryCheck() { system_.MakeSound(); }
 
-    /// The last finding, which is the one that ends the checks.
-    Finding Last() const { return CheckRuntimeDirectory(system_, {"fake_service"}).back(); }
-
-    /// Checks that the last finding is a problem and that the advice of a failed connection has the
-    /// same remedy and names the directory.
-    void ExpectProblem(const std::string& check, const std::string& text,
-                       const std::string& remedy) const {
-        const Finding finding = Last();
-        EXPECT_EQ(finding.check, check);
-        EXPECT_EQ(finding.status, FindingStatus::Problem);
-        EXPECT_THAT(finding.text, HasSubstr(text));
-        EXPECT_THAT(finding.remedy, HasSubstr(remedy));
-        EXPECT_THAT(ConnectRemedy(system_, "fake_service"),
-                    AllOf(HasSubstr(remedy),
-                          HasSubstr('\'' + ChooseRuntimeDirectory(system_).path + '\'')));
+    std::vector<Finding> Findings() const {
+        return CheckRuntimeDirectory(system_, {"fake_service"});
     }
+
+    /// Checks that the finding at `index` is a problem of these words, and that the advice of a
+    /// failed connection has the same remedy and names the directory.
+    void ExpectProblem(std::size_t index, const std::string& check, const std::string& text,
+                       const std::string& remedy) const {
+        SCOPED_TRACE(text);
+        const std::vector<Finding> findings = Findings();
+        ASSERT_GT(findings.size(), index);
+        EXPECT_EQ(findings[index].check, check);
+        EXPECT_EQ(findings[index].status, FindingStatus::Problem);
+        EXPECT_EQ(findings[index].text, text);
+        EXPECT_EQ(findings[index].remedy, remedy);
+        EXPECT_EQ(ConnectRemedy(system_, "fake_service"),
+                  remedy == kStart
+                      ? remedy
+                      : remedy + " The directory looked in is '" + Directory().path + "'.");
+    }
+
+    vd::FileDiagnosis& Directory() { return system_.runtimeDirectory.directory; }
+    const vd::FileDiagnosis& Directory() const { return system_.runtimeDirectory.directory; }
+    vd::FileDiagnosis& Socket() { return system_.runtimeDirectory.sockets.front(); }
 
     FakeSystem system_;
 };
 
-TEST_F(RuntimeDirectoryCheck, ChoosesAsTheLibraryDoes) {
-    system_.variables = {{"ZAM_RUNTIME_DIR", "/own"}, {"XDG_RUNTIME_DIR", "/xdg"}};
-    EXPECT_EQ(ChooseRuntimeDirectory(system_).path, "/own");
-    EXPECT_EQ(ChooseRuntimeDirectory(system_).reason, "ZAM_RUNTIME_DIR");
-    system_.variables = {{"XDG_RUNTIME_DIR", "/xdg"}};
-    EXPECT_EQ(ChooseRuntimeDirectory(system_).path, "/xdg/zam_connector");
-    EXPECT_THAT(ChooseRuntimeDirectory(system_).reason, HasSubstr("XDG_RUNTIME_DIR"));
-    for (const std::map<std::string, std::string>& none :
-         {std::map<std::string, std::string>{},
-          std::map<std::string, std::string>{{"XDG_RUNTIME_DIR", ""}}}) {
-        system_.variables = none;
-        EXPECT_EQ(ChooseRuntimeDirectory(system_).path, "/run/zam_connector");
-        EXPECT_THAT(ChooseRuntimeDirectory(system_).reason, HasSubstr("default"));
-    }
-}
-
 TEST_F(RuntimeDirectoryCheck, FindsNothingWrongWithASoundDirectory) {
-    const std::vector<Finding> findings = CheckRuntimeDirectory(system_, {"fake_service"});
+    system_.names[1000] = "somebody";
+    const std::vector<Finding> findings = Findings();
     ASSERT_EQ(findings.size(), 3U);
     for (const Finding& finding : findings) {
         EXPECT_EQ(finding.status, FindingStatus::Ok) << finding.text;
         EXPECT_EQ(finding.remedy, "");
     }
-    EXPECT_THAT(ConnectRemedy(system_, "fake_service"),
-                HasSubstr("Start zam_connectord for the directory '/run/fake'"));
+    EXPECT_EQ(findings[0].text, "/run/fake, from ZAM_RUNTIME_DIR");
+    EXPECT_EQ(findings[1].text, "exists, owner user somebody (1000), mode 0700");
+    EXPECT_EQ(findings[2].text, "/run/fake/fake_service.sock exists");
+    EXPECT_EQ(ConnectRemedy(system_, "fake_service"), kStart);
 }
 
 TEST_F(RuntimeDirectoryCheck, RefusesPathsThatAreNotAbsolute) {
-    for (const std::string wrong : {"", "relative", "./here"}) {
-        system_.variables["ZAM_RUNTIME_DIR"] = wrong;
-        ExpectProblem("runtime_dir", "is no absolute path", "Set ZAM_RUNTIME_DIR to the absolute");
-    }
+    system_.runtimeDirectory = {"its reason", {"./here", FileFault::NotAbsolute, {}, 0, 0}, {}};
+    EXPECT_EQ(Findings().size(), 1U);
+    ExpectProblem(0, "runtime_dir", "'./here', from its reason, is no absolute path",
+                  "Set ZAM_RUNTIME_DIR to the absolute path of the directory in which "
+                  "zam_connectord runs.");
 }
 
-TEST_F(RuntimeDirectoryCheck, MissesTheDirectory) {
-    system_.files.clear();
-    ExpectProblem("directory", "/run/fake: No such file or directory", "Start zam_connectord");
-}
-
-TEST_F(RuntimeDirectoryCheck, ReportsADirectoryThatCannotBeLookedAt) {
-    system_.unreadable["/run/fake"] = "Permission denied";
-    ExpectProblem("directory", "/run/fake: Permission denied", "readable for this user");
-}
-
-TEST_F(RuntimeDirectoryCheck, RefusesLinksAndFiles) {
-    system_.files["/run/fake"].kind = FileKind::SymbolicLink;
-    ExpectProblem("directory", "is a symbolic link", "the directory itself");
-    system_.files["/run/fake"].kind = FileKind::Other;
-    ExpectProblem("directory", "is no directory", "the directory itself");
-}
-
-TEST_F(RuntimeDirectoryCheck, TrustsTheUserRootAndTheServiceUser) {
-    system_.serviceUser = 77;
-    for (const uid_t trusted : {uid_t{0}, uid_t{1000}, uid_t{77}}) {
-        system_.files["/run/fake"].owner = trusted;
-        system_.files["/run/fake/fake_service.sock"].owner = trusted;
-        EXPECT_EQ(Last().status, FindingStatus::Ok) << trusted;
-    }
+TEST_F(RuntimeDirectoryCheck, TellsWhyTheDirectoryCannotBeUsed) {
+    struct Row {
+        FileFault fault;
+        const char* text;
+        const char* remedy;
+    };
+    const Row rows[] = {
+        {FileFault::Missing, "/run/fake: why", kStart},
+        {FileFault::NotReadable, "/run/fake: why",
+         "Make the directory readable for this user, or run zamctl as a user who may read it."},
+        {FileFault::SymbolicLink, "/run/fake is a symbolic link",
+         "Set ZAM_RUNTIME_DIR to the directory itself."},
+        {FileFault::WrongKind, "/run/fake is no directory",
+         "Set ZAM_RUNTIME_DIR to the directory itself."},
+        {FileFault::Owner,
+         "/run/fake belongs to user mallory (78), not to user 1000, root or the service's user",
+         "Run zamctl as the directory's owner, or set ZAM_RUNTIME_DIR to a directory of your own "
+         "in which zam_connectord runs."},
+    };
     system_.names[78] = "mallory";
-    system_.files["/run/fake"].owner = 78;
-    system_.files.erase("/run/fake/fake_service.sock");
-    const std::vector<Finding> findings = CheckRuntimeDirectory(system_, {"fake_service"});
-    EXPECT_EQ(findings[1].status, FindingStatus::Problem);
-    EXPECT_THAT(findings[1].text, HasSubstr("belongs to user mallory (78), not to user 1000"));
-    EXPECT_THAT(ConnectRemedy(system_, "fake_service"), HasSubstr("a directory of your own"));
+    system_.runtimeDirectory.sockets.clear();
+    for (const Row& row : rows) {
+        Directory() = {"/run/fake", row.fault, "why", 78, 0700};
+        EXPECT_EQ(Findings().size(), 2U);
+        ExpectProblem(1, "directory", row.text, row.remedy);
+    }
 }
 
 TEST_F(RuntimeDirectoryCheck, RefusesDirectoriesThatOthersMayWrite) {
-    for (const unsigned mode : {0720U, 0702U, 0777U, 01777U}) {
-        system_.files["/run/fake"].mode = mode;
-        const Finding finding = CheckRuntimeDirectory(system_, {"fake_service"})[1];
-        EXPECT_EQ(finding.status, FindingStatus::Problem) << mode;
-        EXPECT_THAT(finding.text, HasSubstr("lets others write"));
-        EXPECT_EQ(finding.remedy, "Run 'chmod go-w /run/fake'.");
+    Directory().fault = FileFault::OthersWrite;
+    for (const auto& [mode, shown] :
+         {std::pair{0720U, "0720"}, {0702U, "0702"}, {0777U, "0777"}, {02777U, "2777"}}) {
+        Directory().mode = mode;
+        ExpectProblem(
+            1, "directory",
+            std::string("/run/fake: mode ") + shown + " lets others write; only its owner may",
+            "Run 'chmod go-w /run/fake'.");
+        EXPECT_EQ(Findings().back().text, "/run/fake/fake_service.sock exists");
     }
-    system_.files["/run/fake"].mode = 0755;
-    EXPECT_EQ(CheckRuntimeDirectory(system_, {"fake_service"})[1].status, FindingStatus::Ok);
 }
 
-TEST_F(RuntimeDirectoryCheck, MissesTheSocket) {
-    system_.files.erase("/run/fake/fake_service.sock");
-    ExpectProblem("socket", "fake_service.sock: No such file or directory",
-                  "Start zam_connectord for the directory '/run/fake'");
+TEST_F(RuntimeDirectoryCheck, AdvisesAnotherDirectoryWhereOthersAreMeantToWrite) {
+    constexpr char kAnother[] =
+        "Set ZAM_RUNTIME_DIR to a directory that only its owner may write, in which "
+        "zam_connectord runs.";
+    Directory() = {"/tmp", FileFault::OthersWrite, {}, 0, 01777};
+    ExpectProblem(1, "directory", "/tmp: mode 1777 lets others write; only its owner may",
+                  kAnother);
+    Directory().owner = system_.user;
+    ExpectProblem(1, "directory", "/tmp: mode 1777 lets others write; only its owner may",
+                  kAnother);
+    Directory() = {"/shared", FileFault::OthersWrite, {}, 0, 0777};
+    ExpectProblem(1, "directory", "/shared: mode 0777 lets others write; only its owner may",
+                  kAnother);
+    system_.user = 0;
+    ExpectProblem(1, "directory", "/shared: mode 0777 lets others write; only its owner may",
+                  "Run 'chmod go-w /shared'.");
 }
 
-TEST_F(RuntimeDirectoryCheck, RefusesWhatIsNoSocket) {
-    system_.files["/run/fake/fake_service.sock"].kind = FileKind::Other;
-    ExpectProblem("socket", "is no socket", "Move it away");
+TEST_F(RuntimeDirectoryCheck, TellsWhyASocketCannotBeUsed) {
+    struct Row {
+        FileFault fault;
+        const char* text;
+        const char* remedy;
+    };
+    const Row rows[] = {
+        {FileFault::Missing, "/run/fake/fake_service.sock: why", kStart},
+        {FileFault::NotReadable, "/run/fake/fake_service.sock: why", kStart},
+        {FileFault::WrongKind, "/run/fake/fake_service.sock is no socket",
+         "Move it away and start zam_connectord again."},
+        {FileFault::Owner,
+         "/run/fake/fake_service.sock belongs to user 5, not to root or the directory's owner",
+         "Run zam_connectord as the directory's owner."},
+    };
+    for (const Row& row : rows) {
+        Socket() = {"/run/fake/fake_service.sock", row.fault, "why", 5, 0600};
+        ExpectProblem(2, "socket", row.text, row.remedy);
+    }
 }
 
-TEST_F(RuntimeDirectoryCheck, RefusesASocketOfSomebodyElse) {
-    system_.files["/run/fake/fake_service.sock"].owner = 5;
-    ExpectProblem("socket", "belongs to user 5", "Run zam_connectord as the directory's owner");
-    system_.files["/run/fake/fake_service.sock"].owner = 0;
-    EXPECT_EQ(Last().status, FindingStatus::Ok);
+TEST_F(RuntimeDirectoryCheck, SaysNothingOfADirectoryOnAPlatformWithoutOne) {
+    system_.runtimeDirectory = {};
+    EXPECT_TRUE(Findings().empty());
+    EXPECT_EQ(ConnectRemedy(system_, "fake_service"), "Start the connector service.");
 }
 
 }  // namespace

@@ -2,14 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "support/temporary_folder.h"
 
@@ -20,48 +15,22 @@ using ::testing::HasSubstr;
 
 class HostSystem : public ::testing::Test {
 protected:
-    zam_connector::test::TemporaryFolder scratch_;
-    std::filesystem::path directory_ = scratch_.Path();
     HostSystemView system_;
 };
 
-TEST_F(HostSystem, TellsKindOwnerAndModeOfFiles) {
-    ASSERT_EQ(::chmod(directory_.c_str(), 0750), 0);
-    const FileLook directory = system_.Look(directory_);
-    ASSERT_TRUE(directory.status.has_value());
-    EXPECT_EQ(directory.status->kind, FileKind::Directory);
-    EXPECT_EQ(directory.status->owner, ::geteuid());
-    EXPECT_EQ(directory.status->mode, 0750U);
-
-    std::filesystem::create_directory_symlink(directory_, directory_ / "link");
-    EXPECT_EQ(system_.Look(directory_ / "link").status->kind, FileKind::SymbolicLink);
-    std::ofstream(directory_ / "file") << "text";
-    EXPECT_EQ(system_.Look(directory_ / "file").status->kind, FileKind::Other);
-}
-
-TEST_F(HostSystem, TellsASocket) {
-    const std::string path = directory_ / "s";
-    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_GE(socket, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    ASSERT_LT(path.size(), sizeof(address.sun_path));
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    EXPECT_EQ(::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-    ::close(socket);
-    EXPECT_EQ(system_.Look(path).status->kind, FileKind::Socket);
-}
-
-TEST_F(HostSystem, SaysWhyAFileCannotBeLookedAt) {
-    const FileLook missing = system_.Look(directory_ / "missing");
-    EXPECT_FALSE(missing.status.has_value());
-    EXPECT_TRUE(missing.missing);
-    EXPECT_EQ(missing.error, "No such file or directory");
-    std::ofstream(directory_ / "file") << "text";
-    const FileLook beneath = system_.Look(directory_ / "file" / "beneath");
-    EXPECT_FALSE(beneath.status.has_value());
-    EXPECT_FALSE(beneath.missing);
-    EXPECT_EQ(beneath.error, "Not a directory");
+TEST_F(HostSystem, LooksAtTheRuntimeDirectoryAsTheLibraryDoes) {
+    const zam_connector::test::TemporaryFolder folder;
+    const std::string link = folder.Path("link");
+    std::filesystem::create_directory_symlink(".", link);
+    for (const std::string& path : {folder.Path(), link, link + '/'}) {
+        ASSERT_EQ(::setenv("ZAM_RUNTIME_DIR", path.c_str(), 1), 0);
+        const vd::RuntimeDirectoryDiagnosis found = system_.RuntimeDirectory({"nobody"});
+        EXPECT_EQ(found.origin, "ZAM_RUNTIME_DIR");
+        EXPECT_EQ(found.directory.fault,
+                  path == folder.Path() ? vd::FileFault::None : vd::FileFault::SymbolicLink);
+        EXPECT_EQ(found.sockets.size(), path == folder.Path() ? 1U : 0U);
+    }
+    ASSERT_EQ(::unsetenv("ZAM_RUNTIME_DIR"), 0);
 }
 
 TEST_F(HostSystem, ReadsTheEnvironment) {

@@ -25,4 +25,7 @@ private:
 /// being done, with the path or number it was done to.
 PlatformError PosixError(std::string_view context, int errorNumber);
 
+/// The text that such an error ends with.
+std::string PosixErrorText(int errorNumber);
+
 }  // namespace zam_platform

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <string>
 #include <string_view>
 
+#include "vd/runtime_directory.h"
 #include "zam_platform/unique_fd.h"
 
 /// The directory in which services have their sockets, and the rules that it must keep. Used by
@@ -15,21 +17,46 @@ namespace zam_platform {
 /// Longest service name.
 inline constexpr std::size_t kMaxServiceNameBytes = 64;
 
+struct RuntimeDirectoryChoice {
+    std::string path;
+    const char* origin;  ///< what chose it, as in `vd::RuntimeDirectoryDiagnosis`; static
+};
+
 /// `$ZAM_RUNTIME_DIR`, else `$XDG_RUNTIME_DIR/zam_connector`, else `/run/zam_connector`. Both
 /// variables are ignored in a set-user-id program.
+RuntimeDirectoryChoice ChooseRuntimeDirectory();
+
+/// The path of that choice.
 std::string RuntimeDirectoryPath();
 
 /// Throws `PlatformError` unless `name` is 1 to 64 of the letters, digits, `_`, `-` and `.`, with
 /// no leading dot.
 void CheckServiceName(std::string_view name);
 
+/// A file as it was found, and the first rule that it breaks.
+struct ExaminedFile {
+    std::string path;
+    UniqueFd descriptor{};  ///< for its place alone (`O_PATH`); empty when it was not opened
+    vd::FileFault fault = vd::FileFault::None;
+    int error = 0;          ///< errno of `Missing` and `NotReadable`
+    struct stat status {};  ///< zeros when the file could not be looked at
+};
+
+/// All rules for the directory: whoever uses it or tells about it asks here. Its path must be
+/// absolute, slashes at its end are left out, and its last component must be no symbolic link. It
+/// must belong to the caller, to root or to the service user that this build was configured with,
+/// and be writable by its owner alone.
+ExaminedFile ExamineDirectory(std::string path);
+
+/// All rules for a socket in an opened directory: it must be one, no link to one, and belong to
+/// root or to the directory's owner. `name` is the file's name.
+ExaminedFile ExamineSocket(int directory, uid_t directoryOwner, const std::string& name);
+
 /// An opened directory that has passed the checks.
 class RuntimeDirectory {
 public:
-    /// Opens `path`, which must be absolute and whose last component must be no symbolic link.
-    /// The directory must belong to the caller, to root or to the service user that this build was
-    /// configured with, and be writable by its owner alone. Throws `PlatformError`, which names
-    /// the rule and the path.
+    /// Opens `path`. Throws `PlatformError`, which names the path and the rule of
+    /// `ExamineDirectory` that it breaks.
     explicit RuntimeDirectory(std::string path);
 
     const std::string& Path() const noexcept { return path_; }

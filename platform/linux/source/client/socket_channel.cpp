@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/uio.h>
 #include <sys/un.h>
@@ -205,23 +204,18 @@ UniqueFd ConnectToService(const RuntimeDirectory& directory, const std::string& 
     const std::string shown = fmt::format("socket '{}/{}'", directory.Path(), name);
 
     // The socket itself is opened first, so that what is checked is what is connected to.
-    const UniqueFd node(
-        ::openat(directory.Descriptor(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    if (!node) {
-        throw PosixError(shown, errno);
-    }
-    struct stat status {};
-    if (::fstat(node.Get(), &status) != 0) {
-        throw PosixError(shown, errno);
-    }
-    if (!S_ISSOCK(status.st_mode)) {
+    const ExaminedFile found = ExamineSocket(directory.Descriptor(), directory.Owner(), name);
+    if (found.fault == vd::FileFault::WrongKind) {
         throw PlatformError(kStatusUntrusted, shown + ": is no socket");
     }
-    if (status.st_uid != 0 && status.st_uid != directory.Owner()) {
+    if (found.fault == vd::FileFault::Owner) {
         throw PlatformError(kStatusUntrusted,
                             fmt::format("{}: belongs to user {}, not to root or user {}, who owns "
                                         "the directory",
-                                        shown, status.st_uid, directory.Owner()));
+                                        shown, found.status.st_uid, directory.Owner()));
+    }
+    if (found.fault != vd::FileFault::None) {
+        throw PosixError(shown, found.error);
     }
 
     UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -231,7 +225,7 @@ UniqueFd ConnectToService(const RuntimeDirectory& directory, const std::string& 
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const auto written = fmt::format_to_n(address.sun_path, sizeof(address.sun_path) - 1,
-                                          "/proc/self/fd/{}", node.Get());
+                                          "/proc/self/fd/{}", found.descriptor.Get());
     *written.out = '\0';
     ConnectTo(socket.Get(), address, deadline, shown);
 

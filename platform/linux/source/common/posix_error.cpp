@@ -41,8 +41,11 @@ TransportStatus StatusOf(int errorNumber) {
 }  // namespace
 
 PlatformError PosixError(std::string_view context, int errorNumber) {
-    return {StatusOf(errorNumber),
-            fmt::format("{}: {}", context, std::generic_category().message(errorNumber))};
+    return {StatusOf(errorNumber), fmt::format("{}: {}", context, PosixErrorText(errorNumber))};
+}
+
+std::string PosixErrorText(int errorNumber) {
+    return std::generic_category().message(errorNumber);
 }
 
 }  // namespace zam_platform

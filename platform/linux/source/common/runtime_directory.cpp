@@ -16,6 +16,8 @@
 namespace zam_platform {
 namespace {
 
+using vd::FileFault;
+
 constexpr char kServiceUserName[] = ZAM_SERVICE_USER;
 
 /// The configured service user's id. Looked up once: it is a system account.
@@ -48,17 +50,67 @@ std::string WithoutTrailingSlashes(std::string path) {
     return path;
 }
 
+/// Opens the file at `file.path` itself, without following a link in its place: what is checked is
+/// what is used afterwards.
+void LookAt(ExaminedFile& file, int directory) {
+    file.descriptor.Reset(::openat(directory, file.path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!file.descriptor || ::fstat(file.descriptor.Get(), &file.status) != 0) {
+        file.error = errno;
+        file.fault = file.error == ENOENT ? FileFault::Missing : FileFault::NotReadable;
+    }
+}
+
+/// The user database is only asked about owners that need it: it may be slow.
+bool IsTrustedHere(uid_t owner) {
+    return IsTrustedOwner(owner, ::geteuid(), kNoServiceUser) ||
+           IsTrustedOwner(owner, ::geteuid(), ServiceUser());
+}
+
+/// The error for a directory that breaks a rule.
+PlatformError Refusal(const ExaminedFile& directory) {
+    const std::string shown = fmt::format("runtime directory '{}'", directory.path);
+    switch (directory.fault) {
+        case FileFault::NotAbsolute:
+            return {kStatusUntrusted, shown + ": the path must be absolute"};
+        case FileFault::Owner:
+            return {kStatusUntrusted,
+                    fmt::format("{}: belongs to user {}, not to user {}, root or the user '{}'",
+                                shown, directory.status.st_uid, ::geteuid(), kServiceUserName)};
+        case FileFault::OthersWrite:
+            return {kStatusUntrusted,
+                    fmt::format("{}: mode {:04o} lets others write; only its owner may", shown,
+                                directory.status.st_mode & 07777U)};
+        case FileFault::Missing:
+        case FileFault::NotReadable:
+            if (directory.error != ELOOP && directory.error != ENOTDIR) {
+                return PosixError(shown, directory.error);
+            }
+            break;  // the path goes through what is no directory
+        case FileFault::SymbolicLink:
+        case FileFault::WrongKind:
+        case FileFault::None:
+            break;
+    }
+    return {kStatusUntrusted, shown + ": must be a directory and no symbolic link"};
+}
+
 }  // namespace
 
-std::string RuntimeDirectoryPath() {
+RuntimeDirectoryChoice ChooseRuntimeDirectory() {
     if (const char* const own = ::secure_getenv("ZAM_RUNTIME_DIR"); own != nullptr) {
-        return WithoutTrailingSlashes(own);
+        return {WithoutTrailingSlashes(own), "ZAM_RUNTIME_DIR"};
     }
     if (const char* const xdg = ::secure_getenv("XDG_RUNTIME_DIR");
         xdg != nullptr && *xdg != '\0') {
-        return std::string(xdg) + "/zam_connector";
+        return {std::string(xdg) + "/zam_connector",
+                "XDG_RUNTIME_DIR, as ZAM_RUNTIME_DIR is not set"};
     }
-    return "/run/zam_connector";
+    return {"/run/zam_connector",
+            "the default, as neither ZAM_RUNTIME_DIR nor XDG_RUNTIME_DIR is set"};
+}
+
+std::string RuntimeDirectoryPath() {
+    return ChooseRuntimeDirectory().path;
 }
 
 void CheckServiceName(std::string_view name) {
@@ -87,43 +139,50 @@ bool IsTrustedOwner(uid_t owner, uid_t caller, uid_t serviceUser) noexcept {
     return owner == 0 || owner == caller || (serviceUser != kNoServiceUser && owner == serviceUser);
 }
 
-RuntimeDirectory::RuntimeDirectory(std::string path)
-    : path_(WithoutTrailingSlashes(std::move(path))) {
-    if (path_.empty() || path_.front() != '/') {
-        throw PlatformError(
-            kStatusUntrusted,
-            fmt::format("runtime directory '{}': the path must be absolute", path_));
+ExaminedFile ExamineDirectory(std::string path) {
+    ExaminedFile directory{.path = WithoutTrailingSlashes(std::move(path))};
+    if (directory.path.empty() || directory.path.front() != '/') {
+        directory.fault = FileFault::NotAbsolute;
+        return directory;
     }
-    directory_.Reset(::open(path_.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!directory_) {
-        const int error = errno;
-        if (error == ELOOP || error == ENOTDIR) {
-            throw PlatformError(
-                kStatusUntrusted,
-                fmt::format("runtime directory '{}': must be a directory and no symbolic link",
-                            path_));
-        }
-        throw PosixError(fmt::format("runtime directory '{}'", path_), error);
+    LookAt(directory, AT_FDCWD);
+    if (directory.fault != FileFault::None) {
+        return directory;
     }
-    struct stat status {};
-    if (::fstat(directory_.Get(), &status) != 0) {
-        throw PosixError(fmt::format("runtime directory '{}'", path_), errno);
+    if (S_ISLNK(directory.status.st_mode)) {
+        directory.fault = FileFault::SymbolicLink;
+    } else if (!S_ISDIR(directory.status.st_mode)) {
+        directory.fault = FileFault::WrongKind;
+    } else if (!IsTrustedHere(directory.status.st_uid)) {
+        directory.fault = FileFault::Owner;
+    } else if ((directory.status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        directory.fault = FileFault::OthersWrite;
     }
-    owner_ = status.st_uid;
-    // The user database is only asked about owners that need it: it may be slow.
-    if (!IsTrustedOwner(owner_, ::geteuid(), kNoServiceUser) &&
-        !IsTrustedOwner(owner_, ::geteuid(), ServiceUser())) {
-        throw PlatformError(kStatusUntrusted,
-                            fmt::format("runtime directory '{}': belongs to user {}, not to user "
-                                        "{}, root or the user '{}'",
-                                        path_, owner_, ::geteuid(), kServiceUserName));
+    return directory;
+}
+
+ExaminedFile ExamineSocket(int directory, uid_t directoryOwner, const std::string& name) {
+    ExaminedFile socket{.path = name};
+    LookAt(socket, directory);
+    if (socket.fault != FileFault::None) {
+        return socket;
     }
-    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        throw PlatformError(kStatusUntrusted,
-                            fmt::format("runtime directory '{}': mode {:04o} lets others write; "
-                                        "only its owner may",
-                                        path_, status.st_mode & 07777U));
+    if (!S_ISSOCK(socket.status.st_mode)) {
+        socket.fault = FileFault::WrongKind;
+    } else if (socket.status.st_uid != 0 && socket.status.st_uid != directoryOwner) {
+        socket.fault = FileFault::Owner;
     }
+    return socket;
+}
+
+RuntimeDirectory::RuntimeDirectory(std::string path) {
+    ExaminedFile found = ExamineDirectory(std::move(path));
+    if (found.fault != FileFault::None) {
+        throw Refusal(found);
+    }
+    path_ = std::move(found.path);
+    directory_ = std::move(found.descriptor);
+    owner_ = found.status.st_uid;
 }
 
 std::string RuntimeDirectory::PathThroughDescriptor(std::string_view name) const {
