@@ -20,7 +20,7 @@ using ::testing::HasSubstr;
 
 class HostSystem : public ::testing::Test {
 protected:
-    zam_connector::test::TemporaryFolder scratch_;
+    zam_test::TemporaryFolder scratch_;
     std::filesystem::path directory_ = scratch_.Path();
     HostSystemView system_;
 };
