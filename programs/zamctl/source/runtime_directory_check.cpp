@@ -8,6 +8,7 @@
 namespace zamctl {
 namespace {
 
+/// Whoever may write to the directory can put a socket of their own in place of the service's.
 constexpr unsigned kOthersWrite = 0022;
 
 std::string StartRemedy(const std::string& directory) {
@@ -45,6 +46,7 @@ bool IsTrustedOwner(const SystemView& system, uid_t owner) {
     return owner == 0 || owner == system.User() || system.ServiceUser() == owner;
 }
 
+/// By the rules that the library keeps, with advice for each that is broken.
 Finding CheckDirectory(const SystemView& system, const std::string& path, const FileLook& look) {
     if (!look.status) {
         return Problem("directory", fmt::format("{}: {}", path, look.error),
@@ -103,6 +105,7 @@ Finding CheckSocket(const SystemView& system, const std::string& directory, uid_
 }  // namespace
 
 RuntimeDirectoryChoice ChooseRuntimeDirectory(const SystemView& system) {
+    // An empty one counts, as it does for the library: the mistake is shown, not passed over.
     if (const auto own = system.Variable("ZAM_RUNTIME_DIR")) {
         return {*own, "ZAM_RUNTIME_DIR"};
     }

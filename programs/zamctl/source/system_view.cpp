@@ -41,12 +41,14 @@ int CollectLibrary(dl_phdr_info* info, std::size_t /*size*/, void* collected) {
 }  // namespace
 
 std::optional<std::string> HostSystemView::Variable(const char* name) const {
+    // As the library asks: a caller's environment does not lead a program with more rights.
     const char* const value = ::secure_getenv(name);
     return value == nullptr ? std::nullopt : std::optional<std::string>(value);
 }
 
 FileLook HostSystemView::Look(const std::string& path) const {
     struct stat status {};
+    // Not through links, which the library does not follow here either.
     if (::lstat(path.c_str(), &status) != 0) {
         const int error = errno;
         return {std::nullopt, error == ENOENT, std::generic_category().message(error)};
