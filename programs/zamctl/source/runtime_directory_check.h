@@ -11,11 +11,13 @@
 
 namespace zamctl {
 
+/// The directory in which the library looks for sockets.
 struct RuntimeDirectoryChoice {
     std::string path;
     std::string reason;  ///< the variable that gave it, or that none did
 };
 
+/// Chooses as the library does; the path need be neither absolute nor there.
 RuntimeDirectoryChoice ChooseRuntimeDirectory(const SystemView& system);
 
 /// The choice, the directory and the sockets of the services in it, in this order; what stands on

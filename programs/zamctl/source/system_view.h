@@ -8,6 +8,7 @@
 
 namespace zamctl {
 
+/// As far as the rules for directories and sockets tell files apart.
 enum class FileKind { Directory, Socket, SymbolicLink, Other };
 
 struct FileStatus {
@@ -49,12 +50,14 @@ public:
     /// The user that services of this machine run as, when there is such a user.
     virtual std::optional<uid_t> ServiceUser() const = 0;
 
+    /// In the order in which they were loaded; none when they are part of the program itself.
     virtual std::vector<LoadedLibrary> Libraries() const = 0;
 
     /// Whether standard error is a terminal.
     virtual bool ErrIsTerminal() const = 0;
 };
 
+/// This machine and this process.
 class HostSystemView final : public SystemView {
 public:
     std::optional<std::string> Variable(const char* name) const override;
