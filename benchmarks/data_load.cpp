@@ -47,7 +47,7 @@ public:
     void Clear() { snapshot_ = nullptr; }
 
 private:
-    zam_connector::test::TemporaryFolder folder_;
+    zam_test::TemporaryFolder folder_;
     zam_service::FolderFiles files_;
     zam_service::ServedFile served_;
     TreeSnapshotPtr snapshot_;

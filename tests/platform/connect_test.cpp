@@ -9,13 +9,14 @@
 #include "support/other_user.h"
 #include "support/raw_socket.h"
 #include "support/signal_storm.h"
-#include "support/temp_directory.h"
+#include "support/temporary_folder.h"
 #include "zam_platform/posix_error.h"
 
 namespace zam_platform::testing {
 namespace {
 
 using zam_test::kSomebodyElse;
+using zam_test::TemporaryFolder;
 
 class ConnectToServiceTest : public ::testing::Test {
 protected:
@@ -30,9 +31,9 @@ protected:
         }
     }
 
-    TempDirectory temp_;
+    TemporaryFolder temp_;
     RuntimeDirectory directory_{temp_.Path()};
-    std::string path_ = temp_ / "svc.sock";
+    std::string path_ = temp_.Path("svc.sock");
 };
 
 TEST_F(ConnectToServiceTest, GivesAConnectedSocket) {
@@ -70,15 +71,15 @@ TEST_F(ConnectToServiceTest, IsUnavailableWhenTheServiceHasGone) {
 }
 
 TEST_F(ConnectToServiceTest, RefusesWhatIsNoSocket) {
-    temp_.MakeFile("svc.sock");
+    temp_.Write("svc.sock", "");
     ExpectRefusal(kStatusUntrusted, "is no socket");
     ASSERT_EQ(::unlink(path_.c_str()), 0);
-    temp_.Make("svc.sock");
+    temp_.MakeFolder("svc.sock");
     ExpectRefusal(kStatusUntrusted, "is no socket");
 }
 
 TEST_F(ConnectToServiceTest, RefusesASymbolicLinkToAGoodSocket) {
-    const RawListener listener(temp_ / "real.sock");
+    const RawListener listener(temp_.Path("real.sock"));
     ASSERT_EQ(::symlink("real.sock", path_.c_str()), 0);
     ExpectRefusal(kStatusUntrusted, "is no socket");
     EXPECT_FALSE(listener.HasConnection());
@@ -98,7 +99,7 @@ TEST_F(ConnectToServiceTest, RefusesASocketOfSomebodyElse) {
 TEST_F(ConnectToServiceTest, ConnectsToWhatItChecked) {
     // Another socket under the same name is another service; the directory stays the same.
     RawListener first(path_);
-    ASSERT_EQ(::rename(path_.c_str(), (temp_ / "old.sock").c_str()), 0);
+    ASSERT_EQ(::rename(path_.c_str(), temp_.Path("old.sock").c_str()), 0);
     const RawListener second(path_);
     const RawSocket client(ConnectToService(directory_, "svc"));
     EXPECT_TRUE(second.HasConnection());
@@ -106,11 +107,11 @@ TEST_F(ConnectToServiceTest, ConnectsToWhatItChecked) {
 }
 
 TEST_F(ConnectToServiceTest, DoesNotFollowADirectoryThatIsReplaced) {
-    const std::string run = temp_.Make("run");
+    const std::string run = temp_.MakeFolder("run");
     const RuntimeDirectory opened(run);
     const RawListener inside(run + "/svc.sock");
-    ASSERT_EQ(::rename(run.c_str(), (temp_ / "moved").c_str()), 0);
-    temp_.Make("run");
+    ASSERT_EQ(::rename(run.c_str(), temp_.Path("moved").c_str()), 0);
+    temp_.MakeFolder("run");
     const RawListener outside(run + "/svc.sock");
     const RawSocket client(ConnectToService(opened, "svc"));
     EXPECT_TRUE(inside.HasConnection());

@@ -9,6 +9,8 @@
 #include <system_error>
 #include <vector>
 
+#include "support/scoped_environment.h"
+#include "support/temporary_folder.h"
 #include "support/test_server.h"
 #include "vd/service_locator.h"
 #include "zam_connector_testing/recording_logger.h"
@@ -17,6 +19,9 @@
 
 namespace zam_platform::testing {
 namespace {
+
+using zam_test::ScopedEnvironment;
+using zam_test::TemporaryFolder;
 
 class Descriptors : public ::testing::Test {
 protected:
@@ -53,9 +58,9 @@ TEST_F(Descriptors, AreClosedWithALinkAndAServer) {
 }
 
 TEST_F(Descriptors, DoNotLeakThroughFailures) {
-    TempDirectory temp;
+    TemporaryFolder temp;
     const ScopedEnvironment runtime("ZAM_RUNTIME_DIR", temp.Path());
-    RawListener listener(temp / "leak.sock");
+    RawListener listener(temp.Path("leak.sock"));
     VdZorTransport transport;
     VdZorTransport_Init(&transport, ServiceLocatorConnect("leak"), 0, 0);
     const RawSocket opened = listener.Accept();
@@ -76,9 +81,9 @@ TEST_F(Descriptors, DoNotLeakThroughFailures) {
     }
     listener.Close();
     EXPECT_EQ(TestCall().On(transport), kStatusUnavailable);
-    ASSERT_EQ(::unlink((temp / "leak.sock").c_str()), 0);
+    ASSERT_EQ(::unlink(temp.Path("leak.sock").c_str()), 0);
     EXPECT_EQ(TestCall().On(transport), kStatusUnavailable);
-    temp.MakeFile("leak.sock");
+    temp.Write("leak.sock", "");
     EXPECT_EQ(TestCall().On(transport), kStatusUntrusted);
     EXPECT_EQ(ServiceLocatorConnect("leak"), VD_ZOR_INVALID_HANDLE);
     EXPECT_TRUE(NewSince(before).empty()) << Describe(NewSince(before));

@@ -3,13 +3,17 @@
 #include <cstring>
 #include <string>
 
-#include "support/temp_directory.h"
+#include "support/scoped_environment.h"
+#include "support/temporary_folder.h"
 #include "support/test_call.h"
 #include "vd/service_locator.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_platform::testing {
 namespace {
+
+using zam_test::ScopedEnvironment;
+using zam_test::TemporaryFolder;
 
 /// Fills a response behind the bytes that the operation stub writes.
 void Prefill(TestMessage& response) {
@@ -108,7 +112,7 @@ TEST_F(Farewell, IsNotAnyOtherCall) {
 class FarewellMarks : public ::testing::Test {
 protected:
     FarewellMarks() : runtime_("ZAM_RUNTIME_DIR", temp_.Path()) {
-        RawListener listener(temp_ / "marks.sock");
+        RawListener listener(temp_.Path("marks.sock"));
         VdZorTransport_Init(&transport_, ServiceLocatorConnect("marks"), 0, 0);
         listener.Close();
     }
@@ -122,7 +126,7 @@ protected:
     }
 
     zam_connector::testing::RecordingLogger logger_;
-    TempDirectory temp_;
+    TemporaryFolder temp_;
     ScopedEnvironment runtime_;
     VdZorTransport transport_{};
 };

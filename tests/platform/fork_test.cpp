@@ -7,12 +7,15 @@
 #include <vector>
 
 #include "support/descriptors.h"
+#include "support/scoped_environment.h"
 #include "support/test_server.h"
 #include "vd/service_locator.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_platform::testing {
 namespace {
+
+using zam_test::ScopedEnvironment;
 
 /// Runs a function in a forked child and waits for it; true when the child gave true.
 template <typename Function>

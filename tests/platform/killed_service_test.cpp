@@ -7,12 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "support/scoped_environment.h"
+#include "support/temporary_folder.h"
 #include "support/test_server.h"
 #include "vd/service_locator.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_platform::testing {
 namespace {
+
+using zam_test::ScopedEnvironment;
+using zam_test::TemporaryFolder;
 
 /// A service in a process of its own. `kCustom` answers with the number of calls so far; `kHold`
 /// is reported to the test.
@@ -97,7 +102,7 @@ protected:
     }
 
     zam_connector::testing::RecordingLogger logger_;
-    TempDirectory temp_;
+    TemporaryFolder temp_;
     ScopedEnvironment runtime_{"ZAM_RUNTIME_DIR", temp_.Path()};
     VdZorTransport transport_{};
 };

@@ -14,11 +14,13 @@
 #include <vector>
 
 #include "support/raw_socket.h"
-#include "support/temp_directory.h"
+#include "support/temporary_folder.h"
 #include "zam_platform/posix_error.h"
 
 namespace zam_platform::testing {
 namespace {
+
+using zam_test::TemporaryFolder;
 
 mode_t ModeOf(const std::string& path) {
     struct stat status {};
@@ -87,16 +89,16 @@ private:
 
 class ListeningSocketTest : public ::testing::Test {
 protected:
-    TempDirectory temp_;
+    TemporaryFolder temp_;
     RuntimeDirectory directory_{temp_.Path()};
-    std::string path_ = temp_ / "svc.sock";
+    std::string path_ = temp_.Path("svc.sock");
 };
 
 TEST_F(ListeningSocketTest, ListensUnderItsNameUntilItIsDestroyed) {
     {
         ListeningSocket socket(directory_, "svc", false);
         EXPECT_TRUE(Exists(path_));
-        EXPECT_FALSE(Exists(temp_ / ".svc.sock.new")) << "the unfinished name is gone";
+        EXPECT_FALSE(Exists(temp_.Path(".svc.sock.new"))) << "the unfinished name is gone";
         const RawSocket client = ConnectRaw(path_);
         const UniqueFd descriptor(socket.Release());
         const RawSocket server(
@@ -140,10 +142,10 @@ TEST_F(ListeningSocketTest, ReplacesWhatAKilledServiceHasLeft) {
 }
 
 TEST_F(ListeningSocketTest, ReplacesAnUnfinishedSocketOfAKilledService) {
-    { const RawListener left(temp_ / ".svc.sock.new"); }
-    ASSERT_TRUE(Exists(temp_ / ".svc.sock.new"));
+    { const RawListener left(temp_.Path(".svc.sock.new")); }
+    ASSERT_TRUE(Exists(temp_.Path(".svc.sock.new")));
     const ListeningSocket socket(directory_, "svc", false);
-    EXPECT_FALSE(Exists(temp_ / ".svc.sock.new"));
+    EXPECT_FALSE(Exists(temp_.Path(".svc.sock.new")));
     EXPECT_GE(ConnectRaw(path_).Get(), 0);
 }
 
@@ -168,10 +170,10 @@ TEST_F(ListeningSocketTest, TakesConnectionsFromTheMomentThatItHasItsName) {
 }
 
 TEST_F(ListeningSocketTest, LeavesNothingBehindWhenItFails) {
-    temp_.Make("svc.sock");
+    temp_.MakeFolder("svc.sock");
     EXPECT_EQ(TextOf([this] { const ListeningSocket socket(directory_, "svc", false); }),
               "socket '" + path_ + "': Is a directory");
-    EXPECT_FALSE(Exists(temp_ / ".svc.sock.new"));
+    EXPECT_FALSE(Exists(temp_.Path(".svc.sock.new")));
     EXPECT_TRUE(Exists(path_)) << "what is not its own stays";
 }
 
@@ -206,31 +208,32 @@ TEST_F(ListeningSocketTest, CanBeMoved) {
 TEST_F(ListeningSocketTest, IsOfOneServicePerDirectory) {
     {
         const DirectoryLock first(directory_);
-        EXPECT_EQ(ModeOf(temp_ / "zam_connectord.lock"), 0600U);
+        EXPECT_EQ(ModeOf(temp_.Path("zam_connectord.lock")), 0600U);
         try {
             const DirectoryLock second(directory_);
             ADD_FAILURE() << "locked twice";
         } catch (const PlatformError& error) {
             EXPECT_EQ(error.Status(), kStatusResources);
         }
-        const std::string other = temp_.Make("other");
+        const std::string other = temp_.MakeFolder("other");
         const DirectoryLock elsewhere{RuntimeDirectory(other)};
     }
     const DirectoryLock again(directory_);
 }
 
 TEST_F(ListeningSocketTest, DoesNotLockThroughASymbolicLink) {
-    temp_.MakeFile("target");
-    ASSERT_EQ(::symlink("target", (temp_ / "zam_connectord.lock").c_str()), 0);
-    EXPECT_EQ(TextOf([this] { const DirectoryLock lock(directory_); }),
-              "lock '" + temp_ / "zam_connectord.lock" + "': Too many levels of symbolic links");
+    temp_.Write("target", "");
+    ASSERT_EQ(::symlink("target", temp_.Path("zam_connectord.lock").c_str()), 0);
+    EXPECT_EQ(
+        TextOf([this] { const DirectoryLock lock(directory_); }),
+        "lock '" + temp_.Path("zam_connectord.lock") + "': Too many levels of symbolic links");
 }
 
 TEST(PrepareRuntimeDirectory, MakesWhatIsMissingForItsOwnerToWrite) {
-    const TempDirectory temp;
+    const TemporaryFolder temp;
     for (const mode_t mask : {0U, 022U, 077U}) {
         const ScopedUmask scope(mask);
-        const std::string path = temp / std::to_string(mask);
+        const std::string path = temp.Path(std::to_string(mask));
         EXPECT_EQ(PrepareRuntimeDirectory(path).Path(), path);
         EXPECT_EQ(ModeOf(path), 0755U & ~mask);
         EXPECT_EQ(PrepareRuntimeDirectory(path).Path(), path) << "also when it is there";
@@ -238,20 +241,20 @@ TEST(PrepareRuntimeDirectory, MakesWhatIsMissingForItsOwnerToWrite) {
 }
 
 TEST(PrepareRuntimeDirectory, KeepsTheRulesForWhatIsThere) {
-    const TempDirectory temp;
-    const std::string open = temp.Make("open", 0777);
+    const TemporaryFolder temp;
+    const std::string open = temp.MakeFolder("open", 0777);
     EXPECT_EQ(TextOf([&] { PrepareRuntimeDirectory(open); }),
               "runtime directory '" + open + "': mode 0777 lets others write; only its owner may");
     EXPECT_EQ(
-        TextOf([&] { PrepareRuntimeDirectory(temp.MakeFile("file")); }),
-        "runtime directory '" + temp / "file" + "': must be a directory and no symbolic link");
-    EXPECT_EQ(TextOf([&] { PrepareRuntimeDirectory(temp / "a/b"); }),
-              "runtime directory '" + temp / "a/b" + "': No such file or directory")
+        TextOf([&] { PrepareRuntimeDirectory(temp.Write("file", "")); }),
+        "runtime directory '" + temp.Path("file") + "': must be a directory and no symbolic link");
+    EXPECT_EQ(TextOf([&] { PrepareRuntimeDirectory(temp.Path("a/b")); }),
+              "runtime directory '" + temp.Path("a/b") + "': No such file or directory")
         << "only the last component is made";
 }
 
 TEST(PrepareRuntimeDirectory, MakesNothingAtARelativePath) {
-    const TempDirectory temp;
+    const TemporaryFolder temp;
     const std::filesystem::path before = std::filesystem::current_path();
     std::filesystem::current_path(temp.Path());
     EXPECT_EQ(TextOf([] { PrepareRuntimeDirectory("zam_relative_directory"); }),

@@ -4,12 +4,15 @@
 #include <memory>
 #include <vector>
 
+#include "support/scoped_environment.h"
 #include "support/test_server.h"
 #include "vd/service_locator.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_platform::testing {
 namespace {
+
+using zam_test::ScopedEnvironment;
 
 constexpr std::uint64_t kThreads = 8;
 constexpr std::uint64_t kCallsPerThread = 20000;

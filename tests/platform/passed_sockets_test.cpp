@@ -13,12 +13,14 @@
 #include <string>
 
 #include "support/raw_socket.h"
-#include "support/temp_directory.h"
+#include "support/temporary_folder.h"
 #include "zam_platform/posix_error.h"
 #include "zam_platform/server/listening_socket.h"
 
 namespace zam_platform::testing {
 namespace {
+
+using zam_test::TemporaryFolder;
 
 /// A socket of the given kind at a path, as a service manager makes it.
 UniqueFd BoundSocket(const std::string& path, int type = SOCK_STREAM, bool listens = true) {
@@ -40,13 +42,13 @@ protected:
         return PassedSocket(directory_, "svc.sock", {passed.Get(), 1});
     }
 
-    TempDirectory temp_;
+    TemporaryFolder temp_;
     RuntimeDirectory directory_{temp_.Path()};
-    std::string path_ = temp_ / "svc.sock";
+    std::string path_ = temp_.Path("svc.sock");
 };
 
 TEST_F(PassedSocketsTest, AreFoundByTheirNameAmongOthers) {
-    const UniqueFd other = BoundSocket(temp_ / "other.sock");
+    const UniqueFd other = BoundSocket(temp_.Path("other.sock"));
     const UniqueFd wanted = BoundSocket(path_);
     const int first = std::min(other.Get(), wanted.Get());
     const int last = std::max(other.Get(), wanted.Get());
@@ -70,15 +72,15 @@ TEST_F(PassedSocketsTest, NeitherBlockNorReachOtherPrograms) {
 }
 
 TEST_F(PassedSocketsTest, AreFoundThroughALinkToTheDirectory) {
-    const TempDirectory links;
-    std::filesystem::create_directory_symlink(temp_.Path(), links / "link");
-    const UniqueFd passed = BoundSocket(links / "link/svc.sock");
+    const TemporaryFolder links;
+    std::filesystem::create_directory_symlink(temp_.Path(), links.Path("link"));
+    const UniqueFd passed = BoundSocket(links.Path("link/svc.sock"));
     EXPECT_TRUE(Find(passed));
 }
 
 TEST_F(PassedSocketsTest, OfOtherDirectoriesAreLeftAlone) {
-    const TempDirectory elsewhere;
-    const UniqueFd passed = BoundSocket(elsewhere / "svc.sock");
+    const TemporaryFolder elsewhere;
+    const UniqueFd passed = BoundSocket(elsewhere.Path("svc.sock"));
     EXPECT_FALSE(Find(passed));
 }
 

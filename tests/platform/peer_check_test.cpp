@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "client/socket_channel.h"
+#include "support/temporary_folder.h"
 #include "support/test_server.h"
 #include "zam_connector_testing/recording_logger.h"
 #include "zam_platform/peer_credentials.h"
@@ -13,6 +14,8 @@
 
 namespace zam_platform::testing {
 namespace {
+
+using zam_test::TemporaryFolder;
 
 constexpr uid_t kOwnUser = 1000;
 constexpr gid_t kAdmittedGroup = 77;
@@ -85,9 +88,9 @@ protected:
         }
     }
 
-    TempDirectory temp_;
+    TemporaryFolder temp_;
     RuntimeDirectory directory_{temp_.Path()};
-    RawListener listener_{temp_ / "svc.sock"};
+    RawListener listener_{temp_.Path("svc.sock")};
     std::string text_;
 };
 
@@ -105,7 +108,7 @@ TEST_F(ClientPeerCheck, AcceptsRootAndTheDirectorysOwner) {
 TEST_F(ClientPeerCheck, RefusesAServiceOfAnotherUser) {
     const ScopedPeer peer({.user = 4242, .group = 0, .groups = {0}});
     EXPECT_FALSE(Connects());
-    EXPECT_EQ(text_, "socket '" + temp_ / "svc.sock" +
+    EXPECT_EQ(text_, "socket '" + temp_.Path("svc.sock") +
                          "': the service runs as user 4242, not as root or user " +
                          std::to_string(::geteuid()) + ", who owns the directory");
 }

@@ -11,13 +11,16 @@
 
 #include "support/other_user.h"
 #include "support/raw_socket.h"
-#include "support/temp_directory.h"
+#include "support/scoped_environment.h"
+#include "support/temporary_folder.h"
 #include "zam_platform/posix_error.h"
 
 namespace zam_platform::testing {
 namespace {
 
 using zam_test::kSomebodyElse;
+using zam_test::ScopedEnvironment;
+using zam_test::TemporaryFolder;
 
 /// Status and text of the error that a function ends with.
 struct Outcome {
@@ -62,9 +65,9 @@ TEST(RuntimeDirectoryPath, ComesFromTheFirstVariableThatIsSet) {
 }
 
 TEST(RuntimeDirectory, OpensADirectoryThatKeepsTheRules) {
-    const TempDirectory temp;
+    const TemporaryFolder temp;
     for (const mode_t mode : {0700U, 0755U, 0711U, 0500U}) {
-        const std::string path = temp.Make(std::to_string(mode), mode);
+        const std::string path = temp.MakeFolder(std::to_string(mode), mode);
         const RuntimeDirectory directory(path);
         EXPECT_EQ(directory.Path(), path);
         EXPECT_EQ(directory.Owner(), ::geteuid());
@@ -82,51 +85,51 @@ TEST(RuntimeDirectory, RefusesARelativePath) {
 }
 
 TEST(RuntimeDirectory, IsUnavailableWhenItIsMissing) {
-    const TempDirectory temp;
-    const Outcome outcome = Opening(temp / "missing");
+    const TemporaryFolder temp;
+    const Outcome outcome = Opening(temp.Path("missing"));
     EXPECT_EQ(outcome.status, kStatusUnavailable);
     EXPECT_EQ(outcome.text,
-              "runtime directory '" + temp / "missing" + "': No such file or directory");
+              "runtime directory '" + temp.Path("missing") + "': No such file or directory");
 }
 
 TEST(RuntimeDirectory, RefusesAFileAndASymbolicLink) {
-    const TempDirectory temp;
-    temp.Make("target");
-    temp.MakeFile("file");
-    ASSERT_EQ(::symlink("target", (temp / "link").c_str()), 0);
-    ASSERT_EQ(::symlink("nowhere", (temp / "dangling").c_str()), 0);
+    const TemporaryFolder temp;
+    temp.MakeFolder("target");
+    temp.Write("file", "");
+    ASSERT_EQ(::symlink("target", temp.Path("link").c_str()), 0);
+    ASSERT_EQ(::symlink("nowhere", temp.Path("dangling").c_str()), 0);
     for (const char* const name : {"file", "link", "dangling"}) {
-        const Outcome outcome = Opening(temp / name);
+        const Outcome outcome = Opening(temp.Path(name));
         EXPECT_EQ(outcome.status, kStatusUntrusted) << name;
-        EXPECT_EQ(outcome.text, "runtime directory '" + temp / name +
+        EXPECT_EQ(outcome.text, "runtime directory '" + temp.Path(name) +
                                     "': must be a directory and no symbolic link");
     }
 }
 
 TEST(RuntimeDirectory, RefusesASymbolicLinkWithASlashBehindIt) {
-    const TempDirectory temp;
-    temp.Make("target");
-    ASSERT_EQ(::symlink("target", (temp / "link").c_str()), 0);
-    EXPECT_EQ(Opening(temp / "link/").status, kStatusUntrusted);
-    EXPECT_EQ(Opening(temp / "link///").status, kStatusUntrusted);
-    EXPECT_EQ(Opening(temp / "target/").status, kStatusOk);
+    const TemporaryFolder temp;
+    temp.MakeFolder("target");
+    ASSERT_EQ(::symlink("target", temp.Path("link").c_str()), 0);
+    EXPECT_EQ(Opening(temp.Path("link/")).status, kStatusUntrusted);
+    EXPECT_EQ(Opening(temp.Path("link///")).status, kStatusUntrusted);
+    EXPECT_EQ(Opening(temp.Path("target/")).status, kStatusOk);
 }
 
 TEST(RuntimeDirectory, AcceptsASymbolicLinkHigherUp) {
-    const TempDirectory temp;
-    temp.Make("target");
-    temp.Make("target/inner");
-    ASSERT_EQ(::symlink("target", (temp / "link").c_str()), 0);
-    EXPECT_EQ(Opening(temp / "link/inner").status, kStatusOk);
+    const TemporaryFolder temp;
+    temp.MakeFolder("target");
+    temp.MakeFolder("target/inner");
+    ASSERT_EQ(::symlink("target", temp.Path("link").c_str()), 0);
+    EXPECT_EQ(Opening(temp.Path("link/inner")).status, kStatusOk);
 }
 
 TEST(RuntimeDirectory, RefusesOneThatOthersMayWrite) {
-    const TempDirectory temp;
+    const TemporaryFolder temp;
     const std::pair<mode_t, const char*> rows[] = {
         {0720, "0720"}, {0702, "0702"}, {0777, "0777"}, {01777, "1777"}, {0770, "0770"},
     };
     for (const auto& [mode, shown] : rows) {
-        const std::string path = temp.Make(shown, mode);
+        const std::string path = temp.MakeFolder(shown, mode);
         const Outcome outcome = Opening(path);
         EXPECT_EQ(outcome.status, kStatusUntrusted) << shown;
         EXPECT_EQ(outcome.text, "runtime directory '" + path + "': mode " + shown +
@@ -138,8 +141,8 @@ TEST(RuntimeDirectory, RefusesAForeignOwner) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "only root can give a directory away";
     }
-    const TempDirectory temp;
-    const std::string path = temp.Make("foreign");
+    const TemporaryFolder temp;
+    const std::string path = temp.MakeFolder("foreign");
     ASSERT_EQ(::chown(path.c_str(), kSomebodyElse, kSomebodyElse), 0);
     const Outcome outcome = Opening(path);
     EXPECT_EQ(outcome.status, kStatusUntrusted);
@@ -150,12 +153,12 @@ TEST(RuntimeDirectory, RefusesAForeignOwner) {
 }
 
 TEST(RuntimeDirectory, StaysTheSameDirectoryWhenItsPathIsReplaced) {
-    const TempDirectory temp;
-    const std::string path = temp.Make("run");
+    const TemporaryFolder temp;
+    const std::string path = temp.MakeFolder("run");
     const RuntimeDirectory directory(path);
-    ASSERT_EQ(::rename(path.c_str(), (temp / "moved").c_str()), 0);
-    temp.Make("run");
-    temp.MakeFile("moved/here");
+    ASSERT_EQ(::rename(path.c_str(), temp.Path("moved").c_str()), 0);
+    temp.MakeFolder("run");
+    temp.Write("moved/here", "");
     EXPECT_EQ(::access(directory.PathThroughDescriptor("here").c_str(), F_OK), 0);
     EXPECT_LT(directory.PathThroughDescriptor(std::string(64, 'n') + ".sock").size(), 108U);
 }

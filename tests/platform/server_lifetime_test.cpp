@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "support/descriptors.h"
+#include "support/temporary_folder.h"
 #include "support/test_server.h"
 #include "zam_connector_testing/recording_logger.h"
 
@@ -14,6 +15,7 @@ namespace zam_platform::testing {
 namespace {
 
 using std::chrono::milliseconds;
+using zam_test::TemporaryFolder;
 
 class ServerLifetime : public ::testing::Test {
 protected:
@@ -26,10 +28,10 @@ protected:
         return server;
     }
 
-    RawSocket Connect() const { return ConnectRaw(temp_ / SocketName(kTestService)); }
+    RawSocket Connect() const { return ConnectRaw(temp_.Path(SocketName(kTestService))); }
 
     zam_connector::testing::RecordingLogger logger_;
-    TempDirectory temp_;
+    TemporaryFolder temp_;
     RuntimeDirectory directory_{temp_.Path()};
     TestEndpoint endpoint_;
     std::unique_ptr<ListeningSocket> socket_;
@@ -53,8 +55,8 @@ TEST_F(ServerLifetime, EndsBeforeItHasRun) {
 TEST_F(ServerLifetime, EndsWithConnectionsThatWaitToBeAccepted) {
     // The first accept succeeds at once, so its completion waits in a loop that never runs.
     const RuntimeDirectory directory(temp_.Path());
-    const RawListener listener(temp_ / "early.sock");
-    const RawSocket early = ConnectRaw(temp_ / "early.sock");
+    const RawListener listener(temp_.Path("early.sock"));
+    const RawSocket early = ConnectRaw(temp_.Path("early.sock"));
     early.Send(HelloFrame() + CallFrame(1, kHold, 1));
     auto server = std::make_unique<Server>(std::vector{endpoint_.Rule()}, TestServer::OwnUser(),
                                            ServerLimits{});
@@ -73,10 +75,10 @@ TEST_F(ServerLifetime, HeedsAStopThatComesBeforeItRuns) {
 TEST_F(ServerLifetime, ServesEndpointsThatItWasGivenLater) {
     Server server({}, TestServer::OwnUser(), {});
     server.Serve(endpoint_.Rule());
-    const RawListener listener(temp_ / "later.sock");
+    const RawListener listener(temp_.Path("later.sock"));
     server.Accept(::dup(listener.Get()));
     const Background loop([&server] { server.Run(); });
-    const RawSocket client = ConnectRaw(temp_ / "later.sock");
+    const RawSocket client = ConnectRaw(temp_.Path("later.sock"));
     client.Send(HelloFrame() + CallFrame(1, kEcho, 6));
     EXPECT_EQ(ToHex(client.Read(64)), ToHex(AnswerFrame(1, 6, {}, kEcho)));
     server.Stop();

@@ -7,12 +7,15 @@
 #include <string>
 
 #include "support/descriptors.h"
+#include "support/scoped_environment.h"
 #include "support/test_server.h"
 #include "vd/zor_transport.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_platform::testing {
 namespace {
+
+using zam_test::ScopedEnvironment;
 
 class ServiceLocator : public ::testing::Test {
 protected:

@@ -27,15 +27,9 @@ void Background::Join() {
 }
 
 bool Await(const std::string& what, const std::function<bool()>& condition) {
-    const auto limit = std::chrono::steady_clock::now() + kBound;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= limit) {
-            ADD_FAILURE() << "did not come about: " << what;
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
+    const bool holds = zam_test::Eventually(condition);
+    EXPECT_TRUE(holds) << "did not come about: " << what;
+    return holds;
 }
 
 }  // namespace zam_platform::testing

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <string>
 #include <thread>
 
+#include "support/eventually.h"
+
 namespace zam_platform::testing {
 
-/// Longest wait for what must happen; only a broken build reaches it.
-inline constexpr std::chrono::seconds kBound{60};
+using zam_test::kBound;
 
 /// Runs a function on a thread of its own and joins it at the end. What the function throws fails
 /// the test.
@@ -25,8 +25,7 @@ private:
     std::thread thread_;
 };
 
-/// Asks again and again until `condition` holds, for what has no event to wait on. Fails the test
-/// and gives false when `kBound` has passed.
+/// `Eventually`, which fails the test when `condition` does not come to hold.
 bool Await(const std::string& what, const std::function<bool()>& condition);
 
 }  // namespace zam_platform::testing

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-namespace zam_connector::test {
+namespace zam_test {
 
 std::vector<nlohmann::json> HistoryLines(const std::string& text) {
     std::vector<nlohmann::json> lines;
@@ -20,4 +20,4 @@ std::vector<nlohmann::json> HistoryLines(const std::string& text) {
     return lines;
 }
 
-}  // namespace zam_connector::test
+}  // namespace zam_test

@@ -17,6 +17,9 @@
 #include <system_error>
 
 namespace zam_platform::testing {
+
+using zam_test::Require;
+
 namespace {
 
 bool IsReady(int descriptor, short events, std::chrono::milliseconds wait) {

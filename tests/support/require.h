@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <system_error>
 
-namespace zam_platform::testing {
+namespace zam_test {
 
 /// Throws the error in `errno`, with `what` failed, unless `done`.
 inline void Require(bool done, const char* what) {
@@ -12,4 +12,4 @@ inline void Require(bool done, const char* what) {
     }
 }
 
-}  // namespace zam_platform::testing
+}  // namespace zam_test

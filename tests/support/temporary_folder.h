@@ -1,61 +1,44 @@
 #pragma once
 
-#include <stdlib.h>
+#include <sys/types.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace zam_connector::test {
+namespace zam_test {
 
 /// What a file holds; empty when it cannot be read.
-inline std::string Content(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
+std::string Content(const std::filesystem::path& path);
 
-/// A folder of a test's own, removed at its end.
+/// A folder of a test's own, with mode 0700; removed with what is in it. What fails throws, but for
+/// the removal. Thread-safe as the file system is.
 class TemporaryFolder {
 public:
-    TemporaryFolder() {
-        std::string path = (std::filesystem::temp_directory_path() / "zam_test.XXXXXX").string();
-        if (::mkdtemp(path.data()) == nullptr) {
-            throw std::runtime_error("mkdtemp " + path);
-        }
-        path_ = path;
-    }
+    TemporaryFolder();
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
+    ~TemporaryFolder();
 
-    std::string Path(std::string_view name = {}) const {
-        return name.empty() ? path_.string() : (path_ / name).string();
-    }
+    /// Its own path, or that of what is called `name` in it, be it there or not.
+    std::string Path(std::string_view name = {}) const;
 
-    void Write(std::string_view name, std::string_view text) const {
-        std::ofstream(Path(name), std::ios::binary | std::ios::trunc) << text;
-    }
+    /// Makes a folder in this one, with exactly that mode whatever the process's mask is, and gives
+    /// its path.
+    std::string MakeFolder(std::string_view name, mode_t mode = 0700) const;
 
-    std::string Read(std::string_view name) const { return Content(Path(name)); }
+    /// Makes a file in this one or replaces its content, and gives its path.
+    std::string Write(std::string_view name, std::string_view text) const;
+
+    /// What a file in this one holds; empty when it cannot be read.
+    std::string Read(std::string_view name) const;
 
     /// The names in it, in any order.
-    std::vector<std::string> Names() const {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(path_)) {
-            names.push_back(entry.path().filename().string());
-        }
-        return names;
-    }
+    std::vector<std::string> Names() const;
 
 private:
-    std::filesystem::path path_;
+    std::string path_;
 };
 
-}  // namespace zam_connector::test
+}  // namespace zam_test

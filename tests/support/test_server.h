@@ -13,7 +13,7 @@
 
 #include "support/background.h"
 #include "support/raw_socket.h"
-#include "support/temp_directory.h"
+#include "support/temporary_folder.h"
 #include "support/test_call.h"
 #include "zam_platform/runtime_directory.h"
 #include "zam_platform/server/listening_socket.h"
@@ -127,7 +127,7 @@ public:
 private:
     void Post(std::function<void()> job);
 
-    std::optional<TempDirectory> own_;
+    std::optional<zam_test::TemporaryFolder> own_;
     TestEndpoint endpoint_;
     std::unique_ptr<RuntimeDirectory> directory_;
     std::unique_ptr<ListeningSocket> socket_;

@@ -10,7 +10,7 @@ namespace zam_connector::test {
 std::vector<nlohmann::json> HistoryOf(const testing::ServiceProcess& service,
                                       const std::string& kind) {
     std::vector<nlohmann::json> lines;
-    for (nlohmann::json& line : HistoryLines(service.ReadData("uploads/history.jsonl"))) {
+    for (nlohmann::json& line : zam_test::HistoryLines(service.ReadData("uploads/history.jsonl"))) {
         if (line.at("kind") == kind) {
             lines.push_back(std::move(line));
         }

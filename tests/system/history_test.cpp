@@ -5,7 +5,7 @@
 
 #include "support/history_lines.h"
 
-namespace zam_connector::test {
+namespace zam_test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -23,4 +23,4 @@ TEST(HistoryLines, LeaveOutWhatIsBeingWrittenAndWhatAKillHasTorn) {
 }
 
 }  // namespace
-}  // namespace zam_connector::test
+}  // namespace zam_test

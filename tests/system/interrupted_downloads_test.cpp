@@ -85,7 +85,7 @@ protected:
 
     /// Asks for a chunk until it comes whole.
     void FetchChunk(IZamFileDownloader& downloader, std::string& content) {
-        const auto deadline = std::chrono::steady_clock::now() + kPatience;
+        const auto deadline = std::chrono::steady_clock::now() + kBound;
         while (std::chrono::steady_clock::now() < deadline) {
             FileChunk chunk;
             if (downloader.GetFileChunk({"large", content.size(), 0}, chunk) != 0) {

@@ -92,7 +92,7 @@ int ObservingProcess::Stop() {
 bool ObservingProcess::WaitUntil(
     const std::function<bool(const std::map<int, Observer>&)>& isEnough) {
     std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, kPatience, [&] { return isEnough(observers_) || ended_; }) &&
+    return changed_.wait_for(lock, kBound, [&] { return isEnough(observers_) || ended_; }) &&
            isEnough(observers_);
 }
 
@@ -104,7 +104,7 @@ std::map<int, ObservingProcess::Observer> ObservingProcess::Observers() {
 bool ObservingProcess::Said(const std::string& line) {
     std::unique_lock<std::mutex> lock(mutex_);
     const auto isThere = [&] { return std::find(said_.begin(), said_.end(), line) != said_.end(); };
-    changed_.wait_for(lock, kPatience, [&] { return isThere() || ended_; });
+    changed_.wait_for(lock, kBound, [&] { return isThere() || ended_; });
     return isThere();
 }
 

@@ -3,13 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
-#include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 
+#include "support/eventually.h"
 #include "support/real_connection.h"
 #include "zam_connector/zam_connector.h"
 #include "zam_connector_testing/recording_logger.h"
@@ -17,21 +15,8 @@
 
 namespace zam_connector::test {
 
-/// Longest wait for something that a working build does in milliseconds.
-inline constexpr std::chrono::seconds kPatience{60};
-
-/// Asks until the answer is true; false when patience ends. The pause only spares the processor:
-/// nothing depends on its length.
-inline bool Eventually(const std::function<bool()>& isTrue) {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (!isTrue()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
+using zam_test::Eventually;
+using zam_test::kBound;
 
 /// A service in a process of its own, which this process's clients are pointed at, and a recording
 /// root logger. The service is started by the test.

@@ -28,10 +28,12 @@ std::optional<double> DoubleOfName(std::string_view name) {
         const char* const end = name.data() + name.size();
         const auto result =
             std::from_chars(name.data() + kBitsPrefix.size(), end, bits, kHexadecimal);
+        // What is no digit ends the number without an error.
         if (result.ec != std::errc() || result.ptr != end) {
             return std::nullopt;
         }
     }
+    // Copied, not converted: the bits are the number, and a payload must come through.
     double number = 0;
     std::memcpy(&number, &bits, sizeof number);
     return std::isnan(number) ? std::optional(number) : std::nullopt;

@@ -18,6 +18,7 @@ JsonError::JsonError(std::string_view name, std::size_t line, std::size_t column
                      std::string pointer, std::string message)
     : std::runtime_error(
           zam_json::FaultText(name, {.line = line, .column = column}, pointer, message)),
+      // The base class, made first, has read the parts that move here.
       details_(std::make_shared<const Details>(
           Details{line, column, std::move(pointer), std::move(message)})) {}
 
@@ -26,6 +27,8 @@ JsonError::JsonError(std::string pointer, std::string message)
       details_(
           std::make_shared<const Details>(Details{0, 0, std::move(pointer), std::move(message)})) {}
 
+// Here and not in the header: whoever catches the error must find the library's one copy of its
+// type, also where a client hides its own symbols.
 JsonError::JsonError(const JsonError&) noexcept = default;
 JsonError& JsonError::operator=(const JsonError&) noexcept = default;
 JsonError::~JsonError() = default;

@@ -100,6 +100,7 @@ zuv::TValue Reader::Node(json& value, const Place& place) const {
         case json::value_t::number_integer:
         case json::value_t::number_unsigned:
         case json::value_t::discarded:
+            // A plain whole number is a `long`; one beyond 64 bits, discarded, is refused there.
             return WholeNumber<long>(value, place);
         case json::value_t::number_float:
             return value.get<double>();
@@ -125,6 +126,7 @@ zuv::TValue Reader::Array(json& value, const Place& place) const {
 
 zuv::TValue Reader::Object(json& value, const Place& place) const {
     auto& members = value.get_ref<json::object_t&>();
+    // A dollar sign tells a kind in front of an only key: maps of several keys need no marks.
     if (members.size() == 1) {
         const std::string& key = members.begin()->first;
         if (!key.empty() && key.front() == kTypeMark) {
@@ -133,6 +135,7 @@ zuv::TValue Reader::Object(json& value, const Place& place) const {
     }
     zuv::Map map;
     for (auto& [key, member] : members) {
+        // The parser keeps members in the order that the map has.
         map.emplace_hint(map.end(), key, Node(member, Place(place, key)));
     }
     return map;
@@ -203,6 +206,7 @@ template <typename T>
 T Reader::WholeNumber(const json& value, const Place& place) const {
     constexpr T kLeast = std::numeric_limits<T>::min();
     constexpr T kMost = std::numeric_limits<T>::max();
+    // First: the parser's unsigned numbers count as its integers too.
     if (value.is_number_unsigned()) {
         if (std::in_range<T>(value.get<std::uint64_t>())) {
             return static_cast<T>(value.get<std::uint64_t>());
@@ -238,6 +242,7 @@ void Reader::Refuse(const json& value, const Place& place, std::string_view allo
 
 void Reader::Fail(const Place& place, JsonPart part, std::string message) const {
     std::string pointer = place.Pointer();
+    // A second walk through the text, for this one place: good texts do not pay for places.
     const auto offset = zam_json::FindInJson(text_, pointer, part);
     FailAt(offset.value_or(0), std::move(pointer), std::move(message));
 }

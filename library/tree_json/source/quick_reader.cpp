@@ -300,6 +300,7 @@ bool Add(zuv::Map& map, Member& member) {
 bool TakeOnly(Member& member, zuv::TValue& out) {
     const std::string_view key = member.key;
     if (key.size() > 1 && key[1] == kTypeMark) {
+        // Behind the mark stands a plain value, which a `long` must hold.
         if (IsWide(member)) {
             return false;
         }

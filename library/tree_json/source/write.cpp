@@ -18,6 +18,7 @@ namespace zam_connector::tree_json {
 namespace {
 
 bool HasUtf8KeysOnly(const zuv::Map& map) {
+    // JSON has no other keys; a single one that is not makes pairs of the whole map.
     return std::all_of(map.begin(), map.end(),
                        [](const auto& entry) { return qel::IsUtf8(entry.first); });
 }
@@ -31,6 +32,7 @@ std::string NameOfDouble(double number) {
     if (std::isinf(number)) {
         return std::string(number < 0 ? kMinusInfinity : kInfinity);
     }
+    // The bits tell one NaN from another: a tree that is read back is identical to this one.
     std::uint64_t bits = 0;
     std::memcpy(&bits, &number, sizeof bits);
     return bits == kNanBits ? std::string(kNan) : fmt::format("{}{:016x}", kBitsPrefix, bits);
@@ -133,6 +135,7 @@ void Writer::Value(const zuv::Map& value, const Place& place) {
 
 void Writer::Object(const zuv::Map& map, const Place& place) {
     Open('{', place);
+    // Or a reader would take the only key for the name of a kind.
     const bool needsMark =
         map.size() == 1 && !map.begin()->first.empty() && map.begin()->first.front() == kTypeMark;
     bool isFirst = true;
@@ -169,6 +172,7 @@ void Writer::Pairs(const zuv::Map& map, const Place& place) {
         Close(']', false);
         ++index;
     }
+    // Never empty: an empty map has no key that is not UTF-8.
     Close(']', false);
     Close('}', false);
 }
@@ -213,6 +217,7 @@ void Writer::CloseTyped() {
 }
 
 void Writer::Open(char bracket, const Place& place) {
+    // What is written must be read again, and the reader has the same bound.
     if (depth_ == kMaxDepth) {
         throw JsonError(place.Pointer(), zam_json::TooDeepText(kMaxDepth));
     }
@@ -257,6 +262,7 @@ void Writer::Quote(std::string_view text) {
             out += '\\';
             out += kLetters[found];
         } else if (static_cast<unsigned char>(character) < 0x20) {
+            // JSON allows no control characters in strings; all else stands as it is.
             out += fmt::format("\\u{:04x}", static_cast<unsigned>(character));
         } else {
             out += character;

@@ -18,6 +18,7 @@ std::string RemedyOf(const Failure& failure, const std::string& commandName) {
 }
 
 void PrintFailure(std::ostream& err, const Failure& failure, const std::string& commandName) {
+    // Messages quote arguments and what the service says: none of it may steer a terminal.
     err << fmt::format("zamctl{}{}: {}\n", commandName.empty() ? "" : " ", commandName,
                        Printable(failure.what()));
     const std::string remedy = RemedyOf(failure, commandName);
@@ -40,6 +41,7 @@ int Application::Run(const std::vector<std::string>& arguments) {
             Context context(surroundings_, invocation.globals.format);
             invocation.command->Run(context);
         }
+        // A full disk shows only here; a script must not take half a result for the whole.
         if (!surroundings_.out) {
             throw Failure(kExitFailed, "the result could not be written to standard output",
                           "What was asked for has been done all the same.");

@@ -29,6 +29,7 @@ const char* g_limitMessage = "";
 int g_limitStatus = 0;
 
 extern "C" void OnInterrupt(int /*signal*/) {
+    // The thread that was interrupted may be about to look at its own.
     const int error = errno;
     g_interrupted = 1;
     const std::uint64_t one = 1;
@@ -40,6 +41,7 @@ extern "C" void OnInterrupt(int /*signal*/) {
 extern "C" void OnLimit(int /*signal*/) {
     [[maybe_unused]] const ssize_t written =
         ::write(STDERR_FILENO, g_limitMessage, std::strlen(g_limitMessage));
+    // Without destructors: they could wait for the very call that hangs.
     ::_exit(g_limitStatus);
 }
 
@@ -93,6 +95,8 @@ bool SystemClock::SleepFor(std::chrono::nanoseconds duration) {
         if (left <= std::chrono::nanoseconds::zero()) {
             return true;
         }
+        // Up, or the last part of a millisecond would be spun away; an hour at most, for poll
+        // counts in an int.
         const std::chrono::milliseconds rounded = std::min<std::chrono::milliseconds>(
             std::chrono::ceil<std::chrono::milliseconds>(left), std::chrono::hours(1));
         pollfd wakeUp{.fd = g_wakeUp, .events = POLLIN, .revents = 0};
@@ -114,6 +118,8 @@ void SystemClock::CatchInterrupt() {
     }
     struct sigaction action {};
     action.sa_handler = &OnInterrupt;
+    // A second signal ends the process, should the first not get through; the library's calls go on
+    // behind one.
     action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
     ::sigemptyset(&action.sa_mask);
     ::sigaction(SIGINT, &action, &g_previousInterrupt);

@@ -54,6 +54,7 @@ std::string_view FacilityName(std::uint32_t facility) noexcept {
 }
 
 std::optional<int> ParseCode(std::string_view text) {
+    // Logs and languages show the same code as hexadecimal, as signed and as unsigned.
     std::optional<std::uint32_t> bits;
     if (text.starts_with("0x") || text.starts_with("0X")) {
         // from_chars would take a sign behind the prefix for signed types only; the unsigned one
@@ -72,6 +73,8 @@ std::optional<int> ParseCode(std::string_view text) {
 
 std::vector<int> KnownCodes() {
     std::vector<int> codes = {zam_connector::kNoError, zam_connector::kFalse};
+    // The library tells the text of a code but has no list of them: every one there can be is
+    // asked.
     for (const std::uint32_t facility : {kGeneralFacility, kPlatformFacility}) {
         for (std::uint32_t low = 0; low <= std::numeric_limits<std::uint16_t>::max(); ++low) {
             const auto code = static_cast<int>(kFailureBit | facility << kFacilityShift | low);

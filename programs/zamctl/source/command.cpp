@@ -17,6 +17,8 @@ std::string Context::TakeCause() {
 }
 
 void Context::ThrowConnectorFailure(const std::exception& exception) const {
+    // The reason of the operating system stands in the log only; codes and exceptions do not carry
+    // it.
     const std::string logged = records_.Cause();
     const std::string cause = logged.empty() ? exception.what() : logged;
     if (const auto* const missing = dynamic_cast<const MissingEndpoint*>(&exception)) {

@@ -44,6 +44,7 @@ using Offerer = std::function<Offer(Context& context, const std::string& begun)>
 
 /// An offer that is always the same.
 Offerer OfferWords(std::vector<std::string> words);
+/// Names of files, where the shell completes better than this program could.
 Offerer OfferFiles();
 
 /// What has been declared, beside what the parser keeps.
@@ -52,14 +53,19 @@ struct Declared {
     std::map<const CLI::Option*, Offerer> offers;
 };
 
-/// An option or a positional argument that has been declared.
+/// An option or a positional argument that has been declared. A handle, cheap to copy; each
+/// function gives it back, so that calls can be joined. What it refers to belongs to the parser.
 class Option {
 public:
     Option(CLI::Option& option, Declared& declared) : option_(&option), declared_(&declared) {}
 
+    /// The command line is refused without it.
     Option Required() const;
+    /// It is refused unless the other one is given too.
     Option Needs(const Option& other) const;
+    /// It is refused together with the other one.
     Option Excludes(const Option& other) const;
+    /// What completion offers as its value.
     Option Offers(Offerer offerer) const;
 
 private:
@@ -67,6 +73,7 @@ private:
     Declared* declared_;
 };
 
+/// Both bounds are allowed.
 struct Range {
     std::uint64_t least;
     std::uint64_t most;
@@ -81,9 +88,12 @@ class Options {
 public:
     Options(CLI::App& command, Declared& declared) : command_(command), declared_(declared) {}
 
+    /// Sets `target` when it is given.
     Option Flag(const std::string& names, bool& target, const std::string& description);
+    /// One value, which `store` checks and takes.
     Option Value(const std::string& names, const char* type, const Store& store,
                  const std::string& description);
+    /// One value that may be any text.
     Option Text(const std::string& names, const char* type, std::string& target,
                 const std::string& description);
 
@@ -98,7 +108,7 @@ public:
     Option Number(const std::string& name, const char* type, Range range,
                   std::function<void(std::uint64_t)> store, const std::string& description);
 
-    /// `--timeout`, whose duration goes to `target`.
+    /// `--timeout`, whose duration, of up to three decimals of a second, goes to `target`.
     template <typename Target>
     Option Timeout(Target& target, const std::string& description) {
         return Value(

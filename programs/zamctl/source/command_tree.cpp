@@ -36,6 +36,7 @@ CommandTree::CommandTree(Globals& globals)
 }
 
 const CLI::Option* FindOption(const CLI::App& app, const std::string& argument) {
+    // A command takes the options of those above it too.
     for (const CLI::App* level = &app; level != nullptr; level = level->get_parent()) {
         if (const CLI::Option* const option = level->get_option_no_throw(argument)) {
             return option;

@@ -59,6 +59,7 @@ void Connection::Make() {
     connector->GetClientCertsDownloader(certsDownloader_);
     connector->GetZamLocaleInfo(localeInfo_);
     connector->GetZamLocationInfo(locationInfo_);
+    // Last: what is asked for next is asked of a connector with all its interfaces.
     connector_ = std::move(connector);
 }
 

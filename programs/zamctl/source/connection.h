@@ -7,7 +7,8 @@
 
 namespace zamctl {
 
-/// The connector over the services of this machine.
+/// The connector over the services of this machine. What it gives lives as long as the object. One
+/// thread at a time.
 class Connection final : public ConnectorProvider {
 public:
     Connection() = default;

@@ -78,6 +78,7 @@ constexpr UpdateList kUpdateLists[] = {
 
 }  // namespace
 
+// A text in JSON too: readers that keep numbers as doubles would round it.
 std::string HashText(unsigned long hash) {
     return fmt::format("0x{:016x}", hash);
 }
@@ -91,6 +92,7 @@ const char* DeviceStatusName(ZamDeviceStatus status) {
         case ZamDeviceStatus::Quarantined:
             return "quarantined";
     }
+    // A newer service may know more of them.
     return "unknown";
 }
 
@@ -159,6 +161,7 @@ std::string FetchReserveCert(Context& context, zam_connector::IZamDataProvider& 
         document["result"] = code;
         return JsonLine(document);
     }
+    // A file is for programs, byte for byte; a terminal would obey what stands in it.
     if (form.toFile) {
         return cert;
     }

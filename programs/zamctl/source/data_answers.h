@@ -28,7 +28,7 @@ struct DataForm {
 };
 
 /// The functions below fetch data and give it as it is to be printed, its last line end included.
-/// They throw `Failure`.
+/// They throw `Failure`, and block as long as the calls do.
 using DataFetch = std::string (*)(Context& context, zam_connector::IZamDataProvider& provider,
                                   const DataForm& form);
 

@@ -15,6 +15,7 @@ struct ServiceEndpoints {
 };
 
 /// In the order in which the library looks them up.
+/// So the first that is missing is the one at which the library stopped.
 const std::vector<ServiceEndpoints>& Needed() {
     static const std::vector<ServiceEndpoints> kNeeded = {
         {"zam_connector_id",

@@ -14,6 +14,7 @@ std::string Message(const std::string& action, int code, const std::string& caus
 }
 
 std::string RemedyFor(int code, const std::string& cause) {
+    // The library logged it: the call never came to the service, or its answer not back.
     if (!cause.empty()) {
         return "'zamctl doctor' checks whether the service runs and can be reached.";
     }

@@ -32,12 +32,14 @@ private:
     std::string remedy_;
 };
 
+/// The command line, or a file that it names, is no good; nothing has been sent.
 class UsageError : public Failure {
 public:
     explicit UsageError(const std::string& message, std::string remedy = {})
         : Failure(kExitUsage, message, std::move(remedy)) {}
 };
 
+/// There is no connector to make calls with.
 class ConnectorFailure : public Failure {
 public:
     ConnectorFailure(const std::string& message, std::string remedy)

@@ -6,6 +6,7 @@
 
 namespace zamctl {
 
+/// From good to bad: the worst of a report is the greatest.
 enum class FindingStatus { Ok, Warning, Problem };
 
 /// What one check found.

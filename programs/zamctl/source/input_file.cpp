@@ -41,6 +41,7 @@ Input ReadInput(const std::string& argument, const std::string& file, std::istre
     if (file == "-") {
         return ReadAll(in, "standard input", mostBytes);
     }
+    // A stream tells no reason, and need not set this one either.
     errno = 0;
     std::ifstream stream(file, std::ios::binary);
     if (!stream) {

@@ -41,9 +41,11 @@ std::string NearestName(std::string_view word, const std::vector<std::string>& n
     if (word.empty() || word.size() > kLongestWord) {
         return {};
     }
+    // Long words allow for more slips.
     std::size_t best = std::max<std::size_t>(2, word.size() / 3) + 1;
     std::string nearest;
     for (const std::string& name : names) {
+        // A beginning is one slip, however much is missing: it was cut short, not misspelt.
         const std::size_t distance = name.starts_with(word) ? 1 : EditDistance(word, name);
         // A word of which nothing is left after the edits resembles everything.
         if (distance < best && distance < word.size()) {

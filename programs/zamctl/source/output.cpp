@@ -13,6 +13,7 @@ void Output::Result(const std::string& text, const Fields& document) {
 }
 
 void Output::Confirmation(const std::string& text, const Fields& document) {
+    // Whoever asks for JSON reads one document of every command, a quiet one too.
     if (format_.json || !format_.quiet) {
         Print(text, document);
     }
@@ -33,6 +34,7 @@ bool Output::IsGood() const {
 }
 
 void Output::Print(const std::string& text, const Fields& document) {
+    // At once: whoever reads a pipe sees changes as they come.
     out_ << (format_.json ? JsonLine(document) : text + '\n') << std::flush;
 }
 

@@ -57,6 +57,7 @@ OutputFile::OutputFile(const std::string& path, std::optional<mode_t> mode)
     const fs::path target(path_);
     auto error = std::make_error_code(std::errc::file_exists);
     for (unsigned attempt = 0; attempt < kAttempts && error == std::errc::file_exists; ++attempt) {
+        // Beside its target: no file is renamed from one file system to another.
         const fs::path newPath =
             target.parent_path() /
             fmt::format(".{}.{}-{}.new", target.filename().string(), ::getpid(), attempt);

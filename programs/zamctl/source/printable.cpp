@@ -28,6 +28,7 @@ std::size_t LengthByLead(unsigned char lead) {
     return lead < 0xF0 ? 3 : 4;
 }
 
+/// The first byte only promises a length; whether the others keep it is checked as a whole.
 Character FirstOf(std::string_view text) {
     const auto lead = static_cast<unsigned char>(text.front());
     const std::size_t bytes = LengthByLead(lead);
@@ -137,6 +138,7 @@ std::string Printable(std::string_view text) {
 }
 
 std::string PrintableJson(std::string json) {
+    // Nearly every document is, and may be as large as a tree: it is not copied.
     const bool isPlain = std::all_of(json.begin(), json.end(), [](char byte) {
         return static_cast<unsigned char>(byte) < 0x7F;
     });

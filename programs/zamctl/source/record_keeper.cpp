@@ -42,6 +42,7 @@ bool RecordKeeper::IsEnabled(int level) const {
 
 void RecordKeeper::LogImpl(int level, const char* file, int line, const char* function,
                            std::string_view text) {
+    // The library's threads of notices log as well.
     const std::lock_guard lock(mutex_);
     if (verbose_) {
         err_ << fmt::format("[{}] {}:{} {}: {}\n", LevelName(level), file, line, function,

@@ -12,6 +12,7 @@ RoundTrip TimeRoundTrip(Context& context, const zam_connector::IZamConnControlle
 
 std::chrono::nanoseconds Percentile(std::span<const std::chrono::nanoseconds> sorted,
                                     unsigned percent) {
+    // The nearest rank: a time that was measured, not one between two.
     const std::size_t rank = (sorted.size() * percent + 99) / 100;
     return sorted[rank == 0 ? 0 : rank - 1];
 }

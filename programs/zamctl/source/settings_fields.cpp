@@ -114,6 +114,7 @@ std::vector<SettingsChange> ParseDocument(const std::string& text, const std::st
     }
     std::vector<SettingsChange> changes;
     for (const auto& [name, value] : document.items()) {
+        // What 'settings get' printed is taken as it is, with the result of that call.
         if (name != "result") {
             const SettingsField& field = FindField(name, source + ": ");
             changes.push_back({&field, ValueOf(field, value, source)});

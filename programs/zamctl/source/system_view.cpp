@@ -26,6 +26,7 @@ int CollectLibrary(dl_phdr_info* info, std::size_t /*size*/, void* collected) {
 }  // namespace
 
 std::optional<std::string> HostSystemView::Variable(const char* name) const {
+    // As the library asks: a caller's environment does not lead a program with more rights.
     const char* const value = ::secure_getenv(name);
     return value == nullptr ? std::nullopt : std::optional<std::string>(value);
 }

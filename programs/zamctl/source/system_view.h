@@ -34,12 +34,14 @@ public:
     /// Name of a user; empty when the system knows none.
     virtual std::string UserName(uid_t user) const = 0;
 
+    /// In the order in which they were loaded; none when they are part of the program itself.
     virtual std::vector<LoadedLibrary> Libraries() const = 0;
 
     /// Whether standard error is a terminal.
     virtual bool ErrIsTerminal() const = 0;
 };
 
+/// This machine and this process.
 class HostSystemView final : public SystemView {
 public:
     std::optional<std::string> Variable(const char* name) const override;

@@ -24,6 +24,7 @@ struct Split {
 };
 
 Split SplitTime(WallTime time) {
+    // Down, so that before 1970 too the milliseconds are not negative.
     const auto whole = std::chrono::floor<seconds>(time);
     return {std::chrono::system_clock::to_time_t(whole),
             std::chrono::floor<milliseconds>(time - whole).count()};

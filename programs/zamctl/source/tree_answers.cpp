@@ -69,6 +69,7 @@ std::string FetchTree(Context& context, const DataForm& form, const char* action
             form.path.empty()
                 ? ""
                 : fmt::format(R"("path":{},)", JsonText(zam_json::PathText(form.path)));
+        // Joined as text: parsing a large tree's JSON to write it once more would be waste.
         return fmt::format(R"({{"hash":"{}",{}"tree":{},"result":{}}})", HashText(data.first), path,
                            TypedJson(node, 0), code) +
                "\n";

@@ -13,6 +13,7 @@
 namespace zamctl {
 
 zuv::Path ParseTreePath(const std::string& name, const std::string& text) {
+    // People write paths as they do those of files.
     const std::size_t start = text.starts_with('/') ? 1 : 0;
     std::optional<zuv::Path> path = zam_json::PathFromText(std::string_view(text).substr(start));
     if (!path) {

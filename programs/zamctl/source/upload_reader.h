@@ -11,7 +11,7 @@
 
 /// What is to be uploaded, out of the JSON that the service stores uploads as. Every function
 /// throws `UsageError`, with name, line, column and JSON pointer, for what is no such JSON and for
-/// what could never be sent.
+/// what could never be sent. No I/O; thread-safe.
 
 namespace zamctl {
 

@@ -14,6 +14,7 @@ constexpr std::uint64_t kMostPort = 65535;
 /// Fractions of a second, "5" of "0.5", as milliseconds; empty when there are too many or no
 /// digits.
 std::optional<std::uint64_t> ParseFraction(std::string_view digits) {
+    // Nothing is rounded: a wait is as long as it was asked for.
     if (digits.empty() || digits.size() > 3) {
         return std::nullopt;
     }
@@ -63,6 +64,7 @@ std::chrono::milliseconds ParseSeconds(std::string_view name, std::string_view t
     const std::optional<std::uint64_t> fraction =
         point == std::string_view::npos ? 0 : ParseFraction(text.substr(point + 1));
     const std::chrono::milliseconds longest = kLongestTimeout;
+    // Compared before it is multiplied, which could overflow.
     if (seconds && fraction && *seconds <= static_cast<std::uint64_t>(kLongestTimeout.count())) {
         const std::chrono::milliseconds parsed(*seconds * 1000 + *fraction);
         if (parsed <= longest) {
@@ -90,6 +92,7 @@ void CheckProxyUrl(std::string_view name, std::string_view url) {
 }
 
 std::string WithoutCredentials(std::string_view text) {
+    // The last one: a password may have more of them.
     const std::size_t at = text.rfind('@');
     if (at == std::string_view::npos) {
         return std::string(text);

@@ -29,6 +29,7 @@ StateAnswer AskState(Context& context, const zam_connector::IZamConnController& 
 
 StateAnswer WaitForState(Context& context, const zam_connector::IZamConnController& controller,
                          const Wait& wait) {
+    // Asked, not observed: the state may have been reached before an observer is told of anything.
     const Clock::TimePoint end = context.clock.Now() + wait.timeout;
     for (;;) {
         const StateAnswer answer = AskState(context, controller);

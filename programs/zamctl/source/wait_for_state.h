@@ -17,6 +17,7 @@ inline constexpr std::chrono::milliseconds kPollInterval{50};
 /// What the help says of a `--timeout` that limits a wait for a state.
 std::string WaitTimeoutHelp();
 
+/// What is waited for, and for how long. With a timeout of 0 the state is asked for once.
 struct Wait {
     zam_connector::ZamConnectorState target;
     std::chrono::milliseconds timeout = kDefaultTimeout;
@@ -24,11 +25,13 @@ struct Wait {
     std::optional<zam_connector::ZamConnectorState> hopeless;
 };
 
-/// Asks for the state once. Throws `CallFailure`.
+/// A state, with the code of the call that brought it, which is a success.
 struct StateAnswer {
     zam_connector::ZamConnectorState state;
     int code;
 };
+
+/// Asks for the state once. Throws `CallFailure`.
 StateAnswer AskState(Context& context, const zam_connector::IZamConnController& controller);
 
 /// Asks for the state, at least once, until it is the target. Throws `CallFailure`, and `Failure`

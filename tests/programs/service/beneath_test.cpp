@@ -1,4 +1,5 @@
 #include "files/beneath.h"
+#include "support/temporary_folder.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -11,13 +12,11 @@
 #include <string>
 #include <utility>
 
-#include "run_until.h"
-
 namespace zam_service {
 namespace {
 
 namespace fs = std::filesystem;
-using zam_service::testing::TemporaryFolder;
+using zam_test::TemporaryFolder;
 
 TEST(FilePath, IsRelativeAndStaysBelow) {
     const std::string longest(kMaxFilePathBytes, 'x');

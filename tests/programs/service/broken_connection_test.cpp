@@ -4,11 +4,14 @@
 #include <cstring>
 #include <string>
 
+#include "common/arena.h"
+#include "common/raw_zam_param_casts.h"
 #include "daemon_fixture.h"
 #include "data/content_hash.h"
 #include "data_client.h"
 #include "endpoints/endpoint_catalog.h"
 #include "result_codes.h"
+#include "support/eventually.h"
 #include "support/raw_socket.h"
 
 namespace zam_service {
@@ -19,6 +22,7 @@ using zam_platform::testing::Bytes;
 using zam_platform::testing::FrameOf;
 using zam_platform::testing::Head;
 using zam_platform::testing::RawSocket;
+using zam_test::Eventually;
 using zam_platform::testing::operator+;
 using zam_service::testing::Closed;
 using zam_service::testing::Flattened;

@@ -10,6 +10,7 @@
 #include "failing_calls.h"
 #include "made_cert.h"
 #include "result_codes.h"
+#include "support/eventually.h"
 #include "zam_connector/create_zam_connector.h"
 
 namespace zam_service {
@@ -26,6 +27,7 @@ using zam_service::testing::BrokenFolders;
 using zam_service::testing::FolderCall;
 using zam_service::testing::MadeCert;
 using zam_service::testing::MakeCert;
+using zam_test::Eventually;
 
 /// The library's certificate downloader over a daemon.
 class ClientCerts : public zam_service::testing::DaemonFixture {

@@ -9,9 +9,15 @@
 #include <thread>
 #include <vector>
 
+#include "common/arena.h"
+#include "common/connection_casts.h"
 #include "daemon_fixture.h"
 #include "endpoints/endpoint_catalog.h"
+#include "qx/endpoint_names.h"
 #include "result_codes.h"
+#include "support/eventually.h"
+#include "support/lines.h"
+#include "vd/service_locator.h"
 #include "zam_platform/posix_error.h"
 
 namespace zam_service {
@@ -28,8 +34,9 @@ using zam_connector::common::CastToVd;
 using zam_connector::common::StackArena;
 using zam_service::testing::Client;
 using zam_service::testing::Code;
-using zam_service::testing::Lines;
 using zam_service::testing::Parameters;
+using zam_test::Eventually;
+using zam_test::Lines;
 
 using ConnectorDaemonTest = zam_service::testing::DaemonFixture;
 

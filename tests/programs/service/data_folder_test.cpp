@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "run_until.h"
+#include "support/temporary_folder.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_service {
@@ -23,7 +24,7 @@ using zam_connector::testing::LogRecord;
 using zam_connector::testing::RecordingLogger;
 using zam_json::JsonValue;
 using zam_service::testing::RunUntil;
-using zam_service::testing::TemporaryFolder;
+using zam_test::TemporaryFolder;
 
 /// Content of a file of one number.
 struct Number {

@@ -12,6 +12,7 @@
 #include "data/content_hash.h"
 #include "data/sample_data.h"
 #include "data_client.h"
+#include "support/eventually.h"
 #include "support/real_connection.h"
 #include "tree_json/tree_json.h"
 
@@ -27,6 +28,7 @@ using zam_service::testing::DataClient;
 using zam_service::testing::Flattened;
 using zam_service::testing::Ids;
 using zam_service::testing::Piece;
+using zam_test::Eventually;
 
 class DataProviderTest : public zam_service::testing::DaemonFixture {
 protected:

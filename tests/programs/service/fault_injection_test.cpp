@@ -9,6 +9,7 @@
 
 #include "daemon_fixture.h"
 #include "result_codes.h"
+#include "support/eventually.h"
 #include "zam_platform/transport_status.h"
 
 namespace zam_service {
@@ -21,6 +22,7 @@ using zam_service::testing::Client;
 using zam_service::testing::Code;
 using zam_service::testing::Parameters;
 using zam_service::testing::Status;
+using zam_test::Eventually;
 
 using FaultInjectionTest = zam_service::testing::DaemonFixture;
 

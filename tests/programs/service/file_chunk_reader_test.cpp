@@ -11,13 +11,13 @@
 
 #include "files/open_file.h"
 #include "result_codes.h"
-#include "run_until.h"
+#include "support/temporary_folder.h"
 
 namespace zam_service {
 namespace {
 
 using zam_connector::kMaxFileChunkBytes;
-using zam_service::testing::TemporaryFolder;
+using zam_test::TemporaryFolder;
 
 class ChunkReader : public ::testing::Test {
 protected:

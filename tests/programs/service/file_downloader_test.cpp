@@ -12,6 +12,7 @@
 #include "daemon_fixture.h"
 #include "failing_calls.h"
 #include "result_codes.h"
+#include "support/eventually.h"
 #include "vd/service_locator.h"
 #include "zam_connector/create_zam_connector.h"
 
@@ -25,6 +26,7 @@ using ::testing::MatchesRegex;
 using zam_connector::FileChunk;
 using zam_connector::FileInfo;
 using zam_service::testing::MemoryOfFiles;
+using zam_test::Eventually;
 
 constexpr int kLibraryFailure = static_cast<int>(0x8000004BU);
 

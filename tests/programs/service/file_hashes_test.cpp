@@ -13,13 +13,14 @@
 #include "lanes.h"
 #include "result_codes.h"
 #include "run_until.h"
+#include "support/temporary_folder.h"
 
 namespace zam_service {
 namespace {
 
 using ::testing::IsEmpty;
 using zam_service::testing::RunUntil;
-using zam_service::testing::TemporaryFolder;
+using zam_test::TemporaryFolder;
 
 constexpr char kAbc[] = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
 constexpr char kEmpty[] = "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";

@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "run_until.h"
+#include "support/temporary_folder.h"
 #include "zam_platform/posix_error.h"
 
 namespace zam_service {
@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
-using zam_service::testing::TemporaryFolder;
+using zam_test::TemporaryFolder;
 
 template <typename Function>
 std::string ErrorOf(Function&& function) {

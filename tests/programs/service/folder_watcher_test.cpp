@@ -13,13 +13,14 @@
 
 #include "data/folder_files.h"
 #include "run_until.h"
+#include "support/temporary_folder.h"
 
 namespace zam_service {
 namespace {
 
 namespace fs = std::filesystem;
 using zam_service::testing::RunUntil;
-using zam_service::testing::TemporaryFolder;
+using zam_test::TemporaryFolder;
 
 /// A watcher whose notices are kept.
 class FolderWatcherTest : public ::testing::Test {

@@ -14,6 +14,8 @@
 #include "lanes.h"
 #include "result_codes.h"
 #include "run_until.h"
+#include "support/lines.h"
+#include "support/temporary_folder.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_service {
@@ -23,9 +25,9 @@ using std::chrono::milliseconds;
 using std::chrono::system_clock;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using zam_service::testing::Lines;
 using zam_service::testing::RunUntil;
-using zam_service::testing::TemporaryFolder;
+using zam_test::Lines;
+using zam_test::TemporaryFolder;
 
 constexpr char kHistory[] = "uploads/history.jsonl";
 constexpr char kOldHistory[] = "uploads/history.1.jsonl";

@@ -7,6 +7,7 @@
 #include "daemon_fixture.h"
 #include "notices/error_pacing.h"
 #include "raw_notifier.h"
+#include "support/eventually.h"
 
 namespace zam_service {
 namespace {
@@ -14,6 +15,7 @@ namespace {
 using zam_service::testing::Noticed;
 using zam_service::testing::RawNotifier;
 using zam_service::testing::Value;
+using zam_test::Eventually;
 using Clock = std::chrono::steady_clock;
 
 constexpr Noticed kNothing = zam_service::testing::NoticeStatus(1);

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/raw_zam_param_casts.h"
 #include "daemon_fixture.h"
 #include "data/tree_snapshot.h"
 #include "data_client.h"

@@ -9,10 +9,13 @@
 #include <utility>
 #include <vector>
 
+#include "common/arena.h"
+#include "common/raw_zam_param_casts.h"
 #include "daemon_fixture.h"
 #include "data/content_hash.h"
 #include "data_client.h"
 #include "result_codes.h"
+#include "support/eventually.h"
 #include "support/real_connection.h"
 #include "tree_json/tree_json.h"
 
@@ -28,6 +31,7 @@ using zam_service::testing::DataClient;
 using zam_service::testing::Flattened;
 using zam_service::testing::kRefused;
 using zam_service::testing::RawList;
+using zam_test::Eventually;
 
 /// What a refused close answers.
 class ProductDataTest : public zam_service::testing::DaemonFixture {

@@ -16,7 +16,8 @@
 #include "data/settings_json.h"
 #include "faults/fault_rules.h"
 #include "link/connection_plan.h"
-#include "run_until.h"
+#include "support/lines.h"
+#include "support/temporary_folder.h"
 #include "vocabulary/settings_fields.h"
 #include "zam_platform/posix_error.h"
 
@@ -27,7 +28,7 @@ namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using zam_json::JsonDocument;
-using zam_service::testing::TemporaryFolder;
+using zam_test::TemporaryFolder;
 
 /// What a command line came to.
 struct Parsed {
@@ -135,7 +136,7 @@ TEST(Sample, HoldsFaultRulesThatWorkOnceTheirCommentsAreTakenAway) {
     const TemporaryFolder folder;
     WriteSample(folder.Path());
     std::string text;
-    for (const std::string& line : zam_service::testing::Lines(folder.Read(kFaultsFile))) {
+    for (const std::string& line : zam_test::Lines(folder.Read(kFaultsFile))) {
         // The rules stand deeper than the head's own comments, and begin with a brace or a key.
         const std::size_t comment = line.find("// ");
         const std::size_t first =

@@ -6,12 +6,12 @@
 #include <string>
 
 #include "result_codes.h"
-#include "run_until.h"
+#include "support/temporary_folder.h"
 
 namespace zam_service {
 namespace {
 
-using zam_service::testing::TemporaryFolder;
+using zam_test::TemporaryFolder;
 
 constexpr std::uint32_t kChunk = 4;
 

@@ -15,6 +15,7 @@
 #include "lanes.h"
 #include "result_codes.h"
 #include "run_until.h"
+#include "support/temporary_folder.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_service {
@@ -25,7 +26,7 @@ using zam_connector::ZamSeconds;
 using zam_json::JsonDocument;
 using zam_json::JsonError;
 using zam_service::testing::RunUntil;
-using zam_service::testing::TemporaryFolder;
+using zam_test::TemporaryFolder;
 
 ZamConnectorSettings SettingsOf(const std::string& text) {
     const JsonDocument document(kSettingsFile, text);

@@ -4,7 +4,6 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <thread>
@@ -15,8 +14,9 @@
 #include "endpoints/endpoint_catalog.h"
 #include "endpoints/product_data_holder_endpoint.h"
 #include "lanes.h"
+#include "qx/endpoint_names.h"
 #include "result_codes.h"
-#include "run_until.h"
+#include "support/temporary_folder.h"
 #include "tree_json/tree_json.h"
 #include "zam_connector_testing/recording_logger.h"
 #include "zam_platform/server/listening_socket.h"
@@ -24,21 +24,17 @@
 namespace zam_service {
 namespace {
 
-namespace fs = std::filesystem;
 using zam_service::testing::Closed;
 using zam_service::testing::DataClient;
 using zam_service::testing::Flattened;
 using zam_service::testing::kRefused;
 using zam_service::testing::RawList;
-using zam_service::testing::TemporaryFolder;
+using zam_test::TemporaryFolder;
 
 /// The endpoint alone, with limits of the test's.
 class UploadLimits : public ::testing::Test {
 protected:
-    UploadLimits() {
-        fs::permissions(runtime_.Path(), fs::perms::owner_all);
-        ::setenv("ZAM_RUNTIME_DIR", runtime_.Path().c_str(), 1);
-    }
+    UploadLimits() { ::setenv("ZAM_RUNTIME_DIR", runtime_.Path().c_str(), 1); }
 
     ~UploadLimits() override {
         server_.Stop();

@@ -48,7 +48,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::UnorderedElementsAre;
-using zam_connector::test::TemporaryFolder;
+using zam_test::TemporaryFolder;
 
 class NewFileTest : public ::testing::Test {
 protected:

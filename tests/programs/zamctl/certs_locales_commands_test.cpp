@@ -12,7 +12,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::Not;
-using zam_connector::test::Content;
+using zam_test::Content;
 
 class CertsCommandTest : public CommandTest {
 protected:
@@ -28,7 +28,7 @@ protected:
         return status.st_mode & 07777U;
     }
 
-    zam_connector::test::TemporaryFolder folder_;
+    zam_test::TemporaryFolder folder_;
     std::string file_ = folder_.Path("certs.pem");
 };
 

@@ -1,5 +1,7 @@
 #include "command_fixture.h"
 
+#include "support/lines.h"
+
 namespace zamctl::test {
 
 Json Ran::Document() const {
@@ -10,8 +12,7 @@ Json Ran::Document() const {
 
 std::vector<Json> Ran::Documents() const {
     std::vector<Json> documents;
-    std::istringstream lines(out);
-    for (std::string line; std::getline(lines, line);) {
+    for (const std::string& line : zam_test::Lines(out)) {
         Json document = Json::parse(line, nullptr, false);
         EXPECT_FALSE(document.is_discarded()) << line;
         documents.push_back(std::move(document));

@@ -87,7 +87,7 @@ TEST_F(CompleteCommandTest, IsNoWordOfTheHelp) {
 }
 
 TEST(ServedFiles, AreThoseOfTheServiceOfTheSameRuntimeDirectory) {
-    const zam_connector::test::TemporaryFolder processes;
+    const zam_test::TemporaryFolder processes;
     const auto process = [&processes](const std::string& id, const std::string& name,
                                       const std::string& words, const std::string& environment) {
         std::filesystem::create_directory(processes.Path(id));

@@ -23,7 +23,7 @@ protected:
     }
 
     FakeDataProvider& data_ = provider_.dataProvider;
-    zam_connector::test::TemporaryFolder folder_;
+    zam_test::TemporaryFolder folder_;
 };
 
 TEST_F(DataCommandsTest, ListATreeWithItsHash) {

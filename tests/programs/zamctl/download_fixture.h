@@ -16,7 +16,7 @@
 namespace zamctl::test {
 
 namespace fs = std::filesystem;
-using zam_connector::test::Content;
+using zam_test::Content;
 
 class NotedDownload final : public DownloadWatcher {
 public:
@@ -58,7 +58,7 @@ protected:
         };
     }
 
-    zam_connector::test::TemporaryFolder folder_;
+    zam_test::TemporaryFolder folder_;
     std::string target_ = folder_.Path("file");
     FakeFileDownloader source_;
     FakeClock clock_;

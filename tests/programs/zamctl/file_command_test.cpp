@@ -16,7 +16,7 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
-using zam_connector::test::Content;
+using zam_test::Content;
 using namespace std::chrono_literals;
 
 class FileCommandTest : public CommandTest {
@@ -26,7 +26,7 @@ protected:
         provider_.fileDownloader.modificationTime = 1769862896;
     }
 
-    zam_connector::test::TemporaryFolder folder_;
+    zam_test::TemporaryFolder folder_;
     std::string file_ = folder_.Path("out");
 };
 

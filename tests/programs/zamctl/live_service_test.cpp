@@ -22,9 +22,9 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-using zam_connector::test::Content;
 using zam_connector::test::ProgramResult;
 using zam_connector::test::RunProgram;
+using zam_test::Content;
 
 class ZamctlLive : public ::testing::Test {
 protected:

@@ -17,7 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::UnorderedElementsAre;
-using zam_connector::test::Content;
+using zam_test::Content;
 
 class OutputFileTest : public ::testing::Test {
 protected:
@@ -30,7 +30,7 @@ protected:
         return "not refused";
     }
 
-    zam_connector::test::TemporaryFolder scratch_;
+    zam_test::TemporaryFolder scratch_;
     fs::path folder_ = scratch_.Path();
     fs::path file_ = folder_ / "file";
 };

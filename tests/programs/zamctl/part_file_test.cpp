@@ -56,7 +56,7 @@ protected:
     }
 
     const ContentIdentity identity_{std::string(64, 'a'), 10};
-    zam_connector::test::TemporaryFolder folder_;
+    zam_test::TemporaryFolder folder_;
     const std::string target_ = folder_.Path("file");
     const std::string partPath_ = target_ + ".part";
     const std::string identityPath_ = partPath_ + ".json";

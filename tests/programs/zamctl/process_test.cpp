@@ -26,7 +26,7 @@ protected:
     }
     ProgramResult Run(const Arguments& arguments) const { return Run(arguments, directory_); }
 
-    zam_connector::test::TemporaryFolder scratch_;
+    zam_test::TemporaryFolder scratch_;
     std::filesystem::path directory_ = scratch_.Path();
 };
 

@@ -187,7 +187,7 @@ TEST_F(SettingsCommandsTest, SetTakesBackWhatGetPrinted) {
 }
 
 TEST_F(SettingsCommandsTest, SetReadsAFileAndLeavesWhatItDoesNotName) {
-    const zam_connector::test::TemporaryFolder folder;
+    const zam_test::TemporaryFolder folder;
     folder.Write("file", R"({"sync_period_s": 7, "allow_metered_network": true})");
     const Ran ran = Run({"settings", "set", "--from", folder.Path("file"), "heartbeat_period_s=8"});
     EXPECT_EQ(ran.status, 0) << ran.err;

@@ -19,7 +19,7 @@ protected:
 };
 
 TEST_F(HostSystem, LooksAtTheRuntimeDirectoryAsTheLibraryDoes) {
-    const zam_connector::test::TemporaryFolder folder;
+    const zam_test::TemporaryFolder folder;
     const std::string link = folder.Path("link");
     std::filesystem::create_directory_symlink(".", link);
     for (const std::string& path : {folder.Path(), link, link + '/'}) {

@@ -1,6 +1,7 @@
 #include <thread>
 
 #include "command_fixture.h"
+#include "support/lines.h"
 #include "watch/notice_queue.h"
 
 namespace zamctl::test {
@@ -66,14 +67,9 @@ TEST_F(WatchCommandTest, PrintsALineForEachNoticeAndTheTimeSinceTheOneBefore) {
                     }};
     const Ran ran = Run({"watch", "settings-synced", "reserve-cert"});
     EXPECT_EQ(ran.status, 0);
-    std::vector<std::string> lines;
-    std::istringstream in(ran.out);
-    for (std::string line; std::getline(in, line);) {
-        lines.push_back(line);
-    }
     const std::string time = "2026-0[0-9]-[0-9]+ [0-9:]+\\.";
     EXPECT_THAT(
-        lines,
+        zam_test::Lines(ran.out),
         ElementsAre(
             MatchesRegex(time + "789  settings-synced   0x0000000000000007  - +first"),
             MatchesRegex(time + "289  reserve-cert      -                   1 byte +first"),

@@ -41,6 +41,7 @@ bool DecodeGroup(std::string_view digits, std::string& bytes) {
         bytes += static_cast<char>((bits >> 16U) & 0xFFU);
         bits = (bits << 8U) & 0xFFFFFFU;
     }
+    // Bits behind the last byte would give the same bytes a second text.
     return bits == 0;
 }
 
@@ -73,6 +74,7 @@ std::optional<std::string> DecodeBase64(std::string_view text) {
     for (std::size_t offset = 0; offset < text.size(); offset += kGroupDigits) {
         std::string_view digits = text.substr(offset, kGroupDigits);
         if (offset + kGroupDigits == text.size() && digits.back() == '=') {
+            // Padding that stands elsewhere stays, and is refused as no digit.
             digits.remove_suffix(digits[2] == '=' ? 2 : 1);
         }
         if (!DecodeGroup(digits, bytes)) {

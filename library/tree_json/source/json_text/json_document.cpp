@@ -58,6 +58,7 @@ std::string JsonValue::Text() const {
 }
 
 std::int64_t JsonValue::Signed(std::int64_t least, std::int64_t most) const {
+    // Beyond INT64_MAX the parser's number is unsigned, and would be read as a negative one.
     const bool fits = value_->is_number_integer() &&
                       (!value_->is_number_unsigned() ||
                        value_->get<std::uint64_t>() <= static_cast<std::uint64_t>(INT64_MAX));
@@ -68,6 +69,7 @@ std::int64_t JsonValue::Signed(std::int64_t least, std::int64_t most) const {
 }
 
 std::uint64_t JsonValue::Unsigned(std::uint64_t least, std::uint64_t most) const {
+    // The parser has every whole number that is not negative as an unsigned one.
     if (!value_->is_number_unsigned() || value_->get<std::uint64_t>() < least ||
         value_->get<std::uint64_t>() > most) {
         Refuse(fmt::format("a whole number from {} to {}", least, most));
@@ -119,6 +121,7 @@ void JsonValue::CheckMembers(const std::vector<std::string_view>& known) const {
     }
     for (const auto& [name, value] : value_->items()) {
         if (std::find(known.begin(), known.end(), name) == known.end()) {
+            // The place is the key's: it is at fault, whatever stands behind it.
             document_->Fail(
                 pointer_ + PointerStep(name), JsonPart::Key,
                 fmt::format("the key is not known here, allowed are {}", fmt::join(known, ", ")));
@@ -160,6 +163,7 @@ void JsonValue::Fail(std::string_view message) const {
 
 JsonDocument::JsonDocument(std::string name, std::string text)
     : name_(std::move(name)), text_(std::move(text)) {
+    // Editors do not show the mark, so columns are counted without it.
     text_.erase(0, text_.size() - WithoutByteOrderMark(text_).size());
     JsonOutcome outcome = ParseJson(text_, kMaxJsonDepth);
     if (outcome.fault) {
@@ -176,6 +180,7 @@ JsonValue JsonDocument::Root() const {
 }
 
 void JsonDocument::Fail(const std::string& pointer, JsonPart part, std::string_view message) const {
+    // Looked for only now: places kept for all values would take more room than the tree.
     const std::size_t offset = FindInJson(text_, pointer, part).value_or(0);
     throw JsonError(name_, PositionAt(text_, offset), pointer, message);
 }

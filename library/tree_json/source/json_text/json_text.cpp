@@ -41,6 +41,7 @@ private:
     }
 
     bool OnKey(std::string& key) override {
+        // The parser would let the last of them win without a word.
         if (open_.back()->contains(key)) {
             Fail(TokenOffset(), "the key stands twice in the same object");
             return false;
@@ -59,6 +60,7 @@ private:
 class PartFinder final : public PlaceTracker {
 public:
     PartFinder(std::string_view text, std::string_view pointer, JsonPart part)
+        // The text was accepted once: bounds would find nothing in it any more.
         : PlaceTracker(text, std::numeric_limits<std::size_t>::max(), WideIntegers::Float),
           wanted_(pointer),
           part_(part) {}
@@ -111,6 +113,7 @@ std::optional<std::size_t> FindInJson(std::string_view text, std::string_view po
 std::string RefusalText(const nlohmann::json& value, std::string_view text,
                         std::string_view pointer, std::string_view allowed) {
     std::string seen;
+    // Only scalars are shown: an array or object may be as long as the text.
     if (value.is_object()) {
         seen = "an object";
     } else if (value.is_array()) {

@@ -43,6 +43,7 @@ std::size_t NumberBytes(std::string_view text) noexcept {
 std::size_t StringBytes(std::string_view text) noexcept {
     std::size_t end = 1;
     while (end < text.size() && text[end] != '"') {
+        // Whatever is escaped is no end; the digits behind `\u` hold no quotation mark.
         end += text[end] == '\\' ? 2U : 1U;
     }
     return end + 1;
@@ -54,6 +55,7 @@ std::size_t TokenBytes(std::string_view text) noexcept {
     if (text.empty()) {
         return 0;
     }
+    // The first byte tells enough: the parser has checked the rest, or complains about it.
     switch (text.front()) {
         case '"':
             return StringBytes(text);
@@ -162,6 +164,7 @@ std::string TooDeepText(std::size_t maxDepth) {
 
 std::string Quoted(std::string_view text) {
     using nlohmann::json;
+    // Replaced, not refused: messages quote what is wrong, and must come about all the same.
     return json(text).dump(-1, ' ', false, json::error_handler_t::replace);
 }
 

@@ -45,6 +45,7 @@ bool PlaceTracker::Walk() {
 }
 
 bool PlaceTracker::number_float(number_float_t value, const string_t& token) {
+    // A whole number beyond 64 bits comes as a float; only its token tells.
     const bool isDiscarded = wideIntegers_ == WideIntegers::Discarded && IsWholeNumber(token);
     return Scalar(isDiscarded ? json(json::value_t::discarded) : json(value));
 }
@@ -64,6 +65,8 @@ bool PlaceTracker::parse_error(std::size_t position, const std::string& /*lastTo
     const bool aboutToken = what.find(" - unexpected ") != std::string_view::npos || isOverflow;
     const std::size_t offset = aboutToken ? TokenStart() : std::max<std::size_t>(position, 1) - 1;
     if (!levels_.empty() && expected_ != ':') {
+        // The parser complains before the value is placed, so the pointer is still that of the one
+        // before.
         Level& level = levels_.back();
         pointer_.resize(level.pointerBytes);
         if (level.isArray) {
@@ -121,6 +124,7 @@ bool PlaceTracker::Scalar(json value) {
 
 bool PlaceTracker::Open(bool isArray) {
     PlaceValue('\0');
+    // The parser has no bound of its own, and who walks the tree recurses.
     if (levels_.size() == maxDepth_) {
         Fail(token_, TooDeepText(maxDepth_));
         return false;

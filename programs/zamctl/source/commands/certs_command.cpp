@@ -101,6 +101,7 @@ void CertsCommand::Run(Context& context) {
     const bool toFile = output_ && *output_ != "-";
     std::optional<OutputFile> file;
     if (toFile) {
+        // With its mode from the start: a key is never open to others, not even for a moment.
         file.emplace(*output_, kOwnerOnly);
     }
     const ConnectorInterfaces connector = context.Connector();

@@ -103,6 +103,7 @@ const char* DataCommand::GivenOption() const {
 void DataCommand::Run(Context& context) {
     std::optional<OutputFile> file;
     if (output_ && *output_ != "-") {
+        // Before the call: what could not be written need not be fetched.
         file.emplace(*output_);
     }
     const ConnectorInterfaces connector = context.Connector();

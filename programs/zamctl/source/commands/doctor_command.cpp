@@ -19,6 +19,7 @@
 namespace zamctl {
 namespace {
 
+/// A few, of which the median is shown: the first one also pays for what is made once.
 constexpr std::size_t kRoundTrips = 5;
 
 using Findings = std::vector<Finding>;
@@ -83,6 +84,7 @@ void CheckLogLevel(Findings& findings, const SystemView& system) {
         return;
     }
     const char* const end = text->data() + text->size();
+    // As the library reads it: what is no number counts as not set.
     const auto [stop, error] = std::from_chars(text->data(), end, level);
     if (error != std::errc() || stop != end) {
         findings.push_back(
@@ -234,12 +236,14 @@ void DoctorCommand::Run(Context& context) {
     findings.insert(findings.end(), directory.begin(), directory.end());
     bool isReached = true;
     for (const std::string& service : services) {
+        // The call stands first, so that every service is looked at.
         isReached = CheckService(findings, context, service) && isReached;
     }
     std::optional<CallFailure> failedCall;
     if (isReached && CheckConnector(findings, context)) {
         failedCall = CheckCalls(findings, context);
     }
+    // Whole, also before a failure: the report is what was asked for.
     PrintReport(context.output, findings);
     if (failedCall) {
         throw CallFailure(*failedCall);

@@ -35,6 +35,7 @@ std::string ReadEvent(std::istream& in) {
     if (in.bad()) {
         throw UsageError("the event cannot be read from standard input");
     }
+    // What `echo` writes ends in a line end that is no part of the event.
     const std::size_t lineEnd = last == '\n' ? 1 : 0;
     CheckSize(bytes - lineEnd);
     kept.resize(bytes - lineEnd);

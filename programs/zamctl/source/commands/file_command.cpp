@@ -141,8 +141,10 @@ void FileGetCommand::Run(Context& context) {
     }
     DownloadReport report;
     {
+        // Ends the line of its bar before the summary is printed.
         Progress progress(context.err, context.clock, StyleFor(context));
         ShownDownload shown(context, progress);
+        // What was logged before this is no reason for what happens to the download.
         context.TakeCause();
         report = FileDownload(connector.fileDownloader, context.clock, shown).Run(order);
     }

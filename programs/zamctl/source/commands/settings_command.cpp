@@ -119,11 +119,13 @@ void SettingsSetCommand::Run(Context& context) {
         const Input input = ReadInput("--from", *file_, context.in, kMaxDocumentBytes);
         changes = ParseDocument(input.text, input.name);
     }
+    // Behind the file's, so that the command line has the last word.
     changes.insert(changes.end(), assignments.begin(), assignments.end());
 
     ConnectorInterfaces connector = context.Connector();
     int code = 0;
     const ZamConnectorSettings before = Read(context, connector, code);
+    // The service takes all settings at once: those that are not named go back as they came.
     ZamConnectorSettings after = before;
     for (const SettingsChange& change : changes) {
         change.field->set(after, change.value);

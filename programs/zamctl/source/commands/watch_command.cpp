@@ -66,6 +66,7 @@ void WatchCommand::Run(Context& context) {
         context.err << fmt::format("watching {}\n", fmt::join(NamesOf(kinds), ", ")) << std::flush;
     }
     const Clock::Wakeup end = PrintNotices(context, queue);
+    // Before the summary, behind which no notice may come.
     observation.reset();
     if (!context.output.IsQuiet()) {
         context.err << fmt::format("{} {} in {}\n", printed_, printed_ == 1 ? "notice" : "notices",

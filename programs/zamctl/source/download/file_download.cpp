@@ -46,6 +46,8 @@ DownloadReport FileDownload::Run(const DownloadOrder& order) {
     for (unsigned starts = 1;; ++starts) {
         const FileInfo info = Describe();
         report_.content = {info.sha256, info.sizeBytes};
+        // Within bounds whatever the service says: more than the most does not fit an answer, and
+        // of chunks of 0 bytes no file comes.
         chunkBytes_ = static_cast<std::uint32_t>(std::clamp<std::uint64_t>(
             info.chunkSizeBytes == 0 ? zam_connector::kMaxFileChunkBytes : info.chunkSizeBytes, 1,
             zam_connector::kMaxFileChunkBytes));
@@ -78,6 +80,8 @@ void FileDownload::UntilReached(const char* action, Call&& call) {
             return;
         }
         const std::string cause = watcher_.Cause();
+        // The library's own code for a call that did not come through, and the service's for a file
+        // that is being written: both pass.
         const bool mayPass = code == zam_connector::kUnspecifiedError || code == kNotReady;
         if (!mayPass || clock_.Now() - lastProgress_ >= order_.patience) {
             throw CallFailure(fmt::format("{} {}", action, Quote(order_.path)), code, cause);

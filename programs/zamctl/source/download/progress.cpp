@@ -20,6 +20,7 @@ unsigned Share(std::uint64_t bytes, std::uint64_t totalBytes, unsigned parts) {
     if (totalBytes == 0) {
         return parts;
     }
+    // Not as whole numbers: their product could exceed 64 bits.
     return static_cast<unsigned>(static_cast<double>(bytes) / static_cast<double>(totalBytes) *
                                  parts);
 }
@@ -52,6 +53,7 @@ void Progress::Show(std::uint64_t bytes, std::uint64_t totalBytes) {
     if (style_ == Style::None) {
         return;
     }
+    // Fewer than before: the download began anew, and its rate does with it.
     if (!hasBegun_ || bytes < firstBytes_) {
         hasBegun_ = true;
         firstBytes_ = bytes;
@@ -73,6 +75,7 @@ void Progress::Show(std::uint64_t bytes, std::uint64_t totalBytes) {
 
 void Progress::DrawBar(std::uint64_t bytes, std::uint64_t totalBytes) {
     const Clock::TimePoint now = clock_.Now();
+    // A terminal is slower than a fast download; the full bar is drawn in any case.
     if (hasBar_ && bytes < totalBytes && now - drawn_ < kRedraw) {
         return;
     }

@@ -5,6 +5,7 @@
 namespace zamctl {
 
 void NoticeQueue::Push(Notice notice) {
+    // Before the wait for room, which is no part of the notice's own time.
     notice.received = clock_.Now();
     notice.receivedAtWall = clock_.WallNow();
     {

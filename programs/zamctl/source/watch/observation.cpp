@@ -112,6 +112,7 @@ void Observation::Subscribe(Context& context, NoticeKind kind, NoticeQueue& queu
 }
 
 void Observation::End() noexcept {
+    // First: an observer that waits for room would hold up the end of its subscription.
     queue_.Close();
     for (const SubscriptionCookie& cookie : dataCookies_) {
         data_.Unsubscribe(cookie);

@@ -36,13 +36,6 @@ ZamId MakeId(unsigned char first) {
     return id;
 }
 
-List Flatten(const zuv::TValue& tree) {
-    List list;
-    const auto [code, text] = common::Serialize(zuv::Root, tree, list);
-    EXPECT_EQ(code, 0) << text;
-    return list;
-}
-
 std::string PieceOf(const List& list) {
     common::HeapArena arena(676'000);
     common::CastToVd(list, arena.Get());
@@ -98,7 +91,7 @@ ProviderRig::ProviderRig() : proxy(ProviderRecord(transport.Get())) {
 }
 
 void ProviderRig::Give(const zuv::TValue& tree, std::size_t recordsPerPiece) {
-    const List list = Flatten(tree);
+    const List list = Flattened(tree);
     for (std::size_t first = 0; first < list.size(); first += recordsPerPiece) {
         const std::size_t last = std::min(first + recordsPerPiece, list.size());
         pieces.push_back(PieceOf({list.begin() + static_cast<std::ptrdiff_t>(first),

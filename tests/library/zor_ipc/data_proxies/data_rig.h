@@ -9,12 +9,14 @@
 #include <cstring>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "common/raw_zam_param.h"
 #include "product_data_holder_proxy.h"
+#include "support/flattened.h"
 #include "support/result_codes.h"
 #include "zam_connector_testing/recording_logger.h"
 #include "zam_connector_testing/scripted_transport.h"
@@ -91,11 +93,18 @@ std::string TransportLine(const std::string& operation, int status);
 std::string ProviderLine(const std::string& function, const std::string& text);
 std::string HolderLine(const std::string& function, const std::string& text);
 
+/// An operation of any interface that throws.
+template <typename... Arguments>
+int ThrowText(Arguments... /*arguments*/) {
+    throw std::runtime_error("boom {}");
+}
+
 /// The identifier whose bytes are `first`, `first` + 1 and so on.
 ZamId MakeId(unsigned char first);
 
-/// The records of a tree, and the bytes of a piece.
-List Flatten(const zuv::TValue& tree);
+using zam_test::Flattened;
+
+/// The bytes of a piece.
 std::string PieceOf(const List& list);
 
 /// The records that a call of "SendData" brings.

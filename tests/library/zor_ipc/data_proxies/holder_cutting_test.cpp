@@ -56,7 +56,7 @@ Sizes Send(const zuv::TValue& tree) {
     EXPECT_EQ(rig.proxy.SetSettings({tree}, hash), 0);
     EXPECT_EQ(hash, rig.hash);
     EXPECT_THAT(rig.TakeLines(), IsEmpty());
-    EXPECT_TRUE(rig.Sent() == test::Flatten(tree));
+    EXPECT_TRUE(rig.Sent() == test::Flattened(tree));
     const auto calls = rig.CallsOf(test::kSendData);
     const auto pieces = rig.Pieces();
     for (std::size_t index = 0; index < pieces.size(); ++index) {
@@ -223,7 +223,7 @@ TEST(PieceOfATree, AlwaysFitsItsArenaAtRandom) {
     for (int round = 0; round < 40; ++round) {
         SCOPED_TRACE(round);
         const zuv::TValue tree = RandomHeavyTree(random);
-        EXPECT_EQ(Send(tree), Cut(test::Flatten(tree)));
+        EXPECT_EQ(Send(tree), Cut(test::Flattened(tree)));
     }
 }
 
@@ -235,7 +235,7 @@ TEST(PieceOfATree, HoldsEveryKindOfValue) {
         if (tree.Is<zuv::None>()) {
             tree = 1;
         }
-        EXPECT_EQ(Send(tree), Cut(test::Flatten(tree)));
+        EXPECT_EQ(Send(tree), Cut(test::Flattened(tree)));
     }
 }
 

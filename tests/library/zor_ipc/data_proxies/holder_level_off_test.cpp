@@ -55,7 +55,7 @@ int SetTreeThatCannotBeFlattened(HolderRig& rig, bool& isWritten) {
 }
 
 int SendToAnArenaThatIsTooSmall(HolderRig& rig, bool& /*isWritten*/) {
-    test::List list = test::Flatten(1);
+    test::List list = test::Flattened(1);
     common::HeapArena arena(1);
     return rig.proxy.SendRawZamParams(test::kChannel, arena.Get(), list.begin(), list.end());
 }

@@ -75,7 +75,7 @@ TEST(HolderTransfer, OpensSendsAndClosesInThisOrder) {
         unsigned long hash = 5;
         EXPECT_EQ(transfer.send(rig, hash), 0);
         EXPECT_EQ(hash, rig.hash);
-        EXPECT_TRUE(rig.Sent() == test::Flatten(transfer.tree()));
+        EXPECT_TRUE(rig.Sent() == test::Flattened(transfer.tree()));
         const auto calls = rig.transport.Calls();
         ASSERT_GE(calls.size(), 5U) << "at least three pieces";
         EXPECT_EQ(calls.front().requestHeader.operation, transfer.open);

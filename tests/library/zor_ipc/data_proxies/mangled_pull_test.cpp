@@ -144,7 +144,7 @@ TEST(MangledPull, OfATreeGivesACodeLeavesTheOutputsOfAFailureAndClosesOnce) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
         MangledService service;
-        const test::List list = test::Flatten(zam_test::RandomTrees(seed).Next(40));
+        const test::List list = test::Flattened(zam_test::RandomTrees(seed).Next(40));
         for (auto first = list.begin(); first != list.end();) {
             const auto last = first + std::min<std::ptrdiff_t>(1 + seed % 7, list.end() - first);
             service.lists[0].push_back(test::PieceOf({first, last}));

@@ -83,10 +83,10 @@ TEST(TreeTransfer, NamesItsChannelInEveryCallButTheFirst) {
 TEST(TreeTransfer, OffersAnEmptyZeroArenaForEveryPiece) {
     ProviderRig rig;
     // The second piece is smaller than the first, which would leave its bytes behind.
-    rig.pieces = {test::PieceOf({{test::Flatten(zuv::Map()).front().value, ""},
-                                 {test::Flatten(std::string(50'000, 'x')).front().value, "a/"}}),
-                  test::PieceOf({{test::Flatten(1).front().value, "b/"}}),
-                  test::PieceOf({{test::Flatten(2).front().value, "c/"}})};
+    rig.pieces = {test::PieceOf({{test::Flattened(zuv::Map()).front().value, ""},
+                                 {test::Flattened(std::string(50'000, 'x')).front().value, "a/"}}),
+                  test::PieceOf({{test::Flattened(1).front().value, "b/"}}),
+                  test::PieceOf({{test::Flattened(2).front().value, "c/"}})};
     Policy policy;
     EXPECT_EQ(rig.proxy.GetPolicy(policy), 0);
     EXPECT_EQ(policy.second.tree.Find("a")->Get<std::string>(), std::string(50'000, 'x'));

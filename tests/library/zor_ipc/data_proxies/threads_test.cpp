@@ -52,7 +52,7 @@ class ConcurrentProvider {
 public:
     ConcurrentProvider() {
         for (int thread = 0; thread < kThreads; ++thread) {
-            const test::List list = test::Flatten(TreeOfThread(thread));
+            const test::List list = test::Flattened(TreeOfThread(thread));
             for (auto first = list.begin(); first != list.end();) {
                 const auto last = first + std::min<std::ptrdiff_t>(5, list.end() - first);
                 pieces_[static_cast<std::size_t>(thread)].push_back(test::PieceOf({first, last}));
@@ -157,7 +157,7 @@ TEST(ConcurrentTransfers, OfOneHolderDoNotMix) {
     });
     for (int thread = 0; thread < kThreads; ++thread) {
         for (const unsigned long hash : hashes[static_cast<std::size_t>(thread)]) {
-            EXPECT_EQ(sent[static_cast<std::int64_t>(hash)], test::Flatten(TreeOfThread(thread)));
+            EXPECT_EQ(sent[static_cast<std::int64_t>(hash)], test::Flattened(TreeOfThread(thread)));
         }
     }
     EXPECT_THAT(rig.TakeLines(), IsEmpty());

@@ -1,5 +1,4 @@
 #include <new>
-#include <stdexcept>
 
 #include "data_rig.h"
 
@@ -13,13 +12,9 @@ using test::HolderRig;
 using test::Lines;
 using test::ProviderLine;
 using test::ProviderRig;
+using test::ThrowText;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-template <typename... Arguments>
-int ThrowText(Arguments... /*arguments*/) {
-    throw std::runtime_error("boom {}");
-}
 
 template <typename... Arguments>
 int ThrowNoMemory(Arguments... /*arguments*/) {

@@ -1,26 +1,19 @@
-#include <stdexcept>
-
-#include "download_rig.h"
+#include "download_calls.h"
 
 namespace zam_connector {
 namespace {
 
 using test::CertsLine;
 using test::CertsRig;
+using test::ClientCertificatesCall;
 using test::Lines;
 using test::SomeCertificates;
 using ::testing::IsEmpty;
 
 using CertificatesResponse = qx_zam_connector_ZamClientCertsDownloader_GetClientCertificates_rsp;
-using Certificates = std::vector<ClientCertInfo>;
+using Certificates = ClientCertificatesCall::Result;
 
-const ClientCertParams kCertParams{"CN=s", "CN=i", qor::types::Timestamp(0x0102'0304'0506'0708)};
-
-Certificates OldCertificates() {
-    Certificates certificates(3);
-    certificates[0].name = "old";
-    return certificates;
-}
+const ClientCertParams kCertParams = ClientCertificatesCall::Parameters();
 
 TEST(GetClientCertificates, SendsTheParametersAndOffersAnEmptyZeroArena) {
     CertsRig rig;
@@ -42,22 +35,10 @@ TEST(GetClientCertificates, SendsTheParametersAndOffersAnEmptyZeroArena) {
     EXPECT_TRUE(call.responseArenaIsZero);
 }
 
-TEST(GetClientCertificates, ReplacesTheListWhateverTheCodeIs) {
-    for (const int code : test::kResultCodes) {
-        SCOPED_TRACE(code);
-        CertsRig rig;
-        rig.transport.Enqueue(test::CertsAnswer(SomeCertificates(), code));
-        Certificates certificates = OldCertificates();
-        EXPECT_EQ(rig.proxy.GetClientCertificates(kCertParams, certificates), code);
-        EXPECT_EQ(certificates, SomeCertificates());
-        EXPECT_THAT(rig.TakeLines(), IsEmpty());
-    }
-}
-
 TEST(GetClientCertificates, EmptiesTheListForAnEmptyAnswer) {
     CertsRig rig;
     rig.transport.Enqueue(test::CertsAnswer({}, test::kServiceFailure));
-    Certificates certificates = OldCertificates();
+    Certificates certificates = ClientCertificatesCall::Old();
     EXPECT_EQ(rig.proxy.GetClientCertificates({}, certificates), test::kServiceFailure);
     EXPECT_THAT(certificates, IsEmpty());
 }
@@ -72,20 +53,6 @@ TEST(GetClientCertificates, TakesAnAnswerThatFillsTheArena) {
     EXPECT_EQ(certificates, full);
 }
 
-TEST(GetClientCertificates, LeavesTheListWhenTheTransportFails) {
-    for (const int status : test::kTransportStatuses) {
-        CertsRig rig;
-        rig.transport.Enqueue(test::CertsAnswer(SomeCertificates(), 0, status));
-        Certificates certificates = OldCertificates();
-        EXPECT_EQ(rig.proxy.GetClientCertificates(kCertParams, certificates), test::kUnspecified);
-        EXPECT_EQ(certificates, OldCertificates());
-        EXPECT_EQ(rig.TakeLines(),
-                  Lines{CertsLine("ZamClientCertsDownloader: ipc call GetClientCertificates "
-                                  "terminated with a error " +
-                                  std::to_string(status))});
-    }
-}
-
 TEST(GetClientCertificates, TakesParametersThatFitAndSendsNoLongerOnes) {
     CertsRig rig;
     rig.transport.Enqueue(test::CertsAnswer({}));
@@ -93,10 +60,10 @@ TEST(GetClientCertificates, TakesParametersThatFitAndSendsNoLongerOnes) {
     const std::string half(1024, 'h');
     EXPECT_EQ(rig.proxy.GetClientCertificates({half, half, {}}, certificates), 0);
     EXPECT_EQ(rig.OnlyCall().requestArena, testing::Bytes(2048, 'h'));
-    certificates = OldCertificates();
+    certificates = ClientCertificatesCall::Old();
     EXPECT_EQ(rig.proxy.GetClientCertificates({half, half + "h", {}}, certificates),
               test::kUnspecified);
-    EXPECT_EQ(certificates, OldCertificates());
+    EXPECT_EQ(certificates, ClientCertificatesCall::Old());
     EXPECT_EQ(rig.transport.Calls().size(), 1U);
     // -2147483556 is 0x8000005C, the code of a wrong size.
     EXPECT_EQ(
@@ -112,10 +79,10 @@ TEST(GetClientCertificates, LeavesTheListWhenTheAnswerCannotBeConverted) {
     rig.transport.Enqueue(testing::AnswerWith(response, std::string(56, '\0')));
     response.certificates.certificates = {4, 56};
     rig.transport.Enqueue(testing::AnswerWith(response, std::string(56, '\0')));
-    Certificates certificates = OldCertificates();
+    Certificates certificates = ClientCertificatesCall::Old();
     EXPECT_EQ(rig.proxy.GetClientCertificates(kCertParams, certificates), test::kUnspecified);
     EXPECT_EQ(rig.proxy.GetClientCertificates(kCertParams, certificates), test::kUnspecified);
-    EXPECT_EQ(certificates, OldCertificates());
+    EXPECT_EQ(certificates, ClientCertificatesCall::Old());
     // -2147483578 is 0x80000046, an invalid argument; -2147483554 is 0x8000005E.
     EXPECT_EQ(rig.TakeLines(),
               (Lines{CertsLine("ZamClientCertsDownloader::GetClientCertificates: -2147483578:"
@@ -124,21 +91,6 @@ TEST(GetClientCertificates, LeavesTheListWhenTheAnswerCannotBeConverted) {
                      CertsLine("ZamClientCertsDownloader::GetClientCertificates: -2147483554:"
                                "certificates: offset 4 and length 56 exceed the 56 bytes in use "
                                "of the arena")}));
-}
-
-TEST(GetClientCertificates, CatchesWhateverTheCallThrows) {
-    CertsRig rig;
-    auto ops = qx_zam_connector_ZamClientCertsDownloader_operations;
-    ops.GetClientCertificates = &test::ThrowText;
-    auto record = test::CertsRecord(rig.transport.Get());
-    record.ops = &ops;
-    Certificates certificates = OldCertificates();
-    EXPECT_EQ(proxy::ZamClientCertsDownloaderProxy(record).GetClientCertificates(kCertParams,
-                                                                                 certificates),
-              test::kUnspecified);
-    EXPECT_EQ(certificates, OldCertificates());
-    EXPECT_EQ(rig.TakeLines(), Lines{CertsLine("ZamClientCertsDownloader::GetClientCertificates: "
-                                               "-2147483573:std::exception: boom {}")});
 }
 
 }  // namespace

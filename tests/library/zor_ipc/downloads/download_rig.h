@@ -116,10 +116,4 @@ inline testing::ScriptedAnswer CertsAnswer(const std::vector<ClientCertInfo>& ce
         [](Response& response, const auto& record) { response.certificates = record; });
 }
 
-/// An operation of any interface that throws.
-template <typename... Arguments>
-int ThrowText(Arguments... /*arguments*/) {
-    throw std::runtime_error("boom {}");
-}
-
 }  // namespace zam_connector::test

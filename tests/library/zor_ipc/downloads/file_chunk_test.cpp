@@ -1,10 +1,9 @@
-#include <stdexcept>
-
-#include "download_rig.h"
+#include "download_calls.h"
 
 namespace zam_connector {
 namespace {
 
+using test::FileChunkCall;
 using test::FileLine;
 using test::FileRig;
 using test::Lines;
@@ -13,14 +12,7 @@ using ::testing::IsEmpty;
 using ChunkResponse = qx_zam_connector_ZamFileDownloader_GetFileChunk_rsp;
 
 constexpr char kGetFileChunk[] = "GetFileChunk";
-const FileChunkParams kChunkParams{"a/b", 0x0102'0304'0506'0708, 0xF1F2'F3F4};
-
-FileChunk OldChunk() {
-    FileChunk chunk;
-    chunk.version = "old";
-    chunk.data = test::DataOf("old data");
-    return chunk;
-}
+const FileChunkParams kChunkParams = FileChunkCall::Parameters();
 
 TEST(GetFileChunk, SendsTheStretchAndOffersAnEmptyZeroArena) {
     FileRig rig;
@@ -40,18 +32,6 @@ TEST(GetFileChunk, SendsTheStretchAndOffersAnEmptyZeroArena) {
     EXPECT_EQ(call.responseArenaCapacity, 66560U);
     EXPECT_EQ(call.responseArenaUsed, 0U);
     EXPECT_TRUE(call.responseArenaIsZero);
-}
-
-TEST(GetFileChunk, StoresTheChunkWhateverTheCodeIs) {
-    for (const int code : test::kResultCodes) {
-        SCOPED_TRACE(code);
-        FileRig rig;
-        rig.transport.Enqueue(test::ChunkAnswer(test::SomeChunk(), code));
-        FileChunk chunk = OldChunk();
-        EXPECT_EQ(rig.proxy.GetFileChunk(kChunkParams, chunk), code);
-        EXPECT_EQ(chunk, test::SomeChunk());
-        EXPECT_THAT(rig.TakeLines(), IsEmpty());
-    }
 }
 
 TEST(GetFileChunk, ReadsTheseBytes) {
@@ -88,31 +68,16 @@ TEST(GetFileChunk, TakesAWholeArenaOfData) {
     FileChunk whole;
     whole.data = std::vector<std::byte>(66560, std::byte{1});
     rig.transport.Enqueue(test::ChunkAnswer(whole));
-    FileChunk chunk = OldChunk();
+    FileChunk chunk = FileChunkCall::Old();
     EXPECT_EQ(rig.proxy.GetFileChunk(kChunkParams, chunk), 0);
     EXPECT_EQ(chunk, whole);
 }
 
-TEST(GetFileChunk, LeavesTheChunkWhenTheTransportFails) {
-    for (const int status : test::kTransportStatuses) {
-        FileRig rig;
-        rig.transport.Enqueue(test::ChunkAnswer(test::SomeChunk(), 0, status));
-        FileChunk chunk = OldChunk();
-        EXPECT_EQ(rig.proxy.GetFileChunk(kChunkParams, chunk), test::kUnspecified);
-        EXPECT_EQ(chunk, OldChunk());
-        EXPECT_EQ(
-            rig.TakeLines(),
-            Lines{FileLine(kGetFileChunk,
-                           "ZamFileDownloader: ipc call GetFileChunk terminated with a error " +
-                               std::to_string(status))});
-    }
-}
-
 TEST(GetFileChunk, SendsNoPathThatDoesNotFit) {
     FileRig rig;
-    FileChunk chunk = OldChunk();
+    FileChunk chunk = FileChunkCall::Old();
     EXPECT_EQ(rig.proxy.GetFileChunk({std::string(1025, 'p'), 0, 0}, chunk), test::kUnspecified);
-    EXPECT_EQ(chunk, OldChunk());
+    EXPECT_EQ(chunk, FileChunkCall::Old());
     EXPECT_THAT(rig.transport.Calls(), IsEmpty());
     EXPECT_EQ(rig.TakeLines(),
               Lines{FileLine(kGetFileChunk,
@@ -125,28 +90,13 @@ TEST(GetFileChunk, LeavesTheChunkWhenTheAnswerCannotBeConverted) {
     ChunkResponse response{};
     response.chunk.data = {0xFFFFFFFF, 2};
     rig.transport.Enqueue(testing::AnswerWith(response, "123"));
-    FileChunk chunk = OldChunk();
+    FileChunk chunk = FileChunkCall::Old();
     EXPECT_EQ(rig.proxy.GetFileChunk(kChunkParams, chunk), test::kUnspecified);
-    EXPECT_EQ(chunk, OldChunk());
+    EXPECT_EQ(chunk, FileChunkCall::Old());
     EXPECT_EQ(rig.TakeLines(),
               Lines{FileLine(kGetFileChunk,
                              "ZamFileDownloader::GetFileChunk: -2147483554:data: offset 4294967295 "
                              "and length 2 exceed the 3 bytes in use of the arena")});
-}
-
-TEST(GetFileChunk, CatchesWhateverTheCallThrows) {
-    FileRig rig;
-    auto ops = qx_zam_connector_ZamFileDownloader_operations;
-    ops.GetFileChunk = &test::ThrowText;
-    auto record = test::FileRecord(rig.transport.Get());
-    record.ops = &ops;
-    FileChunk chunk = OldChunk();
-    EXPECT_EQ(proxy::ZamFileDownloaderProxy(record).GetFileChunk(kChunkParams, chunk),
-              test::kUnspecified);
-    EXPECT_EQ(chunk, OldChunk());
-    EXPECT_EQ(rig.TakeLines(), Lines{FileLine(kGetFileChunk,
-                                              "ZamFileDownloader::GetFileChunk: "
-                                              "-2147483573:std::exception: boom {}")});
 }
 
 }  // namespace

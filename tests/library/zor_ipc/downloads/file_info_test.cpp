@@ -1,10 +1,9 @@
-#include <stdexcept>
-
-#include "download_rig.h"
+#include "download_calls.h"
 
 namespace zam_connector {
 namespace {
 
+using test::FileInfoCall;
 using test::FileLine;
 using test::FileRig;
 using test::Lines;
@@ -13,13 +12,6 @@ using ::testing::IsEmpty;
 using InfoResponse = qx_zam_connector_ZamFileDownloader_GetFileInfo_rsp;
 
 constexpr char kGetFileInfo[] = "GetFileInfo";
-
-FileInfo OldInfo() {
-    FileInfo info;
-    info.sha256 = "old";
-    info.sizeBytes = 1;
-    return info;
-}
 
 TEST(GetFileInfo, SendsThePathAndOffersAnEmptyZeroArena) {
     FileRig rig;
@@ -41,41 +33,14 @@ TEST(GetFileInfo, SendsThePathAndOffersAnEmptyZeroArena) {
     EXPECT_TRUE(call.responseArenaIsZero);
 }
 
-TEST(GetFileInfo, StoresTheDescriptionWhateverTheCodeIs) {
-    for (const int code : test::kResultCodes) {
-        SCOPED_TRACE(code);
-        FileRig rig;
-        rig.transport.Enqueue(test::InfoAnswer(test::SomeInfo(), code));
-        FileInfo info = OldInfo();
-        EXPECT_EQ(rig.proxy.GetFileInfo({"a"}, info), code);
-        EXPECT_EQ(info, test::SomeInfo());
-        EXPECT_THAT(rig.TakeLines(), IsEmpty());
-    }
-}
-
 TEST(GetFileInfo, StoresNothingOfAnEmptyAnswer) {
     FileRig rig;
     InfoResponse response{};
     response.resultCode = test::kServiceFailure;
     rig.transport.Enqueue(testing::AnswerWith(response));
-    FileInfo info = OldInfo();
+    FileInfo info = FileInfoCall::Old();
     EXPECT_EQ(rig.proxy.GetFileInfo({}, info), test::kServiceFailure);
     EXPECT_EQ(info, FileInfo());
-}
-
-TEST(GetFileInfo, LeavesTheDescriptionWhenTheTransportFails) {
-    for (const int status : test::kTransportStatuses) {
-        FileRig rig;
-        rig.transport.Enqueue(test::InfoAnswer(test::SomeInfo(), 0, status));
-        FileInfo info = OldInfo();
-        EXPECT_EQ(rig.proxy.GetFileInfo({"a"}, info), test::kUnspecified);
-        EXPECT_EQ(info, OldInfo());
-        EXPECT_EQ(
-            rig.TakeLines(),
-            Lines{FileLine(kGetFileInfo,
-                           "ZamFileDownloader: ipc call GetFileInfo terminated with a error " +
-                               std::to_string(status))});
-    }
 }
 
 TEST(GetFileInfo, TakesThePathThatFitsAndSendsNoLongerOne) {
@@ -85,9 +50,9 @@ TEST(GetFileInfo, TakesThePathThatFitsAndSendsNoLongerOne) {
     const std::string longest(1024, 'p');
     EXPECT_EQ(rig.proxy.GetFileInfo({longest}, info), 0);
     EXPECT_EQ(rig.OnlyCall().requestArena, testing::Bytes(1024, 'p'));
-    info = OldInfo();
+    info = FileInfoCall::Old();
     EXPECT_EQ(rig.proxy.GetFileInfo({longest + "p"}, info), test::kUnspecified);
-    EXPECT_EQ(info, OldInfo());
+    EXPECT_EQ(info, FileInfoCall::Old());
     EXPECT_EQ(rig.transport.Calls().size(), 1U);
     // -2147483556 is 0x8000005C, the code of a wrong size.
     EXPECT_EQ(rig.TakeLines(),
@@ -102,28 +67,14 @@ TEST(GetFileInfo, LeavesTheDescriptionWhenTheAnswerCannotBeConverted) {
     response.info.sha256 = {1, 3};
     response.info.sizeBytes = 7;
     rig.transport.Enqueue(testing::AnswerWith(response, "123"));
-    FileInfo info = OldInfo();
+    FileInfo info = FileInfoCall::Old();
     EXPECT_EQ(rig.proxy.GetFileInfo({"a"}, info), test::kUnspecified);
-    EXPECT_EQ(info, OldInfo());
+    EXPECT_EQ(info, FileInfoCall::Old());
     // -2147483554 is 0x8000005E, the code of an index out of range.
     EXPECT_EQ(rig.TakeLines(),
               Lines{FileLine(kGetFileInfo,
                              "ZamFileDownloader::GetFileInfo: -2147483554:sha256: offset 1 and "
                              "length 3 exceed the 3 bytes in use of the arena")});
-}
-
-TEST(GetFileInfo, CatchesWhateverTheCallThrows) {
-    FileRig rig;
-    auto ops = qx_zam_connector_ZamFileDownloader_operations;
-    ops.GetFileInfo = &test::ThrowText;
-    auto record = test::FileRecord(rig.transport.Get());
-    record.ops = &ops;
-    FileInfo info = OldInfo();
-    EXPECT_EQ(proxy::ZamFileDownloaderProxy(record).GetFileInfo({"a"}, info), test::kUnspecified);
-    EXPECT_EQ(info, OldInfo());
-    EXPECT_EQ(rig.TakeLines(), Lines{FileLine(kGetFileInfo,
-                                              "ZamFileDownloader::GetFileInfo: "
-                                              "-2147483573:std::exception: boom {}")});
 }
 
 TEST(GetFileInfo, LogsNothingBelowTheThreshold) {

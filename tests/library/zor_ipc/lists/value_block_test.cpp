@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "common/raw_zam_param.h"
+#include "support/flattened.h"
 #include "support/literal_list.h"
 #include "zuv/error.h"
 
@@ -12,15 +13,10 @@ namespace zam_connector::common {
 namespace {
 
 using zam_test::Block;
+using zam_test::Flattened;
 using zuv::TValue;
 
 using Bytes = std::vector<unsigned char>;
-
-std::vector<RawZamParam> Flatten(const TValue& tree, const zuv::Path& root = {}) {
-    std::vector<RawZamParam> list;
-    EXPECT_EQ(Serialize(root, tree, list), std::pair(0, std::string()));
-    return list;
-}
 
 TValue DecodeBlock(const Bytes& block) {
     TValue value = "as it was";
@@ -84,7 +80,7 @@ const std::vector<BlockRow>& BlockTable() {
 
 TEST(ValueBlock, HasTheseBytes) {
     for (const BlockRow& row : BlockTable()) {
-        const auto list = Flatten(row.value);
+        const auto list = Flattened(row.value);
         ASSERT_EQ(list.size(), 1U);
         EXPECT_EQ(list[0].value, row.block) << row.value;
         EXPECT_EQ(list[0].path, "");
@@ -98,8 +94,8 @@ TEST(ValueBlock, DecodesToItsValue) {
 }
 
 TEST(ValueBlock, AnnouncesTheElementsOfAVector) {
-    EXPECT_EQ(Flatten(zuv::MakeVector(1, 2, 3))[0].value, Block(1, 3));
-    EXPECT_EQ(Flatten(zuv::Map{{"a", 1}})[0].value, Block(2, 0)) << "but not those of a map";
+    EXPECT_EQ(Flattened(zuv::MakeVector(1, 2, 3))[0].value, Block(1, 3));
+    EXPECT_EQ(Flattened(zuv::Map{{"a", 1}})[0].value, Block(2, 0)) << "but not those of a map";
 }
 
 TEST(ValueBlock, IgnoresTheHighBytesOfNarrowScalars) {

@@ -15,7 +15,7 @@ namespace qor::utils {
 namespace {
 
 using std::chrono::milliseconds;
-using zam_connector::test::kPatience;
+using zam_connector::test::kBound;
 using zam_connector::test::ThreadNumber;
 using zam_connector::test::WaitUntilAsleep;
 using Action = ICancellationToken::ExecutionAction;
@@ -131,7 +131,7 @@ TEST(CancellationToken, WakesWhoWaits) {
         int result = -1;
         std::thread waiter([&] {
             number = ThreadNumber();
-            result = token.GetExecutionAction(action, kPatience);
+            result = token.GetExecutionAction(action, kBound);
         });
         EXPECT_TRUE(WaitUntilAsleep(number));
         telling.tell(token);

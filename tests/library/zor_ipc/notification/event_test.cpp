@@ -15,7 +15,7 @@ namespace {
 
 using std::chrono::hours;
 using std::chrono::milliseconds;
-using zam_connector::test::kPatience;
+using zam_connector::test::kBound;
 using zam_connector::test::ThreadNumber;
 
 constexpr int kSignalled = 0;
@@ -125,8 +125,8 @@ TEST(Event, WakesWhoWaitsWithoutEnd) {
 TEST(Event, WakesOneOfTwoWhenItResetsItself) {
     Event event(true);
     std::atomic<int> ended{0};
-    Waiter first(event, kPatience, ended);
-    Waiter second(event, kPatience, ended);
+    Waiter first(event, kBound, ended);
+    Waiter second(event, kBound, ended);
     ASSERT_TRUE(first.WaitUntilAsleep());
     ASSERT_TRUE(second.WaitUntilAsleep());
     event.Set();
@@ -143,8 +143,8 @@ TEST(Event, WakesOneOfTwoWhenItResetsItself) {
 TEST(Event, WakesAllWhenItDoesNotResetItself) {
     Event event(false);
     std::atomic<int> ended{0};
-    Waiter first(event, kPatience, ended);
-    Waiter second(event, kPatience, ended);
+    Waiter first(event, kBound, ended);
+    Waiter second(event, kBound, ended);
     ASSERT_TRUE(first.WaitUntilAsleep());
     ASSERT_TRUE(second.WaitUntilAsleep());
     event.Set();

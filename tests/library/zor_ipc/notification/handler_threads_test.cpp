@@ -17,7 +17,7 @@ namespace {
 
 using test::Flag;
 using test::Journal;
-using test::kPatience;
+using test::kBound;
 using test::ThreadNumber;
 using test::ThreadState;
 using test::WaitUntilAsleep;
@@ -39,7 +39,7 @@ protected:
     }
 
     bool WaitFor(const std::string& entry) const {
-        const auto deadline = std::chrono::steady_clock::now() + kPatience;
+        const auto deadline = std::chrono::steady_clock::now() + kBound;
         while (std::chrono::steady_clock::now() < deadline) {
             for (const std::string& present : journal_.Entries()) {
                 if (present == entry) {

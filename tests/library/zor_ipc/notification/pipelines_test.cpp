@@ -88,7 +88,7 @@ TEST(Pipelines, HaveThreadsThatAreToldByTheirNames) {
     StatePipeline pipeline;
     SubscriptionCookie cookie;
     ASSERT_EQ(pipeline.proxy->SubscribeOnStateChange({}, cookie), 0);
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kBound;
     std::set<std::string> names;
     const std::set<std::string> expected{"zam_handler", "zam_subscriber"};
     // A thread names itself as the first thing that it does.

@@ -15,10 +15,11 @@
 #include <string>
 #include <thread>
 
+#include "support/eventually.h"
+
 namespace zam_connector::test {
 
-/// Longest wait for something that must happen; only a broken program reaches it.
-inline constexpr std::chrono::seconds kPatience{60};
+using zam_test::kBound;
 
 /// Something that happens once. Thread-safe.
 class Flag {
@@ -38,7 +39,7 @@ public:
     /// False when the time ran out.
     bool Wait() const {
         std::unique_lock<std::mutex> lock(mutex_);
-        return changed_.wait_for(lock, kPatience, [this] { return raised_; });
+        return changed_.wait_for(lock, kBound, [this] { return raised_; });
     }
 
 private:
@@ -104,7 +105,7 @@ private:
 /// Waits until the thread has given its number and sleeps: there is nothing left that it could do
 /// by itself. False when the time ran out.
 inline bool WaitUntilAsleep(const std::atomic<pid_t>& thread) {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kBound;
     while (std::chrono::steady_clock::now() < deadline) {
         if (thread != 0 && ThreadState::Of(thread).state == 'S') {
             return true;
@@ -116,7 +117,7 @@ inline bool WaitUntilAsleep(const std::atomic<pid_t>& thread) {
 
 /// Waits until the thread has given its number and ended. False when the time ran out.
 inline bool WaitUntilGone(const std::atomic<pid_t>& thread) {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kBound;
     while (std::chrono::steady_clock::now() < deadline) {
         if (thread != 0 && ThreadState::Of(thread).state == '?') {
             return true;
