@@ -15,7 +15,7 @@ for task in "$@"; do
       # building fast.
       packages+=(
         libgtest-dev libgmock-dev zlib1g-dev clang clang-14 clang-format-14
-        abigail-tools doxygen dpkg-dev file openssl systemd binutils
+        abigail-tools doxygen dpkg-dev file groff-base openssl systemd binutils
         ccache mold
       )
       ;;
@@ -40,5 +40,5 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 echo "installing: ${missing[*]}" >&2
 "${sudo[@]}" apt-get update -qq >&2
-DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends \
+"${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
   "${missing[@]}" >&2

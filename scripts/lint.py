@@ -107,9 +107,11 @@ def main():
         if made:
             key = key_of(root, entry, made, common)
             remembered = cache / key
-            if remembered.exists():
+            try:
                 os.utime(remembered)
                 continue
+            except FileNotFoundError:  # unknown, or just forgotten by another checkout's run
+                pass
         waiting.append((inside, key))
     print(f"{len(entries)} files, {len(entries) - len(waiting)} of them known to be good",
           flush=True)
@@ -118,19 +120,26 @@ def main():
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         runs = {pool.submit(lint, build, os.path.join(root, inside)): (inside, key)
                 for inside, key in waiting}
-        for run in concurrent.futures.as_completed(runs):
-            inside, key = runs[run]
-            good, said = run.result()
-            if not good:
-                failed.append(inside)
-                print(said, flush=True)
-            elif key:
-                (cache / key).touch()
+        try:
+            for run in concurrent.futures.as_completed(runs):
+                inside, key = runs[run]
+                good, said = run.result()
+                if not good:
+                    failed.append(inside)
+                    print(said, flush=True)
+                elif key:
+                    (cache / key).touch()
+        except KeyboardInterrupt:
+            pool.shutdown(wait=False, cancel_futures=True)
+            raise
 
     oldest = time.time() - KEPT_SECONDS
-    for remembered in cache.iterdir():
-        if remembered.stat().st_mtime < oldest:
-            remembered.unlink(missing_ok=True)
+    for remembered in os.scandir(cache):
+        try:
+            if remembered.stat().st_mtime < oldest:
+                os.unlink(remembered)
+        except FileNotFoundError:  # another checkout's run was first
+            pass
     if failed:
         sys.exit("lint: failed: " + " ".join(sorted(failed)))
 

@@ -27,7 +27,6 @@ BEGIN {
 
     # Who may know the operating system beyond the seam.
     Knows("platform/linux", "programs/service")
-    Knows("platform/linux", "kit")
     Knows("platform/linux", "tests")
     Knows("platform/linux", "benchmarks")
 }

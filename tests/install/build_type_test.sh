@@ -58,5 +58,8 @@ programs/shared/zam_record_json source/record_json/tree_place.cpp
 programs/shared/zam_vocabulary source/vocabulary/state_names.cpp
 kit/zam_connector_testing source/service_folders.cpp
 kit/zam_scripted_platform source/scripted_platform.cpp
+kit/zam_in_process_service source/in_process_service.cpp
+programs/service/zam_connectord source/main.cpp
+programs/zamctl/zamctl source/main.cpp
 FILES
 ninja -C "$scratch" "${objects[@]}" >>"$scratch/log" 2>&1 || { cat "$scratch/log" >&2; exit 1; }

@@ -29,7 +29,14 @@ fail() {
 depends_of() {
     dpkg-deb -f "$1"_*.deb Depends
 }
-[[ $(depends_of libzam-connector1) == *libfmt* ]] || fail "libzam-connector1 does not ask for fmt"
+for library in libfmt libspdlog libsimdjson; do
+    [[ $(depends_of libzam-connector1) == *$library* ]] ||
+        fail "libzam-connector1 does not ask for $library"
+done
+for library in libdeflate libssl libxxhash; do
+    [[ $(depends_of zam-connector-tools) == *$library* ]] ||
+        fail "zam-connector-tools does not ask for $library"
+done
 dpkg-deb -I libzam-connector1_*.deb shlibs | grep '^libzam_connector_proxy 1 libzam-connector1' >/dev/null ||
     fail "libzam-connector1 does not tell packages of clients to depend on it"
 [[ $(depends_of libzam-connector-dev) == *"libzam-connector1 (= "* ]] ||

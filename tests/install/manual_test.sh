@@ -48,13 +48,11 @@ compare() {
         echo "$2 is of another version than $version" >&2
         failed=1
     fi
-    if command -v groff >/dev/null; then
-        local warnings
-        warnings=$(groff -man -ww -z "$page" 2>&1)
-        if [[ -n $warnings ]]; then
-            echo "$warnings" >&2
-            failed=1
-        fi
+    local warnings
+    warnings=$(groff -man -ww -z "$page" 2>&1)
+    if [[ -n $warnings ]]; then
+        echo "$warnings" >&2
+        failed=1
     fi
 }
 

@@ -16,17 +16,11 @@ report=$(systemd-analyze verify --man=no \
 if grep -F zam_connectord <<<"$report" >&2; then
     exit 1
 fi
-if command -v systemd-sysusers >/dev/null; then
-    systemd-sysusers --dry-run "$prefix/lib/sysusers.d/zam_connectord.conf" >"$scratch/sysusers"
-fi
-if command -v systemd-tmpfiles >/dev/null; then
-    mkdir -p "$scratch/image/etc"
-    echo 'zam_connectord:x:123:123::/:/bin/false' >"$scratch/image/etc/passwd"
-    echo 'zam_connectord:x:123:' >"$scratch/image/etc/group"
-    if [[ $(id -u) == 0 ]]; then
-        systemd-tmpfiles --create --root="$scratch/image" \
-            "$prefix/lib/tmpfiles.d/zam_connectord.conf"
-        found=$(stat -c '%a %u' "$scratch/image/run/zam_connector")
-        [[ $found == "755 123" ]] || { echo "the runtime directory is '$found'" >&2; exit 1; }
-    fi
-fi
+systemd-sysusers --dry-run "$prefix/lib/sysusers.d/zam_connectord.conf" >"$scratch/sysusers"
+mkdir -p "$scratch/image/etc"
+echo 'zam_connectord:x:123:123::/:/bin/false' >"$scratch/image/etc/passwd"
+echo 'zam_connectord:x:123:' >"$scratch/image/etc/group"
+[[ $(id -u) == 0 ]] || { echo "only root can give a directory away" >&2; exit 77; }
+systemd-tmpfiles --create --root="$scratch/image" "$prefix/lib/tmpfiles.d/zam_connectord.conf"
+found=$(stat -c '%a %u' "$scratch/image/run/zam_connector")
+[[ $found == "755 123" ]] || { echo "the runtime directory is '$found'" >&2; exit 1; }

@@ -1,7 +1,7 @@
 #include <cstdio>
 
 #include "command_fixture.h"
-#include "settings_fields.h"
+#include "settings_changes.h"
 #include "support/temporary_folder.h"
 
 namespace zamctl::test {

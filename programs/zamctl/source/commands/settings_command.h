@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "command.h"
-#include "settings_fields.h"
+#include "settings_changes.h"
 
 namespace zamctl {
 

@@ -1,4 +1,4 @@
-#include "settings_fields.h"
+#include "settings_changes.h"
 
 #include <fmt/format.h>
 
