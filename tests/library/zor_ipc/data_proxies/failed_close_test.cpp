@@ -147,12 +147,13 @@ std::string PullLine(int code, const std::string& description) {
 TEST(FailedCloseOfTheUpdatesStatus, IsToldBehindTheFailureOfItsTransferWhichIsReturned) {
     const std::vector<ProviderTrouble> ofTransfer{
         {test::kUnspecified,
-         {PullLine(test::kInvalidResult, "Invalid result = 0x80000071. At (0)")},
+         {PullLine(test::kInvalidResult, "Invalid result = 0x80000071. At ipc_transfer_call(112)")},
          [](auto& rig, auto& /*ops*/) { rig.Fail(test::kGetUpdates, {.session = -2}, 1); }},
         {test::kUnspecified,
          {"4 ipc_transfer_call IpcTransferCall: Ipc call GetUpdatesStatus terminated with a error "
           "7",
-          PullLine(test::kUnspecified, "Unspecified error = 0x8000004B. At (0)")},
+          PullLine(test::kUnspecified,
+                   "Unspecified error = 0x8000004B. At ipc_transfer_call(106)")},
          [](auto& rig, auto& /*ops*/) { rig.Fail(test::kGetUpdates, {.transport = 7}, 2); }},
         {test::kUnspecified,
          {PullLine(test::kUnspecified, "std::exception: torn")},

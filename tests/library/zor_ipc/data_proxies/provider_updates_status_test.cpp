@@ -145,10 +145,15 @@ TEST(UpdatesStatusFailure, OfCloseReturnsItsCodeAndLeavesTheOutput) {
     }
 }
 
-const char* CodeText(int code) {
-    return code == test::kInvalidArgument ? "Invalid argument = 0x80000046. At (0)"
-           : code == test::kInvalidResult ? "Invalid result = 0x80000071. At (0)"
-                                          : "Unspecified error = 0x8000004B. At (0)";
+/// Where the call frame throws: behind a failed call, and behind an answer that tells a failure.
+constexpr char kTransportPlace[] = "ipc_transfer_call(106)";
+constexpr char kSessionPlace[] = "ipc_transfer_call(112)";
+
+std::string CodeText(int code, const char* place) {
+    return std::string(code == test::kInvalidArgument ? "Invalid argument = 0x80000046. At "
+                       : code == test::kInvalidResult ? "Invalid result = 0x80000071. At "
+                                                      : "Unspecified error = 0x8000004B. At ") +
+           place;
 }
 
 /// `call` is the number of the failing call of "GetUpdatesStatus".
@@ -170,7 +175,7 @@ TEST(UpdatesStatusFailure, OfASessionIsToldOnceByItsCodeInEveryKind) {
     for (std::size_t call = 0; call < 6; ++call) {
         for (const auto& row : test::kSessionFailures) {
             ExpectPullFailure({.session = row.status}, call,
-                              {FailureLine(row.code, CodeText(row.code))});
+                              {FailureLine(row.code, CodeText(row.code, kSessionPlace))});
         }
     }
 }
@@ -183,7 +188,7 @@ TEST(UpdatesStatusFailure, OfTheTransportIsToldByTheCallToo) {
                 {"4 ipc_transfer_call IpcTransferCall: Ipc call GetUpdatesStatus terminated with a "
                  "error " +
                      std::to_string(status),
-                 FailureLine(test::kUnspecified, CodeText(test::kUnspecified))});
+                 FailureLine(test::kUnspecified, CodeText(test::kUnspecified, kTransportPlace))});
         }
     }
 }
@@ -230,7 +235,7 @@ TEST(UpdatesStatusFailure, OfTheCloseAfterAFailedTransferIsLoggedAndChangesNothi
     Status status = OldStatus();
     EXPECT_EQ(rig.proxy.GetZamUpdatesStatus(status), test::kUnspecified);
     EXPECT_EQ(rig.TakeLines(),
-              (Lines{FailureLine(test::kInvalidResult, CodeText(test::kInvalidResult)),
+              (Lines{FailureLine(test::kInvalidResult, CodeText(test::kInvalidResult, kSessionPlace)),
                      test::SessionLine("CloseZamUpdatesStatusChannel", -1)}));
     EXPECT_EQ(rig.CallsOf(test::kCloseUpdates).size(), 1U);
 }

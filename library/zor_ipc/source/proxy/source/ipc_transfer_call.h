@@ -31,6 +31,7 @@ inline constexpr common::LogSite kCheckedSessionSite{kTransferCallFile, 69,
                                                      "IpcTransferCallAndErrorHandle"};
 inline constexpr common::LogSite kPlainTransportSite{kTransferCallFile, 87, "IpcTransferCall"};
 inline constexpr common::LogSite kStreamTransportSite{kTransferCallFile, 106, "IpcTransferCall"};
+inline constexpr int kStreamSessionLine = 112;
 
 inline int TransportFailure(const common::LogSite& site, const char* name, int status) noexcept {
     return common::Failure(site, "Ipc call {} terminated with a error {}", name, status);
@@ -108,7 +109,8 @@ void IpcTransferCall(const char* name, IdlOperation<IdlProxy, Request, Response>
         const int status = operation(&proxy, &request, nullptr, &response, responseArena);
         if (status != 0) {
             throw qel::ResultCodeException(
-                detail::TransportFailure(detail::kStreamTransportSite, name, status));
+                detail::TransportFailure(detail::kStreamTransportSite, name, status))
+                .At(detail::kTransferCallFile, detail::kStreamTransportSite.line);
         }
         const int code = SessionStatusToResultCode(response.sessionStatus);
         if (code == qel::kFalse) {
@@ -116,7 +118,8 @@ void IpcTransferCall(const char* name, IdlOperation<IdlProxy, Request, Response>
             return;
         }
         if (code != qel::kNoError) {
-            throw qel::ResultCodeException(code);
+            throw qel::ResultCodeException(code).At(detail::kTransferCallFile,
+                                                    detail::kStreamSessionLine);
         }
         auto piece = convert(std::as_const(response), std::as_const(*responseArena));
         collected.insert(collected.end(), std::make_move_iterator(piece.begin()),
