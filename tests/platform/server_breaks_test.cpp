@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -127,6 +129,151 @@ TEST_F(ServerBreaks, AreConnectionsThatAWorkerDrops) {
     EXPECT_TRUE(client.EndsNow());
     AwaitBreak(server);
     EXPECT_EQ(server.BrokenSessions(), Last());
+}
+
+/// The call that was lost: that of `operation` and `value`, or none that could be told.
+void ExpectLost(const TestServer& server, std::uint16_t operation,
+                std::optional<std::uint64_t> value) {
+    ASSERT_EQ(server.LostCalls().size(), 1U);
+    const LostCall lost = server.LostCalls().front();
+    ASSERT_EQ(lost.kind, LostCall::Kind::Call);
+    EXPECT_EQ(lost.endpoint->riid, kTestRiid);
+    EXPECT_EQ(lost.operation, operation);
+    EXPECT_EQ(lost.FirstField<std::uint64_t>(), value);
+}
+
+TEST_F(ServerBreaks, TellTheCallThatCameInPartAsFarAsItCame) {
+    const Bytes call = CallFrame(1, kEcho, 3, Pattern(1200));
+    struct Row {
+        std::size_t cut;
+        bool isKnown;
+        std::optional<std::uint64_t> value;
+    };
+    const Row rows[] = {{1, false, {}}, {55, false, {}}, {56, true, {}},
+                        {63, true, {}}, {64, true, 3},   {1263, true, 3}};
+    for (const auto& [cut, isKnown, value] : rows) {
+        SCOPED_TRACE(cut);
+        TestServer server;
+        RawSocket client = Greet(server);
+        client.Send(Head(call, cut));
+        client.Close();
+        AwaitBreak(server);
+        if (isKnown) {
+            ExpectLost(server, kEcho, value);
+        } else {
+            EXPECT_EQ(server.LostCalls().at(0).kind, LostCall::Kind::Unknown);
+        }
+    }
+}
+
+TEST_F(ServerBreaks, TellTheCallThatWasNotAnswered) {
+    TestServer server;
+    RawSocket client = Greet(server);
+    client.Send(CallFrame(1, kEcho, 5));
+    client.ReadFrame();
+    client.Send(CallFrame(2, kHold, 6));
+    server.Endpoint().AwaitHeld(1);
+    client.Close();
+    AwaitBreak(server);
+    ExpectLost(server, kHold, 6);
+    server.Endpoint().ReleaseAll();
+}
+
+TEST_F(ServerBreaks, TellTheCallWhoseAnswerWasNotTaken) {
+    for (const bool isHalfTaken : {false, true}) {
+        TestServer server;
+        RawSocket client = Greet(server);
+        client.Send(CallFrame(1, kFill, 1U << 20U));
+        Await("the answer", [&client] { return client.HasInput(); });
+        if (isHalfTaken) {
+            client.Read(5000);
+        }
+        client.Close();
+        AwaitBreak(server);
+        ExpectLost(server, kFill, 1U << 20U);
+    }
+}
+
+TEST_F(ServerBreaks, TellTheCallThatIsStillUnread) {
+    TestServer server;
+    RawSocket client = Greet(server);
+    server.OnLoop([&] {
+        client.Send(CallFrame(1, kEcho, 8));
+        client.Close();
+        server.Get().NoticeBroken(TokenOf(lastToken_));
+        return 0;
+    });
+    ExpectLost(server, kEcho, 8);
+}
+
+TEST_F(ServerBreaks, TellTheCallThatItsHandlerDrops) {
+    TestServer server;
+    const RawSocket client = Greet(server);
+    client.Send(CallFrame(1, kDrop, 9));
+    AwaitBreak(server);
+    ExpectLost(server, kDrop, 9);
+}
+
+TEST_F(ServerBreaks, TellNoCallWhenARuleIsBroken) {
+    TestServer server;
+    const RawSocket client = Greet(server);
+    client.Send(CallFrame(1, kEcho, 9));
+    client.ReadFrame();
+    client.Send(Bytes(32));
+    AwaitBreak(server);
+    EXPECT_EQ(server.LostCalls().at(0).kind, LostCall::Kind::Unknown);
+}
+
+TEST_F(ServerBreaks, TellThatALookupIsNoCall) {
+    const Bytes lookup = LookupFrame("a name", 2);
+    const auto expectNone = [](const TestServer& server) {
+        ASSERT_EQ(server.LostCalls().size(), 1U);
+        EXPECT_EQ(server.LostCalls().front().kind, LostCall::Kind::None);
+    };
+    {
+        TestServer server;
+        RawSocket client = Greet(server);
+        client.Send(Head(lookup, kPreludeBytes + 1));
+        client.Close();
+        AwaitBreak(server);
+        expectNone(server);
+    }
+    {
+        TestServer server;
+        RawSocket client = Greet(server);
+        client.Send(CallFrame(1, kEcho, 1));
+        client.ReadFrame();
+        client.Send(lookup);
+        Await("the answer", [&client] { return client.HasInput(); });
+        client.Close();
+        AwaitBreak(server);
+        expectNone(server);
+    }
+}
+
+/// The connection of a call that is being handled is looked at too. Its buffer still holds what
+/// came before the call.
+TEST_F(ServerBreaks, TellTheCallThatIsBeingHandled) {
+    TestServer server;
+    server.Endpoint().Custom([&server](const Request& request, const Responder&) {
+        server.Get().NoticeBroken(request.client.token);
+    });
+    server.OnLoop([&server] {
+        RawSocket client = server.Connect();
+        client.Send(HelloFrame(kOther) + CallFrame(1, kCustom, 11));
+        client.Close();
+        return 0;
+    });
+    AwaitBreak(server);
+    ExpectLost(server, kCustom, 11);
+}
+
+TEST_F(ServerBreaks, TellTheCallWhoseRestDidNotCome) {
+    TestServer server({.frameTimeout = milliseconds(20)});
+    const RawSocket client = Greet(server);
+    client.Send(Head(CallFrame(1, kEcho, 12, Pattern(100)), 100));
+    AwaitBreak(server);
+    ExpectLost(server, kEcho, 12);
 }
 
 TEST_F(ServerBreaks, AreNotConnectionsThatEndBetweenFrames) {

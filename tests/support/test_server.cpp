@@ -117,9 +117,10 @@ TestServer::TestServer(ServerLimits limits, AdmissionPolicy admission,
         const std::lock_guard lock(mutex_);
         ended_.push_back(token);
     });
-    server_->OnConnectionBroken([this](const SessionToken& token) {
+    server_->OnConnectionBroken([this](const SessionToken& token, const LostCall& lost) {
         const std::lock_guard lock(mutex_);
         broken_.push_back(token);
+        lost_.push_back(lost);
     });
     server_->Accept(socket_->Release());
     thread_ = std::make_unique<Background>([this] { server_->Run(); });
@@ -141,6 +142,11 @@ RawSocket TestServer::Greet(unsigned char tokenByte) const {
     RawSocket socket = Connect();
     socket.Send(HelloFrame(tokenByte));
     return socket;
+}
+
+std::vector<LostCall> TestServer::LostCalls() const {
+    const std::lock_guard lock(mutex_);
+    return lost_;
 }
 
 std::vector<SessionToken> TestServer::EndedSessions() const {

@@ -118,6 +118,9 @@ public:
     /// Whose connections have broken so far.
     std::vector<SessionToken> BrokenSessions() const;
 
+    /// What was lost with each of these connections.
+    std::vector<LostCall> LostCalls() const;
+
     /// Ends the loop; connections stay until the server is destroyed.
     void Stop();
 
@@ -134,6 +137,7 @@ private:
     mutable std::mutex mutex_;
     std::vector<SessionToken> ended_;   // guarded by mutex_
     std::vector<SessionToken> broken_;  // guarded by mutex_
+    std::vector<LostCall> lost_;        // guarded by mutex_
     std::unique_ptr<Server> server_;
     std::unique_ptr<Background> thread_;
 };

@@ -142,7 +142,19 @@ TEST_F(BrokenConnectionTest, RefusesACloseBehindAnAnswerThatWasNotTaken) {
     ExpectRefused(client, channel, "an answer unread");
 }
 
-TEST_F(BrokenConnectionTest, RefusesACloseBehindACallThatNobodyWaitsForAnyMore) {
+TEST_F(BrokenConnectionTest, RefusesACloseBehindAPieceThatNobodyWaitsForAnyMore) {
+    BeginWithFault(R"({"endpoint": "productDataHolder", "operation": "SendData", "calls": 2,
+                       "when": "after", "delay_ms": 86400000})");
+    const RawSocket client = Greet();
+    const std::int64_t channel = BeginTransfer(client);
+    RawSocket broken = Greet();
+    broken.Send(SendCall(channel));
+    broken.AwaitTaken();
+    broken.Close();
+    EXPECT_EQ(Close(client, channel), kRefused);
+}
+
+TEST_F(BrokenConnectionTest, TakesTransfersBesideAnotherCallThatNobodyWaitsForAnyMore) {
     BeginWithFault(R"({"endpoint": "productDataHolder", "operation": "SetAppInfoDynamic",
                        "delay_ms": 86400000})");
     const RawSocket client = Greet();
@@ -152,7 +164,22 @@ TEST_F(BrokenConnectionTest, RefusesACloseBehindACallThatNobodyWaitsForAnyMore) 
                        qx_zam_connector_ProductDataHolder_SetAppInfoDynamic_req{}));
     broken.AwaitTaken();
     broken.Close();
-    ExpectRefused(client, channel, "a call unanswered");
+    EXPECT_EQ(Close(client, channel).code, 0) << "no piece was lost";
+}
+
+TEST_F(BrokenConnectionTest, TakesTheOtherTransfersOfAClientThatLostAPiece) {
+    Begin();
+    const RawSocket client = Greet();
+    const std::int64_t settings = BeginTransfer(client);
+    const std::int64_t eulas = Open(client, Operation::OpenAppEulasChannel);
+    EXPECT_EQ(Send(client, eulas), 0);
+    RawSocket broken = Greet();
+    broken.Send(Head(SendCall(eulas), 1000));
+    broken.Close();
+    EXPECT_EQ(Close(client, eulas), kRefused);
+    EXPECT_EQ(data_.Read("uploads/eulas.json"), "");
+    EXPECT_EQ(Close(client, settings).code, 0);
+    EXPECT_THAT(data_.Read("uploads/settings.json"), HasSubstr("bbb"));
 }
 
 TEST_F(BrokenConnectionTest, RefusesACloseBehindABreachOfTheRules) {

@@ -103,15 +103,21 @@ void Server::OnSessionEnd(std::function<void(const SessionToken&)> observer) {
     sessions_.OnEnd(std::move(observer));
 }
 
-void Server::OnConnectionBroken(std::function<void(const SessionToken&)> observer) {
+void Server::OnConnectionBroken(BreakObserver observer) {
     onBroken_ = std::move(observer);
 }
 
 void Server::NoticeBroken(const SessionToken& client) {
+    const auto found = greeted_.find(client);
+    if (found == greeted_.end()) {
+        return;
+    }
     // A connection that breaks leaves the set.
     std::vector<std::shared_ptr<ServerConnection>> ofClient;
-    std::copy_if(connections_.begin(), connections_.end(), std::back_inserter(ofClient),
-                 [&client](const auto& connection) { return connection->IsOf(client); });
+    ofClient.reserve(found->second.size());
+    for (ServerConnection* const connection : found->second) {
+        ofClient.push_back(connection->shared_from_this());
+    }
     for (const auto& connection : ofClient) {
         connection->NoticeEnd();
     }

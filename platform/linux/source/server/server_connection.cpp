@@ -54,7 +54,7 @@ void ServerConnection::ReadMore() {
                 self->EndAfterClient();
             } else if (error) {
                 // The client has not read all that it was sent.
-                self->Break();
+                self->Break(self->Lost());
             } else {
                 self->OnRead(bytes);
             }
@@ -200,10 +200,12 @@ void ServerConnection::HandleHello(const unsigned char* body) {
         Refuse(kStatusNotAdmitted, "session token of another user");
         return;
     }
+    server_.greeted_[client_.token].insert(this);
     greeted_ = true;
 }
 
 void ServerConnection::HandleLookup(const Prelude& prelude, const unsigned char* body) {
+    lastCallBytes_ = 0;
     const std::string_view name(reinterpret_cast<const char*>(body), prelude.fixedBytes);
     const LookupResult result{.riid = server_.FindRiid(name), .reserved = {}};
     SendNow({.kind = FrameKind::LookupAnswer,
@@ -224,6 +226,8 @@ void ServerConnection::HandleCall(const Prelude& prelude, const unsigned char* b
     vd_arena_init(&request.arena, const_cast<unsigned char*>(body) + prelude.fixedBytes,
                   prelude.arenaBytes);
     request.arena.used = prelude.arenaBytes;
+    lastCallBytes_ = std::min<std::size_t>(prelude.fixedBytes, lastCall_.size());
+    std::memcpy(lastCall_.data(), body, lastCallBytes_);
     callPending_ = true;
     try {
         endpoint.handler->OnCall(request,
@@ -246,8 +250,10 @@ void ServerConnection::KeepRest(std::size_t offset) {
     }
     if (wanted > Capacity()) {
         if (Usage().bufferedBytes + wanted > server_.limits_.bufferedBytesPerUser) {
-            Refuse(kStatusQuota, fmt::format("user {} has {} bytes of half-received frames",
-                                             client_.user, Usage().bufferedBytes));
+            Refuse(kStatusQuota,
+                   fmt::format("user {} has {} bytes of half-received frames", client_.user,
+                               Usage().bufferedBytes),
+                   CallIn(from, rest));
             return;
         }
         std::vector<unsigned char> larger(wanted);
@@ -294,7 +300,8 @@ void ServerConnection::StartFrameTimer() {
             self->frameTimer_.expiry() <= std::chrono::steady_clock::now()) {
             self->Refuse(kStatusBadRequest,
                          fmt::format("only {} bytes of a frame came within {} ms", self->have_,
-                                     self->server_.limits_.frameTimeout.count()));
+                                     self->server_.limits_.frameTimeout.count()),
+                         self->Lost());
         }
     });
 }
@@ -335,7 +342,7 @@ void ServerConnection::SendNow(const Prelude& prelude, const void* message, cons
     std::error_code error;
     const std::size_t sent = queue_.empty() ? socket_.write_some(parts, error) : 0;
     if (error && error != asio::error::would_block) {
-        Break();
+        Break(LastCall());
     } else if (sent < prelude.FrameBytes()) {
         QueueRest(parts, error ? 0 : sent);
     }
@@ -349,7 +356,7 @@ void ServerConnection::QueueRest(const std::array<asio::const_buffer, 3>& parts,
                fmt::format("user {} has {} bytes of answers that its clients do not take: "
                            "connection closed",
                            client_.user, Usage().queuedBytes));
-        Break();
+        Break(LastCall());
         return;
     }
     Usage().queuedBytes += rest;
@@ -371,7 +378,7 @@ void ServerConnection::WriteQueue() {
                 return;
             }
             if (error) {
-                self->Break();
+                self->Break(self->LastCall());
                 return;
             }
             self->queueSent_ += bytes;

@@ -40,16 +40,12 @@ public:
     /// Closes the connection without an answer, from any thread.
     void Drop();
 
-    /// Logs what is wrong, tells the client by a refusal, closes.
-    void Refuse(TransportStatus status, std::string_view why);
+    /// Logs what is wrong, tells the client by a refusal, closes. A frame that breaks a rule may be
+    /// anywhere in what was read, so that what is lost with it is known to some callers only.
+    void Refuse(TransportStatus status, std::string_view why, const LostCall& lost = {});
 
     /// Closes at once. On the loop thread, or when the loop does not run.
     void Close();
-
-    /// Whether the client with this token has greeted here.
-    bool IsOf(const SessionToken& token) const noexcept {
-        return greeted_ && client_.token == token;
-    }
 
     /// Ends when the client has given the connection up, also when not all that it sent has been
     /// read yet. On the loop thread.
@@ -59,8 +55,16 @@ private:
     /// Frames up to this size, which most are, need no buffer of their own.
     static constexpr std::size_t kInlineBytes = 1024;
 
-    /// Closes, and tells the server's observer that something was lost.
-    void Break();
+    /// Closes, and tells the server's observer what was lost.
+    void Break(const LostCall& lost);
+
+    /// The call that the service has last been given.
+    LostCall LastCall() const;
+
+    /// What is lost when the connection ends now, between two reads.
+    LostCall Lost();
+    LostCall CallIn(const unsigned char* frame, std::size_t bytes) const;
+    LostCall CallOf(const unsigned char* fixed, std::size_t bytes) const;
 
     /// Ends after the client's end: a break, unless it came between two frames with nothing left
     /// to do.
@@ -106,6 +110,9 @@ private:
     bool frameTimed_ = false;
 
     DeliveryWatch watch_;  ///< of the last answer
+
+    std::array<unsigned char, LostCall::kKeptBytes> lastCall_{};  ///< how its fixed part begins
+    std::size_t lastCallBytes_ = 0;
 
     alignas(8) std::array<unsigned char, kInlineBytes> inline_;
     std::vector<unsigned char> large_;

@@ -4,6 +4,9 @@
 #include <asio/buffer.hpp>
 #include <asio/post.hpp>
 
+#include <algorithm>
+#include <array>
+#include <cstring>
 #include <utility>
 
 #include "server/server_connection.h"
@@ -16,17 +19,24 @@ namespace {
 
 constexpr char kSourceFile[] = "server_connection";
 
+vd_message_header HeaderAt(const unsigned char* fixed) {
+    vd_message_header header;
+    std::memcpy(&header, fixed, sizeof(header));
+    return header;
+}
+
 }  // namespace
 
 void ServerConnection::Drop() {
     if (server_.context_.get_executor().running_in_this_thread()) {
-        Break();
+        Break(LastCall());
     } else {
-        asio::post(server_.context_, [self = shared_from_this()] { self->Break(); });
+        asio::post(server_.context_,
+                   [self = shared_from_this()] { self->Break(self->LastCall()); });
     }
 }
 
-void ServerConnection::Refuse(TransportStatus status, std::string_view why) {
+void ServerConnection::Refuse(TransportStatus status, std::string_view why, const LostCall& lost) {
     if (!open_) {
         return;
     }
@@ -38,20 +48,76 @@ void ServerConnection::Refuse(TransportStatus status, std::string_view why) {
         std::error_code ignored;
         socket_.write_some(asio::buffer(head), ignored);
     }
-    Break();
+    Break(lost);
 }
 
-void ServerConnection::Break() {
+void ServerConnection::Break(const LostCall& lost) {
     const bool isNews = open_ && greeted_;
     Close();
     if (isNews && server_.onBroken_) {
-        server_.onBroken_(client_.token);
+        server_.onBroken_(client_.token, lost);
     }
+}
+
+LostCall ServerConnection::LastCall() const {
+    LostCall lost;
+    lost.kind = LostCall::Kind::None;
+    return lastCallBytes_ == 0 ? lost : CallOf(lastCall_.data(), lastCallBytes_);
+}
+
+LostCall ServerConnection::CallOf(const unsigned char* fixed, std::size_t bytes) const {
+    LostCall lost;
+    const vd_message_header header = HeaderAt(fixed);
+    lost.endpoint = server_.FindEndpoint(header.riid);
+    if (lost.endpoint != nullptr) {
+        lost.kind = LostCall::Kind::Call;
+        lost.operation = header.operation;
+        lost.bytes = std::min(bytes, lost.fixed.size());
+        std::memcpy(lost.fixed.data(), fixed, lost.bytes);
+    }
+    return lost;
+}
+
+LostCall ServerConnection::CallIn(const unsigned char* frame, std::size_t bytes) const {
+    Prelude prelude;
+    if (bytes < kPreludeBytes || DecodePrelude(frame, prelude) != FrameFault::None) {
+        return {};
+    }
+    if (prelude.kind == FrameKind::Lookup) {
+        LostCall lost;
+        lost.kind = LostCall::Kind::None;
+        return lost;
+    }
+    const std::size_t fixedBytes =
+        std::min(bytes - kPreludeBytes, static_cast<std::size_t>(prelude.fixedBytes));
+    if (prelude.kind != FrameKind::Call || fixedBytes < sizeof(vd_message_header)) {
+        return {};
+    }
+    return CallOf(frame + kPreludeBytes, fixedBytes);
+}
+
+LostCall ServerConnection::Lost() {
+    // While a call is being handled the buffer still holds it, perhaps behind others. What stands
+    // behind a call that waits for its answer breaks a rule.
+    if (callPending_) {
+        return LastCall();
+    }
+    if (have_ != 0) {
+        return CallIn(Buffer(), have_);
+    }
+    if (!queue_.empty()) {
+        return LastCall();
+    }
+    std::array<unsigned char, kPreludeBytes + LostCall::kKeptBytes> unread;
+    const ssize_t got =
+        ::recv(socket_.native_handle(), unread.data(), unread.size(), MSG_PEEK | MSG_DONTWAIT);
+    // What was sent and not read is lost; where there is nothing of it, it was the last answer.
+    return got > 0 ? CallIn(unread.data(), static_cast<std::size_t>(got)) : LastCall();
 }
 
 void ServerConnection::EndAfterClient() {
     if (have_ != 0 || callPending_ || !queue_.empty()) {
-        Break();
+        Break(Lost());
     } else {
         EndWatch(true);
         Close();
@@ -74,7 +140,7 @@ void ServerConnection::NoticeEnd() {
         EndAfterClient();
     } else {
         // A call that nobody waits for any more, part of one, or an answer that was left unread.
-        Break();
+        Break(Lost());
     }
 }
 
@@ -93,6 +159,11 @@ void ServerConnection::Close() {
     queueSent_ = 0;
     --usage.connections;
     if (greeted_) {
+        const auto ofClient = server_.greeted_.find(client_.token);
+        ofClient->second.erase(this);
+        if (ofClient->second.empty()) {
+            server_.greeted_.erase(ofClient);
+        }
         server_.sessions_.Detach(client_.token);
     }
     // The last reference may be the set's; whoever called holds another.

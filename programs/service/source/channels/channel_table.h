@@ -1,11 +1,11 @@
 #pragma once
 
-#include <algorithm>
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <list>
 #include <map>
 #include <optional>
 #include <string_view>
@@ -40,12 +40,17 @@ public:
 
     /// Opens a channel and returns its number, which is above 0.
     std::int64_t Open(const zam_platform::SessionToken& client, Content content) {
-        MakeRoom(client);
+        const auto owner = clients_.try_emplace(client).first;
+        MakeRoom(owner->second);
         const std::int64_t id = ids_.Next();
-        channels_.emplace(id, Entry{.client = client,
-                                    .lastUse = std::chrono::steady_clock::now(),
-                                    .content = std::move(content)});
-        if (channels_.size() == 1) {
+        const auto use = uses_.insert(uses_.end(), {std::chrono::steady_clock::now(), client, id});
+        try {
+            owner->second.emplace(id, Entry{use, std::move(content)});
+        } catch (...) {
+            uses_.erase(use);
+            throw;
+        }
+        if (uses_.size() == 1) {
             WaitForIdle();
         }
         return id;
@@ -53,31 +58,40 @@ public:
 
     /// The content of a client's channel; null, which is logged, when the client has no such one.
     Content* Find(const zam_platform::SessionToken& client, std::int64_t id) {
-        const auto found = channels_.find(id);
-        if (found == channels_.end() || found->second.client != client) {
+        Entry* const entry = Look(client, id);
+        if (entry == nullptr) {
             LogUnknownChannel(sort_, id);
             return nullptr;
         }
-        found->second.lastUse = std::chrono::steady_clock::now();
-        return &found->second.content;
+        entry->use->time = std::chrono::steady_clock::now();
+        uses_.splice(uses_.end(), uses_, entry->use);
+        return &entry->content;
+    }
+
+    /// The same without a record; this is no use of the channel.
+    Content* Peek(const zam_platform::SessionToken& client, std::int64_t id) {
+        Entry* const entry = Look(client, id);
+        return entry == nullptr ? nullptr : &entry->content;
     }
 
     /// Ends a client's channel and returns its content; as `Find`.
     std::optional<Content> Take(const zam_platform::SessionToken& client, std::int64_t id) {
-        Content* const content = Find(client, id);
-        if (content == nullptr) {
+        Entry* const entry = Look(client, id);
+        if (entry == nullptr) {
+            LogUnknownChannel(sort_, id);
             return std::nullopt;
         }
-        std::optional<Content> taken(std::move(*content));
-        channels_.erase(id);
+        std::optional<Content> taken(std::move(entry->content));
+        Erase(entry->use);
         return taken;
     }
 
     /// Calls `visit` with the content of each channel of a client. This is no use of the channels.
     template <typename Visit>
     void ForEach(const zam_platform::SessionToken& client, Visit visit) {
-        for (auto& [id, entry] : channels_) {
-            if (entry.client == client) {
+        const auto owner = clients_.find(client);
+        if (owner != clients_.end()) {
+            for (auto& [id, entry] : owner->second) {
                 visit(entry.content);
             }
         }
@@ -85,42 +99,72 @@ public:
 
     /// Ends all channels of a client.
     void EndSession(const zam_platform::SessionToken& client) {
-        const std::size_t ended = std::erase_if(
-            channels_, [&client](const auto& entry) { return entry.second.client == client; });
+        const auto owner = clients_.find(client);
+        if (owner == clients_.end()) {
+            return;
+        }
+        const std::size_t ended = owner->second.size();
+        for (const auto& [id, entry] : owner->second) {
+            uses_.erase(entry.use);
+        }
+        clients_.erase(owner);
         if (ended != 0) {
             LogEndedSession(sort_, ended);
         }
     }
 
-    std::size_t Count() const noexcept { return channels_.size(); }
+    std::size_t Count() const noexcept { return uses_.size(); }
 
 private:
+    /// The last use of a channel.
+    struct Use {
+        std::chrono::steady_clock::time_point time;
+        zam_platform::SessionToken owner{};
+        std::int64_t id = 0;
+    };
+
     struct Entry {
-        zam_platform::SessionToken client{};
-        std::chrono::steady_clock::time_point lastUse;
+        typename std::list<Use>::iterator use;
         Content content;
     };
 
-    /// Numbers rise, so a client's first channel in the map is its oldest.
-    void MakeRoom(const zam_platform::SessionToken& client) {
-        const auto isOf = [&client](const auto& entry) { return entry.second.client == client; };
-        const auto count = std::count_if(channels_.begin(), channels_.end(), isOf);
-        if (static_cast<std::size_t>(count) >= limits_.perClient) {
-            const auto oldest = std::find_if(channels_.begin(), channels_.end(), isOf);
+    /// Numbers rise, so a client's first channel is its oldest.
+    using Channels = std::map<std::int64_t, Entry>;
+
+    Entry* Look(const zam_platform::SessionToken& client, std::int64_t id) {
+        const auto owner = clients_.find(client);
+        if (owner == clients_.end()) {
+            return nullptr;
+        }
+        const auto found = owner->second.find(id);
+        return found == owner->second.end() ? nullptr : &found->second;
+    }
+
+    /// A client without channels is none of this table's.
+    void Erase(typename std::list<Use>::iterator use) {
+        const auto owner = clients_.find(use->owner);
+        owner->second.erase(use->id);
+        uses_.erase(use);
+        if (owner->second.empty()) {
+            clients_.erase(owner);
+        }
+    }
+
+    void MakeRoom(Channels& channels) {
+        if (channels.size() >= limits_.perClient) {
+            const auto oldest = channels.begin();
             LogCrowdedOut(sort_, oldest->first, limits_.perClient);
-            channels_.erase(oldest);
+            uses_.erase(oldest->second.use);
+            channels.erase(oldest);
         }
     }
 
     /// Looks again when the channel that was not used for longest could be idle for too long.
     void WaitForIdle() {
-        if (channels_.empty()) {
+        if (uses_.empty()) {
             return;
         }
-        const auto least = std::min_element(
-            channels_.begin(), channels_.end(),
-            [](const auto& a, const auto& b) { return a.second.lastUse < b.second.lastUse; });
-        timer_.expires_at(least->second.lastUse + limits_.idle);
+        timer_.expires_at(uses_.front().time + limits_.idle);
         timer_.async_wait([this](const std::error_code& error) {
             if (!error) {
                 DropIdle();
@@ -131,13 +175,9 @@ private:
 
     void DropIdle() {
         const auto latest = std::chrono::steady_clock::now() - limits_.idle;
-        for (auto entry = channels_.begin(); entry != channels_.end();) {
-            if (entry->second.lastUse <= latest) {
-                LogIdle(sort_, entry->first, limits_.idle);
-                entry = channels_.erase(entry);
-            } else {
-                ++entry;
-            }
+        while (!uses_.empty() && uses_.front().time <= latest) {
+            LogIdle(sort_, uses_.front().id, limits_.idle);
+            Erase(uses_.begin());
         }
     }
 
@@ -145,7 +185,9 @@ private:
     ChannelIds& ids_;
     const std::string_view sort_;
     const ChannelLimits limits_;
-    std::map<std::int64_t, Entry> channels_;
+    /// Ordered rather than hashed: clients choose their tokens, and could choose such as collide.
+    std::map<zam_platform::SessionToken, Channels> clients_;
+    std::list<Use> uses_;  ///< the least recent first
 };
 
 }  // namespace zam_service

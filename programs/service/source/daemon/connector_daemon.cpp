@@ -101,8 +101,9 @@ void ConnectorDaemon::ServeData() {
         holder->EndSession(client);
         notices_.EndSession(client);
     });
-    server_.OnConnectionBroken([holder = holder.get()](const zam_platform::SessionToken& client) {
-        holder->OnConnectionBroken(client);
+    server_.OnConnectionBroken([holder = holder.get()](const zam_platform::SessionToken& client,
+                                                       const zam_platform::LostCall& lost) {
+        holder->OnConnectionBroken(client, lost);
     });
     FaultWitness* const witness = holder.get();
     Serve("ZamDataProvider", std::move(provider));

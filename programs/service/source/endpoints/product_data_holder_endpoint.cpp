@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cstddef>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -13,6 +14,7 @@
 #include "common/raw_zam_param_casts.h"
 #include "data/tree_snapshot.h"
 #include "endpoints/answer.h"
+#include "endpoints/endpoint_catalog.h"
 #include "endpoints/session_statuses.h"
 #include "qx/product_data_holder.h"
 #include "record_json/app_info_json.h"
@@ -120,10 +122,25 @@ void ProductDataHolderEndpoint::OnFault(const Request& request) {
     }
 }
 
-void ProductDataHolderEndpoint::OnConnectionBroken(const zam_platform::SessionToken& client) {
-    channels_.ForEach(client, [](Channel& channel) {
-        Fail(channel, kSessionInvalid, "a connection of its client broke");
-    });
+void ProductDataHolderEndpoint::OnConnectionBroken(const zam_platform::SessionToken& client,
+                                                   const zam_platform::LostCall& lost) {
+    constexpr std::string_view kWhy = "a connection of its client broke";
+    static_assert(offsetof(qx_zam_connector_ProductDataHolder_SendData_req, channel) ==
+                  sizeof(vd_message_header));
+    using Kind = zam_platform::LostCall::Kind;
+    if (lost.kind == Kind::None ||
+        (lost.kind == Kind::Call &&
+         (lost.endpoint->riid != EndpointOf("ProductDataHolder").riid ||
+          static_cast<Operation>(lost.operation) != Operation::SendData))) {
+        return;
+    }
+    if (const auto id = lost.FirstField<std::int64_t>()) {
+        if (Channel* const channel = channels_.Peek(client, *id)) {
+            Fail(*channel, kSessionInvalid, kWhy);
+        }
+        return;
+    }
+    channels_.ForEach(client, [kWhy](Channel& channel) { Fail(channel, kSessionInvalid, kWhy); });
 }
 
 void ProductDataHolderEndpoint::SetAppInfo(const Request& request, Responder responder) {

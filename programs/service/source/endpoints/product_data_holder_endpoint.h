@@ -30,9 +30,10 @@ public:
     /// not whole any more.
     void OnFault(const zam_platform::Request& request) override;
 
-    /// A connection of the client broke, and what was lost with it may have been a piece: none of
-    /// the transfers that are under way is whole any more.
-    void OnConnectionBroken(const zam_platform::SessionToken& client);
+    /// A connection of the client broke. When a piece was lost with it, its transfer is not whole
+    /// any more; when nobody can tell what was lost, none of those under way is.
+    void OnConnectionBroken(const zam_platform::SessionToken& client,
+                            const zam_platform::LostCall& lost);
 
     /// Ends the channels of a client that has gone; what it has not closed is forgotten.
     void EndSession(const zam_platform::SessionToken& client) { channels_.EndSession(client); }

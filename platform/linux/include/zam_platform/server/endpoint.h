@@ -2,9 +2,13 @@
 
 #include <sys/types.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -134,6 +138,37 @@ struct EndpointRule {
     std::uint16_t riid = 0;                 ///< below 0xFFFF
     std::vector<OperationRule> operations;  ///< by operation number
     EndpointHandler* handler = nullptr;     ///< not owned; called by `Server::Run` only
+};
+
+/// What is known of the call that was lost with a connection: that came only in part, or whose
+/// answer the client has not got.
+struct LostCall {
+    /// Bytes of a request's fixed part that are kept: the header, and an id behind it.
+    static constexpr std::size_t kKeptBytes = sizeof(vd_message_header) + sizeof(std::int64_t);
+
+    enum class Kind {
+        Unknown,  ///< too little of it came to tell
+        None,     ///< it was no call
+        Call,     ///< what follows says which
+    };
+
+    Kind kind = Kind::Unknown;
+    const EndpointRule* endpoint = nullptr;
+    std::uint16_t operation = 0;
+    std::size_t bytes = 0;  ///< of `fixed` that are known
+    std::array<unsigned char, kKeptBytes> fixed{};
+
+    /// The field behind the header; empty when it did not come.
+    template <typename Id>
+    std::optional<Id> FirstField() const noexcept {
+        static_assert(sizeof(Id) <= sizeof(std::int64_t));
+        if (bytes < sizeof(vd_message_header) + sizeof(Id)) {
+            return std::nullopt;
+        }
+        Id id{};
+        std::memcpy(&id, fixed.data() + sizeof(vd_message_header), sizeof(id));
+        return id;
+    }
 };
 
 }  // namespace zam_platform

@@ -67,10 +67,14 @@ public:
     /// Called on the loop thread when a session has ended. Before `Run`.
     void OnSessionEnd(std::function<void(const SessionToken&)> observer);
 
+    /// Told of a client whose connection has broken, and what is known of the one call that was
+    /// lost with it.
+    using BreakObserver = std::function<void(const SessionToken& client, const LostCall& lost)>;
+
     /// Called on the loop thread when a connection of a client has broken: it ended, on either
     /// side, within a frame or with a call unanswered, or with an answer that was not taken whole.
     /// A connection that a client closes between two calls is not broken. Before `Run`.
-    void OnConnectionBroken(std::function<void(const SessionToken&)> observer);
+    void OnConnectionBroken(BreakObserver observer);
 
     /// Takes note of connections that a client has given up already although the loop has not come
     /// to their ends yet. Who decides by what has broken asks for this first. A connection whose
@@ -107,9 +111,10 @@ private:
     const ServerLimits limits_;
     asio::io_context context_{1};
     SessionRegistry sessions_;
-    std::function<void(const SessionToken&)> onBroken_;
+    BreakObserver onBroken_;
     std::map<uid_t, UserUsage> usage_;
     std::set<std::shared_ptr<ServerConnection>> connections_;
+    std::map<SessionToken, std::set<ServerConnection*>> greeted_;  ///< those of them that have
     std::vector<std::unique_ptr<Listener>> listeners_;
     bool isClosing_ = false;
 };
