@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "vd/call_bounds.h"
 #include "vd/runtime_directory.h"
 
 namespace zam_connector::testing {
@@ -194,4 +195,9 @@ void VdZorTransport_SetFarewell(VdZorTransport* transport, std::uint16_t riid,
 vd::RuntimeDirectoryDiagnosis vd::DiagnoseRuntimeDirectory(
     const std::vector<std::string>& /*services*/) {
     return {};
+}
+
+/// Scripted calls end when the script says so.
+VdCallBounds* VdZorTransport_SetCallBounds(VdCallBounds* /*bounds*/) {
+    return nullptr;
 }

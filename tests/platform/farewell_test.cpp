@@ -1,8 +1,13 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdint>
 #include <cstring>
 #include <string>
+#include <vector>
 
+#include "support/background.h"
 #include "support/scoped_environment.h"
 #include "support/temporary_folder.h"
 #include "support/test_call.h"
@@ -12,6 +17,7 @@
 namespace zam_platform::testing {
 namespace {
 
+using ::testing::ElementsAre;
 using zam_test::ScopedEnvironment;
 using zam_test::TemporaryFolder;
 
@@ -80,27 +86,153 @@ TEST_F(Farewell, IsDoneWithZerosWhenTheServiceGoesWithinItsAnswer) {
     }
 }
 
-TEST_F(Farewell, IsNotDoneAfterAnyOtherFailure) {
+TEST_F(Farewell, IsDoneAfterAnyOtherFailureToo) {
+    VdCallBounds bounds{};
+    call_.Bounds(bounds);
     for (const TransportStatus status :
          {kStatusTimeout, kStatusUntrusted, kStatusProtocol, kStatusResources}) {
         link_.FailToConnect(status);
-        EXPECT_EQ(call_.On(*link_), status);
+        ExpectDone();
+        EXPECT_EQ(bounds.lastStatus, status);
     }
     link_.FailToConnect(kStatusOk);
     for (const TransportStatus status : {kStatusNotAdmitted, kStatusQuota, kStatusBadRequest}) {
         link_.Prepare(StatusFrame(FrameKind::Refusal, 0, status));
-        EXPECT_EQ(call_.On(*link_), status);
+        ExpectDone();
+        EXPECT_EQ(bounds.lastStatus, status);
     }
     link_.Prepare(AnswerFrame(2, 0, {}, 2));
-    EXPECT_EQ(call_.On(*link_), kStatusProtocol);
+    ExpectDone();
+    EXPECT_EQ(bounds.lastStatus, kStatusProtocol);
 }
 
-TEST_F(Farewell, IsNotDoneWhenTheServiceItselfAnswersWithAStatus) {
-    for (const TransportStatus status : {kStatusUnavailable, kStatusBroken, kStatusUnanswered}) {
-        PairedLink link;
-        link.Prepare(StatusFrame(FrameKind::Answer, 1, status));
-        EXPECT_EQ(call_.On(*link), status);
+TEST_F(Farewell, IsDoneWhateverStatusTheServiceAnswersWith) {
+    VdCallBounds bounds{};
+    call_.Bounds(bounds);
+    link_.Prepare(StatusFrame(FrameKind::Answer, 1, -77));
+    ExpectDone();
+    EXPECT_EQ(bounds.lastStatus, -77);
+    const RawSocket peer = link_.Next();
+    peer.Send(AnswerFrame(2, 7, {}, 2));
+    EXPECT_EQ(call_.On(*link_), kStatusOk);
+    EXPECT_EQ(bounds.lastStatus, kStatusOk);
+}
+
+TEST_F(Farewell, IsTriedForABoundedTime) {
+    VdCallBounds bounds{};
+    call_.Bounds(bounds);
+    const auto before = std::chrono::steady_clock::now();
+    ExpectDone();
+    const auto took = std::chrono::steady_clock::now() - before;
+    EXPECT_GE(took, kFarewellTimeout);
+    EXPECT_LT(took, kFarewellTimeout + std::chrono::seconds(10));
+    EXPECT_EQ(bounds.lastStatus, kStatusTimeout);
+}
+
+/// Farewells that the service may not have got though it is there.
+class UnsaidFarewell : public ::testing::Test {
+protected:
+    void Fail(std::uint64_t value, TransportStatus status = kStatusUntrusted) {
+        link_.FailToConnect(status);
+        TestCall farewell(2, value);
+        EXPECT_EQ(farewell.Farewell().On(*link_), kStatusOk);
+        link_.FailToConnect(kStatusOk);
     }
+
+    /// What a call on a new connection sends in all, each part being answered; on the one behind
+    /// `refused` connections.
+    std::vector<std::uint64_t> Sent(int refused = 0) {
+        std::vector<std::uint64_t> values;
+        Background peer([this, &values, refused] {
+            for (int connection = 0; connection < refused; ++connection) {
+                link_.Next();
+            }
+            const RawSocket socket = link_.Next();
+            socket.Read(HelloFrame().size());
+            Frame frame;
+            do {
+                frame = socket.ReadFrame();
+                values.push_back(MessageIn(frame.fixed).value);
+                socket.Send(EchoOf(frame));
+            } while (MessageIn(frame.fixed).value != kOrdinary);
+        });
+        EXPECT_EQ(TestCall(0, kOrdinary).On(*link_), kStatusOk);
+        peer.Join();
+        return values;
+    }
+
+    static constexpr std::uint64_t kOrdinary = 1'000'000;
+
+    zam_connector::testing::RecordingLogger logger_;
+    PairedLink link_;
+};
+
+TEST_F(UnsaidFarewell, IsSaidBeforeTheFirstCallOnTheNextConnection) {
+    Fail(5);
+    Fail(6, kStatusQuota);
+    EXPECT_THAT(Sent(), ElementsAre(5, 6, kOrdinary));
+}
+
+TEST_F(UnsaidFarewell, IsSaidOnce) {
+    Fail(5);
+    Sent();
+    EXPECT_THAT(Sent(), ElementsAre(kOrdinary));
+}
+
+TEST_F(UnsaidFarewell, IsNotSaidToTheSuccessorOfAServiceThatWent) {
+    Fail(5, kStatusUnavailable);
+    EXPECT_THAT(Sent(), ElementsAre(kOrdinary));
+}
+
+TEST_F(UnsaidFarewell, IsRememberedUpToALimit) {
+    std::vector<std::uint64_t> last;
+    for (std::uint64_t value = 1; value <= kMaxUnsaidFarewells + 2; ++value) {
+        Fail(value);
+        if (value > 2) {
+            last.push_back(value);
+        }
+    }
+    last.push_back(kOrdinary);
+    EXPECT_EQ(Sent(), last);
+}
+
+TEST_F(UnsaidFarewell, IsSaidToAServiceThatDroppedItsConnection) {
+    Fail(5, kStatusBroken);
+    EXPECT_THAT(Sent(), ElementsAre(5, kOrdinary));
+}
+
+TEST_F(UnsaidFarewell, IsKeptWhenTheCallThatWouldSayItIsEnded) {
+    Fail(5);
+    VdCallBounds bounds{};
+    bounds.enter = [](VdCallBounds* /*bounds*/, VdCallUnderWay* call) {
+        call->interrupt(call);
+        return 1;
+    };
+    bounds.leave = [](VdCallBounds* /*bounds*/, VdCallUnderWay* /*call*/) {};
+    EXPECT_EQ(TestCall(0, 1).Bounds(bounds).On(*link_), kStatusCancelled);
+    EXPECT_THAT(Sent(), ElementsAre(5, kOrdinary));
+}
+
+TEST_F(UnsaidFarewell, CostsItsTimeOnceWhenTheServiceDoesNotAnswerIt) {
+    Fail(5);
+    Background peer([this] {
+        const RawSocket deaf = link_.Next();
+        deaf.Read(HelloFrame().size());
+        deaf.ReadFrame();
+        const RawSocket socket = link_.Next();
+        socket.Read(HelloFrame().size());
+        socket.Send(EchoOf(socket.ReadFrame()));
+    });
+    EXPECT_EQ(TestCall(0, 1).On(*link_), kStatusOk);
+    peer.Join();
+    EXPECT_THAT(Sent(), ElementsAre(kOrdinary)) << "it was given to the service";
+}
+
+TEST_F(UnsaidFarewell, FailsNoOtherCallWhenItFailsAgain) {
+    Fail(5);
+    link_.Prepare(StatusFrame(FrameKind::Refusal, 0, kStatusQuota));
+    EXPECT_THAT(Sent(1), ElementsAre(kOrdinary));
+    EXPECT_THAT(Sent(), ElementsAre(5, kOrdinary));
 }
 
 TEST_F(Farewell, IsNotAnyOtherCall) {

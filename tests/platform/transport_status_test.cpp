@@ -28,7 +28,8 @@ TEST(TransportStatus, HasAStableNumberAndATextOfItsOwn) {
         {18, "the service speaks another version of the frame format"},
         {19, "the service found the request to break a rule"},
         {20, "the service gave the call up without an answer"},
-        {10, "transport status 10"},
+        {10, "the call was ended by its caller"},
+        {11, "transport status 11"},
         {-1, "transport status -1"},
         {1000, "transport status 1000"},
     };

@@ -88,6 +88,11 @@ TestCall& TestCall::Farewell() {
     return *this;
 }
 
+TestCall& TestCall::Bounds(VdCallBounds& bounds) {
+    bounds_ = &bounds;
+    return *this;
+}
+
 void TestCall::FillStub() {
     response.header.riid = request.header.riid;
     response.header.operation = request.header.operation;
@@ -101,7 +106,8 @@ std::int32_t TestCall::On(ServiceLink& link) {
                       .response = &response.header,
                       .responseArena = responseArena.base == nullptr ? nullptr : &responseArena,
                       .timeout = timeout_,
-                      .farewell = farewell_});
+                      .farewell = farewell_,
+                      .bounds = bounds_});
 }
 
 std::int32_t TestCall::On(VdZorTransport& transport) {

@@ -50,6 +50,7 @@ public:
     TestCall& ResponseArena(std::uint32_t capacity);
     TestCall& Timeout(std::chrono::milliseconds timeout);
     TestCall& Farewell();
+    TestCall& Bounds(VdCallBounds& bounds);
 
     std::int32_t On(ServiceLink& link);
     std::int32_t On(VdZorTransport& transport);
@@ -76,6 +77,7 @@ private:
     Bytes room_;
     std::chrono::milliseconds timeout_{0};
     bool farewell_ = false;
+    VdCallBounds* bounds_ = nullptr;
 };
 
 /// A link whose connections end in the test, without a file system. Thread-safe.

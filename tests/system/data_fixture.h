@@ -15,6 +15,11 @@ inline bool IsFullSize() {
     return wanted != nullptr && std::string(wanted) == "1";
 }
 
+/// A `connection.json` whose link gets up and down at once.
+inline constexpr char kQuickLink[] =
+    R"({"start": [{"state": "connecting"}, {"state": "connected"}],
+        "stop": [{"state": "stopping"}, {"state": "stopped"}]})";
+
 /// Data both ways, through the library, with the service in another process.
 class ServiceDataTest : public ServiceTest {
 protected:

@@ -27,10 +27,6 @@ using PolicyObserver = RecordingObserver<PolicyChange>;
 using StateObserver = RecordingObserver<ZamConnectorState>;
 using SettingsSyncedObserver = RecordingObserver<std::uint64_t>;
 
-constexpr char kQuickLink[] =
-    R"({"start": [{"state": "connecting"}, {"state": "connected"}],
-        "stop": [{"state": "stopping"}, {"state": "stopped"}]})";
-
 class Notices : public ServiceDataTest {
 protected:
     Notices() { service_.WriteData("connection.json", kQuickLink); }

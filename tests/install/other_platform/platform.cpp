@@ -1,4 +1,5 @@
 #include "vd/arena.h"
+#include "vd/call_bounds.h"
 #include "vd/runtime_directory.h"
 #include "vd/service_locator.h"
 #include "vd/zor_transport.h"
@@ -35,6 +36,10 @@ void VdZorTransport_Init(VdZorTransport* transport, uint32_t /*handle*/, uint32_
 
 void VdZorTransport_SetFarewell(VdZorTransport* /*transport*/, uint16_t /*riid*/,
                                 uint16_t /*operation*/) {}
+
+VdCallBounds* VdZorTransport_SetCallBounds(VdCallBounds* /*bounds*/) {
+    return nullptr;
+}
 
 void vd_arena_init(vd_arena* arena, void* base, uint32_t capacity) {
     *arena = {static_cast<unsigned char*>(base), capacity, 0};

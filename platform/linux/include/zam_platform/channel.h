@@ -55,6 +55,10 @@ public:
     /// of no more use.
     virtual void Receive(IncomingFrame& frame, const Deadline& deadline) = 0;
 
+    /// Makes what another thread is doing on this channel, and all that follows, fail. From any
+    /// thread, while the channel lives; does not block.
+    virtual void Interrupt() noexcept = 0;
+
     /// Lets go of the connection without a word to the peer: for the copy that a forked child
     /// holds of its parent's connection.
     virtual void Abandon() noexcept = 0;

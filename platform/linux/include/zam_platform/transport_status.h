@@ -18,6 +18,7 @@ enum TransportStatus : std::int32_t {
     kStatusAnswerTooLarge = 7,   ///< the answer's arena exceeds the one provided
     kStatusRequestTooLarge = 8,  ///< the request exceeds what a frame can carry
     kStatusResources = 9,        ///< this process is out of descriptors or memory
+    kStatusCancelled = 10,       ///< the caller's bounds ended the call
     kStatusNotAdmitted = 16,     ///< the service does not serve this user
     kStatusQuota = 17,           ///< the service's limits for this user are reached
     kStatusVersion = 18,         ///< the service speaks another version of the frame format

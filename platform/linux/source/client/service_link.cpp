@@ -7,9 +7,12 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <iterator>
+#include <new>
 #include <thread>
 #include <utility>
 
+#include "client/call_under_way.h"
 #include "vd/service_locator.h"
 #include "zam_platform/report.h"
 
@@ -17,6 +20,9 @@ namespace zam_platform {
 namespace {
 
 constexpr char kSourceFile[] = "service_link";
+
+/// How long a connect that may be interrupted goes on before it looks.
+constexpr std::chrono::milliseconds kConnectSlice{100};
 
 /// The bytes of a header that the stub writes and an answer must repeat.
 constexpr std::size_t kStubBytes = offsetof(vd_message_header, reserved);
@@ -35,7 +41,7 @@ SessionToken NewToken() {
     return token;
 }
 
-bool IsPeerGone(TransportStatus status) {
+bool IsPeerGone(std::int32_t status) {
     return status == kStatusUnavailable || status == kStatusBroken;
 }
 
@@ -119,6 +125,9 @@ public:
         connection_ = connection;
     }
 
+    /// The connection, which is the caller's now.
+    Connection* Release() noexcept { return std::exchange(connection_, nullptr); }
+
     void GiveBack() noexcept { link_.GiveBack(std::exchange(connection_, nullptr)); }
 
 private:
@@ -136,17 +145,37 @@ ServiceLink::~ServiceLink() {
     }
 }
 
-void ServiceLink::Open() {
-    GiveBack(Connect({}));
+void ServiceLink::Open(VdCallBounds* bounds) {
+    CallUnderWay underWay(bounds);
+    underWay.ThrowIfInterrupted();
+    GiveBack(ConnectAndSay(underWay.BoundsDeadline(), underWay));
 }
 
 std::int32_t ServiceLink::Call(const LinkCall& call) noexcept {
-    const vd_message_header stub = StubOf(call.response);
-    Deadline deadline;
-    if (call.timeout.count() > 0) {
-        deadline = std::chrono::steady_clock::now() + call.timeout;
+    std::int32_t status = Try(call);
+    if (call.bounds != nullptr) {
+        call.bounds->lastStatus = status;
     }
-    TransportStatus failure = kStatusOk;
+    if (call.farewell && status != kStatusOk) {
+        if (status != kStatusUnavailable) {
+            RememberFarewell(call);
+        }
+        status = kStatusOk;
+    }
+    return status;
+}
+
+std::int32_t ServiceLink::Try(const LinkCall& call) noexcept {
+    const vd_message_header stub = StubOf(call.response);
+    CallUnderWay underWay(call.bounds);
+    Deadline deadline = underWay.BoundsDeadline();
+    if (call.timeout.count() > 0) {
+        deadline = Earlier(deadline, std::chrono::steady_clock::now() + call.timeout);
+    }
+    if (call.farewell) {
+        deadline = Earlier(deadline, std::chrono::steady_clock::now() + kFarewellTimeout);
+    }
+    std::int32_t failure = kStatusOk;
     try {
         CheckRequest(call);
         const std::uint32_t arenaBytes = call.requestArena == nullptr ? 0 : call.requestArena->used;
@@ -160,23 +189,26 @@ std::int32_t ServiceLink::Call(const LinkCall& call) noexcept {
                              .fixed = call.response,
                              .fixedBytes = stub.fixedSize,
                              .arena = call.responseArena};
-        Exchange(frame, answer, deadline);
-        return answer.status;
+        Exchange(frame, answer, deadline, underWay);
+        failure = answer.status;
+        if (!call.farewell || failure == kStatusOk) {
+            return failure;
+        }
     } catch (...) {
-        failure = StatusOfCaught("Call");
+        failure = underWay.IsEnded() ? kStatusCancelled : StatusOfCaught("Call");
     }
-    if (call.farewell && IsPeerGone(failure)) {
+    if (call.farewell) {
         ZeroFill(call, stub);
-        return kStatusOk;
-    }
-    // A request that was never tried says nothing about the service.
-    if (failure != kStatusRequestTooLarge) {
+    } else if (failure != kStatusRequestTooLarge && failure != kStatusCancelled) {
+        // A request that was never tried, or given up, says nothing about the service.
         DelayFailure(deadline);
     }
     return failure;
 }
 
-std::uint16_t ServiceLink::Lookup(std::string_view endpoint) noexcept {
+std::uint16_t ServiceLink::Lookup(std::string_view endpoint, VdCallBounds* bounds) noexcept {
+    CallUnderWay underWay(bounds);
+    const Deadline deadline = underWay.BoundsDeadline();
     try {
         if (endpoint.empty() || endpoint.size() > kMaxEndpointNameBytes) {
             throw PlatformError(kStatusRequestTooLarge,
@@ -190,17 +222,18 @@ std::uint16_t ServiceLink::Lookup(std::string_view endpoint) noexcept {
             .fixed = endpoint.data()};
         IncomingFrame answer{
             .kind = FrameKind::LookupAnswer, .fixed = &result, .fixedBytes = sizeof(result)};
-        Exchange(frame, answer, {});
+        Exchange(frame, answer, deadline, underWay);
         return answer.status == kStatusOk ? result.riid : VD_UNKNOWN_RIID;
     } catch (...) {
         if (StatusOfCaught("Lookup") != kStatusRequestTooLarge) {
-            DelayFailure({});
+            DelayFailure(deadline);
         }
         return VD_UNKNOWN_RIID;
     }
 }
 
-void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Deadline& deadline) {
+void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Deadline& deadline,
+                           CallUnderWay& underWay) {
     const bool isMessage = answer.kind == FrameKind::Answer;
     std::uint64_t stubBytes = 0;
     static_assert(sizeof(stubBytes) == kStubBytes);
@@ -208,12 +241,15 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
         std::memcpy(&stubBytes, answer.fixed, kStubBytes);
     }
 
+    underWay.ThrowIfInterrupted();
     Lease lease(*this, TakeIdle());
+    const CallUnderWay::Detacher detacher(underWay);  // before the lease closes the channel
     for (bool fresh = false;; fresh = true) {
         if (!lease) {
-            lease.Reset(Connect(deadline));
+            lease.Reset(ConnectAndSay(deadline, underWay));
             fresh = true;
         }
+        underWay.Attach(*lease->channel);
         frame.prelude.callNumber = ++lease->calls;
         if (lease->channel->Send(frame, deadline)) {
             break;
@@ -225,6 +261,7 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
         }
         // A kept connection whose service has gone takes nothing, so the call may go to the
         // service's successor: once, and only because not one byte of it has left.
+        underWay.Detach();
         lease.Reset(nullptr);
     }
     answer.callNumber = frame.prelude.callNumber;
@@ -233,7 +270,9 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
         std::memcmp(&stubBytes, answer.fixed, kStubBytes) != 0) {
         throw PlatformError(kStatusProtocol, "the answer's header is not that of its request");
     }
-    lease.GiveBack();
+    if (underWay.Detach()) {
+        lease.GiveBack();
+    }
     ForgetFailures();
 }
 
@@ -247,14 +286,15 @@ ServiceLink::Connection* ServiceLink::TakeIdle() noexcept {
     return connection;
 }
 
-ServiceLink::Connection* ServiceLink::Connect(const Deadline& deadline) {
+ServiceLink::Connection* ServiceLink::Connect(const Deadline& deadline,
+                                              const CallUnderWay& underWay) {
     SessionToken token;
     {
         const qor::MutexLock lock(mutex_);
         token = token_;
     }
     auto connection = std::make_unique<Connection>();
-    connection->channel = connect_(token, deadline);
+    connection->channel = MakeChannel(token, deadline, underWay);
     const qor::MutexLock lock(mutex_);
     connection->next = all_;
     if (all_ != nullptr) {
@@ -262,6 +302,111 @@ ServiceLink::Connection* ServiceLink::Connect(const Deadline& deadline) {
     }
     all_ = connection.get();
     return connection.release();
+}
+
+std::unique_ptr<Channel> ServiceLink::MakeChannel(const SessionToken& token,
+                                                  const Deadline& deadline,
+                                                  const CallUnderWay& underWay) const {
+    if (!underWay.CanBeInterrupted()) {
+        return connect_(token, deadline);
+    }
+    // Nothing ends a connect from outside, so it looks up now and then.
+    for (;;) {
+        const Deadline slice = Earlier(deadline, std::chrono::steady_clock::now() + kConnectSlice);
+        try {
+            return connect_(token, slice);
+        } catch (const PlatformError& error) {
+            underWay.ThrowIfInterrupted();
+            if (error.Status() != kStatusTimeout || slice == deadline) {
+                throw;
+            }
+        }
+    }
+}
+
+ServiceLink::Connection* ServiceLink::ConnectAndSay(const Deadline& deadline,
+                                                    CallUnderWay& underWay) {
+    Lease lease(*this, Connect(deadline, underWay));
+    std::vector<UnsaidFarewell> unsaid = TakeUnsaidFarewells();
+    if (unsaid.empty()) {
+        return lease.Release();
+    }
+    auto next = unsaid.begin();
+    try {
+        const CallUnderWay::Detacher detacher(underWay);
+        underWay.Attach(*lease->channel);
+        const Deadline sayDeadline =
+            Earlier(deadline, std::chrono::steady_clock::now() + kFarewellTimeout);
+        while (next != unsaid.end()) {
+            Say(*next++, *lease.operator->(), sayDeadline);
+        }
+        return lease.Release();
+    } catch (const PlatformError& error) {
+        // Not this call's failure: it gets a connection that has said nothing. The farewell that
+        // the service has been given is not said again, so that nobody pays for it twice.
+        const bool wasGiven =
+            error.Status() == kStatusTimeout || error.Status() == kStatusBadRequest;
+        PutBackFarewells(std::vector<UnsaidFarewell>(
+            std::make_move_iterator(next == unsaid.begin() || wasGiven ? next : next - 1),
+            std::make_move_iterator(unsaid.end())));
+    }
+    underWay.ThrowIfInterrupted();
+    lease.Reset(Connect(deadline, underWay));
+    return lease.Release();
+}
+
+void ServiceLink::Say(const UnsaidFarewell& farewell, Connection& connection,
+                      const Deadline& deadline) {
+    OutgoingFrame frame{.prelude = {.kind = FrameKind::Call, .fixedBytes = farewell.requestBytes},
+                        .fixed = farewell.request.data()};
+    frame.prelude.callNumber = ++connection.calls;
+    std::vector<unsigned char> response(farewell.responseBytes);
+    IncomingFrame answer{.kind = FrameKind::Answer,
+                         .callNumber = connection.calls,
+                         .fixed = response.data(),
+                         .fixedBytes = farewell.responseBytes};
+    if (!connection.channel->Send(frame, deadline)) {
+        throw PlatformError(kStatusBroken, "the service took no byte of a farewell");
+    }
+    connection.channel->Receive(answer, deadline);
+}
+
+void ServiceLink::PutBackFarewells(std::vector<UnsaidFarewell> farewells) {
+    const qor::MutexLock lock(mutex_);
+    farewells.insert(farewells.end(), std::make_move_iterator(unsaidFarewells_.begin()),
+                     std::make_move_iterator(unsaidFarewells_.end()));
+    if (farewells.size() > kMaxUnsaidFarewells) {
+        farewells.resize(kMaxUnsaidFarewells);
+    }
+    unsaidFarewells_ = std::move(farewells);
+}
+
+void ServiceLink::RememberFarewell(const LinkCall& call) noexcept {
+    if (call.request->fixedSize > kMaxFixedBytes ||
+        (call.requestArena != nullptr && call.requestArena->used != 0) ||
+        call.responseArena != nullptr) {
+        return;
+    }
+    try {
+        UnsaidFarewell farewell{
+            .request = std::vector<std::uint64_t>(
+                (call.request->fixedSize + sizeof(std::uint64_t) - 1) / sizeof(std::uint64_t)),
+            .requestBytes = call.request->fixedSize,
+            .responseBytes = call.response->fixedSize};
+        std::memcpy(farewell.request.data(), call.request, call.request->fixedSize);
+        const qor::MutexLock lock(mutex_);
+        if (unsaidFarewells_.size() >= kMaxUnsaidFarewells) {
+            unsaidFarewells_.erase(unsaidFarewells_.begin());
+        }
+        unsaidFarewells_.push_back(std::move(farewell));
+    } catch (const std::bad_alloc&) {
+        // What it would have ended ends with the session.
+    }
+}
+
+std::vector<ServiceLink::UnsaidFarewell> ServiceLink::TakeUnsaidFarewells() {
+    const qor::MutexLock lock(mutex_);
+    return std::exchange(unsaidFarewells_, {});
 }
 
 void ServiceLink::GiveBack(Connection* connection) noexcept {
@@ -320,6 +465,7 @@ void ServiceLink::RestartInChild() noexcept {
     // What is left was leased by threads that the child does not have: nobody will free it.
     all_ = nullptr;
     idleCount_ = 0;
+    unsaidFarewells_.clear();  // the parent's
     failureDelayMs_.store(0, std::memory_order_relaxed);
     token_ = NewToken();
     mutex_.unlock();

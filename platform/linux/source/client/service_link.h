@@ -5,11 +5,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <string>
 #include <string_view>
+#include <vector>
 
 #include "qor/mutex.h"
 #include "vd/arena.h"
+#include "vd/call_bounds.h"
 #include "zam_platform/channel.h"
 #include "zam_platform/frame.h"
 #include "zam_platform/posix_error.h"
@@ -23,6 +24,13 @@ inline constexpr std::size_t kMaxIdleChannels = 16;
 inline constexpr std::chrono::milliseconds kFirstFailureDelay{1};
 inline constexpr std::chrono::milliseconds kLastFailureDelay{250};
 
+/// Longest time that a farewell is tried for.
+inline constexpr std::chrono::milliseconds kFarewellTimeout{750};
+
+/// Farewells that could not be said and are remembered, to be said on the next connection. More are
+/// dropped, oldest first: what they would have ended then ends with the session.
+inline constexpr std::size_t kMaxUnsaidFarewells = 16;
+
 /// One call, as the transport's operation gets it.
 struct LinkCall {
     const vd_message_header* request = nullptr;
@@ -30,8 +38,11 @@ struct LinkCall {
     vd_message_header* response = nullptr;
     vd_arena* responseArena = nullptr;
     std::chrono::milliseconds timeout{0};  ///< 0: none
-    bool farewell = false;  ///< done, with a zero-filled response, when the peer is gone
+    bool farewell = false;                 ///< done, with a zero-filled response, when it was tried
+    VdCallBounds* bounds = nullptr;
 };
+
+class CallUnderWay;
 
 /// This process's connections to one service. Every call in flight has a channel of its own, so a
 /// call that the service answers late holds up no other; idle channels are kept, the last used on
@@ -45,13 +56,16 @@ public:
     ~ServiceLink();
 
     /// Connects once and keeps the channel. Throws `PlatformError`.
-    void Open();
+    void Open(VdCallBounds* bounds = nullptr);
 
     /// Gives the transport status. A failing return is delayed while the service is away.
+    ///
+    /// A farewell is tried for `kFarewellTimeout` at most and is then done, whatever came of it.
+    /// One that failed although a service may be there is said again on the next new connection.
     std::int32_t Call(const LinkCall& call) noexcept;
 
     /// The riid of an endpoint; 0xFFFF when it is unknown or the service does not answer.
-    std::uint16_t Lookup(std::string_view endpoint) noexcept;
+    std::uint16_t Lookup(std::string_view endpoint, VdCallBounds* bounds = nullptr) noexcept;
 
     /// Around `fork`: what the parent's connections carry belongs to the parent, so the child drops
     /// its copies, those of calls that other threads had in flight included, and is a new client.
@@ -62,17 +76,39 @@ public:
 private:
     struct Connection;
 
+    /// A farewell that failed although a service may be there.
+    struct UnsaidFarewell {
+        std::vector<std::uint64_t> request;  ///< the fixed part, 8-aligned
+        std::uint32_t requestBytes = 0;
+        std::uint32_t responseBytes = 0;
+    };
+
     /// A connection in the hands of one call; closed unless it is given back.
     class Lease;
 
     /// Sends the frame once and receives its answer. Throws `PlatformError`.
-    void Exchange(OutgoingFrame frame, IncomingFrame& answer, const Deadline& deadline);
+    void Exchange(OutgoingFrame frame, IncomingFrame& answer, const Deadline& deadline,
+                  CallUnderWay& underWay);
 
     Connection* TakeIdle() noexcept QOR_EXCLUDES(mutex_);
-    Connection* Connect(const Deadline& deadline) QOR_EXCLUDES(mutex_);
+    Connection* Connect(const Deadline& deadline, const CallUnderWay& underWay)
+        QOR_EXCLUDES(mutex_);
     void GiveBack(Connection* connection) noexcept QOR_EXCLUDES(mutex_);
     void Discard(Connection* connection) noexcept QOR_EXCLUDES(mutex_);
     void Unlink(Connection* connection) noexcept QOR_REQUIRES(mutex_);
+
+    std::int32_t Try(const LinkCall& call) noexcept;
+
+    /// A connection of this call's own, on which what was left to say has been said.
+    Connection* ConnectAndSay(const Deadline& deadline, CallUnderWay& underWay);
+    std::unique_ptr<Channel> MakeChannel(const SessionToken& token, const Deadline& deadline,
+                                         const CallUnderWay& underWay) const;
+
+    void RememberFarewell(const LinkCall& call) noexcept QOR_EXCLUDES(mutex_);
+    std::vector<UnsaidFarewell> TakeUnsaidFarewells() QOR_EXCLUDES(mutex_);
+    void PutBackFarewells(std::vector<UnsaidFarewell> farewells) QOR_EXCLUDES(mutex_);
+    static void Say(const UnsaidFarewell& farewell, Connection& connection,
+                    const Deadline& deadline);
 
     /// Waits, but not beyond the deadline of the call.
     void DelayFailure(const Deadline& deadline) noexcept;
@@ -85,6 +121,8 @@ private:
     Connection* idle_ QOR_GUARDED_BY(mutex_) = nullptr;  ///< top of the stack of idle ones
     std::size_t idleCount_ QOR_GUARDED_BY(mutex_) = 0;
     Connection* all_ QOR_GUARDED_BY(mutex_) = nullptr;  ///< every one, leased ones included
+
+    std::vector<UnsaidFarewell> unsaidFarewells_ QOR_GUARDED_BY(mutex_);  ///< oldest first
 
     std::atomic<std::uint32_t> failureDelayMs_{0};
 };

@@ -3,6 +3,7 @@
 #include <exception>
 #include <string>
 
+#include "client/call_bounds.h"
 #include "client/service_registry.h"
 #include "vd/zor_transport.h"
 #include "zam_platform/report.h"
@@ -25,5 +26,7 @@ uint32_t ServiceLocatorConnect(const char* name) {
 
 uint16_t ServiceLocatorGetRiid(uint32_t handle, const char* endpoint) {
     zam_platform::ServiceLink* const link = zam_platform::ServiceRegistry::Instance().Find(handle);
-    return link == nullptr ? VD_UNKNOWN_RIID : link->Lookup(endpoint == nullptr ? "" : endpoint);
+    return link == nullptr
+               ? VD_UNKNOWN_RIID
+               : link->Lookup(endpoint == nullptr ? "" : endpoint, zam_platform::CallBounds());
 }

@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "client/call_bounds.h"
 #include "zam_platform/channel.h"
 #include "zam_platform/posix_error.h"
 #include "zam_platform/runtime_directory.h"
@@ -27,7 +28,7 @@ std::uint32_t ServiceRegistry::Connect(const std::string& name) {
     CheckServiceName(name);
     std::uint32_t handle = 0;
     // Opened once more by each connection: the directory may be replaced while the process runs.
-    FindOrAdd(RuntimeDirectoryPath(), name, handle).Open();
+    FindOrAdd(RuntimeDirectoryPath(), name, handle).Open(CallBounds());
     return handle;
 }
 
@@ -71,6 +72,9 @@ void ServiceRegistry::ContinueChild() QOR_NO_THREAD_SAFETY_ANALYSIS {
         entry.link->RestartInChild();
     }
     registry.mutex_.unlock();
+    // Whoever bounded this thread's calls may have been held by a thread that the child does not
+    // have.
+    VdZorTransport_SetCallBounds(nullptr);
 }
 
 }  // namespace zam_platform

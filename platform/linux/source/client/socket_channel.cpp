@@ -345,6 +345,10 @@ void SocketChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
     frame.status = prelude.status;
 }
 
+void SocketChannel::Interrupt() noexcept {
+    ::shutdown(socket_.Get(), SHUT_RDWR);
+}
+
 void SocketChannel::Abandon() noexcept {
     socket_.Reset();
 }

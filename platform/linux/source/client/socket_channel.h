@@ -26,6 +26,7 @@ public:
 
     bool Send(const OutgoingFrame& frame, const Deadline& deadline) override;
     void Receive(IncomingFrame& frame, const Deadline& deadline) override;
+    void Interrupt() noexcept override;
     void Abandon() noexcept override;
 
 private:

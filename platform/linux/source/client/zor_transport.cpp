@@ -4,6 +4,7 @@
 #include <chrono>
 #include <span>
 
+#include "client/call_bounds.h"
 #include "client/service_registry.h"
 #include "zam_platform/transport_status.h"
 
@@ -28,7 +29,8 @@ int Call(VdZorTransport* transport, vd_message_header* request, vd_arena* reques
                        .response = response,
                        .responseArena = responseArena,
                        .timeout = std::chrono::milliseconds(transport->timeoutMs),
-                       .farewell = IsFarewell(*transport, *request)});
+                       .farewell = IsFarewell(*transport, *request),
+                       .bounds = zam_platform::CallBounds()});
 }
 
 constexpr VdZorTransportOps kOperations{&Call};

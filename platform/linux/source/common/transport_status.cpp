@@ -26,6 +26,8 @@ std::string DescribeStatus(std::int32_t status) {
             return "the request exceeds what a frame can carry";
         case kStatusResources:
             return "this process is out of descriptors or memory";
+        case kStatusCancelled:
+            return "the call was ended by its caller";
         case kStatusNotAdmitted:
             return "the service does not serve this user";
         case kStatusQuota:

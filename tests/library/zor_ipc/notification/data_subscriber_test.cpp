@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "library/zor_ipc/notification/fake_call.h"
 #include "library/zor_ipc/notification/refused_at.h"
 #include "library/zor_ipc/notification/scripted_parts.h"
 #include "library/zor_ipc/notification/scripted_provider.h"
@@ -168,6 +169,40 @@ TEST_F(DataSubscriberTest, StaysSubscribedWhenTheProviderRefusesToEnd) {
     notifier_->SetUnregister(0);
     EXPECT_EQ(subscriber_.Unsubscribe(), 0);
     EXPECT_THAT(notifier_->Calls(), ElementsAre("Register", "Unregister", "Unregister"));
+}
+
+/// Waits under its thread's bounds until somebody ends the call; the farewell is reported as done
+/// though the service could not be told.
+class DeafProvider final : public IDataProvider<int> {
+public:
+    explicit DeafProvider(Flag& waits) : waits_(waits) {}
+
+    int Register() override { return 0; }
+    int GetData(int& /*value*/) override {
+        const test::FakeCall call;
+        if (call.isEntered) {
+            waits_.Raise();
+            call.interruptions.wait(0);
+        }
+        return kUnspecified;
+    }
+    int Unregister() override {
+        test::FakeCall::Bounds()->lastStatus = 4;
+        return 0;
+    }
+
+private:
+    Flag& waits_;
+};
+
+TEST_F(DataSubscriberTest, EndsTheWaitThatTheServiceWasNotToldOf) {
+    Flag waits;
+    CountingSubscriber subscriber(std::make_unique<DeafProvider>(waits));
+    ASSERT_EQ(subscriber.Subscribe(queue_), 0);
+    ASSERT_TRUE(waits.Wait());
+    EXPECT_EQ(subscriber.Unsubscribe(), 0);
+    EXPECT_TRUE(queue_->IsClosed());
+    EXPECT_EQ(subscriber.Subscribe(std::make_shared<Queue>()), 0) << "and can begin anew";
 }
 
 TEST_F(DataSubscriberTest, PushesTheNoticeOfTheWaitThatItsEndFinds) {

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <exception>
 #include <list>
 #include <memory>
 #include <utility>
 
+#include "call_canceller.h"
 #include "common/log.h"
 #include "data_handler/handler_threads.h"
 #include "data_handler/i_data_handler.h"
@@ -76,7 +78,7 @@ public:
                 processor_ = factory_->CreateDataProcessor(std::move(manager));
             }
             token->Resume();
-            threads_.Start(token, Rounds{run, processor_, token});
+            threads_.Start(token, Rounds{run, processor_, token}, run->calls);
         } catch (...) {
             if (firstStart) {
                 processor_.reset();
@@ -92,11 +94,13 @@ public:
     /// Returns the subscriber's code when that refuses to stop; the handler goes on then. What is
     /// in the queue is still handled, unless the handler thread is just handling what it took out
     /// before: then that is the last. Waits for an observer that is being called, but never on a
-    /// handler thread.
+    /// handler thread; when the service could not be told, the calls that the handler thread has
+    /// under way fail, an observer's own included.
     int Stop() override {
         if (token_->IsCanceled()) {
             return qel::kNoError;
         }
+        const CallScope scope(nullptr);
         const int unsubscribed = subscriber_->Unsubscribe();
         if (unsubscribed < 0) {
             return unsubscribed;
@@ -105,6 +109,12 @@ public:
         // that this was its last round.
         token_->Cancel();
         Close(run_->queue);
+        if (scope.LastStatus() != 0) {
+            // A service that took no farewell may answer nothing else either. An observer that is
+            // here keeps its own calls until it has returned.
+            run_->isUntold = true;
+            threads_.EndCalls();
+        }
         threads_.Finish();
         run_.reset();
         return qel::kNoError;
@@ -130,6 +140,8 @@ private:
 
         const std::shared_ptr<KeptObjects> kept;
         Queue<T> queue;
+        const std::shared_ptr<CallCanceller> calls = std::make_shared<CallCanceller>();
+        std::atomic<bool> isUntold = false;  ///< the service does not know that the run has ended
     };
 
     /// What the handler thread holds. The processor goes first: what it uses may be what the run
@@ -139,7 +151,10 @@ private:
         std::shared_ptr<IDataProcessor<T>> processor;
         std::shared_ptr<const Token> token;
 
-        void operator()() const { RunDataHandler(run->queue, *processor, *token); }
+        void operator()() const {
+            const CallScope scope(run->calls.get());
+            RunDataHandler(*run, *processor, *token);
+        }
     };
 
     /// Shared with the threads of earlier runs that are still inside an observer: what those use
@@ -165,14 +180,14 @@ private:
         }
     }
 
-    static int RunDataHandler(Queue<T>& queue, IDataProcessor<T>& processor, const Token& token) {
+    static int RunDataHandler(Run& run, IDataProcessor<T>& processor, const Token& token) {
         while (token.IsContinued()) {
             std::list<T> batch;
-            queue.PopAll(batch);
-            if (batch.empty() && queue.IsClosed()) {
+            run.queue.PopAll(batch);
+            if (batch.empty() && run.queue.IsClosed()) {
                 WaitForEnd(token);
             }
-            const int result = Process(batch, processor);
+            const int result = Process(batch, processor, run);
             if (result < 0) {
                 return result;
             }
@@ -180,10 +195,14 @@ private:
         return qel::kNoError;
     }
 
-    static int Process(const std::list<T>& batch, IDataProcessor<T>& processor) noexcept {
+    static int Process(const std::list<T>& batch, IDataProcessor<T>& processor,
+                       const Run& run) noexcept {
         try {
             for (const T value : batch) {
                 processor.ProcessData(value);
+                if (run.isUntold) {
+                    run.calls->Cancel();
+                }
             }
             return qel::kNoError;
         } catch (const std::exception& exception) {

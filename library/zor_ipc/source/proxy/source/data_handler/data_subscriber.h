@@ -1,11 +1,13 @@
 #pragma once
 
 #include <chrono>
+#include <future>
 #include <memory>
 #include <new>
 #include <thread>
 #include <utility>
 
+#include "call_canceller.h"
 #include "common/log.h"
 #include "data_handler/i_data_provider.h"
 #include "data_handler/i_data_subscriber.h"
@@ -50,19 +52,27 @@ public:
             return qel::kAlreadyDone;
         }
         auto token = std::make_shared<qor::utils::CancellationToken>();
+        auto calls = std::make_shared<CallCanceller>();
+        auto end = std::make_shared<std::promise<void>>();
+        std::future<void> hasEnded = end->get_future();
         const int registered = provider_->Register();
         if (registered < 0) {
             return registered;
         }
         try {
             thread_ = qor::utils::StartWorkerThread(
-                threadName_,
-                [provider = provider_, queue, token] { RunGetData(*provider, *queue, *token); });
+                threadName_, [provider = provider_, queue, token, calls, end] {
+                    const CallScope scope(calls.get());
+                    RunGetData(*provider, *queue, *token);
+                    end->set_value();
+                });
         } catch (...) {
             provider_->Unregister();
             throw;
         }
         token_ = std::move(token);
+        calls_ = std::move(calls);
+        hasEnded_ = std::move(hasEnded);
         queue_ = std::move(queue);
         subscribed_ = true;
         return qel::kNoError;
@@ -76,12 +86,21 @@ public:
             return qel::kAlreadyDone;
         }
         token_->Cancel();
-        const int unregistered = provider_->Unregister();
-        if (unregistered < 0) {
-            return unregistered;
+        {
+            const CallScope scope(nullptr);
+            const int unregistered = provider_->Unregister();
+            if (unregistered < 0) {
+                return unregistered;
+            }
+            if (scope.LastStatus() != 0) {
+                calls_->Cancel();  // the service does not know that it is to let the thread go
+            }
+        }
+        if (hasEnded_.wait_for(kLongestWait) != std::future_status::ready) {
+            calls_->Cancel();  // it was told, and does not
         }
         if (thread_.joinable()) {
-            thread_.join();  // never in vain: it calls no observer, and the service has let it go
+            thread_.join();  // never in vain: it calls no observer, and its call has an end
         }
         queue_.reset();
         subscribed_ = false;
@@ -92,6 +111,9 @@ private:
     using Token = qor::utils::CancellationToken;
 
     static constexpr char kSourceFile[] = "data_subscriber";
+
+    /// Longest time that the service has to end the waiting call behind an `Unregister`.
+    static constexpr std::chrono::milliseconds kLongestWait{750};
 
     /// The pause before a value is pushed again for which there was no memory.
     static constexpr std::chrono::milliseconds kMemoryPause{100};
@@ -139,6 +161,8 @@ private:
     const std::shared_ptr<IDataProvider<T>> provider_;
     std::thread thread_;
     std::shared_ptr<Token> token_ = std::make_shared<Token>();
+    std::shared_ptr<CallCanceller> calls_;  ///< of the thread; set while it is subscribed
+    std::future<void> hasEnded_;            ///< likewise
     /// Held while it is subscribed, though only the thread uses it: with the queue lives what the
     /// provider needs for an `Unregister`, which may be left to the destructor.
     std::shared_ptr<Queue<T>> queue_;

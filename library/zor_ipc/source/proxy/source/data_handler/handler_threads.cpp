@@ -48,9 +48,9 @@ bool HandlerThreads::IsCurrent() noexcept {
 }
 
 void HandlerThreads::Start(std::shared_ptr<const qor::utils::CancellationToken> token,
-                           std::function<void()> rounds) {
+                           std::function<void()> rounds, std::shared_ptr<CallCanceller> calls) {
     JoinEnded();
-    Entry entry{{}, std::make_shared<std::atomic<bool>>(false)};
+    Entry entry{{}, std::make_shared<std::atomic<bool>>(false), std::move(calls)};
     auto run = [turn = turn_, hasEnded = entry.hasEnded, token = std::move(token),
                 rounds = std::move(rounds)]() mutable {
         isHandlerThread = true;
@@ -69,6 +69,14 @@ void HandlerThreads::Start(std::shared_ptr<const qor::utils::CancellationToken> 
     } catch (...) {
         entries_.pop_back();
         throw;
+    }
+}
+
+void HandlerThreads::EndCalls() noexcept {
+    for (const Entry& entry : entries_) {
+        if (entry.calls && entry.thread.get_id() != std::this_thread::get_id()) {
+            entry.calls->Cancel();
+        }
     }
 }
 

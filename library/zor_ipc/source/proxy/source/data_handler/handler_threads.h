@@ -7,6 +7,7 @@
 #include <memory>
 #include <thread>
 
+#include "call_canceller.h"
 #include "qor/mutex.h"
 #include "qor/utils/cancellation_token.h"
 
@@ -21,7 +22,7 @@ namespace zam_connector::proxy {
 /// Until then a thread of an earlier run may still be inside an observer, so a new one waits until
 /// that has ended: observers of one pipeline are never called by two threads at once.
 ///
-/// `Start` and `Finish` are called by one thread at a time.
+/// `Start`, `EndCalls` and `Finish` are called by one thread at a time.
 class HandlerThreads {
 public:
     /// `name` is that of each thread; it must have static storage.
@@ -38,9 +39,13 @@ public:
 
     /// Starts a thread that runs `rounds` when the threads of earlier runs have ended, and not at
     /// all when `token` is cancelled before. `rounds` must not throw, and is destroyed on that
-    /// thread. Throws `std::system_error` and `std::bad_alloc`; nothing has been started then.
+    /// thread; the calls that it makes are under `calls`, which may be null. Throws
+    /// `std::system_error` and `std::bad_alloc`; nothing has been started then.
     void Start(std::shared_ptr<const qor::utils::CancellationToken> token,
-               std::function<void()> rounds);
+               std::function<void()> rounds, std::shared_ptr<CallCanceller> calls = nullptr);
+
+    /// Ends the calls of all threads, those of earlier runs included, but for the calling one's.
+    void EndCalls() noexcept;
 
     /// To be called when the tokens of all threads are cancelled: joins them, or leaves them for
     /// later when this is a handler thread itself.
@@ -65,6 +70,7 @@ private:
     struct Entry {
         std::thread thread;
         std::shared_ptr<std::atomic<bool>> hasEnded;  ///< nothing is left but the thread's own end
+        std::shared_ptr<CallCanceller> calls;
     };
 
     void JoinEnded();

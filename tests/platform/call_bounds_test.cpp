@@ -1,0 +1,181 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "support/background.h"
+#include "support/scoped_environment.h"
+#include "support/temporary_folder.h"
+#include "support/test_call.h"
+#include "vd/call_bounds.h"
+#include "vd/service_locator.h"
+#include "zam_connector_testing/recording_logger.h"
+
+namespace zam_platform::testing {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+/// Bounds whose calls the test may end. One call at a time.
+class TestBounds : public VdCallBounds {
+public:
+    TestBounds() : VdCallBounds{0, &TestBounds::Enter, &TestBounds::Leave, -1} {}
+
+    void EndCall() {
+        ASSERT_TRUE(Await("a call", [this] {
+            const qor::MutexLock lock(mutex_);
+            return call_ != nullptr;
+        }));
+        const qor::MutexLock lock(mutex_);
+        call_->interrupt(call_);
+        call_->interrupt(call_);  // once more changes nothing
+    }
+
+    void RefuseCalls() {
+        const qor::MutexLock lock(mutex_);
+        refuses_ = true;
+    }
+
+    int Entered() {
+        const qor::MutexLock lock(mutex_);
+        return entered_;
+    }
+
+    int Left() {
+        const qor::MutexLock lock(mutex_);
+        return left_;
+    }
+
+private:
+    static int Enter(VdCallBounds* bounds, VdCallUnderWay* call) {
+        auto& self = *static_cast<TestBounds*>(bounds);
+        const qor::MutexLock lock(self.mutex_);
+        ++self.entered_;
+        self.call_ = call;
+        return self.refuses_ ? 0 : 1;
+    }
+
+    static void Leave(VdCallBounds* bounds, VdCallUnderWay* call) {
+        auto& self = *static_cast<TestBounds*>(bounds);
+        const qor::MutexLock lock(self.mutex_);
+        EXPECT_EQ(self.call_, call);
+        ++self.left_;
+        self.call_ = nullptr;
+    }
+
+    qor::Mutex mutex_;
+    VdCallUnderWay* call_ QOR_GUARDED_BY(mutex_) = nullptr;
+    int entered_ QOR_GUARDED_BY(mutex_) = 0;
+    int left_ QOR_GUARDED_BY(mutex_) = 0;
+    bool refuses_ QOR_GUARDED_BY(mutex_) = false;
+};
+
+std::int64_t InFuture(milliseconds time) {
+    return std::chrono::nanoseconds((steady_clock::now() + time).time_since_epoch()).count();
+}
+
+class CallBounds : public ::testing::Test {
+protected:
+    zam_connector::testing::RecordingLogger logger_;
+    PairedLink link_;
+    TestBounds bounds_;
+    TestCall call_;
+};
+
+TEST_F(CallBounds, AreToldOfEveryCallAndWhatCameOfIt) {
+    link_.Prepare(AnswerFrame(1, 7));
+    EXPECT_EQ(call_.Bounds(bounds_).On(*link_), kStatusOk);
+    EXPECT_EQ(bounds_.Entered(), 1);
+    EXPECT_EQ(bounds_.Left(), 1);
+    EXPECT_EQ(bounds_.lastStatus, kStatusOk);
+    link_.Next().Close();
+    link_.FailToConnect(kStatusUnavailable);
+    EXPECT_EQ(call_.On(*link_), kStatusUnavailable);
+    EXPECT_EQ(bounds_.Entered(), 2);
+    EXPECT_EQ(bounds_.Left(), 2);
+    EXPECT_EQ(bounds_.lastStatus, kStatusUnavailable);
+}
+
+TEST_F(CallBounds, RefuseACallBeforeItIsTried) {
+    bounds_.RefuseCalls();
+    EXPECT_EQ(call_.Bounds(bounds_).On(*link_), kStatusCancelled);
+    EXPECT_EQ(link_.Attempts(), 0U);
+    EXPECT_EQ(bounds_.Left(), 0) << "what was not entered is not left";
+    EXPECT_EQ(bounds_.lastStatus, kStatusCancelled);
+}
+
+TEST_F(CallBounds, EndACallThatWaitsForItsAnswer) {
+    Background client([this] { EXPECT_EQ(call_.Bounds(bounds_).On(*link_), kStatusCancelled); });
+    const RawSocket peer = link_.Next();
+    peer.Read(HelloFrame().size());
+    peer.ReadFrame();
+    bounds_.EndCall();
+    client.Join();
+    EXPECT_TRUE(peer.EndsNow()) << "its connection is closed";
+    EXPECT_EQ(bounds_.Left(), 1);
+}
+
+TEST_F(CallBounds, EndACallThatThePeerDoesNotTake) {
+    link_.UseTinyBuffers();
+    call_.RequestArena(Pattern(1'000'000));
+    Background client([this] { EXPECT_EQ(call_.Bounds(bounds_).On(*link_), kStatusCancelled); });
+    const RawSocket peer = link_.Next();
+    bounds_.EndCall();
+    client.Join();  // the peer stays, so nothing else ends the call
+}
+
+TEST_F(CallBounds, LeaveTheConnectionOfACallThatHasEndedAlone) {
+    link_.Prepare(AnswerFrame(1, 7));
+    EXPECT_EQ(call_.Bounds(bounds_).On(*link_), kStatusOk);
+    const RawSocket peer = link_.Next();
+    peer.Read(HelloFrame().size());
+    peer.ReadFrame();
+    Background client([this] {
+        EXPECT_EQ(call_.On(*link_), kStatusOk);
+        EXPECT_EQ(call_.Value(), 8U);
+    });
+    peer.ReadFrame();
+    peer.Send(AnswerFrame(2, 8));
+    client.Join();
+    EXPECT_EQ(link_.Connections(), 1U);
+}
+
+TEST_F(CallBounds, EndACallAtTheirDeadline) {
+    bounds_.deadlineNs = InFuture(milliseconds(20));
+    EXPECT_EQ(call_.Bounds(bounds_).On(*link_), kStatusTimeout);
+    EXPECT_GE(InFuture(milliseconds(0)), bounds_.deadlineNs);
+}
+
+TEST_F(CallBounds, LeaveACallItsOwnEarlierTimeout) {
+    bounds_.deadlineNs = InFuture(std::chrono::hours(1));
+    EXPECT_EQ(call_.Bounds(bounds_).Timeout(milliseconds(5)).On(*link_), kStatusTimeout);
+}
+
+TEST_F(CallBounds, EndALookup) {
+    bounds_.deadlineNs = InFuture(milliseconds(20));
+    EXPECT_EQ((*link_).Lookup("endpoint", &bounds_), VD_UNKNOWN_RIID);
+    bounds_.deadlineNs = 0;
+    Background client(
+        [this] { EXPECT_EQ((*link_).Lookup("endpoint", &bounds_), VD_UNKNOWN_RIID); });
+    bounds_.EndCall();
+}
+
+/// A service whose queue of connections is full keeps those who connect waiting in the kernel.
+TEST(CallBoundsOfAThread, EndAConnect) {
+    zam_connector::testing::RecordingLogger logger;
+    const zam_test::TemporaryFolder temp;
+    const zam_test::ScopedEnvironment runtime("ZAM_RUNTIME_DIR", temp.Path());
+    const RawListener listener(temp.Path("full.sock"), 0);
+    EXPECT_NE(ServiceLocatorConnect("full"), VD_ZOR_INVALID_HANDLE);
+    TestBounds bounds;
+    Background client([&] {
+        EXPECT_EQ(VdZorTransport_SetCallBounds(&bounds), nullptr);
+        EXPECT_EQ(ServiceLocatorConnect("full"), VD_ZOR_INVALID_HANDLE);
+        EXPECT_EQ(VdZorTransport_SetCallBounds(nullptr), &bounds);
+    });
+    bounds.EndCall();
+}
+
+}  // namespace
+}  // namespace zam_platform::testing
