@@ -54,12 +54,12 @@ struct VdZorTransport {
 ZAM_API void VdZorTransport_Init(struct VdZorTransport* transport, uint32_t handle,
                                  uint32_t timeoutMs, uint32_t flags);
 
-/// Marks an operation that only ends something at the peer: the platform tries it for a bounded time
-/// and reports it as done with a zero-filled response, whatever came of it. What it would have ended
-/// went with the peer, or the peer is told later; `VdCallBounds::lastStatus` says what happened.
-/// An interface has one farewell: a second call for the same riid replaces its operation. What
-/// exceeds `VD_ZOR_MAX_FAREWELLS` interfaces is not marked. To be called before the transport is
-/// shared between threads. A platform without this notion supplies an empty function.
+/// Marks an operation that only ends something at the peer: the platform tries it for a bounded
+/// time and reports it as done with a zero-filled response, whatever came of it. What it would have
+/// ended went with the peer, or the peer is told later; `VdCallBounds::lastStatus` says what
+/// happened. An interface has one farewell: a second call for the same riid replaces its operation.
+/// What exceeds `VD_ZOR_MAX_FAREWELLS` interfaces is not marked. To be called before the transport
+/// is shared between threads. A platform without this notion supplies an empty function.
 ZAM_API void VdZorTransport_SetFarewell(struct VdZorTransport* transport, uint16_t riid,
                                         uint16_t operation);
 

@@ -234,9 +234,10 @@ TEST(UpdatesStatusFailure, OfTheCloseAfterAFailedTransferIsLoggedAndChangesNothi
     rig.Fail(test::kCloseUpdates, {.session = -1});
     Status status = OldStatus();
     EXPECT_EQ(rig.proxy.GetZamUpdatesStatus(status), test::kUnspecified);
-    EXPECT_EQ(rig.TakeLines(),
-              (Lines{FailureLine(test::kInvalidResult, CodeText(test::kInvalidResult, kSessionPlace)),
-                     test::SessionLine("CloseZamUpdatesStatusChannel", -1)}));
+    EXPECT_EQ(
+        rig.TakeLines(),
+        (Lines{FailureLine(test::kInvalidResult, CodeText(test::kInvalidResult, kSessionPlace)),
+               test::SessionLine("CloseZamUpdatesStatusChannel", -1)}));
     EXPECT_EQ(rig.CallsOf(test::kCloseUpdates).size(), 1U);
 }
 
