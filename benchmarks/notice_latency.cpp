@@ -24,6 +24,7 @@
 #include "process.h"
 #include "suites.h"
 #include "support/real_subscribers.h"
+#include "vocabulary/notice_kinds.h"
 
 namespace zam_bench {
 namespace {
@@ -127,7 +128,7 @@ void RunService(const std::string& folder, int orders, Stamps& stamps) {
                 return;
             }
             stamps.decided = NowMicroseconds();
-            daemon.ClientNotices().Tell(zam_service::DataKind::SettingsSynced);
+            daemon.ClientNotices().Tell(zam_vocabulary::NoticeKind::SettingsSynced);
             next();
         });
     };
