@@ -216,57 +216,55 @@ TEST_F(RefusedConnection, FailsNoUploadBesideIt) {
     uploads.join();
 }
 
-/// An observer on one pipeline's thread ends the other pipeline, whose thread waits for data that
-/// do not come. That thread is joined by a later end, which must not wait for it.
-TEST_F(RefusedConnection, IsOvercomeByALaterEndToo) {
-    service_.WriteData("policy.json", R"({"number": 1})");
-    service_.WriteData("connection.json", kQuickLink);
-    service_.WriteData("faults.json", R"({"rules": [
-        {"endpoint": "zamDataNotifier", "operation": "Unregister", "transport_status": 5},
-        {"endpoint": "zamDataProvider", "operation": "*", "delay_ms": 86400000}]})");
-    StartLoud();
-    RealSubscribers subscribers;
-    const auto policies = std::make_shared<PolicyObserver>();
-    SubscriptionCookie policyCookie;
-    SubscriptionCookie stateCookie;
-    ASSERT_EQ(subscribers.Data()->SubscribeOnPolicyChange(policies, policyCookie), 0);
+/// The handler thread waits for data that the service does not give, and the service refuses the
+/// farewell.
+class FetchUnderWay : public ServiceDataTest {
+protected:
+    void BeginFetch() {
+        service_.WriteData("policy.json", R"({"number": 1})");
+        service_.WriteData("connection.json", kQuickLink);
+        service_.WriteData("faults.json", R"({"rules": [
+            {"endpoint": "zamDataNotifier", "operation": "Unregister", "transport_status": 5},
+            {"endpoint": "zamDataProvider", "operation": "*", "delay_ms": 86400000}]})");
+        StartLoud();
+        subscribers_ = std::make_unique<RealSubscribers>();
+        ASSERT_EQ(subscribers_->Data()->SubscribeOnPolicyChange(policies_, policyCookie_), 0);
+        service_.WriteData("policy.json", R"({"number": 2})");
+        ASSERT_TRUE(Eventually([&] { return ServiceLogged("zamDataProvider"); }));
+    }
+
+    const std::shared_ptr<PolicyObserver> policies_ = std::make_shared<PolicyObserver>();
+    SubscriptionCookie policyCookie_;
+    std::unique_ptr<RealSubscribers> subscribers_;
+};
+
+TEST_F(FetchUnderWay, EndsWhenTheFarewellFails) {
+    BeginFetch();
+    const auto begin = steady_clock::now();
+    EXPECT_EQ(subscribers_->Data()->Unsubscribe(policyCookie_), 0);
+    EXPECT_LT(steady_clock::now() - begin, kLongestEnd);
+    EXPECT_EQ(policies_->Count(), 0U);
+}
+
+/// An observer on one pipeline's thread ends the other pipeline, whose thread is left to be joined
+/// by a later end. That must not wait for the fetch.
+TEST_F(FetchUnderWay, HoldsUpNoLaterEndEither) {
+    BeginFetch();
     std::promise<void> hasEnded;
     bool isFirst = true;
     const auto states = std::make_shared<StateObserver>([&](const ZamConnectorState&) {
         if (std::exchange(isFirst, false)) {
-            EXPECT_EQ(subscribers.Data()->Unsubscribe(policyCookie), 0);
+            EXPECT_EQ(subscribers_->Data()->Unsubscribe(policyCookie_), 0);
             hasEnded.set_value();
         }
     });
-    ASSERT_EQ(subscribers.States()->SubscribeOnStateChange(states, stateCookie), 0);
-    service_.WriteData("policy.json", R"({"number": 2})");
-    ASSERT_TRUE(Eventually([&] { return ServiceLogged("zamDataProvider"); }));
+    SubscriptionCookie stateCookie;
+    ASSERT_EQ(subscribers_->States()->SubscribeOnStateChange(states, stateCookie), 0);
     ASSERT_EQ(Controller().Start(Parameters()), 0);
     ASSERT_EQ(hasEnded.get_future().wait_for(zam_test::kBound), std::future_status::ready);
-    ASSERT_EQ(subscribers.Data()->SubscribeOnPolicyChange(policies, policyCookie), 0);
-    EXPECT_EQ(subscribers.Data()->Unsubscribe(policyCookie), 0);
-    EXPECT_EQ(subscribers.States()->Unsubscribe(stateCookie), 0);
-}
-
-class FetchUnderWay : public ServiceDataTest {};
-
-/// The handler thread waits for data that the service does not give.
-TEST_F(FetchUnderWay, EndsWhenTheFarewellFails) {
-    service_.WriteData("policy.json", R"({"number": 1})");
-    service_.WriteData("faults.json", R"({"rules": [
-        {"endpoint": "zamDataNotifier", "operation": "Unregister", "transport_status": 5},
-        {"endpoint": "zamDataProvider", "operation": "*", "delay_ms": 86400000}]})");
-    StartLoud();
-    RealSubscribers subscribers;
-    const auto observer = std::make_shared<PolicyObserver>();
-    SubscriptionCookie cookie;
-    ASSERT_EQ(subscribers.Data()->SubscribeOnPolicyChange(observer, cookie), 0);
-    service_.WriteData("policy.json", R"({"number": 2})");
-    ASSERT_TRUE(Eventually([&] { return ServiceLogged("zamDataProvider"); }));
-    const auto begin = steady_clock::now();
-    EXPECT_EQ(subscribers.Data()->Unsubscribe(cookie), 0);
-    EXPECT_LT(steady_clock::now() - begin, kLongestEnd);
-    EXPECT_EQ(observer->Count(), 0U);
+    ASSERT_EQ(subscribers_->Data()->SubscribeOnPolicyChange(policies_, policyCookie_), 0);
+    EXPECT_EQ(subscribers_->Data()->Unsubscribe(policyCookie_), 0);
+    EXPECT_EQ(subscribers_->States()->Unsubscribe(stateCookie), 0);
 }
 
 }  // namespace

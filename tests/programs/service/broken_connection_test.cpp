@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "common/arena.h"
 #include "common/raw_zam_param_casts.h"
@@ -109,6 +110,14 @@ protected:
         return channel;
     }
 
+    /// One of settings and one of agreements, each with a piece sent.
+    std::pair<std::int64_t, std::int64_t> BeginTwoTransfers(const RawSocket& socket) {
+        const std::int64_t settings = BeginTransfer(socket);
+        const std::int64_t eulas = Open(socket, Operation::OpenAppEulasChannel);
+        EXPECT_EQ(Send(socket, eulas), 0);
+        return {settings, eulas};
+    }
+
     void ExpectRefused(const RawSocket& socket, std::int64_t channel, const std::string& what) {
         EXPECT_EQ(Close(socket, channel), kRefused) << what;
         EXPECT_EQ(data_.Read("uploads/settings.json"), "null\n") << "the upload before stays";
@@ -170,9 +179,7 @@ TEST_F(BrokenConnectionTest, TakesTransfersBesideAnotherCallThatNobodyWaitsForAn
 TEST_F(BrokenConnectionTest, TakesTheOtherTransfersOfAClientThatLostAPiece) {
     Begin();
     const RawSocket client = Greet();
-    const std::int64_t settings = BeginTransfer(client);
-    const std::int64_t eulas = Open(client, Operation::OpenAppEulasChannel);
-    EXPECT_EQ(Send(client, eulas), 0);
+    const auto [settings, eulas] = BeginTwoTransfers(client);
     RawSocket broken = Greet();
     broken.Send(Head(SendCall(eulas), 1000));
     broken.Close();
@@ -195,9 +202,7 @@ TEST_F(BrokenConnectionTest, RefusesACloseBehindABreachOfTheRules) {
 TEST_F(BrokenConnectionTest, RefusesEveryTransferOfTheClientAndTheirNextPieces) {
     Begin();
     const RawSocket client = Greet();
-    const std::int64_t settings = BeginTransfer(client);
-    const std::int64_t eulas = Open(client, Operation::OpenAppEulasChannel);
-    EXPECT_EQ(Send(client, eulas), 0);
+    const auto [settings, eulas] = BeginTwoTransfers(client);
     RawSocket broken = Greet();
     broken.Send({0x5A});
     broken.AwaitTaken();

@@ -116,6 +116,7 @@ public:
 
     explicit operator bool() const noexcept { return connection_ != nullptr; }
     Connection* operator->() const noexcept { return connection_; }
+    Connection& operator*() const noexcept { return *connection_; }
 
     /// Closes the connection and takes another.
     void Reset(Connection* connection) noexcept {
@@ -338,7 +339,7 @@ ServiceLink::Connection* ServiceLink::ConnectAndSay(const Deadline& deadline,
         const Deadline sayDeadline =
             Earlier(deadline, std::chrono::steady_clock::now() + kFarewellTimeout);
         while (next != unsaid.end()) {
-            Say(*next++, *lease.operator->(), sayDeadline);
+            Say(*next++, *lease, sayDeadline);
         }
         return lease.Release();
     } catch (const PlatformError& error) {

@@ -19,12 +19,6 @@ constexpr char kSourceFile[] = "server_connection";
 /// Bytes of a call's body that tell its operation.
 constexpr std::size_t kHeaderBytes = sizeof(vd_message_header);
 
-vd_message_header HeaderAt(const unsigned char* body) {
-    vd_message_header header;
-    std::memcpy(&header, body, sizeof(header));
-    return header;
-}
-
 }  // namespace
 
 ServerConnection::ServerConnection(Server& server, Socket socket, uid_t user)

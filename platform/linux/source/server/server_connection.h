@@ -5,6 +5,7 @@
 #include <asio/steady_timer.hpp>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,13 @@
 #include "zam_platform/transport_status.h"
 
 namespace zam_platform {
+
+/// The header that a call's fixed part begins with.
+inline vd_message_header HeaderAt(const unsigned char* fixed) noexcept {
+    vd_message_header header;
+    std::memcpy(&header, fixed, sizeof(header));
+    return header;
+}
 
 /// One client connection: cuts what comes into frames, checks them, hands calls on and sends
 /// answers. One call is in flight at a time; reading goes on meanwhile, so that a client that goes

@@ -19,12 +19,6 @@ namespace {
 
 constexpr char kSourceFile[] = "server_connection";
 
-vd_message_header HeaderAt(const unsigned char* fixed) {
-    vd_message_header header;
-    std::memcpy(&header, fixed, sizeof(header));
-    return header;
-}
-
 }  // namespace
 
 void ServerConnection::Drop() {
