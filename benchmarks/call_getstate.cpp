@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -6,6 +7,7 @@
 #include "process.h"
 #include "service.h"
 #include "suites.h"
+#include "zam_connector/call_deadline.h"
 
 namespace zam_bench {
 namespace {
@@ -13,6 +15,9 @@ namespace {
 constexpr int kRounds = 9;
 constexpr int kWarmUpCalls = 1000;
 constexpr int kCalls = 10'000;
+
+/// A deadline as applications have it, far beyond what the call takes.
+constexpr std::chrono::milliseconds kDeadline{500};
 
 /// Middle round-trip time, and CPU time of both processes per call, in microseconds.
 struct Cost {
@@ -57,11 +62,17 @@ void MeasureGetState(Report& report) {
         std::vector<double> pings;
         std::vector<double> callCpu;
         std::vector<double> pingCpu;
+        std::vector<double> boundCalls;
         for (int round = 0; round < kRounds; ++round) {
             const Cost ping = Measure(
                 bareServer.Pid(), [&sockets] { Ping(sockets.client.Get(), kGetStateExchange); });
             const Cost call = Measure(service.Pid(), [&connection] { GetState(connection); });
+            const Cost bound = Measure(service.Pid(), [&connection] {
+                const zam_connector::CallDeadline within(kDeadline);
+                GetState(connection);
+            });
             pings.push_back(ping.p50);
+            boundCalls.push_back(bound.p50);
             pingCpu.push_back(ping.cpu);
             calls.push_back(call.p50);
             callCpu.push_back(call.cpu);
@@ -69,6 +80,8 @@ void MeasureGetState(Report& report) {
         const std::string where = placement.name;
         report.Add({"call.getstate", where + ".p50", "us", Median(calls), Median(pings)});
         report.Add({"call.getstate", where + ".cpu", "us", Median(callCpu), Median(pingCpu)});
+        // The floor is the call without one.
+        report.Add({"call.deadline", where + ".p50", "us", Median(boundCalls), Median(calls)});
     }
     Pin(0, -1);
 }

@@ -5,6 +5,7 @@
 #include "zam_connector/app_eula.h"
 #include "zam_connector/app_info.h"
 #include "zam_connector/app_updates.h"
+#include "zam_connector/call_deadline.h"
 #include "zam_connector/client_cert_info.h"
 #include "zam_connector/create_zam_connector.h"
 #include "zam_connector/dynamic_app_info.h"

@@ -15,6 +15,7 @@ std::atomic<ScriptedPlatform*> g_platform{nullptr};
 int FailWithoutHandle(VdZorTransport* /*transport*/, vd_message_header* /*request*/,
                       vd_arena* /*requestArena*/, vd_message_header* /*response*/,
                       vd_arena* /*responseArena*/) {
+    *VdZorTransport_LastStatus() = kNoHandleStatus;
     return kNoHandleStatus;
 }
 

@@ -4,6 +4,8 @@
 #include <exception>
 #include <utility>
 
+#include "vd/call_bounds.h"
+
 namespace zam_connector::testing {
 namespace {
 
@@ -125,6 +127,14 @@ std::vector<std::string> ScriptedTransport::Faults() const {
 int ScriptedTransport::Call(VdZorTransport* transport, vd_message_header* request,
                             vd_arena* requestArena, vd_message_header* response,
                             vd_arena* responseArena) noexcept {
+    const int status = Answer(transport, request, requestArena, response, responseArena);
+    *VdZorTransport_LastStatus() = status;
+    return status;
+}
+
+int ScriptedTransport::Answer(VdZorTransport* transport, vd_message_header* request,
+                              vd_arena* requestArena, vd_message_header* response,
+                              vd_arena* responseArena) noexcept {
     auto& self = *static_cast<ScriptedTransport*>(transport->platform);
     const RecordedCall call = Record(transport, request, requestArena, response, responseArena);
     {

@@ -11,11 +11,14 @@
 #include <mutex>
 #include <streambuf>
 #include <string>
+#include <utility>
 
 #include "tree_json/tree_json.h"
 #include "zam_connector/zam_connector.h"
 #include "zam_connector_testing/in_process_service.h"
 #include "zuv/zuv.h"
+
+#include "deadlines_fetch.inc"
 
 namespace {
 
@@ -112,6 +115,25 @@ TEST_F(SnippetOfAnObserver, OfTheContractPrintsTheHashOfANewPolicy) {
 #include "notification_observer.inc"
     ExpectHashOfANewPolicy(printed);
     EXPECT_EQ(subscriber->Unsubscribe(cookie), 0);
+}
+
+TEST(SnippetOfDeadlines, FetchesAPolicyUntilItIsCancelled) {
+    InProcessService service;
+    ::setenv("ZAM_RUNTIME_DIR", service.RuntimeDirectory().c_str(), 1);
+    service.WriteData("policy.json", R"({"a": 1})");
+    service.Start();
+    std::shared_ptr<zam_connector::IZamConnector> connector;
+    ASSERT_EQ(zam_connector::CreateZamConnector(connector, {}), 0);
+    std::shared_ptr<zam_connector::IZamDataProvider> provider;
+    ASSERT_EQ(connector->GetDataProvider(provider), 0);
+    zam_connector::Canceller canceller;
+    std::pair<unsigned long, zam_connector::ZamPolicy> policy;
+    EXPECT_EQ(FetchPolicy(*provider, canceller, policy), 0);
+    EXPECT_EQ(policy.second.tree, zuv::TValue(zuv::Map{{"a", 1L}}));
+    canceller.Cancel();
+    EXPECT_LT(FetchPolicy(*provider, canceller, policy), 0);
+    EXPECT_EQ(zam_connector::LastTransportStatus().failure,
+              zam_connector::TransportFailure::Cancelled);
 }
 
 // The snippet reads the tree back under its own name.

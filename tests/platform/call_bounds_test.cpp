@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <memory>
 
 #include "support/background.h"
 #include "support/scoped_environment.h"
@@ -10,6 +11,7 @@
 #include "vd/call_bounds.h"
 #include "vd/service_locator.h"
 #include "zam_connector_testing/recording_logger.h"
+#include "zam_platform/posix_error.h"
 
 namespace zam_platform::testing {
 namespace {
@@ -20,7 +22,7 @@ using std::chrono::steady_clock;
 /// Bounds whose calls the test may end. One call at a time.
 class TestBounds : public VdCallBounds {
 public:
-    TestBounds() : VdCallBounds{0, &TestBounds::Enter, &TestBounds::Leave, -1} {}
+    TestBounds() : VdCallBounds{0, 0, &TestBounds::Enter, &TestBounds::Leave, nullptr} {}
 
     void EndCall() {
         ASSERT_TRUE(Await("a call", [this] {
@@ -88,13 +90,13 @@ TEST_F(CallBounds, AreToldOfEveryCallAndWhatCameOfIt) {
     EXPECT_EQ(call_.Bounds(bounds_).On(*link_), kStatusOk);
     EXPECT_EQ(bounds_.Entered(), 1);
     EXPECT_EQ(bounds_.Left(), 1);
-    EXPECT_EQ(bounds_.lastStatus, kStatusOk);
+    EXPECT_EQ(*VdZorTransport_LastStatus(), kStatusOk);
     link_.Next().Close();
     link_.FailToConnect(kStatusUnavailable);
     EXPECT_EQ(call_.On(*link_), kStatusUnavailable);
     EXPECT_EQ(bounds_.Entered(), 2);
     EXPECT_EQ(bounds_.Left(), 2);
-    EXPECT_EQ(bounds_.lastStatus, kStatusUnavailable);
+    EXPECT_EQ(*VdZorTransport_LastStatus(), kStatusUnavailable);
 }
 
 TEST_F(CallBounds, RefuseACallBeforeItIsTried) {
@@ -102,7 +104,7 @@ TEST_F(CallBounds, RefuseACallBeforeItIsTried) {
     EXPECT_EQ(call_.Bounds(bounds_).On(*link_), kStatusCancelled);
     EXPECT_EQ(link_.Attempts(), 0U);
     EXPECT_EQ(bounds_.Left(), 0) << "what was not entered is not left";
-    EXPECT_EQ(bounds_.lastStatus, kStatusCancelled);
+    EXPECT_EQ(*VdZorTransport_LastStatus(), kStatusCancelled);
 }
 
 TEST_F(CallBounds, EndACallThatWaitsForItsAnswer) {
@@ -145,6 +147,81 @@ TEST_F(CallBounds, EndACallAtTheirDeadline) {
     bounds_.deadlineNs = InFuture(milliseconds(20));
     EXPECT_EQ(call_.Bounds(bounds_).On(*link_), kStatusTimeout);
     EXPECT_GE(InFuture(milliseconds(0)), bounds_.deadlineNs);
+}
+
+TEST_F(CallBounds, LeaveACallUnmadeThatWouldBeginBehindTheirDeadline) {
+    bounds_.deadlineNs = InFuture(milliseconds(0));
+    EXPECT_EQ(call_.Bounds(bounds_).On(*link_), kStatusTimeout);
+    EXPECT_EQ((*link_).Lookup("endpoint", &bounds_), VD_UNKNOWN_RIID);
+    EXPECT_EQ(*VdZorTransport_LastStatus(), kStatusTimeout);
+    EXPECT_THROW((*link_).Open(&bounds_), PlatformError);
+    EXPECT_EQ(link_.Attempts(), 0U);
+    EXPECT_THAT(logger_.Records(), ::testing::Each(::testing::Field(
+                                       &zam_connector::testing::LogRecord::text,
+                                       "the time for the call had run out before it began")));
+}
+
+/// The kernel is told of a bound once; deadlines of all lengths must still hold.
+TEST_F(CallBounds, EndCallsAtDeadlinesThatGrowAndShrinkOnOneConnection) {
+    std::uint64_t number = 0;
+    std::unique_ptr<RawSocket> peer;
+    for (const int ms : {5000, 900, 0, 60'000, 300, 500}) {
+        bounds_.deadlineNs = ms == 0 ? 0 : InFuture(milliseconds(ms));
+        call_.Bounds(bounds_);
+        Background client([this] { EXPECT_EQ(call_.On(*link_), kStatusOk); });
+        if (!peer) {
+            peer = std::make_unique<RawSocket>(link_.Next());
+            peer->Read(HelloFrame().size());
+        }
+        peer->ReadFrame();
+        peer->Send(AnswerFrame(++number, 1));
+        client.Join();
+    }
+    bounds_.deadlineNs = InFuture(milliseconds(700));  // longer than what the kernel was told
+    EXPECT_EQ(call_.On(*link_), kStatusTimeout);
+    EXPECT_GE(InFuture(milliseconds(0)), bounds_.deadlineNs);
+    EXPECT_EQ(link_.Connections(), 1U);
+}
+
+/// Takes the process's time-out back at its end.
+class DefaultTimeout : public CallBounds {
+protected:
+    ~DefaultTimeout() override { VdZorTransport_SetDefaultTimeout(0); }
+};
+
+TEST_F(DefaultTimeout, EndsCallsAndLookupsThatHaveNoBounds) {
+    VdZorTransport_SetDefaultTimeout(20);
+    const auto before = steady_clock::now();
+    EXPECT_EQ(call_.On(*link_), kStatusTimeout);
+    EXPECT_GE(steady_clock::now() - before, milliseconds(20));
+    EXPECT_EQ((*link_).Lookup("endpoint"), VD_UNKNOWN_RIID);
+    EXPECT_EQ(*VdZorTransport_LastStatus(), kStatusTimeout);
+}
+
+TEST_F(DefaultTimeout, IsAnewForEveryCallAndTheEarlierBoundHolds) {
+    VdZorTransport_SetDefaultTimeout(60'000);
+    bounds_.deadlineNs = InFuture(milliseconds(20));
+    EXPECT_EQ(call_.Bounds(bounds_).On(*link_), kStatusTimeout);
+    VdZorTransport_SetDefaultTimeout(20);
+    bounds_.deadlineNs = InFuture(std::chrono::hours(1));
+    EXPECT_EQ(call_.On(*link_), kStatusTimeout);
+}
+
+TEST_F(DefaultTimeout, IsNoneForThoseWhoWaitForHours) {
+    VdZorTransport_SetDefaultTimeout(1);
+    bounds_.withoutDefaultTimeout = 1;
+    bounds_.deadlineNs = InFuture(milliseconds(40));
+    EXPECT_EQ(call_.Bounds(bounds_).On(*link_), kStatusTimeout);
+    EXPECT_GE(InFuture(milliseconds(0)), bounds_.deadlineNs);
+}
+
+TEST_F(CallBounds, AreNoneOfAFarewells) {
+    bounds_.RefuseCalls();
+    bounds_.deadlineNs = InFuture(milliseconds(0));
+    link_.Prepare(AnswerFrame(1, 7));
+    EXPECT_EQ(call_.Bounds(bounds_).Farewell().On(*link_), kStatusOk);
+    EXPECT_EQ(call_.Value(), 7U) << "it was said";
+    EXPECT_EQ(bounds_.Entered(), 0);
 }
 
 TEST_F(CallBounds, LeaveACallItsOwnEarlierTimeout) {

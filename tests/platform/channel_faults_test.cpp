@@ -54,8 +54,7 @@ std::vector<BrokenAnswer> BrokenPreludes() {
          "fixed part of 4097 bytes exceeds 4096"},
         {"arena beyond the cap", ChangedAnswer(20, {1, 0, 0x10}), kStatusProtocol,
          "arena of 1048577 bytes exceeds 1048576"},
-        {"reserved", ChangedAnswer(28, {1}), kStatusProtocol,
-         "reserved word of the frame is 0x1, not 0"},
+        {"reserved", ChangedAnswer(28, {1}), kStatusProtocol, "unknown flags 0x1 of the frame"},
     };
 }
 

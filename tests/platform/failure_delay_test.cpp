@@ -6,7 +6,9 @@
 #include <vector>
 
 #include "support/test_call.h"
+#include "vd/call_bounds.h"
 #include "zam_connector_testing/recording_logger.h"
+#include "zam_platform/posix_error.h"
 
 namespace zam_platform::testing {
 namespace {
@@ -61,6 +63,18 @@ TEST_F(FailureDelay, DoublesFromOneMillisecondToAQuarterOfASecond) {
         EXPECT_GE(taken.back(), milliseconds(expected));
     }
     EXPECT_LT(std::min(taken[9], taken[10]), milliseconds(500)) << "it goes on doubling";
+}
+
+/// As who makes connectors until a service is there does.
+TEST_F(FailureDelay, SpacesOpensLikeCalls) {
+    link_.FailToConnect(kStatusUnavailable);
+    for (const int expected : {1, 2, 4, 8, 16, 32, 64, 128, 250}) {
+        EXPECT_GE(TimeOf([this] { EXPECT_THROW((*link_).Open(), PlatformError); }),
+                  milliseconds(expected));
+    }
+    link_.FailToConnect(kStatusOk);
+    EXPECT_NO_THROW((*link_).Open());
+    EXPECT_EQ(*VdZorTransport_LastStatus(), kStatusOk);
 }
 
 TEST_F(FailureDelay, ComesBehindTheAttempt) {

@@ -93,17 +93,17 @@ TEST_F(Farewell, IsDoneAfterAnyOtherFailureToo) {
          {kStatusTimeout, kStatusUntrusted, kStatusProtocol, kStatusResources}) {
         link_.FailToConnect(status);
         ExpectDone();
-        EXPECT_EQ(bounds.lastStatus, status);
+        EXPECT_EQ(*VdZorTransport_LastStatus(), status);
     }
     link_.FailToConnect(kStatusOk);
     for (const TransportStatus status : {kStatusNotAdmitted, kStatusQuota, kStatusBadRequest}) {
         link_.Prepare(StatusFrame(FrameKind::Refusal, 0, status));
         ExpectDone();
-        EXPECT_EQ(bounds.lastStatus, status);
+        EXPECT_EQ(*VdZorTransport_LastStatus(), status);
     }
     link_.Prepare(AnswerFrame(2, 0, {}, 2));
     ExpectDone();
-    EXPECT_EQ(bounds.lastStatus, kStatusProtocol);
+    EXPECT_EQ(*VdZorTransport_LastStatus(), kStatusProtocol);
 }
 
 TEST_F(Farewell, IsDoneWhateverStatusTheServiceAnswersWith) {
@@ -111,11 +111,11 @@ TEST_F(Farewell, IsDoneWhateverStatusTheServiceAnswersWith) {
     call_.Bounds(bounds);
     link_.Prepare(StatusFrame(FrameKind::Answer, 1, -77));
     ExpectDone();
-    EXPECT_EQ(bounds.lastStatus, -77);
+    EXPECT_EQ(*VdZorTransport_LastStatus(), -77);
     const RawSocket peer = link_.Next();
     peer.Send(AnswerFrame(2, 7, {}, 2));
     EXPECT_EQ(call_.On(*link_), kStatusOk);
-    EXPECT_EQ(bounds.lastStatus, kStatusOk);
+    EXPECT_EQ(*VdZorTransport_LastStatus(), kStatusOk);
 }
 
 TEST_F(Farewell, IsTriedForABoundedTime) {
@@ -126,7 +126,7 @@ TEST_F(Farewell, IsTriedForABoundedTime) {
     const auto took = std::chrono::steady_clock::now() - before;
     EXPECT_GE(took, kFarewellTimeout);
     EXPECT_LT(took, kFarewellTimeout + std::chrono::seconds(10));
-    EXPECT_EQ(bounds.lastStatus, kStatusTimeout);
+    EXPECT_EQ(*VdZorTransport_LastStatus(), kStatusTimeout);
 }
 
 /// Farewells that the service may not have got though it is there.

@@ -19,7 +19,7 @@ struct GoldenPrelude {
 bool operator==(const Prelude& left, const Prelude& right) {
     return left.kind == right.kind && left.callNumber == right.callNumber &&
            left.fixedBytes == right.fixedBytes && left.arenaBytes == right.arenaBytes &&
-           left.status == right.status;
+           left.status == right.status && left.flags == right.flags;
 }
 
 std::vector<GoldenPrelude> GoldenPreludes() {
@@ -93,8 +93,24 @@ TEST(Frame, EachByteOfAFieldStandsInItsPlace) {
         expectOnly({.kind = FrameKind::Call, .arenaBytes = value}, 20 + byte);
         expectOnly({.kind = FrameKind::Call, .status = static_cast<std::int32_t>(value)},
                    24 + byte);
+        expectOnly({.kind = FrameKind::Call, .flags = value}, 28 + byte);
     }
     expectOnly({.kind = static_cast<FrameKind>(0xA5)}, 6);
+}
+
+TEST(Frame, HasOneFlagAndThatInACallOnly) {
+    for (std::uint16_t kind = 1; kind <= 6; ++kind) {
+        for (int bit = 0; bit < 32; ++bit) {
+            const std::uint32_t flags = 1U << bit;
+            const Bytes bytes = Encoded({.kind = static_cast<FrameKind>(kind), .flags = flags});
+            const bool known = kind == 4 && bit == 0;
+            Prelude decoded;
+            EXPECT_EQ(DecodePrelude(bytes.data(), decoded),
+                      known ? FrameFault::None : FrameFault::Flags)
+                << kind << ' ' << bit;
+            EXPECT_EQ(decoded.flags, known ? flags : 0U);
+        }
+    }
 }
 
 TEST(Frame, CountsThePreludeAndBothParts) {
@@ -131,9 +147,8 @@ TEST(Frame, NamesWhatIsWrongWithAPrelude) {
          "arena of 1048577 bytes exceeds 1048576"},
         {20, FromHex("FF FF FF FF"), FrameFault::ArenaBytes,
          "arena of 4294967295 bytes exceeds 1048576"},
-        {28, FromHex("01"), FrameFault::Reserved, "reserved word of the frame is 0x1, not 0"},
-        {31, FromHex("80"), FrameFault::Reserved,
-         "reserved word of the frame is 0x80000000, not 0"},
+        {28, FromHex("03"), FrameFault::Flags, "unknown flags 0x2 of the frame"},
+        {31, FromHex("80"), FrameFault::Flags, "unknown flags 0x80000000 of the frame"},
     };
     for (const WrongPrelude& row : rows) {
         SCOPED_TRACE(row.text);
@@ -153,7 +168,7 @@ TEST(Frame, NamesTheFirstFaultOfSeveral) {
     const Bytes sound = SoundWith(0, {});
     const std::pair<std::size_t, FrameFault> rows[] = {
         {0, FrameFault::Magic},       {4, FrameFault::Version},     {6, FrameFault::Kind},
-        {16, FrameFault::FixedBytes}, {20, FrameFault::ArenaBytes}, {28, FrameFault::Reserved},
+        {16, FrameFault::FixedBytes}, {20, FrameFault::ArenaBytes}, {28, FrameFault::Flags},
         {32, FrameFault::None},
     };
     for (const auto& [soundBytes, fault] : rows) {

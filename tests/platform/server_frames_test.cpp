@@ -17,7 +17,8 @@ using std::chrono::milliseconds;
 Bytes LookupAnswer(std::uint64_t callNumber, std::uint16_t riid) {
     return FrameOf(
         {.kind = FrameKind::LookupAnswer, .callNumber = callNumber},
-        Bytes{static_cast<unsigned char>(riid), static_cast<unsigned char>(riid >> 8U)} + Bytes(6));
+        Bytes{static_cast<unsigned char>(riid), static_cast<unsigned char>(riid >> 8U), 1, 0} +
+            Bytes(4));
 }
 
 class ServerFrames : public ::testing::Test {

@@ -46,7 +46,7 @@ std::vector<RuleRow> PreludeRules() {
         {SoundCallWith(6, {9}), true, 19, "frame kind is 9, not 1 to 6"},
         {SoundCallWith(16, {1, 0x10}), true, 19, "fixed part of 4097 bytes exceeds 4096"},
         {SoundCallWith(20, {1, 0, 0x10}), true, 19, "arena of 1048577 bytes exceeds 1048576"},
-        {SoundCallWith(28, {5}), true, 19, "reserved word of the frame is 0x5, not 0"},
+        {SoundCallWith(28, {5}), true, 19, "unknown flags 0x4 of the frame"},
         {SoundCallWith(24, {3}), true, 19, "frame of a client with status 3"},
         {SoundCallWith(24, {0xFF, 0xFF, 0xFF, 0xFF}), true, 19, "frame of a client with status -1"},
         {FrameOf({.kind = FrameKind::LookupAnswer}, Bytes(8)), true, 19,

@@ -1,4 +1,5 @@
 #include "zam_platform/transport_status.h"
+#include "vd/call_bounds.h"
 
 #include <gtest/gtest.h>
 
@@ -6,6 +7,7 @@
 #include <set>
 #include <string>
 
+#include "vd/call_bounds.h"
 #include "zam_platform/posix_error.h"
 
 namespace zam_platform::testing {
@@ -35,8 +37,23 @@ TEST(TransportStatus, HasAStableNumberAndATextOfItsOwn) {
     };
     std::set<std::string> texts;
     for (const auto& [status, text] : rows) {
-        EXPECT_EQ(DescribeStatus(status), text);
+        EXPECT_STREQ(DescribeStatus(status), text);
+        EXPECT_STREQ(VdZorTransport_DescribeStatus(status).text, text);
         EXPECT_TRUE(texts.insert(text).second) << text;
+    }
+}
+
+TEST(TransportStatus, IsOfTheClassThatCallersActUpon) {
+    const std::pair<std::int32_t, VdTransportFailure> rows[] = {
+        {0, VD_TRANSPORT_OK},         {1, VD_TRANSPORT_UNAVAILABLE}, {2, VD_TRANSPORT_UNAVAILABLE},
+        {3, VD_TRANSPORT_BROKEN},     {20, VD_TRANSPORT_BROKEN},     {4, VD_TRANSPORT_TIMED_OUT},
+        {5, VD_TRANSPORT_UNTRUSTED},  {16, VD_TRANSPORT_REFUSED},    {17, VD_TRANSPORT_REFUSED},
+        {7, VD_TRANSPORT_TOO_LARGE},  {8, VD_TRANSPORT_TOO_LARGE},   {6, VD_TRANSPORT_PROTOCOL},
+        {18, VD_TRANSPORT_PROTOCOL},  {19, VD_TRANSPORT_PROTOCOL},   {9, VD_TRANSPORT_RESOURCES},
+        {10, VD_TRANSPORT_CANCELLED}, {11, VD_TRANSPORT_OTHER},      {-77, VD_TRANSPORT_OTHER},
+    };
+    for (const auto& [status, failure] : rows) {
+        EXPECT_EQ(VdZorTransport_DescribeStatus(status).failure, failure) << status;
     }
 }
 

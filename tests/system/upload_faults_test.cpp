@@ -56,20 +56,34 @@ TEST_F(UploadFaults, AtTheOpeningOpenNothing) {
     }
 }
 
-TEST_F(UploadFaults, OfAPieceAreRefusedByTheCloseAndTheUploadBeforeStays) {
+TEST_F(UploadFaults, OfAPieceAreHandedOnAndTheUploadBeforeStays) {
     UploadBefore();
     for (const int call : {kFirst, kMiddle, kLast}) {
         for (const Effect& effect : kEffects) {
             SCOPED_TRACE(std::to_string(call) + " " + effect.rule);
             RestartWith({"SendData", call}, effect.rule);
-            EXPECT_EQ(Holder().SetSettings({FourPieces()}, hash_), kInvalidArgument)
-                << "the close's code wins";
+            EXPECT_EQ(Holder().SetSettings({FourPieces()}, hash_), effect.code);
             EXPECT_EQ(TakeLines(), Lines{LineOf("SendData", effect)});
             EXPECT_EQ(hash_, 7U);
             EXPECT_FALSE(TransferChannels().IsLastUploadOpen());
             EXPECT_TRUE(HasStored(Before().tree));
         }
     }
+}
+
+/// Nothing of it is sent, so that the service cannot tell it from an empty tree but by the close.
+TEST_F(UploadFaults, OfATreeThatCannotBeFlattenedLeaveTheUploadBefore) {
+    UploadBefore();
+    logger_.Clear();
+    EXPECT_EQ(Holder().SetSettings({zuv::Map{{"no/key", 1L}}}, hash_), kInvalidArgument);
+    EXPECT_EQ(TakeLines(),
+              Lines{"SendZamParams: data serialization error - [RawZamParams] Path to str fail: "
+                    "state = 7!"});
+    EXPECT_EQ(hash_, 7U);
+    EXPECT_TRUE(HasStored(Before().tree));
+    EXPECT_FALSE(TransferChannels().IsLastUploadOpen());
+    EXPECT_EQ(Holder().SetSettings({zuv::TValue()}, hash_), 0);
+    EXPECT_TRUE(HasStored(zuv::TValue())) << "a none tree that was meant";
 }
 
 TEST_F(UploadFaults, AtTheCloseLeaveTheHash) {

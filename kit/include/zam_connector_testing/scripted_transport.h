@@ -123,6 +123,8 @@ public:
     std::vector<std::string> Faults() const;
 
 private:
+    static int Answer(VdZorTransport* transport, vd_message_header* request, vd_arena* requestArena,
+                      vd_message_header* response, vd_arena* responseArena) noexcept;
     static int Call(VdZorTransport* transport, vd_message_header* request, vd_arena* requestArena,
                     vd_message_header* response, vd_arena* responseArena) noexcept;
 

@@ -2,10 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <optional>
 #include <ostream>
 
+#include "call_timeout.h"
 #include "command_line.h"
 #include "printable.h"
+#include "zam_connector/call_deadline.h"
 
 namespace zamctl {
 namespace {
@@ -30,6 +33,16 @@ void PrintFailure(std::ostream& err, const Failure& failure, const std::string& 
 
 }  // namespace
 
+void Application::RunCommand(Command& command, const Globals& globals) {
+    SetCallTimeout(surroundings_.system, command.CallTimeout());
+    std::optional<zam_connector::CallDeadline> deadline;
+    if (const auto limit = command.Limit(globals.timeout)) {
+        deadline.emplace(*limit);
+    }
+    Context context(surroundings_, globals.format, globals.timeout);
+    command.Run(context);
+}
+
 int Application::Run(const std::vector<std::string>& arguments) {
     Invocation invocation;
     try {
@@ -38,8 +51,7 @@ int Application::Run(const std::vector<std::string>& arguments) {
         if (invocation.command == nullptr) {
             surroundings_.out << invocation.information << '\n' << std::flush;
         } else {
-            Context context(surroundings_, invocation.globals.format);
-            invocation.command->Run(context);
+            RunCommand(*invocation.command, invocation.globals);
         }
         // A full disk shows only here; a script must not take half a result for the whole.
         if (!surroundings_.out) {

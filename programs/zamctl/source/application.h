@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "command.h"
+#include "command_set.h"
 
 namespace zamctl {
 
@@ -19,6 +19,8 @@ public:
     int Run(const std::vector<std::string>& arguments);
 
 private:
+    void RunCommand(Command& command, const Globals& globals);
+
     Surroundings surroundings_;
 };
 

@@ -27,6 +27,14 @@ void Context::ThrowConnectorFailure(const std::exception& exception) const {
             "Restart zam_connectord, and install one of zamctl's version if that does not help; "
             "'zamctl doctor' lists the endpoints.");
     }
+    if (const auto* const silent = dynamic_cast<const SilentService*>(&exception)) {
+        throw ConnectorFailure(
+            fmt::format("the service '{}' is there, but answers nothing: {}", silent->Service(),
+                        cause),
+            "Look whether zam_connectord is stopped or hangs, and start it again; "
+            "'--timeout SECONDS' gives it more time.",
+            kExitTimedOut);
+    }
     if (const auto* const away = dynamic_cast<const UnreachableService*>(&exception)) {
         throw ConnectorFailure(
             fmt::format("cannot reach the service '{}': {}", away->Service(), cause),

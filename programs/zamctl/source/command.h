@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <iosfwd>
+#include <optional>
 #include <string>
 
 #include "clock.h"
@@ -11,6 +13,13 @@
 #include "system_view.h"
 
 namespace zamctl {
+
+/// Longest time for a call by itself.
+inline constexpr std::chrono::seconds kCallTimeout{10};
+
+/// How much longer than the time that it was given a command that keeps it itself waits for a
+/// service that answers nothing.
+inline constexpr std::chrono::seconds kGrace{1};
 
 /// Everything that a command touches; nothing is owned, and all of it must outlive the command's
 /// run.
@@ -27,13 +36,17 @@ struct Surroundings {
 /// What one run of a command works with.
 class Context {
 public:
-    Context(const Surroundings& surroundings, Output::Format format)
+    /// `asked` is the bound that the command line gives the command as a whole.
+    Context(const Surroundings& surroundings, Output::Format format,
+            std::optional<std::chrono::milliseconds> asked = std::nullopt)
         : in(surroundings.in),
           err(surroundings.err),
           clock(surroundings.clock),
           system(surroundings.system),
           provider(surroundings.provider),
           output(surroundings.out, format),
+          timeout(asked),
+          start(surroundings.clock.Now()),
           records_(surroundings.records) {}
 
     /// The connector. Throws `ConnectorFailure` when it cannot be made.
@@ -57,7 +70,8 @@ public:
         records_.Clear();
         const int code = call();
         if (code < 0) {
-            throw CallFailure(action, code, records_.Cause());
+            throw CallFailure(action, code, records_.Cause(),
+                              zam_connector::LastTransportStatus().failure);
         }
         return code;
     }
@@ -71,6 +85,8 @@ public:
     const SystemView& system;
     ConnectorProvider& provider;
     Output output;
+    const std::optional<std::chrono::milliseconds> timeout;
+    const Clock::TimePoint start;  ///< of the command
 
 private:
     [[noreturn]] void ThrowConnectorFailure(const std::exception& exception) const;
@@ -87,6 +103,16 @@ public:
 
     /// Declares the options that it has; the parse writes them to this object.
     virtual void Declare(Options& /*options*/) {}
+
+    /// Longest time that its calls may take together; none when each has `kCallTimeout`. `asked` is
+    /// what the command line says.
+    virtual std::optional<std::chrono::milliseconds> Limit(
+        std::optional<std::chrono::milliseconds> asked) const {
+        return asked;
+    }
+
+    /// Longest time for each of its calls; 0 for none.
+    virtual std::chrono::milliseconds CallTimeout() const { return kCallTimeout; }
 
     /// Does the work and prints its result. Throws `Failure`, with nothing printed unless the
     /// command says otherwise; a `UsageError` before anything is sent.

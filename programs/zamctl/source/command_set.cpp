@@ -83,10 +83,6 @@ Option Options::Number(const std::string& name, const char* type, Range range,
                  fmt::format("{}, {} to {}", description, range.least, range.most));
 }
 
-std::chrono::milliseconds Options::ParseTimeout(const std::string& text) {
-    return ParseSeconds(kTimeout, text);
-}
-
 CLI::App& CommandSet::Word(const std::string& name, const std::string& description,
                            const std::shared_ptr<Command>& command) {
     CLI::App& word = *parent_.add_subcommand(name, description);

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,6 +26,7 @@ namespace zamctl {
 struct Globals {
     Output::Format format;
     bool verbose = false;
+    std::optional<std::chrono::milliseconds> timeout{};  ///< for the command as a whole
 };
 
 /// What may stand at a place of a command line.
@@ -108,19 +110,7 @@ public:
     Option Number(const std::string& name, const char* type, Range range,
                   std::function<void(std::uint64_t)> store, const std::string& description);
 
-    /// `--timeout`, whose duration, of up to three decimals of a second, goes to `target`.
-    template <typename Target>
-    Option Timeout(Target& target, const std::string& description) {
-        return Value(
-            kTimeout, "SECONDS",
-            [&target](const std::string& text) { target = ParseTimeout(text); }, description);
-    }
-
 private:
-    static constexpr char kTimeout[] = "--timeout";
-
-    static std::chrono::milliseconds ParseTimeout(const std::string& text);
-
     CLI::App& command_;
     Declared& declared_;
 };

@@ -1,8 +1,11 @@
 #include "command_tree.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "command_list.h"
+#include "values.h"
 #include "version.h"
 
 namespace zamctl {
@@ -10,7 +13,7 @@ namespace {
 
 constexpr const char* kFooter =
     "Exit status: 0 done, 1 usage, 2 the service or the library answered with a failure code,\n"
-    "3 the connector could not be made.";
+    "3 the connector could not be made, 4 a call ran out of time.";
 
 void AddOnce(std::vector<std::string>& names, const std::string& name) {
     if (std::find(names.begin(), names.end(), name) == names.end()) {
@@ -29,6 +32,14 @@ CommandTree::CommandTree(Globals& globals)
     app.add_flag("--quiet", globals.format.quiet, "Print nothing that only confirms or details");
     app.add_flag("-v,--verbose", globals.verbose,
                  "Print the library's log records as they come, to standard error");
+    app.add_option_function<std::string>(
+           "--timeout",
+           [&globals](const std::string& text) {
+               globals.timeout = ParseSeconds("--timeout", text);
+           },
+           fmt::format("How long the command may take, 0 to {}; default {} for each call",
+                       kLongestTimeout.count(), kCallTimeout.count()))
+        ->type_name("SECONDS");
     app.footer(kFooter);
     app.require_subcommand(1, 1);
     CommandSet commands(app, declared);

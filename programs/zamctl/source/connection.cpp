@@ -6,6 +6,7 @@
 
 #include "codes.h"
 #include "endpoint_probe.h"
+#include "zam_connector/call_deadline.h"
 #include "zam_connector/create_zam_connector.h"
 
 namespace zamctl {
@@ -13,6 +14,11 @@ namespace {
 
 /// Says why no connector could be made, as far as looking at the services tells.
 [[noreturn]] void ThrowFor(int code) {
+    // A service that has let the library wait would let the look at it wait as long.
+    const zam_connector::TransportStatus status = zam_connector::LastTransportStatus();
+    if (status.failure == zam_connector::TransportFailure::TimedOut) {
+        throw SilentService(ConnectorServices().front(), status.text);
+    }
     for (const std::string& service : ConnectorServices()) {
         for (const EndpointReport& endpoint : ProbeEndpoints(service)) {
             if (!endpoint.riid) {

@@ -60,6 +60,12 @@ public:
     using ServiceTrouble::ServiceTrouble;
 };
 
+/// Something takes connections, or lets them wait, and answers nothing in time.
+class SilentService final : public ServiceTrouble {
+public:
+    using ServiceTrouble::ServiceTrouble;
+};
+
 /// The service is there, but does not give an endpoint that the connector needs.
 class MissingEndpoint final : public ServiceTrouble {
 public:
@@ -84,7 +90,8 @@ public:
     /// exceptions above, or another `std::exception` that says why when it cannot be made.
     virtual ConnectorInterfaces Open() = 0;
 
-    /// Looks every endpoint of a service up that the connector needs. Throws `UnreachableService`.
+    /// Looks every endpoint of a service up that the connector needs. Throws `UnreachableService`
+    /// and `SilentService`.
     virtual std::vector<EndpointReport> Endpoints(const std::string& service) = 0;
 };
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "vd/service_locator.h"
+#include "zam_connector/call_deadline.h"
 
 namespace zamctl {
 namespace {
@@ -34,6 +35,14 @@ const std::vector<ServiceEndpoints>& Needed() {
     return kNeeded;
 }
 
+/// Whoever answers one question in no time answers none.
+void ThrowIfTimedOut(const std::string& service) {
+    const zam_connector::TransportStatus status = zam_connector::LastTransportStatus();
+    if (status.failure == zam_connector::TransportFailure::TimedOut) {
+        throw SilentService(service, status.text);
+    }
+}
+
 }  // namespace
 
 std::vector<std::string> ConnectorServices() {
@@ -47,6 +56,7 @@ std::vector<std::string> ConnectorServices() {
 std::vector<EndpointReport> ProbeEndpoints(const std::string& service) {
     const std::uint32_t handle = ServiceLocatorConnect(service.c_str());
     if (handle == kNoHandle) {
+        ThrowIfTimedOut(service);
         throw UnreachableService(service, "the service locator has no handle for it");
     }
     std::vector<EndpointReport> reports;
@@ -56,6 +66,9 @@ std::vector<EndpointReport> ProbeEndpoints(const std::string& service) {
         }
         for (const char* const endpoint : needed.endpoints) {
             const std::uint16_t riid = ServiceLocatorGetRiid(handle, endpoint);
+            if (riid == VD_UNKNOWN_RIID) {
+                ThrowIfTimedOut(service);
+            }
             reports.push_back({endpoint, riid == VD_UNKNOWN_RIID
                                              ? std::nullopt
                                              : std::optional<std::uint16_t>(riid)});

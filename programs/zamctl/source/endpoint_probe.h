@@ -14,7 +14,8 @@ namespace zamctl {
 /// The services that a connector is made over, the connector service first.
 std::vector<std::string> ConnectorServices();
 
-/// Every endpoint that a connector needs of that service. Throws `UnreachableService`.
+/// Every endpoint that a connector needs of that service. Throws `UnreachableService`
+/// and `SilentService`.
 std::vector<EndpointReport> ProbeEndpoints(const std::string& service);
 
 }  // namespace zamctl

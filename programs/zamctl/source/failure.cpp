@@ -13,7 +13,11 @@ std::string Message(const std::string& action, int code, const std::string& caus
                : fmt::format("cannot {}: {}: {}", action, DescribeCode(code), cause);
 }
 
-std::string RemedyFor(int code, const std::string& cause) {
+std::string RemedyFor(int code, const std::string& cause, zam_connector::TransportFailure failure) {
+    if (failure == zam_connector::TransportFailure::TimedOut) {
+        return "It may have been done all the same. '--timeout SECONDS' gives it more time; "
+               "'zamctl doctor' checks whether the service answers.";
+    }
     // The library logged it: the call never came to the service, or its answer not back.
     if (!cause.empty()) {
         return "'zamctl doctor' checks whether the service runs and can be reached.";
@@ -34,7 +38,9 @@ std::string RemedyFor(int code, const std::string& cause) {
 
 }  // namespace
 
-CallFailure::CallFailure(const std::string& action, int code, const std::string& cause)
-    : Failure(kExitFailed, Message(action, code, cause), RemedyFor(code, cause)) {}
+CallFailure::CallFailure(const std::string& action, int code, const std::string& cause,
+                         zam_connector::TransportFailure failure)
+    : Failure(failure == zam_connector::TransportFailure::TimedOut ? kExitTimedOut : kExitFailed,
+              Message(action, code, cause), RemedyFor(code, cause, failure)) {}
 
 }  // namespace zamctl

@@ -5,6 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "zam_connector/call_deadline.h"
+
 namespace zamctl {
 
 /// What the process ends with.
@@ -13,6 +15,7 @@ enum ExitStatus : int {
     kExitUsage = 1,        ///< the command line or what it refers to is wrong; nothing was sent
     kExitFailed = 2,       ///< the service or the library answered with a failure code
     kExitNoConnector = 3,  ///< no service, or not all of its endpoints
+    kExitTimedOut = 4,     ///< a call ran out of time; it may have been done
 };
 
 /// A command that did not end well: what failed and why (`what()`), what to do about it, and the
@@ -39,23 +42,26 @@ public:
         : Failure(kExitUsage, message, std::move(remedy)) {}
 };
 
-/// There is no connector to make calls with.
+/// There is no connector to make calls with; the status says whether nothing is there, or something
+/// that answers nothing.
 class ConnectorFailure : public Failure {
 public:
-    ConnectorFailure(const std::string& message, std::string remedy)
-        : Failure(kExitNoConnector, message, std::move(remedy)) {}
+    ConnectorFailure(const std::string& message, std::string remedy,
+                     ExitStatus status = kExitNoConnector)
+        : Failure(status, message, std::move(remedy)) {}
 };
 
 /// Nobody reads standard output any more: what was asked for has been read, and the command is
 /// done.
 class ReaderGone final : public std::exception {};
 
-/// A call that was answered with a failure code.
+/// A call that was answered with a failure code, or with nothing in time.
 class CallFailure : public Failure {
 public:
     /// `action` completes "cannot ...". `cause` is what the library logged; empty when the code is
-    /// the service's own.
-    CallFailure(const std::string& action, int code, const std::string& cause);
+    /// the service's own. `failure` is what the transport came to.
+    CallFailure(const std::string& action, int code, const std::string& cause,
+                zam_connector::TransportFailure failure);
 };
 
 }  // namespace zamctl

@@ -27,11 +27,11 @@ Finding Problem(std::string check, std::string text, std::string remedy) {
     return {std::move(check), FindingStatus::Problem, std::move(text), std::move(remedy), {}};
 }
 
-/// What to do about a directory that others may write. A sticky one is meant for all, and root's is
-/// not this user's to change.
-std::string CloseRemedy(const SystemView& system, const FileDiagnosis& directory) {
+/// What to do about a directory that others may write. A sticky one is meant for all, and one of
+/// root's may be part of the system: neither is to be changed for this.
+std::string CloseRemedy(const FileDiagnosis& directory) {
     constexpr unsigned kSticky = 01000;
-    if ((directory.mode & kSticky) != 0 || (directory.owner == 0 && system.User() != 0)) {
+    if ((directory.mode & kSticky) != 0 || directory.owner == 0) {
         return "Set ZAM_RUNTIME_DIR to a directory that only its owner may write, in which "
                "zam_connectord runs.";
     }
@@ -80,7 +80,7 @@ Finding CheckDirectory(const SystemView& system, const FileDiagnosis& directory)
             return Problem("directory",
                            fmt::format("{}: mode {:04o} lets others write; only its owner may",
                                        path, directory.mode),
-                           CloseRemedy(system, directory));
+                           CloseRemedy(directory));
         case FileFault::NotAbsolute:
         case FileFault::None:
             break;

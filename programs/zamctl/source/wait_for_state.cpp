@@ -16,9 +16,8 @@ std::string ShowSeconds(std::chrono::milliseconds time) {
 
 }  // namespace
 
-std::string WaitTimeoutHelp() {
-    return fmt::format("How long to wait, 0 to {}; default {}", kLongestTimeout.count(),
-                       kDefaultTimeout.count() / 1000);
+std::chrono::milliseconds LimitOfWait(std::optional<std::chrono::milliseconds> asked) {
+    return asked.value_or(kDefaultTimeout) + kGrace;
 }
 
 StateAnswer AskState(Context& context, const zam_connector::IZamConnController& controller) {
@@ -30,7 +29,8 @@ StateAnswer AskState(Context& context, const zam_connector::IZamConnController& 
 StateAnswer WaitForState(Context& context, const zam_connector::IZamConnController& controller,
                          const Wait& wait) {
     // Asked, not observed: the state may have been reached before an observer is told of anything.
-    const Clock::TimePoint end = context.clock.Now() + wait.timeout;
+    const std::chrono::milliseconds timeout = context.timeout.value_or(kDefaultTimeout);
+    const Clock::TimePoint end = context.start + timeout;
     for (;;) {
         const StateAnswer answer = AskState(context, controller);
         if (answer.state == wait.target) {
@@ -50,7 +50,7 @@ StateAnswer WaitForState(Context& context, const zam_connector::IZamConnControll
                 kExitFailed,
                 fmt::format("the state is {}, not {}, after {}",
                             zam_vocabulary::StateName(answer.state),
-                            zam_vocabulary::StateName(wait.target), ShowSeconds(wait.timeout)),
+                            zam_vocabulary::StateName(wait.target), ShowSeconds(timeout)),
                 "Give it more time with --timeout, or look into the log of zam_connectord.");
         }
         context.clock.SleepFor(std::min<std::chrono::nanoseconds>(left, kPollInterval));

@@ -14,13 +14,12 @@ inline constexpr std::chrono::milliseconds kDefaultTimeout{30000};
 /// Between two looks at the state.
 inline constexpr std::chrono::milliseconds kPollInterval{50};
 
-/// What the help says of a `--timeout` that limits a wait for a state.
-std::string WaitTimeoutHelp();
+/// `Command::Limit` of a command that waits for a state.
+std::chrono::milliseconds LimitOfWait(std::optional<std::chrono::milliseconds> asked);
 
-/// What is waited for, and for how long. With a timeout of 0 the state is asked for once.
+/// What is waited for.
 struct Wait {
     zam_connector::ZamConnectorState target;
-    std::chrono::milliseconds timeout = kDefaultTimeout;
     /// The state in which there is nothing left to wait for.
     std::optional<zam_connector::ZamConnectorState> hopeless;
 };
@@ -34,7 +33,8 @@ struct StateAnswer {
 /// Asks for the state once. Throws `CallFailure`.
 StateAnswer AskState(Context& context, const zam_connector::IZamConnController& controller);
 
-/// Asks for the state, at least once, until it is the target. Throws `CallFailure`, and `Failure`
+/// Asks for the state, at least once, until it is the target or the command's time has run out,
+/// `kDefaultTimeout` without any; with 0 it is asked for once. Throws `CallFailure`, and `Failure`
 /// when the time has run out or the hopeless state is reached.
 StateAnswer WaitForState(Context& context, const zam_connector::IZamConnController& controller,
                          const Wait& wait);

@@ -41,6 +41,17 @@ VdCallBounds* VdZorTransport_SetCallBounds(VdCallBounds* /*bounds*/) {
     return nullptr;
 }
 
+void VdZorTransport_SetDefaultTimeout(uint32_t /*timeoutMs*/) {}
+
+int32_t* VdZorTransport_LastStatus() {
+    thread_local int32_t lastStatus = 0;
+    return &lastStatus;
+}
+
+VdTransportStatus VdZorTransport_DescribeStatus(int32_t status) {
+    return {status == 0 ? VD_TRANSPORT_OK : VD_TRANSPORT_OTHER, ""};
+}
+
 void vd_arena_init(vd_arena* arena, void* base, uint32_t capacity) {
     *arena = {static_cast<unsigned char*>(base), capacity, 0};
 }

@@ -9,6 +9,7 @@
 #include "common/raw_zam_param_casts.h"
 #include "common/server_data_casts.h"
 #include "qx/endpoint_names.h"
+#include "vd/call_bounds.h"
 #include "vd/service_locator.h"
 
 namespace zam_service::testing {
@@ -188,6 +189,19 @@ Closed DataClient::CloseUpload(std::int64_t channel) {
     const auto response = Call<qx_zam_connector_ProductDataHolder_CloseChannel_rsp>(
         holder_, holder_.ops->CloseChannel, Of(channel));
     return {response.sessionStatus, response.resultCode, response.hash};
+}
+
+Closed DataClient::AbandonUpload(std::int64_t channel) {
+    using Operation = qx_zam_connector_ProductDataHolder_operation;
+    const VdFailedTransfer failed{.riid = holder_.riid,
+                                  .operation = static_cast<std::uint16_t>(Operation::CloseChannel),
+                                  .channel = channel};
+    VdCallBounds bounds{};
+    bounds.failedTransfer = &failed;
+    VdZorTransport_SetCallBounds(&bounds);
+    const Closed closed = CloseUpload(channel);
+    VdZorTransport_SetCallBounds(nullptr);
+    return closed;
 }
 
 int DataClient::SetAppInfo(const qx_zam_connector_ProductDataHolder_SetAppInfo_req& request,

@@ -85,6 +85,9 @@ public:
 
     Closed CloseUpload(std::int64_t channel);
 
+    /// Closes it as one whose transfer has failed here.
+    Closed AbandonUpload(std::int64_t channel);
+
     int SetAppInfo(const qx_zam_connector_ProductDataHolder_SetAppInfo_req& request,
                    vd_arena* arena);
     int SetAppInfo(const zam_connector::AppInfo& info);

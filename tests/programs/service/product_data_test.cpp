@@ -116,6 +116,54 @@ TEST_F(ProductDataTest, RefusesAnEmptyPieceAndWhatFollows) {
     EXPECT_EQ(client.SyncedSettingsHash(), HashOf(Tree(1)));
 }
 
+TEST_F(ProductDataTest, DropsATransferThatFailedAtItsClientAndGivesTheHashOfWhatStays) {
+    Begin();
+    DataClient client;
+    EXPECT_EQ(client.AbandonUpload(client.OpenSetSettings()), (Closed{0, 0, kAbsentHash}));
+    EXPECT_FALSE(fs::exists(data_.Path("uploads/settings.json")));
+    ASSERT_EQ(Upload(client, Tree(1)).code, 0);
+    const std::int64_t channel = client.OpenSetSettings();
+    EXPECT_EQ(client.Send(channel, Flattened(Tree(2))), 0);
+    EXPECT_EQ(client.AbandonUpload(channel), (Closed{0, 0, HashOf(Tree(1))}));
+    EXPECT_TRUE(Stored("settings.json").IsIdenticalTo(Tree(1)));
+    EXPECT_EQ(client.SyncedSettingsHash(), HashOf(Tree(1)));
+    EXPECT_THAT(History("upload"), ElementsAre("upload settings"));
+    EXPECT_EQ(client.AbandonUpload(channel).status, -1) << "it is closed";
+
+    const std::int64_t eulas = client.OpenEulas();
+    EXPECT_EQ(client.AbandonUpload(eulas), (Closed{0, 0, kAbsentHash})) << "each kind has its own";
+}
+
+/// Its client is told what failed there, not that the service had found out.
+TEST_F(ProductDataTest, DropsATransferThatFailedHereAsWell) {
+    Begin();
+    DataClient client;
+    ASSERT_EQ(Upload(client, Tree(1)).code, 0);
+    const std::int64_t channel = client.OpenSetSettings();
+    EXPECT_EQ(client.Send(channel, {}), -1);
+    EXPECT_EQ(client.AbandonUpload(channel), (Closed{0, 0, HashOf(Tree(1))}));
+}
+
+TEST_F(ProductDataTest, RefusesAVectorWithFewerElementsThanItsRecordAnnounced) {
+    Begin();
+    DataClient client;
+    ASSERT_EQ(Upload(client, Tree(1)).code, 0);
+    zuv::Vector vector;
+    for (long number = 0; number < 3; ++number) {
+        vector.emplace_back(number);
+    }
+    const zuv::TValue tree(zuv::Map{{"list", std::move(vector)}});
+    RawList records = Flattened(tree);
+    records.pop_back();
+    const std::int64_t channel = client.OpenSetSettings();
+    EXPECT_EQ(client.Send(channel, records), 0);
+    EXPECT_EQ(client.CloseUpload(channel), kRefused);
+    EXPECT_THAT(logger_.Records().back().text,
+                HasSubstr("the vector at 'list/' has 2 elements of the 3 announced"));
+    EXPECT_TRUE(Stored("settings.json").IsIdenticalTo(Tree(1)));
+    EXPECT_EQ(Upload(client, tree).code, 0);
+}
+
 TEST_F(ProductDataTest, RefusesAPieceThatCannotBeRead) {
     Begin();
     DataClient client;

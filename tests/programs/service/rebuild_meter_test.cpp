@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <cstdint>
 #include <limits>
 #include <random>
 #include <string>
@@ -139,6 +141,91 @@ TEST(RebuildMeter, CountsWhatRandomListsWithHolesRebuildTo) {
         const std::size_t filled = RebuiltNodes(list) - list.size();
         EXPECT_GE(GapBytes(list), filled * GapValueBytes(1));
         EXPECT_LE(GapBytes(list), filled * GapValueBytes(2));
+    }
+}
+
+std::string MissingOf(const RawList& list) {
+    RebuildMeter meter;
+    for (const RawZamParam& record : list) {
+        meter.Add(record);
+    }
+    return meter.Missing();
+}
+
+RawZamParam VectorOf(std::uint64_t announced, const std::string& path) {
+    RawZamParam record{BlockOf(zuv::Vector()), path};
+    for (std::size_t byte = 0; byte < 8; ++byte) {
+        record.value[8 + byte] = static_cast<unsigned char>(announced >> 8 * byte);
+    }
+    return record;
+}
+
+TEST(RebuildMeter, FindsAVectorThatHasFewerElementsThanAnnounced) {
+    const RawZamParam none{BlockOf(zuv::TValue()), ""};
+    const auto at = [&none](const std::string& path) { return RawZamParam{none.value, path}; };
+    struct {
+        const char* what;
+        RawList list;
+        std::string missing;
+    } const rows[] = {
+        {"an empty list", {}, ""},
+        {"a scalar", {none}, ""},
+        {"empty as announced", {VectorOf(0, "")}, ""},
+        {"whole", {VectorOf(2, ""), at("0/"), at("1/")}, ""},
+        {"more than announced", {VectorOf(1, ""), at("0/"), at("1/")}, ""},
+        {"the root without any",
+         {VectorOf(1, "")},
+         "the vector at '' has 0 elements of the 1 announced"},
+        {"the last is missing",
+         {VectorOf(2, ""), at("0/")},
+         "the vector at '' has 1 elements of the 2 announced"},
+        {"a gap counts", {VectorOf(3, ""), at("2/")}, ""},
+        {"inside", {VectorOf(1, ""), VectorOf(1, "0/"), at("0/0/")}, ""},
+        {"one that is left",
+         {VectorOf(2, ""), VectorOf(2, "0/"), at("0/0/"), at("1/")},
+         "the vector at '0/' has 1 elements of the 2 announced"},
+        {"the last of all, deep",
+         {VectorOf(1, ""), VectorOf(1, "0/"), VectorOf(7, "0/0/")},
+         "the vector at '0/0/' has 0 elements of the 7 announced"},
+        {"below another root",
+         {VectorOf(1, "a/b/"), VectorOf(5, "a/b/0/")},
+         "the vector at 'a/b/0/' has 0 elements of the 5 announced"},
+        {"as many as there can be",
+         {VectorOf(kUncountable, "")},
+         "the vector at '' has 0 elements of the 18446744073709551615 announced"},
+        {"a block that is cut off", {{std::vector<unsigned char>(15, 1), ""}}, ""},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(MissingOf(row.list), row.missing) << row.what;
+    }
+    RawZamParam map = VectorOf(5, "");
+    map.value[0] = 2;
+    EXPECT_EQ(MissingOf({map}), "") << "a map announces nothing";
+}
+
+TEST(RebuildMeter, FindsNothingMissingInAnyFlattenedTree) {
+    std::mt19937 random(20261122);
+    for (int round = 0; round < 300; ++round) {
+        zuv::Vector outer;
+        for (unsigned at = random() % 4; at != 0; --at) {
+            zuv::Vector inner(random() % 3);
+            outer.emplace_back(zuv::Map{{"k", std::move(inner)}, {"n", 1L}});
+        }
+        RawList records;
+        ASSERT_EQ(
+            zam_connector::common::Serialize(zuv::Root, zuv::TValue(std::move(outer)), records)
+                .first,
+            0);
+        EXPECT_EQ(MissingOf(records), "");
+        while (records.size() > 1) {
+            const bool wasElement = records.back().path.back() == '/' &&
+                                    std::isdigit(static_cast<unsigned char>(
+                                        records.back().path[records.back().path.size() - 2])) != 0;
+            records.pop_back();
+            if (wasElement) {
+                EXPECT_NE(MissingOf(records), "") << records.back().path;
+            }
+        }
     }
 }
 

@@ -79,7 +79,8 @@ TEST_F(CommandLineTest, AdvisesOnEveryWrongCommandLine) {
         Row{{"sync", "state"}, "unexpected argument 'state'", "'zamctl sync --help'"},
         Row{{"state", "--wait"}, "--wait", "'zamctl state --help'"},
         Row{{"ping", "--count", "1", "--count", "2"}, "--count", "'zamctl ping --help'"},
-        Row{{"stop", "--timeout", "1"}, "--timeout requires --wait", "'zamctl stop --help'"}};
+        Row{{"stop", "--timeout", "x"}, "--timeout: 'x'", "'zamctl stop --help'"},
+        Row{{"--timeout", "-1", "locales"}, "--timeout: '-1'", "'zamctl locales --help'"}};
     for (const auto& [arguments, message, advice] : rows) {
         SCOPED_TRACE(::testing::PrintToString(arguments));
         const Ran ran = Run(arguments);

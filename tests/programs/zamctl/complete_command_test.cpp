@@ -29,8 +29,8 @@ TEST_F(CompleteCommandTest, OffersWhatCommandsDeclare) {
     EXPECT_EQ(Offered({"policy", ""}), "words\nget\nhash\n");
     EXPECT_EQ(Offered({"state", "--w"}), "words\n--wait\n--watch\n");
     EXPECT_EQ(Offered({"state", "-"}),
-              "words\n--help\n-h\n--wait\n--timeout\n--watch\n--count\n--version\n--json\n--quiet\n"
-              "--verbose\n-v\n");
+              "words\n--help\n-h\n--wait\n--watch\n--count\n--version\n--json\n--quiet\n"
+              "--verbose\n-v\n--timeout\n");
     EXPECT_EQ(Offered({"state", "--wait", "con"}), "words\nconnecting\nconnected\n");
     EXPECT_EQ(Offered({"state", "--wait=con"}), "words\n--wait=connecting\n--wait=connected\n");
     EXPECT_EQ(Offered({"watch", "--count", "3", "policy", "s"}),

@@ -210,8 +210,91 @@ TEST_F(ZamctlLive, EndsInTimeWhenTheServiceHangs) {
     service_.Start();
     const ProgramResult get = Run({"file", "get", "a.bin", "-o", Target(), "--timeout", "0.1"});
     EXPECT_EQ(get.status, 2);
-    EXPECT_THAT(get.err,
-                HasSubstr("the time is over, and neither the service nor the disk has answered"));
+    EXPECT_THAT(get.err, HasSubstr("\"a.bin\" has not come whole within 0.100 s"));
+}
+
+/// Every command, over a service that takes connections and answers nothing.
+TEST_F(ZamctlLive, EndsEveryCommandWithStatusFourWhenTheServiceAnswersNothing) {
+    service_.Start();
+    service_.WriteData("upload.json", "{}");
+    ASSERT_EQ(::kill(service_.Pid(), SIGSTOP), 0);
+    for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
+             {"state"},
+             {"state", "--watch"},
+             {"stop"},
+             {"settings", "get"},
+             {"sync"},
+             {"event", "x"},
+             {"policy"},
+             {"policy", "hash"},
+             {"server-data"},
+             {"updates-status"},
+             {"upload", "settings", service_.DataDirectory() + "/upload.json"},
+             {"watch"},
+             {"file", "info", "a"},
+             {"certs"},
+             {"locales"},
+             {"ping"},
+             {"--json", "state"}}) {
+        SCOPED_TRACE(::testing::PrintToString(command));
+        std::vector<std::string> arguments = {"--timeout", "0.05"};
+        arguments.insert(arguments.end(), command.begin(), command.end());
+        const ProgramResult ran = Run(arguments);
+        EXPECT_EQ(ran.status, 4);
+        EXPECT_EQ(ran.out, "");
+        EXPECT_THAT(ran.err, HasSubstr("the service 'zam_connector_id' is there, but answers "
+                                       "nothing: "));
+    }
+    ASSERT_EQ(::kill(service_.Pid(), SIGCONT), 0);
+}
+
+TEST_F(ZamctlLive, HasTheDoctorTellAServiceThatAnswersNothingFromOneThatIsNotThere) {
+    service_.Start();
+    ASSERT_EQ(::kill(service_.Pid(), SIGSTOP), 0);
+    const ProgramResult silent = Run({"doctor", "--timeout", "0.1"});
+    EXPECT_EQ(silent.status, 4);
+    EXPECT_THAT(silent.out, HasSubstr("ok       socket"));
+    EXPECT_THAT(silent.out, HasSubstr("problem  service      the service 'zam_connector_id' is "
+                                      "there, but answers nothing: "));
+    EXPECT_THAT(silent.out, HasSubstr("Look whether zam_connectord is stopped or hangs"));
+    ASSERT_EQ(::kill(service_.Pid(), SIGCONT), 0);
+    service_.Stop();
+    const ProgramResult away = Run({"doctor"});
+    EXPECT_EQ(away.status, 3);
+    EXPECT_THAT(away.out, HasSubstr("cannot reach the service 'zam_connector_id'"));
+}
+
+/// Making the connector is quick, and the call is not.
+TEST_F(ZamctlLive, EndsACallThatIsAnsweredTooLate) {
+    service_.WriteData("faults.json", R"({"rules": [
+        {"endpoint": "connController", "operation": "GetState", "delay_ms": 86400000},
+        {"endpoint": "productDataHolder", "operation": "CloseChannel", "delay_ms": 86400000}]})");
+    service_.Start();
+    for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
+             {"state"}, {"ping"}, {"state", "--wait", "connected"}, {"stop", "--wait"}}) {
+        SCOPED_TRACE(::testing::PrintToString(command));
+        std::vector<std::string> arguments = {"--timeout", "0.2"};
+        arguments.insert(arguments.end(), command.begin(), command.end());
+        const ProgramResult ran = Run(arguments);
+        EXPECT_EQ(ran.status, 4);
+        EXPECT_THAT(ran.err, HasSubstr("cannot read the state: 0x8000004B Unspecified error: no "
+                                       "answer came in time\nIt may have been done all the same."));
+    }
+    const ProgramResult doctor = Run({"--timeout", "0.2", "doctor"});
+    EXPECT_EQ(doctor.status, 4);
+    EXPECT_THAT(doctor.out, HasSubstr("problem  round_trip"));
+}
+
+TEST_F(ZamctlLive, HeedsTheTimeoutOfTheEnvironment) {
+    service_.WriteData("faults.json", R"({"rules": [{"endpoint": "connController",
+        "operation": "GetState", "delay_ms": 86400000}]})");
+    service_.Start();
+    std::vector<std::string> environment = Environment();
+    environment.emplace_back("ZAM_CALL_TIMEOUT_MS=30");
+    const ProgramResult ran =
+        RunProgram(ZAMCTL_EXECUTABLE, {"state"}, {.environment = environment});
+    EXPECT_EQ(ran.status, 4);
+    EXPECT_THAT(ran.err, HasSubstr("no answer came in time"));
 }
 
 TEST_F(ZamctlLive, AnswersWithCertificatesAndLocales) {

@@ -36,12 +36,25 @@ enum class FrameKind : std::uint16_t {
     Refusal = 6,       ///< server: a transport status; the connection is closed behind it
 };
 
+/// What a service understands beyond the first version, told in each `LookupAnswer`. A client sends
+/// it to no service that has not offered it: others refuse it.
+enum Offer : std::uint16_t {
+    kOfferFailedTransfer = 1,  ///< calls with `kFlagFailedTransfer`
+};
+
 /// The fixed part of a `LookupAnswer`.
 struct LookupResult {
-    std::uint16_t riid;  ///< 0xFFFF: unknown
-    std::uint16_t reserved[3];
+    std::uint16_t riid;    ///< 0xFFFF: unknown
+    std::uint16_t offers;  ///< of `Offer`; clients ignore what they do not know
+    std::uint16_t reserved[2];
 };
 static_assert(sizeof(LookupResult) == 8);
+
+/// Flags of a call.
+enum CallFlag : std::uint32_t {
+    /// This closes a channel whose transfer failed at the client: nothing is to be kept of it.
+    kFlagFailedTransfer = 1,
+};
 
 /// The head of a frame; the fixed part and then the arena bytes follow it.
 struct Prelude {
@@ -50,6 +63,7 @@ struct Prelude {
     std::uint32_t fixedBytes = 0;
     std::uint32_t arenaBytes = 0;
     std::int32_t status = 0;
+    std::uint32_t flags = 0;  ///< of `CallFlag`; 0 but in calls
 
     std::size_t FrameBytes() const noexcept {
         return kPreludeBytes + std::size_t{fixedBytes} + arenaBytes;
@@ -64,7 +78,7 @@ enum class FrameFault {
     Kind,
     FixedBytes,
     ArenaBytes,
-    Reserved,
+    Flags,
 };
 
 /// Writes the `kPreludeBytes` bytes of `prelude` to `out`.

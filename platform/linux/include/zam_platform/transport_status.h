@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 /// Transport statuses of this platform. 0 is success; the numbers are stable, for logs and tests.
 
@@ -27,7 +26,7 @@ enum TransportStatus : std::int32_t {
 };
 
 /// What a status means, for people; "transport status N" for a number that is not this platform's
-/// own. Thread-safe.
-std::string DescribeStatus(std::int32_t status);
+/// own, which lasts until the thread asks for another such number. Thread-safe.
+const char* DescribeStatus(std::int32_t status) noexcept;
 
 }  // namespace zam_platform

@@ -1,8 +1,5 @@
 #include "client/call_under_way.h"
 
-#include <algorithm>
-#include <chrono>
-
 #include "zam_platform/posix_error.h"
 
 namespace zam_platform {
@@ -13,13 +10,6 @@ PlatformError Cancelled() {
 }
 
 }  // namespace
-
-Deadline Earlier(const Deadline& one, const Deadline& other) {
-    if (!one || !other) {
-        return one ? one : other;
-    }
-    return std::min(*one, *other);
-}
 
 CallUnderWay::CallUnderWay(VdCallBounds* bounds) noexcept
     : VdCallUnderWay{&CallUnderWay::Interrupt}, bounds_(bounds) {
@@ -33,13 +23,6 @@ CallUnderWay::~CallUnderWay() {
     if (entered_) {
         bounds_->leave(bounds_, this);
     }
-}
-
-Deadline CallUnderWay::BoundsDeadline() const noexcept {
-    if (bounds_ == nullptr || bounds_->deadlineNs == 0) {
-        return {};
-    }
-    return std::chrono::steady_clock::time_point(std::chrono::nanoseconds(bounds_->deadlineNs));
 }
 
 void CallUnderWay::ThrowIfInterrupted() const {

@@ -6,9 +6,6 @@
 
 namespace zam_platform {
 
-/// The earlier of two moments, none being later than any.
-Deadline Earlier(const Deadline& one, const Deadline& other);
-
 /// A call as its bounds know it, from its begin to its end. Used by the thread that makes the call;
 /// only the interruption comes from others.
 class CallUnderWay final : public VdCallUnderWay {
@@ -21,8 +18,6 @@ public:
 
     /// Whether others may end the call.
     bool CanBeInterrupted() const noexcept { return entered_; }
-
-    Deadline BoundsDeadline() const noexcept;
 
     /// Throws `PlatformError` when the call has been ended, or was never to begin.
     void ThrowIfInterrupted() const QOR_EXCLUDES(mutex_);

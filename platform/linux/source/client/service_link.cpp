@@ -12,6 +12,7 @@
 #include <thread>
 #include <utility>
 
+#include "client/call_bounds.h"
 #include "client/call_under_way.h"
 #include "vd/service_locator.h"
 #include "zam_platform/report.h"
@@ -60,6 +61,13 @@ TransportStatus StatusOfCaught(const char* function) noexcept {
     } catch (const std::exception& exception) {
         Report(zor::logger::kLevelError, kSourceFile, function, exception.what());
         return kStatusResources;
+    }
+}
+
+/// A call that would begin behind its deadline is not made: nobody knows then what became of it.
+void ThrowIfOver(const Deadline& deadline) {
+    if (deadline && std::chrono::steady_clock::now() >= *deadline) {
+        throw PlatformError(kStatusTimeout, "the time for the call had run out before it began");
     }
 }
 
@@ -148,15 +156,22 @@ ServiceLink::~ServiceLink() {
 
 void ServiceLink::Open(VdCallBounds* bounds) {
     CallUnderWay underWay(bounds);
-    underWay.ThrowIfInterrupted();
-    GiveBack(ConnectAndSay(underWay.BoundsDeadline(), underWay));
+    const Deadline deadline = DeadlineOf(bounds);
+    try {
+        underWay.ThrowIfInterrupted();
+        ThrowIfOver(deadline);
+        GiveBack(ConnectAndSay(deadline, underWay));
+        EndCall(kStatusOk);
+    } catch (const PlatformError& error) {
+        if (EndCall(error.Status()) != kStatusCancelled) {
+            DelayFailure(deadline);
+        }
+        throw;
+    }
 }
 
 std::int32_t ServiceLink::Call(const LinkCall& call) noexcept {
-    std::int32_t status = Try(call);
-    if (call.bounds != nullptr) {
-        call.bounds->lastStatus = status;
-    }
+    std::int32_t status = EndCall(Try(call));
     if (call.farewell && status != kStatusOk) {
         if (status != kStatusUnavailable) {
             RememberFarewell(call);
@@ -168,13 +183,16 @@ std::int32_t ServiceLink::Call(const LinkCall& call) noexcept {
 
 std::int32_t ServiceLink::Try(const LinkCall& call) noexcept {
     const vd_message_header stub = StubOf(call.response);
-    CallUnderWay underWay(call.bounds);
-    Deadline deadline = underWay.BoundsDeadline();
+    // A farewell has to be said when all else is over, so that nothing bounds it but its own time.
+    CallUnderWay underWay(call.farewell ? nullptr : call.bounds);
+    Deadline deadline;
+    if (call.farewell) {
+        deadline = std::chrono::steady_clock::now() + kFarewellTimeout;
+    } else {
+        deadline = DeadlineOf(call.bounds);
+    }
     if (call.timeout.count() > 0) {
         deadline = Earlier(deadline, std::chrono::steady_clock::now() + call.timeout);
-    }
-    if (call.farewell) {
-        deadline = Earlier(deadline, std::chrono::steady_clock::now() + kFarewellTimeout);
     }
     std::int32_t failure = kStatusOk;
     try {
@@ -182,7 +200,8 @@ std::int32_t ServiceLink::Try(const LinkCall& call) noexcept {
         const std::uint32_t arenaBytes = call.requestArena == nullptr ? 0 : call.requestArena->used;
         const OutgoingFrame frame{.prelude = {.kind = FrameKind::Call,
                                               .fixedBytes = call.request->fixedSize,
-                                              .arenaBytes = arenaBytes},
+                                              .arenaBytes = arenaBytes,
+                                              .flags = FlagsOf(call)},
                                   .fixed = call.request,
                                   .arena = arenaBytes == 0 ? nullptr : call.requestArena->base};
         Empty(call.responseArena);
@@ -207,9 +226,23 @@ std::int32_t ServiceLink::Try(const LinkCall& call) noexcept {
     return failure;
 }
 
+std::uint32_t ServiceLink::FlagsOf(const LinkCall& call) const noexcept {
+    const VdFailedTransfer* const failed =
+        call.bounds == nullptr ? nullptr : call.bounds->failedTransfer;
+    std::int64_t channel = 0;
+    if (failed == nullptr ||
+        (offers_.load(std::memory_order_relaxed) & kOfferFailedTransfer) == 0 ||
+        failed->riid != call.request->riid || failed->operation != call.request->operation ||
+        call.request->fixedSize < sizeof(vd_message_header) + sizeof(channel)) {
+        return 0;
+    }
+    std::memcpy(&channel, call.request + 1, sizeof(channel));
+    return failed->channel == channel ? kFlagFailedTransfer : 0U;
+}
+
 std::uint16_t ServiceLink::Lookup(std::string_view endpoint, VdCallBounds* bounds) noexcept {
     CallUnderWay underWay(bounds);
-    const Deadline deadline = underWay.BoundsDeadline();
+    const Deadline deadline = DeadlineOf(bounds);
     try {
         if (endpoint.empty() || endpoint.size() > kMaxEndpointNameBytes) {
             throw PlatformError(kStatusRequestTooLarge,
@@ -224,9 +257,14 @@ std::uint16_t ServiceLink::Lookup(std::string_view endpoint, VdCallBounds* bound
         IncomingFrame answer{
             .kind = FrameKind::LookupAnswer, .fixed = &result, .fixedBytes = sizeof(result)};
         Exchange(frame, answer, deadline, underWay);
-        return answer.status == kStatusOk ? result.riid : VD_UNKNOWN_RIID;
+        if (answer.status == kStatusOk) {
+            offers_.store(result.offers, std::memory_order_relaxed);
+        }
+        return EndCall(answer.status) == kStatusOk ? result.riid : VD_UNKNOWN_RIID;
     } catch (...) {
-        if (StatusOfCaught("Lookup") != kStatusRequestTooLarge) {
+        const std::int32_t failure =
+            EndCall(underWay.IsEnded() ? kStatusCancelled : StatusOfCaught("Lookup"));
+        if (failure != kStatusRequestTooLarge && failure != kStatusCancelled) {
             DelayFailure(deadline);
         }
         return VD_UNKNOWN_RIID;
@@ -243,6 +281,7 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
     }
 
     underWay.ThrowIfInterrupted();
+    ThrowIfOver(deadline);
     Lease lease(*this, TakeIdle());
     const CallUnderWay::Detacher detacher(underWay);  // before the lease closes the channel
     for (bool fresh = false;; fresh = true) {

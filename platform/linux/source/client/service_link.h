@@ -98,6 +98,7 @@ private:
     void Unlink(Connection* connection) noexcept QOR_REQUIRES(mutex_);
 
     std::int32_t Try(const LinkCall& call) noexcept;
+    std::uint32_t FlagsOf(const LinkCall& call) const noexcept;
 
     /// A connection of this call's own, on which what was left to say has been said.
     Connection* ConnectAndSay(const Deadline& deadline, CallUnderWay& underWay);
@@ -125,6 +126,7 @@ private:
     std::vector<UnsaidFarewell> unsaidFarewells_ QOR_GUARDED_BY(mutex_);  ///< oldest first
 
     std::atomic<std::uint32_t> failureDelayMs_{0};
+    std::atomic<std::uint16_t> offers_{0};  ///< of `Offer`, in the service's last answer
 };
 
 }  // namespace zam_platform

@@ -10,7 +10,9 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <span>
 
@@ -65,14 +67,14 @@ bool IsPeerGone(int errorNumber) {
     return errorNumber == EPIPE || errorNumber == ECONNRESET || errorNumber == ENOTCONN;
 }
 
-/// One read into the parts. Gives 0 when nothing has come before `deadline`; without a deadline it
-/// blocks in the read itself, which saves the wait. Throws at the end of the connection.
-std::size_t ReadSome(int socket, std::span<iovec> parts, const Deadline& deadline) {
+/// One read into the parts. Gives 0 when nothing has come before `deadline`. One that blocks in the
+/// read itself saves the wait. Throws at the end of the connection.
+std::size_t ReadSome(int socket, std::span<iovec> parts, const Deadline& deadline, bool blocks) {
     msghdr message{};
     message.msg_iov = parts.data();
     message.msg_iovlen = parts.size();
     for (;;) {
-        const ssize_t got = ::recvmsg(socket, &message, deadline ? MSG_DONTWAIT : 0);
+        const ssize_t got = ::recvmsg(socket, &message, blocks ? 0 : MSG_DONTWAIT);
         if (got > 0) {
             return static_cast<std::size_t>(got);
         }
@@ -89,17 +91,11 @@ std::size_t ReadSome(int socket, std::span<iovec> parts, const Deadline& deadlin
     }
 }
 
-/// Bounds how long a blocking connect waits; without a deadline, not at all.
-void LimitConnecting(int socket, const Deadline& deadline) {
-    timeval left{};
-    if (deadline) {
-        const auto wait = std::chrono::ceil<std::chrono::microseconds>(
-            *deadline - std::chrono::steady_clock::now());
-        // All zeros stand for no bound.
-        const std::int64_t microseconds = std::max<std::int64_t>(1, wait.count());
-        left = {.tv_sec = microseconds / 1'000'000, .tv_usec = microseconds % 1'000'000};
-    }
-    if (::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &left, sizeof(left)) != 0) {
+/// Bounds how long a blocking operation waits; 0: not at all. `option` is `SO_SNDTIMEO`, which
+/// bounds a connect too, or `SO_RCVTIMEO`.
+void SetTimeLimit(int socket, int option, std::chrono::microseconds limit) {
+    const timeval time{.tv_sec = limit.count() / 1'000'000, .tv_usec = limit.count() % 1'000'000};
+    if (::setsockopt(socket, SOL_SOCKET, option, &time, sizeof(time)) != 0) {
         throw PosixError("time limit of a connection", errno);
     }
 }
@@ -109,7 +105,9 @@ void ConnectTo(int socket, const sockaddr_un& address, const Deadline& deadline,
                const std::string& shown) {
     for (;;) {
         if (deadline) {
-            LimitConnecting(socket, deadline);
+            const auto left = std::chrono::ceil<std::chrono::microseconds>(
+                *deadline - std::chrono::steady_clock::now());
+            SetTimeLimit(socket, SO_SNDTIMEO, std::max(left, std::chrono::microseconds(1)));
         }
         if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 ||
             errno == EISCONN) {
@@ -129,7 +127,7 @@ void ConnectTo(int socket, const sockaddr_un& address, const Deadline& deadline,
     }
     if (deadline) {
         // The option bounds writes as well, which have their own way to keep the deadline.
-        LimitConnecting(socket, {});
+        SetTimeLimit(socket, SO_SNDTIMEO, {});
     }
 }
 
@@ -318,7 +316,8 @@ void SocketChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
     Prelude prelude;
     Deadline limit = deadline;
     while (got < wanted) {
-        const std::size_t bytes = ReadSome(socket_.Get(), parts, limit);
+        const bool blocks = !limit || (got == 0 && BoundReads(*limit));
+        const std::size_t bytes = ReadSome(socket_.Get(), parts, limit, blocks);
         if (bytes == 0) {
             throw NotInTime(got, wanted);
         }
@@ -343,6 +342,22 @@ void SocketChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
                                                          got - wanted, wanted));
     }
     frame.status = prelude.status;
+}
+
+bool SocketChannel::BoundReads(const std::chrono::steady_clock::time_point& deadline) {
+    const auto left =
+        std::chrono::floor<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) {
+        return false;
+    }
+    // Told in powers of two, and only when it is too long, so that calls with deadlines of one size
+    // cost no system call for it. A read that it ends too early waits for the rest in another way.
+    if (readBound_.count() == 0 || readBound_ > left) {
+        const auto bound = std::bit_floor(static_cast<std::uint64_t>(left.count()));
+        readBound_ = std::chrono::microseconds(bound);
+        SetTimeLimit(socket_.Get(), SO_RCVTIMEO, readBound_);
+    }
+    return true;
 }
 
 void SocketChannel::Interrupt() noexcept {

@@ -30,9 +30,13 @@ public:
     void Abandon() noexcept override;
 
 private:
+    /// Has the kernel end a blocking read at the deadline or before. False when no time is left.
+    bool BoundReads(const std::chrono::steady_clock::time_point& deadline);
+
     UniqueFd socket_;
     SessionToken token_;
     std::chrono::milliseconds frameTimeout_;
+    std::chrono::microseconds readBound_{0};  ///< what the kernel knows; 0: none
     bool greeted_ = false;
 };
 

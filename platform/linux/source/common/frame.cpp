@@ -16,7 +16,7 @@ struct WirePrelude {
     std::uint32_t fixedBytes;
     std::uint32_t arenaBytes;
     std::int32_t status;
-    std::uint32_t reserved;
+    std::uint32_t flags;
 };
 static_assert(sizeof(WirePrelude) == kPreludeBytes);
 static_assert(offsetof(WirePrelude, version) == 4);
@@ -25,10 +25,15 @@ static_assert(offsetof(WirePrelude, callNumber) == 8);
 static_assert(offsetof(WirePrelude, fixedBytes) == 16);
 static_assert(offsetof(WirePrelude, arenaBytes) == 20);
 static_assert(offsetof(WirePrelude, status) == 24);
-static_assert(offsetof(WirePrelude, reserved) == 28);
+static_assert(offsetof(WirePrelude, flags) == 28);
 
 constexpr auto kFirstKind = static_cast<std::uint16_t>(FrameKind::Hello);
 constexpr auto kLastKind = static_cast<std::uint16_t>(FrameKind::Refusal);
+
+/// The flags that a frame of this kind may have.
+constexpr std::uint32_t FlagsOf(std::uint16_t kind) noexcept {
+    return kind == static_cast<std::uint16_t>(FrameKind::Call) ? kFlagFailedTransfer : 0U;
+}
 
 }  // namespace
 
@@ -41,7 +46,7 @@ void EncodePrelude(const Prelude& prelude, unsigned char* out) noexcept {
         .fixedBytes = prelude.fixedBytes,
         .arenaBytes = prelude.arenaBytes,
         .status = prelude.status,
-        .reserved = 0,
+        .flags = prelude.flags,
     };
     std::memcpy(out, &wire, sizeof(wire));
 }
@@ -64,8 +69,8 @@ FrameFault DecodePrelude(const unsigned char* in, Prelude& prelude) noexcept {
     if (wire.arenaBytes > kMaxArenaBytes) {
         return FrameFault::ArenaBytes;
     }
-    if (wire.reserved != 0) {
-        return FrameFault::Reserved;
+    if ((wire.flags & ~FlagsOf(wire.kind)) != 0) {
+        return FrameFault::Flags;
     }
     prelude = {
         .kind = static_cast<FrameKind>(wire.kind),
@@ -73,6 +78,7 @@ FrameFault DecodePrelude(const unsigned char* in, Prelude& prelude) noexcept {
         .fixedBytes = wire.fixedBytes,
         .arenaBytes = wire.arenaBytes,
         .status = wire.status,
+        .flags = wire.flags,
     };
     return FrameFault::None;
 }
@@ -94,8 +100,9 @@ std::string DescribeFault(FrameFault fault, const unsigned char* in) {
                                kMaxFixedBytes);
         case FrameFault::ArenaBytes:
             return fmt::format("arena of {} bytes exceeds {}", wire.arenaBytes, kMaxArenaBytes);
-        case FrameFault::Reserved:
-            return fmt::format("reserved word of the frame is {:#x}, not 0", wire.reserved);
+        case FrameFault::Flags:
+            return fmt::format("unknown flags {:#x} of the frame",
+                               wire.flags & ~FlagsOf(wire.kind));
     }
     return "frame is in order";
 }

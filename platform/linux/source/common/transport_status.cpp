@@ -4,7 +4,7 @@
 
 namespace zam_platform {
 
-std::string DescribeStatus(std::int32_t status) {
+const char* DescribeStatus(std::int32_t status) noexcept {
     switch (status) {
         case kStatusOk:
             return "success";
@@ -38,8 +38,11 @@ std::string DescribeStatus(std::int32_t status) {
             return "the service found the request to break a rule";
         case kStatusUnanswered:
             return "the service gave the call up without an answer";
-        default:
-            return fmt::format("transport status {}", status);
+        default: {
+            thread_local char text[32];  // "transport status -2147483648" and its end
+            *fmt::format_to_n(text, sizeof(text) - 1, "transport status {}", status).out = '\0';
+            return text;
+        }
     }
 }
 

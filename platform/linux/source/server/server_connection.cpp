@@ -201,7 +201,8 @@ void ServerConnection::HandleHello(const unsigned char* body) {
 void ServerConnection::HandleLookup(const Prelude& prelude, const unsigned char* body) {
     lastCallBytes_ = 0;
     const std::string_view name(reinterpret_cast<const char*>(body), prelude.fixedBytes);
-    const LookupResult result{.riid = server_.FindRiid(name), .reserved = {}};
+    const LookupResult result{
+        .riid = server_.FindRiid(name), .offers = kOfferFailedTransfer, .reserved = {}};
     SendNow({.kind = FrameKind::LookupAnswer,
              .callNumber = prelude.callNumber,
              .fixedBytes = sizeof(result)},
@@ -215,6 +216,7 @@ void ServerConnection::HandleCall(const Prelude& prelude, const unsigned char* b
     Request request{.operation = header.operation,
                     .rule = &rule,
                     .client = client_,
+                    .flags = prelude.flags,
                     .message = reinterpret_cast<const vd_message_header*>(body)};
     // A view of the received bytes; handlers read it only.
     vd_arena_init(&request.arena, const_cast<unsigned char*>(body) + prelude.fixedBytes,

@@ -1,6 +1,10 @@
 #include "channels/rebuild_meter.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <limits>
 #include <string_view>
 
@@ -54,6 +58,25 @@ std::size_t LastLevelOf(std::string_view path) {
     return before == std::string_view::npos ? 0 : before + 1;
 }
 
+/// The first levels of a path.
+std::string_view HeadOf(std::string_view path, std::size_t levels) {
+    std::size_t end = 0;
+    for (; levels != 0 && end != path.size(); --levels) {
+        end = std::min(path.find(Separator(), end), path.size() - 1) + 1;
+    }
+    return path.substr(0, end);
+}
+
+/// Elements that the record's value says it has; 0 for all but vectors.
+std::uint64_t AnnouncedBy(const RawZamParam& record) noexcept {
+    std::array<std::uint64_t, 2> words{};
+    if (record.value.size() < sizeof(words)) {
+        return 0;
+    }
+    std::memcpy(words.data(), record.value.data(), sizeof(words));
+    return words[0] == static_cast<std::uint64_t>(zuv::Kind::Vector) ? words[1] : 0;
+}
+
 }  // namespace
 
 std::size_t SaturatedSum(std::size_t left, std::size_t right) noexcept {
@@ -74,14 +97,32 @@ RebuildMeter::RebuildMeter() : codec_(zam_connector::common::meta::IdSpecificati
 
 std::size_t RebuildMeter::Add(const RawZamParam& record) {
     std::size_t bytes = NodeBytes(record);
-    if (elements_.empty()) {
+    if (way_.empty()) {
         rootLevels_ = LevelsOf(record.path);
-        elements_.push_back(0);
+        way_.push_back({.announced = AnnouncedBy(record)});
     } else if (isTree_) {
         const std::size_t gap = GapBefore(record);
-        bytes = SaturatedSum(bytes, SaturatedProduct(gap, GapValueBytes(elements_.size() - 1)));
+        bytes = SaturatedSum(bytes, SaturatedProduct(gap, GapValueBytes(way_.size() - 1)));
     }
+    last_ = record.path;
     return bytes;
+}
+
+std::string RebuildMeter::Missing() {
+    LeaveFrom(0);
+    return missing_;
+}
+
+/// The nodes of the way from this depth on get no more elements.
+void RebuildMeter::LeaveFrom(std::size_t depth) {
+    for (std::size_t at = depth; at < way_.size() && missing_.empty(); ++at) {
+        if (way_[at].elements < way_[at].announced) {
+            missing_ =
+                fmt::format("the vector at '{}' has {} elements of the {} announced",
+                            HeadOf(last_, rootLevels_ + at), way_[at].elements, way_[at].announced);
+        }
+    }
+    way_.resize(std::min(way_.size(), depth));
 }
 
 /// The node's parent is told by the depth alone, as in the rebuild: it is the node placed last one
@@ -89,20 +130,20 @@ std::size_t RebuildMeter::Add(const RawZamParam& record) {
 std::size_t RebuildMeter::GapBefore(const RawZamParam& record) {
     const std::size_t levels = LevelsOf(record.path);
     zuv::PathCodec::LevelText last;
-    if (levels <= rootLevels_ || levels - rootLevels_ > elements_.size() ||
+    if (levels <= rootLevels_ || levels - rootLevels_ > way_.size() ||
         codec_.Read(record.path, LastLevelOf(record.path), last) != zuv::IdState::Ok) {
         isTree_ = false;
         return 0;
     }
-    elements_.resize(levels - rootLevels_);
-    std::size_t& ofParent = elements_.back();
+    LeaveFrom(levels - rootLevels_);
+    std::size_t& ofParent = way_.back().elements;
     std::size_t gap = 0;
     if (last.isPosition) {
         isTree_ = last.position >= ofParent && last.position != kUncountable;
         gap = last.position >= ofParent ? last.position - ofParent : 0;
         ofParent = last.position + 1;
     }
-    elements_.push_back(0);
+    way_.push_back({.announced = AnnouncedBy(record)});
     return gap;
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <string>
 #include <vector>
 
 #include "common/raw_zam_param.h"
@@ -21,16 +23,30 @@ public:
     /// is not rebuilt beyond it.
     std::size_t Add(const zam_connector::common::RawZamParam& record);
 
+    /// When no more records come: which vector has fewer elements than its record announced, empty
+    /// when none has. Maps announce nothing.
+    std::string Missing();
+
 private:
+    /// A node on the way to the record before.
+    struct Node {
+        std::uint64_t elements = 0;  ///< those that have come, with their gaps
+        std::uint64_t announced = 0;
+    };
+
     /// None values that are put in front of the record.
     std::size_t GapBefore(const zam_connector::common::RawZamParam& record);
 
     zuv::PathCodec codec_;
     bool isTree_ = true;
     std::size_t rootLevels_ = 0;
-    /// Elements of the node at each depth on the way to the record before, that one included;
-    /// entry 0 is the root's. Empty before the first record.
-    std::vector<std::size_t> elements_;
+    void LeaveFrom(std::size_t depth);
+
+    /// Down to the record before, that one included; entry 0 is the root. Empty before the first
+    /// record.
+    std::vector<Node> way_;
+    std::string last_;  ///< path of the record before
+    std::string missing_;
 };
 
 /// What a none value in a gap takes at a depth of its path (1: right below the root), in bytes.

@@ -38,7 +38,7 @@ UploadStore::UploadStore(asio::io_context& loop, zam_platform::WorkerPool& worke
 void UploadStore::Store(TreeUpload upload, Done done) {
     // Kept until the end has come back to the loop: the quota counts on that thread.
     auto kept = std::make_shared<TreeUpload>(std::move(upload));
-    Post(
+    PostStore(
         kept->kind,
         [this, kept] { return StoreTree(files_, kept->kind, std::move(kept->records)); },
         [kept, done = std::move(done)](int code, std::uint64_t hash) {
@@ -48,20 +48,40 @@ void UploadStore::Store(TreeUpload upload, Done done) {
 }
 
 void UploadStore::Store(UploadKind kind, std::string text, Done done) {
-    Post(
+    PostStore(
         kind, [this, kind, text = std::move(text)] { return StoreText(files_, kind, text); },
         std::move(done));
 }
 
-void UploadStore::Post(UploadKind kind, std::function<UploadOutcome()> store, Done done) {
+void UploadStore::Keep(UploadKind kind, Done done) {
+    Post(
+        [this, kind] {
+            return UploadOutcome{.code = kNoError, .hash = StoredHash(files_, kind), .error = {}};
+        },
+        [](const UploadOutcome& outcome, const Done& end) { end(outcome.code, outcome.hash); },
+        std::move(done));
+}
+
+void UploadStore::PostStore(UploadKind kind, std::function<UploadOutcome()> store, Done done) {
+    Post(
+        std::move(store),
+        [this, kind](const UploadOutcome& outcome, const Done& end) {
+            OnStored(kind, outcome, end);
+        },
+        std::move(done));
+}
+
+void UploadStore::Post(std::function<UploadOutcome()> work,
+                       std::function<void(const UploadOutcome&, const Done&)> then, Done done) {
     // Shared, so that what runs on a worker destroys no state of the loop's.
     auto end = std::make_shared<Done>([this, done = std::move(done)](int code, std::uint64_t hash) {
         --unanswered_;
         done(code, hash);
     });
     ++unanswered_;
-    const bool posted = workers_.Post(kUploadLane, [this, kind, store = std::move(store), end] {
-        asio::post(loop_, [this, kind, outcome = store(), end] { OnStored(kind, outcome, *end); });
+    const bool posted = workers_.Post(kUploadLane, [this, work = std::move(work),
+                                                    then = std::move(then), end]() mutable {
+        asio::post(loop_, [outcome = work(), then = std::move(then), end] { then(outcome, *end); });
     });
     if (!posted) {
         (*end)(kInsufficientResources, kAbsentHash);

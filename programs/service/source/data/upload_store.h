@@ -42,6 +42,10 @@ public:
     void Store(TreeUpload upload, Done done);
     void Store(UploadKind kind, std::string text, Done done);
 
+    /// Stores nothing; `done` gets 0 and the hash of the tree that stands when all that came before
+    /// is stored, `kAbsentHash` when there is none.
+    void Keep(UploadKind kind, Done done);
+
     /// The hash of the settings that were uploaded last; `kAbsentHash` when none were.
     std::uint64_t SettingsHash() const noexcept { return settingsHash_; }
 
@@ -53,7 +57,11 @@ public:
     std::size_t Unanswered() const noexcept { return unanswered_; }
 
 private:
-    void Post(UploadKind kind, std::function<UploadOutcome()> store, Done done);
+    void PostStore(UploadKind kind, std::function<UploadOutcome()> store, Done done);
+
+    /// Does `work` behind all that was posted before, and tells `then` on the loop what came of it.
+    void Post(std::function<UploadOutcome()> work,
+              std::function<void(const UploadOutcome&, const Done&)> then, Done done);
     void OnStored(UploadKind kind, const UploadOutcome& outcome, const Done& done);
 
     asio::io_context& loop_;

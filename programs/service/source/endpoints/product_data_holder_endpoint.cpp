@@ -53,6 +53,14 @@ void AnswerClose(Responder responder, int code, std::uint64_t hash, std::int8_t 
     responder.Answer(response);
 }
 
+/// An upload's end as the answer to the close of its channel.
+UploadStore::Done CloseAnswer(Responder responder) {
+    return
+        [kept = std::make_shared<Responder>(std::move(responder))](int code, std::uint64_t hash) {
+            AnswerClose(std::move(*kept), code, hash, kSessionMore);
+        };
+}
+
 /// What `read` makes of a request; empty, with a log record, when nothing can be made of it.
 template <typename Read>
 auto ReadOrLog(const char* function, Read read) -> std::optional<decltype(read())> {
@@ -209,18 +217,27 @@ void ProductDataHolderEndpoint::CloseChannel(const Request& request, Responder r
         AnswerClose(std::move(responder), kNoError, kAbsentHash, kSessionInvalid);
         return;
     }
+    const bool hasFailedThere = (request.flags & zam_platform::kFlagFailedTransfer) != 0;
+    if (channel->failure.empty() && !hasFailedThere) {
+        channel->failure = channel->meter.Missing();
+    }
     if (!channel->failure.empty()) {
         Log(zor::logger::kLevelError, Here(kSourceFile, "CloseChannel"),
             "{} upload refused: {}; the one before stays", NameOf(channel->upload.kind),
             channel->failure);
+    }
+    if (hasFailedThere) {
+        Log(zor::logger::kLevelWarning, Here(kSourceFile, "CloseChannel"),
+            "{} upload given up by its client; the one before stays", NameOf(channel->upload.kind));
+        // Its client tells the caller what the transfer failed of, not what comes of the close.
+        uploads_.Keep(channel->upload.kind, CloseAnswer(std::move(responder)));
+        return;
+    }
+    if (!channel->failure.empty()) {
         AnswerClose(std::move(responder), kInvalidArgument, kAbsentHash, kSessionMore);
         return;
     }
-    uploads_.Store(
-        std::move(channel->upload),
-        [kept = std::make_shared<Responder>(std::move(responder))](int code, std::uint64_t hash) {
-            AnswerClose(std::move(*kept), code, hash, kSessionMore);
-        });
+    uploads_.Store(std::move(channel->upload), CloseAnswer(std::move(responder)));
 }
 
 /// The first failure is what the transfer fails of; its records are of no more use.

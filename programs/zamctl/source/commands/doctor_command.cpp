@@ -22,8 +22,6 @@ namespace {
 /// A few, of which the median is shown: the first one also pays for what is made once.
 constexpr std::size_t kRoundTrips = 5;
 
-using Findings = std::vector<Finding>;
-
 const char* StatusName(FindingStatus status) {
     switch (status) {
         case FindingStatus::Ok:
@@ -36,6 +34,56 @@ const char* StatusName(FindingStatus status) {
     return "problem";
 }
 
+std::string LinesOf(const Finding& finding) {
+    std::string lines =
+        fmt::format("{:<8} {:<11}  {}\n", StatusName(finding.status), finding.check, finding.text);
+    if (!finding.remedy.empty()) {
+        lines += fmt::format("{:20}  {}\n", "", finding.remedy);
+    }
+    return lines;
+}
+
+Fields DocumentOf(const Finding& finding) {
+    Fields check = {
+        {"check", finding.check}, {"status", StatusName(finding.status)}, {"text", finding.text}};
+    if (!finding.remedy.empty()) {
+        check["remedy"] = finding.remedy;
+    }
+    check.Append(finding.details);
+    return check;
+}
+
+/// What was found. As text each finding is printed as it comes: the next check may wait for a
+/// service that answers nothing.
+class Report {
+public:
+    /// `output` must outlive the object.
+    explicit Report(Output& output) : output_(output) {}
+
+    void Add(const Finding& finding) {
+        worst_ = std::max(worst_, finding.status);
+        if (output_.IsJson()) {
+            checks_.push_back(DocumentOf(finding));
+        } else if (!output_.IsQuiet() || finding.status != FindingStatus::Ok) {
+            output_.Content(LinesOf(finding));
+        }
+    }
+
+    bool HasProblem() const noexcept { return worst_ == FindingStatus::Problem; }
+
+    /// The document, which is one.
+    void End() {
+        if (output_.IsJson()) {
+            output_.Result({}, {{"status", StatusName(worst_)}, {"checks", checks_}});
+        }
+    }
+
+private:
+    Output& output_;
+    FindingStatus worst_ = FindingStatus::Ok;
+    FieldList checks_;
+};
+
 /// The version that a library's file is named after: "0.1.0" of "libzam_platform.so.0.1.0".
 std::string VersionOf(const std::string& path) {
     constexpr std::string_view kMark = ".so.";
@@ -44,24 +92,24 @@ std::string VersionOf(const std::string& path) {
     return mark == std::string::npos ? std::string() : name.substr(mark + kMark.size());
 }
 
-void CheckVersions(Findings& findings, const SystemView& system) {
-    findings.push_back({"zamctl",
-                        FindingStatus::Ok,
-                        fmt::format("version {}", kVersion),
-                        {},
-                        {{"version", kVersion}}});
+void CheckVersions(Report& report, const SystemView& system) {
+    report.Add({"zamctl",
+                FindingStatus::Ok,
+                fmt::format("version {}", kVersion),
+                {},
+                {{"version", kVersion}}});
     const std::vector<LoadedLibrary> libraries = system.Libraries();
     if (libraries.empty()) {
-        findings.push_back({"library",
-                            FindingStatus::Ok,
-                            fmt::format("version {}, part of zamctl", kVersion),
-                            {},
-                            {{"version", kVersion}}});
+        report.Add({"library",
+                    FindingStatus::Ok,
+                    fmt::format("version {}, part of zamctl", kVersion),
+                    {},
+                    {{"version", kVersion}}});
     }
     for (const LoadedLibrary& library : libraries) {
         const std::string version = VersionOf(library.path);
         const bool same = version == kVersion;
-        findings.push_back(
+        report.Add(
             {"library",
              same ? FindingStatus::Ok : FindingStatus::Warning,
              fmt::format("version {}, {}", version.empty() ? "unknown" : version, library.path),
@@ -70,24 +118,24 @@ void CheckVersions(Findings& findings, const SystemView& system) {
     }
 }
 
-void CheckLogLevel(Findings& findings, const SystemView& system) {
+void CheckLogLevel(Report& report, const SystemView& system) {
     constexpr const char* kVariable = "ZAM_LOG_LEVEL";
     constexpr int kDefault = zor::logger::kLevelError;
     const std::optional<std::string> text = system.Variable(kVariable);
     int level = kDefault;
     if (!text) {
-        findings.push_back({"log_level",
-                            FindingStatus::Ok,
-                            fmt::format("{}, as {} is not set", kDefault, kVariable),
-                            {},
-                            {{"level", kDefault}}});
+        report.Add({"log_level",
+                    FindingStatus::Ok,
+                    fmt::format("{}, as {} is not set", kDefault, kVariable),
+                    {},
+                    {{"level", kDefault}}});
         return;
     }
     const char* const end = text->data() + text->size();
     // As the library reads it: what is no number counts as not set.
     const auto [stop, error] = std::from_chars(text->data(), end, level);
     if (error != std::errc() || stop != end) {
-        findings.push_back(
+        report.Add(
             {"log_level",
              FindingStatus::Warning,
              fmt::format("{}, as {} is '{}', which is no number", kDefault, kVariable, *text),
@@ -97,11 +145,11 @@ void CheckLogLevel(Findings& findings, const SystemView& system) {
              {{"level", kDefault}}});
         return;
     }
-    findings.push_back({"log_level",
-                        FindingStatus::Ok,
-                        fmt::format("{}, from {}", level, kVariable),
-                        {},
-                        {{"level", level}}});
+    report.Add({"log_level",
+                FindingStatus::Ok,
+                fmt::format("{}, from {}", level, kVariable),
+                {},
+                {{"level", level}}});
 }
 
 Finding EndpointFinding(const EndpointReport& endpoint) {
@@ -120,55 +168,52 @@ Finding EndpointFinding(const EndpointReport& endpoint) {
             {{"name", endpoint.name}, {"riid", *endpoint.riid}}};
 }
 
-bool HasProblem(const Findings& findings) {
-    return std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
-        return finding.status == FindingStatus::Problem;
-    });
-}
-
-void AddFailure(Findings& findings, const char* check, const ConnectorFailure& failure,
+void AddFailure(Report& report, const char* check, const ConnectorFailure& failure,
                 const std::string& remedy) {
     // What is wrong with the directory, or an endpoint that is missing, stands above with its own
     // advice.
-    const std::string advice = HasProblem(findings) ? std::string() : remedy;
-    findings.push_back({check, FindingStatus::Problem, failure.what(), advice, {}});
+    const std::string advice = report.HasProblem() ? std::string() : remedy;
+    report.Add({check, FindingStatus::Problem, failure.what(), advice, {}});
 }
 
-/// Connects to a service and looks its endpoints up. False when it cannot be reached.
-bool CheckService(Findings& findings, Context& context, const std::string& service) {
+/// Connects to a service and looks its endpoints up. Gives the failure in which that ends.
+std::optional<ConnectorFailure> CheckService(Report& report, Context& context,
+                                             const std::string& service) {
     try {
         const std::vector<EndpointReport> endpoints =
             context.Reach([&service](ConnectorProvider& from) { return from.Endpoints(service); });
-        findings.push_back({"service",
-                            FindingStatus::Ok,
-                            fmt::format("'{}' connected", service),
-                            {},
-                            {{"name", service}}});
+        report.Add({"service",
+                    FindingStatus::Ok,
+                    fmt::format("'{}' connected", service),
+                    {},
+                    {{"name", service}}});
         for (const EndpointReport& endpoint : endpoints) {
-            findings.push_back(EndpointFinding(endpoint));
+            report.Add(EndpointFinding(endpoint));
         }
-        return true;
+        return std::nullopt;
     } catch (const ConnectorFailure& failure) {
-        AddFailure(findings, "service", failure, ConnectRemedy(context.system, service));
-        return false;
+        AddFailure(report, "service", failure,
+                   failure.Status() == kExitTimedOut ? failure.Remedy()
+                                                     : ConnectRemedy(context.system, service));
+        return failure;
     }
 }
 
-/// False when the connector cannot be made.
-bool CheckConnector(Findings& findings, Context& context) {
+/// Gives the failure when the connector cannot be made.
+std::optional<ConnectorFailure> CheckConnector(Report& report, Context& context) {
     try {
         context.Connector();
-        return true;
+        return std::nullopt;
     } catch (const ConnectorFailure& failure) {
-        AddFailure(findings, "connector", failure,
+        AddFailure(report, "connector", failure,
                    "Look into the log of zam_connectord; 'zamctl -v doctor' prints the library's "
                    "own records.");
-        return false;
+        return failure;
     }
 }
 
 /// Times some calls. Gives the failure in which that ends.
-std::optional<CallFailure> CheckCalls(Findings& findings, Context& context) {
+std::optional<CallFailure> CheckCalls(Report& report, Context& context) {
     try {
         const ConnectorInterfaces connector = context.Connector();
         std::array<std::chrono::nanoseconds, kRoundTrips> times{};
@@ -181,7 +226,7 @@ std::optional<CallFailure> CheckCalls(Findings& findings, Context& context) {
         std::sort(times.begin(), times.end());
         const double median = Microseconds(Percentile(times, 50));
         const std::string state = zam_vocabulary::StateName(answer.state);
-        findings.push_back(
+        report.Add(
             {"round_trip",
              FindingStatus::Ok,
              fmt::format("{:.1f} us, median of {} calls; state {}", median, kRoundTrips, state),
@@ -189,68 +234,43 @@ std::optional<CallFailure> CheckCalls(Findings& findings, Context& context) {
              {{"median_us", median}, {"calls", kRoundTrips}, {"state", state}}});
         return std::nullopt;
     } catch (const CallFailure& failure) {
-        findings.push_back(
-            {"round_trip", FindingStatus::Problem, failure.what(), failure.Remedy(), {}});
+        report.Add({"round_trip", FindingStatus::Problem, failure.what(), failure.Remedy(), {}});
         return failure;
-    }
-}
-
-void PrintReport(Output& output, const Findings& findings) {
-    FindingStatus worst = FindingStatus::Ok;
-    std::string lines;
-    FieldList checks;
-    for (const Finding& finding : findings) {
-        worst = std::max(worst, finding.status);
-        Fields check = {{"check", finding.check},
-                        {"status", StatusName(finding.status)},
-                        {"text", finding.text}};
-        if (!finding.remedy.empty()) {
-            check["remedy"] = finding.remedy;
-        }
-        check.Append(finding.details);
-        checks.push_back(std::move(check));
-        if (output.IsQuiet() && finding.status == FindingStatus::Ok) {
-            continue;
-        }
-        lines += fmt::format("{}{:<8} {:<11}  {}", lines.empty() ? "" : "\n",
-                             StatusName(finding.status), finding.check, finding.text);
-        if (!finding.remedy.empty()) {
-            lines += fmt::format("\n{:20}  {}", "", finding.remedy);
-        }
-    }
-    if (lines.empty()) {
-        output.Confirmation(lines, {{"status", StatusName(worst)}, {"checks", checks}});
-    } else {
-        output.Result(lines, {{"status", StatusName(worst)}, {"checks", checks}});
     }
 }
 
 }  // namespace
 
 void DoctorCommand::Run(Context& context) {
-    Findings findings;
-    CheckVersions(findings, context.system);
-    CheckLogLevel(findings, context.system);
+    Report report(context.output);
+    CheckVersions(report, context.system);
+    CheckLogLevel(report, context.system);
     const std::vector<std::string> services = context.provider.ServiceNames();
-    const Findings directory = CheckRuntimeDirectory(context.system, services);
-    findings.insert(findings.end(), directory.begin(), directory.end());
-    bool isReached = true;
+    for (const Finding& finding : CheckRuntimeDirectory(context.system, services)) {
+        report.Add(finding);
+    }
+    std::optional<ConnectorFailure> failedService;
     for (const std::string& service : services) {
-        // The call stands first, so that every service is looked at.
-        isReached = CheckService(findings, context, service) && isReached;
+        // Every service is looked at, and the first failure counts.
+        const auto failure = CheckService(report, context, service);
+        failedService = failedService ? failedService : failure;
+    }
+    if (!failedService) {
+        failedService = CheckConnector(report, context);
     }
     std::optional<CallFailure> failedCall;
-    if (isReached && CheckConnector(findings, context)) {
-        failedCall = CheckCalls(findings, context);
+    if (!failedService) {
+        failedCall = CheckCalls(report, context);
     }
     // Whole, also before a failure: the report is what was asked for.
-    PrintReport(context.output, findings);
+    report.End();
     if (failedCall) {
         throw CallFailure(*failedCall);
     }
-    if (HasProblem(findings)) {
+    if (report.HasProblem()) {
         throw ConnectorFailure("the connector cannot be made",
-                               "The lines of the report that begin with 'problem' say what to do.");
+                               "The lines of the report that begin with 'problem' say what to do.",
+                               failedService ? failedService->Status() : kExitNoConnector);
     }
 }
 

@@ -16,8 +16,6 @@
 namespace zamctl {
 namespace {
 
-/// Behind the time given, for a call that is never answered.
-constexpr std::chrono::milliseconds kGrace{1000};
 constexpr char kHangs[] =
     "\nzamctl file get: the time is over, and neither the service nor the disk has answered\n"
     "Run the same command again: it goes on where this one ended.\n";
@@ -107,10 +105,6 @@ void FileGetCommand::Declare(Options& options) {
     options.File(
         "-o,--output", [this](const std::string& file) { output_ = file; },
         "File to write, default the last part of NAME");
-    options.Timeout(timeout_,
-                    fmt::format("How long the whole may take, 0 to {}; default: while something "
-                                "comes",
-                                kLongestTimeout.count()));
 }
 
 std::string FileGetCommand::Target() const {
@@ -134,10 +128,10 @@ void FileGetCommand::Run(Context& context) {
     const std::string target = Target();
     const ConnectorInterfaces connector = context.Connector();
     context.clock.CatchInterrupt();
-    DownloadOrder order{.path = path_, .target = target, .timeout = timeout_};
-    if (timeout_) {
-        order.patience = *timeout_;
-        context.clock.LimitRun(*timeout_ + kGrace, kHangs, kExitFailed);
+    DownloadOrder order{.path = path_, .target = target, .timeout = context.timeout};
+    if (order.timeout) {
+        order.patience = *order.timeout;
+        context.clock.LimitRun(*order.timeout + kGrace, kHangs, kExitFailed);
     }
     DownloadReport report;
     {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <optional>
 #include <string>
 
@@ -30,7 +29,6 @@ private:
 
     std::string path_;
     std::optional<std::string> output_;  ///< none: the last part of the path
-    std::optional<std::chrono::milliseconds> timeout_;
 };
 
 }  // namespace zamctl

@@ -52,8 +52,7 @@ void StartCommand::Declare(Options& options) {
          "For one request, 0 leaves it to the service");
     time("--keep-alive", parameters_.keepAlivePeriod,
          "Between signs of life, 0 leaves it to the service");
-    const Option wait = options.Flag("--wait", waits_, "Wait until connected");
-    options.Timeout(timeout_, WaitTimeoutHelp()).Needs(wait);
+    options.Flag("--wait", waits_, "Wait until connected");
 }
 
 void StartCommand::CheckTexts() const {
@@ -82,9 +81,7 @@ void StartCommand::Run(Context& context) {
         return;
     }
     WaitForState(context, connector.controller,
-                 {.target = ZamConnectorState::Connected,
-                  .timeout = timeout_,
-                  .hopeless = ZamConnectorState::Refused});
+                 {.target = ZamConnectorState::Connected, .hopeless = ZamConnectorState::Refused});
     context.output.Confirmation(
         SuccessText(code, "connected", "already started; connected"),
         {{"result", code}, {"state", zam_vocabulary::StateName(ZamConnectorState::Connected)}});

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <optional>
 
 #include "command.h"
 #include "wait_for_state.h"
@@ -16,6 +17,10 @@ inline constexpr std::size_t kMaxStartTextBytes = 1360;
 class StartCommand final : public Command {
 public:
     void Declare(Options& options) override;
+    std::optional<std::chrono::milliseconds> Limit(
+        std::optional<std::chrono::milliseconds> asked) const override {
+        return waits_ ? LimitOfWait(asked) : asked;
+    }
 
     /// Throws `UsageError` when the texts are too long.
     void Run(Context& context) override;
@@ -25,7 +30,6 @@ private:
 
     zam_connector::ZamConnectionParameters parameters_;
     bool waits_ = false;  ///< until the link is up or the server has refused
-    std::chrono::milliseconds timeout_ = kDefaultTimeout;
 };
 
 }  // namespace zamctl

@@ -23,7 +23,6 @@ void StateCommand::Declare(Options& options) {
                                    fmt::format("Wait until the state is one of: {}",
                                                fmt::join(zam_vocabulary::StateNames(), ", ")))
                             .Offers(OfferWords(zam_vocabulary::StateNames()));
-    options.Timeout(timeout_, WaitTimeoutHelp()).Needs(wait);
     const Option watch =
         options.Flag("--watch", watches_, "Print each change as it comes, until interrupted")
             .Excludes(wait);
@@ -36,10 +35,9 @@ void StateCommand::Run(Context& context) {
         return;
     }
     const ConnectorInterfaces connector = context.Connector();
-    const StateAnswer answer =
-        waitFor_ ? WaitForState(context, connector.controller,
-                                {.target = *waitFor_, .timeout = timeout_, .hopeless = {}})
-                 : AskState(context, connector.controller);
+    const StateAnswer answer = waitFor_ ? WaitForState(context, connector.controller,
+                                                       {.target = *waitFor_, .hopeless = {}})
+                                        : AskState(context, connector.controller);
     const std::string name = zam_vocabulary::StateName(answer.state);
     context.output.Result(name, {{"state", name}, {"result", answer.code}});
 }

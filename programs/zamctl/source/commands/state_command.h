@@ -13,11 +13,17 @@ namespace zamctl {
 class StateCommand final : public Command {
 public:
     void Declare(Options& options) override;
+    std::optional<std::chrono::milliseconds> Limit(
+        std::optional<std::chrono::milliseconds> asked) const override {
+        return waitFor_ ? LimitOfWait(asked) : asked;
+    }
+    std::chrono::milliseconds CallTimeout() const override {
+        return watches_ ? watch_.CallTimeout() : Command::CallTimeout();
+    }
     void Run(Context& context) override;
 
 private:
     std::optional<zam_connector::ZamConnectorState> waitFor_;
-    std::chrono::milliseconds timeout_ = kDefaultTimeout;
     bool watches_ = false;
     WatchCommand watch_{{NoticeKind::State}};
 };

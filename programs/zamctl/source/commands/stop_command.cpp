@@ -9,8 +9,7 @@ namespace zamctl {
 using zam_connector::ZamConnectorState;
 
 void StopCommand::Declare(Options& options) {
-    const Option wait = options.Flag("--wait", waits_, "Wait until stopped");
-    options.Timeout(timeout_, WaitTimeoutHelp()).Needs(wait);
+    options.Flag("--wait", waits_, "Wait until stopped");
 }
 
 void StopCommand::Run(Context& context) {
@@ -24,7 +23,7 @@ void StopCommand::Run(Context& context) {
         return;
     }
     WaitForState(context, connector.controller,
-                 {.target = ZamConnectorState::Stopped, .timeout = timeout_, .hopeless = {}});
+                 {.target = ZamConnectorState::Stopped, .hopeless = {}});
     context.output.Confirmation(
         SuccessText(code, "stopped", "already stopped; nothing to do"),
         {{"result", code}, {"state", zam_vocabulary::StateName(ZamConnectorState::Stopped)}});

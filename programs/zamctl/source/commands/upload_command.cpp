@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "call_timeout.h"
 #include "codes.h"
 #include "command_set.h"
 #include "data_answers.h"
@@ -91,7 +92,12 @@ void UploadCommand::Declare(Options& options) {
 }
 
 void UploadCommand::Run(Context& context) {
-    kind_.upload(context, ReadInput("FILE", file_, context.in, kind_.mostBytes));
+    const Input input = ReadInput("FILE", file_, context.in, kind_.mostBytes);
+    // The close is answered when all of it is on the disk.
+    constexpr std::size_t kBytesPerSecond = 1'000'000;
+    SetCallTimeout(context.system,
+                   kCallTimeout + std::chrono::seconds(input.text.size() / kBytesPerSecond));
+    kind_.upload(context, input);
 }
 
 void DeclareUpload(CommandSet& commands) {

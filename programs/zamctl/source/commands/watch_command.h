@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <map>
 #include <utility>
@@ -27,6 +28,9 @@ public:
 
     /// Declares `--count` alone, for a command that watches too.
     Option DeclareCount(Options& options);
+
+    /// Its calls wait for whatever comes.
+    std::chrono::milliseconds CallTimeout() const override { return std::chrono::milliseconds(0); }
 
     /// Throws `ReaderGone` when that is what ended it.
     void Run(Context& context) override;

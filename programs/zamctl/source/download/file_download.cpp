@@ -84,7 +84,8 @@ void FileDownload::UntilReached(const char* action, Call&& call) {
         // that is being written: both pass.
         const bool mayPass = code == zam_connector::kUnspecifiedError || code == kNotReady;
         if (!mayPass || clock_.Now() - lastProgress_ >= order_.patience) {
-            throw CallFailure(fmt::format("{} {}", action, Quote(order_.path)), code, cause);
+            throw CallFailure(fmt::format("{} {}", action, Quote(order_.path)), code, cause,
+                              zam_connector::LastTransportStatus().failure);
         }
         if (isFirst) {
             ++report_.interruptions;

@@ -187,7 +187,7 @@ public:
         return kUnspecified;
     }
     int Unregister() override {
-        test::FakeCall::Bounds()->lastStatus = 4;
+        *VdZorTransport_LastStatus() = 4;
         return 0;
     }
 

@@ -1,6 +1,7 @@
 #include "common/log.h"
 
 #include "qor/utils/process_exception.h"
+#include "vd/call_bounds.h"
 
 namespace zam_connector::common {
 
@@ -18,6 +19,8 @@ int CaughtFailure(const LogSite& site, fmt::format_string<const std::string&> fo
         const std::string caught = qor::utils::ProcessException().second;
         detail::Format(text, format, fmt::make_format_args(caught));
     });
+    // What the call failed of is not what the transport did before.
+    *VdZorTransport_LastStatus() = 0;
     return qel::kUnspecifiedError;
 }
 

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "call_scope.h"
 #include "qor/mutex.h"
 #include "zam_connector/i_change_observer.h"
 #include "zam_connector/subscription_cookie.h"
@@ -48,6 +49,7 @@ public:
     void Notify(const T& value) const {
         for (const std::weak_ptr<Observer>& candidate : Observers()) {
             if (const std::shared_ptr<Observer> observer = candidate.lock()) {
+                const ObserverScope scope;
                 observer->OnChange(value);
             }
         }

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <iterator>
 
+#include "call_scope.h"
 #include "common/arena.h"
 #include "common/check_vd_proxy.h"
 #include "common/log.h"
@@ -149,7 +150,8 @@ int ProductDataHolderProxy::Transfer(const char* function,
             sent = common::CaughtFailure(site, kPrefix);
         }
         unsigned long stored = 0;
-        const int closed = CloseChannel(channel, stored);
+        const int closed =
+            sent < 0 ? AbandonChannel(channel, stored) : CloseChannel(channel, stored);
         if (closed < 0) {
             return closed;
         }
@@ -177,6 +179,20 @@ int ProductDataHolderProxy::OpenSetSettingsChannel(long& channel) {
 }
 
 int ProductDataHolderProxy::CloseChannel(long channel, unsigned long& hash) {
+    const ChannelCloseScope scope;
+    return CallCloseChannel(channel, hash);
+}
+
+/// Closes a channel over which not all was sent.
+int ProductDataHolderProxy::AbandonChannel(long channel, unsigned long& hash) {
+    const ChannelCloseScope scope({.riid = proxy_.riid,
+                                   .operation = static_cast<std::uint16_t>(
+                                       qx_zam_connector_ProductDataHolder_operation::CloseChannel),
+                                   .channel = channel});
+    return CallCloseChannel(channel, hash);
+}
+
+int ProductDataHolderProxy::CallCloseChannel(long channel, unsigned long& hash) {
     qx_zam_connector_ProductDataHolder_CloseChannel_req request{};
     request.channel = channel;
     qx_zam_connector_ProductDataHolder_CloseChannel_rsp response{};

@@ -32,6 +32,8 @@ public:
     /// Returns the service's result for what was sent; `hash` is written when the call itself
     /// succeeded, whatever that result is.
     int CloseChannel(long channel, unsigned long& hash);
+    int AbandonChannel(long channel, unsigned long& hash);
+    int CallCloseChannel(long channel, unsigned long& hash);
 
     /// Flattens a tree and sends it over an open channel, in pieces of at most 10 records and
     /// 675999 bytes of values and paths. A none tree sends nothing. A single record above that size

@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "call_scope.h"
 #include "common/unique_data_queue.h"
 #include "connect_transport.h"
 #include "data_handler/data_handler.h"
@@ -141,6 +142,9 @@ namespace zam_connector {
 
 int CreateZamConnector(std::shared_ptr<IZamConnector>& connector,
                        const ZamConnCreateParameters& /*params*/) noexcept {
+    *VdZorTransport_LastStatus() = 0;
+    proxy::ReadDefaultTimeout();
+    const proxy::SetUpScope scope;
     try {
         proxy::ZamConnectorProxyFactory factory;
         connector =

@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "call_scope.h"
 #include "common/arena.h"
 #include "common/check_vd_proxy.h"
 #include "common/log.h"
@@ -156,6 +157,7 @@ int ZamDataProviderProxy::GetDataPieces(long channel, common::RawZamPieces& list
 }
 
 int ZamDataProviderProxy::CloseChannel(long channel) {
+    const ChannelCloseScope scope;
     qx_zam_connector_ZamDataProvider_CloseChannel_req request{};
     request.channel = channel;
     qx_zam_connector_ZamDataProvider_CloseChannel_rsp response{};
@@ -320,6 +322,7 @@ int ZamDataProviderProxy::OpenZamUpdatesStatusChannel(long& channel, unsigned lo
 }
 
 int ZamDataProviderProxy::CloseZamUpdatesStatusChannel(long channel) noexcept {
+    const ChannelCloseScope scope;
     try {
         qx_zam_connector_ZamDataProvider_CloseZamUpdatesStatusChannel_req request{};
         request.channel = channel;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "call_scope.h"
 #include "connect_transport.h"
 #include "entry_failure.h"
 #include "proxy_init.h"
@@ -23,6 +24,9 @@ namespace zam_connector {
 
 int CreateZamFileDownloader(const std::string& serviceName,
                             std::shared_ptr<IZamFileDownloader>& downloader) noexcept {
+    *VdZorTransport_LastStatus() = 0;
+    proxy::ReadDefaultTimeout();
+    const proxy::SetUpScope scope;
     try {
         proxy::ZamFileDownloaderProxyFactory factory;
         downloader = factory.CreateZamFileDownloaderProxy(

@@ -40,6 +40,7 @@ struct Request {
     std::uint16_t operation = 0;
     const OperationRule* rule = nullptr;
     ClientIdentity client;
+    std::uint32_t flags = 0;                     ///< of `CallFlag`
     const vd_message_header* message = nullptr;  ///< `rule->requestBytes` bytes, 8-aligned
     vd_arena arena{};                            ///< the request's arena bytes, to be read only
 

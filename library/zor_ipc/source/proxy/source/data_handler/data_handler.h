@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "call_canceller.h"
+#include "call_scope.h"
 #include "common/log.h"
 #include "data_handler/handler_threads.h"
 #include "data_handler/i_data_handler.h"
@@ -100,7 +101,7 @@ public:
         if (token_->IsCanceled()) {
             return qel::kNoError;
         }
-        const CallScope scope(nullptr);
+        *VdZorTransport_LastStatus() = 0;
         const int unsubscribed = subscriber_->Unsubscribe();
         if (unsubscribed < 0) {
             return unsubscribed;
@@ -109,7 +110,7 @@ public:
         // that this was its last round.
         token_->Cancel();
         Close(run_->queue);
-        if (scope.LastStatus() != 0) {
+        if (std::exchange(*VdZorTransport_LastStatus(), 0) != 0) {
             // A service that took no farewell may answer nothing else either. An observer that is
             // here keeps its own calls until it has returned.
             run_->isUntold = true;
@@ -152,7 +153,7 @@ private:
         std::shared_ptr<const Token> token;
 
         void operator()() const {
-            const CallScope scope(run->calls.get());
+            const LibraryThreadScope scope(run->calls.get());
             RunDataHandler(*run, *processor, *token);
         }
     };

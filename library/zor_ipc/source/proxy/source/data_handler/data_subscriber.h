@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "call_canceller.h"
+#include "call_scope.h"
 #include "common/log.h"
 #include "data_handler/i_data_provider.h"
 #include "data_handler/i_data_subscriber.h"
@@ -62,7 +63,7 @@ public:
         try {
             thread_ = qor::utils::StartWorkerThread(
                 threadName_, [provider = provider_, queue, token, calls, end] {
-                    const CallScope scope(calls.get());
+                    const LibraryThreadScope scope(calls.get());
                     RunGetData(*provider, *queue, *token);
                     end->set_value();
                 });
@@ -86,15 +87,13 @@ public:
             return qel::kAlreadyDone;
         }
         token_->Cancel();
-        {
-            const CallScope scope(nullptr);
-            const int unregistered = provider_->Unregister();
-            if (unregistered < 0) {
-                return unregistered;
-            }
-            if (scope.LastStatus() != 0) {
-                calls_->Cancel();  // the service does not know that it is to let the thread go
-            }
+        *VdZorTransport_LastStatus() = 0;
+        const int unregistered = provider_->Unregister();
+        if (unregistered < 0) {
+            return unregistered;
+        }
+        if (*VdZorTransport_LastStatus() != 0) {
+            calls_->Cancel();  // the service does not know that it is to let the thread go
         }
         if (hasEnded_.wait_for(kLongestWait) != std::future_status::ready) {
             calls_->Cancel();  // it was told, and does not

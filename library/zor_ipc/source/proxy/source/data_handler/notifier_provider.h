@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "call_scope.h"
 #include "common/check_vd_proxy.h"
 #include "common/log.h"
 #include "data_handler/i_data_provider.h"
@@ -29,6 +30,7 @@ public:
     int Register() override {
         typename Notifier::RegisterRequest request{};
         typename Notifier::RegisterResponse response{};
+        const SetUpScope scope;
         const int status = proxy_.ops->Register(&proxy_, &request, nullptr, &response, nullptr);
         if (status != 0) {
             return common::Failure(Site("Register"), Notifier::kRegisterTransport, status);

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <chrono>
+
+#include "system_view.h"
+
+namespace zamctl {
+
+/// Longest time for each call of this process from now on, 0 for none, unless the environment sets
+/// the library's own.
+void SetCallTimeout(const SystemView& system, std::chrono::milliseconds timeout);
+
+}  // namespace zamctl

@@ -1,0 +1,296 @@
+#include "call_scope.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+#include "library/zor_ipc/notification/fake_call.h"
+#include "zam_connector_testing/recording_logger.h"
+
+namespace zam_connector::proxy {
+namespace {
+
+using std::chrono::hours;
+using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
+using std::chrono::steady_clock;
+using test::FakeCall;
+
+std::int64_t Ns(CallTime time) {
+    return nanoseconds(time.time_since_epoch()).count();
+}
+
+/// Takes the process's time-out back at its end.
+class DefaultTimeoutOf {
+public:
+    explicit DefaultTimeoutOf(milliseconds timeout) { SetDefaultTimeout(timeout); }
+    DefaultTimeoutOf(const DefaultTimeoutOf&) = delete;
+    DefaultTimeoutOf& operator=(const DefaultTimeoutOf&) = delete;
+    ~DefaultTimeoutOf() { SetDefaultTimeout(milliseconds(0)); }
+};
+
+TEST(CallScope, EndsWithTheObject) {
+    CallCanceller canceller;
+    {
+        const CallScope scope({.canceller = &canceller});
+        EXPECT_NE(FakeCall::Bounds(), nullptr);
+    }
+    EXPECT_EQ(FakeCall::Bounds(), nullptr);
+    canceller.Cancel();
+    EXPECT_TRUE(FakeCall().isEntered);
+}
+
+TEST(CallScope, IsUnderTheCancellersOfThoseAroundIt) {
+    CallCanceller outer;
+    CallCanceller inner;
+    const CallScope around({.canceller = &outer});
+    {
+        const CallScope within({.canceller = &inner});
+        const FakeCall call;
+        outer.Cancel();
+        EXPECT_EQ(call.interruptions, 1);
+        inner.Cancel();
+        EXPECT_EQ(call.interruptions, 2);
+    }
+    CallCanceller fresh;
+    const CallScope within({.canceller = &fresh});
+    EXPECT_FALSE(FakeCall().isEntered);
+    fresh.Cancel();
+}
+
+TEST(CallScope, ShortensWhatIsAroundItAndNeverLengthensIt) {
+    const CallTime now = steady_clock::now();
+    const CallScope around({.deadline = now + hours(2)});
+    EXPECT_EQ(FakeCall::Bounds()->deadlineNs, Ns(now + hours(2)));
+    {
+        const CallScope shorter({.deadline = now + hours(1)});
+        EXPECT_EQ(FakeCall::Bounds()->deadlineNs, Ns(now + hours(1)));
+        const CallScope longer({.deadline = now + hours(3)});
+        EXPECT_EQ(FakeCall::Bounds()->deadlineNs, Ns(now + hours(1)));
+        const CallScope none({});
+        EXPECT_EQ(FakeCall::Bounds()->deadlineNs, Ns(now + hours(1)));
+    }
+    EXPECT_EQ(FakeCall::Bounds()->deadlineNs, Ns(now + hours(2)));
+}
+
+TEST(CallScope, HasADeadlineAtAnyMoment) {
+    const CallScope first({.deadline = CallTime(nanoseconds(0))});
+    EXPECT_EQ(FakeCall::Bounds()->deadlineNs, 1) << "0 would be none";
+    const CallScope last({.deadline = CallTime::min()});
+    EXPECT_EQ(FakeCall::Bounds()->deadlineNs, 1);
+}
+
+TEST(CallScope, TakesWhatBoundsTheThreadAlready) {
+    VdCallBounds bounds{};
+    bounds.deadlineNs = 12345;
+    bounds.withoutDefaultTimeout = 1;
+    VdZorTransport_SetCallBounds(&bounds);
+    {
+        const CallScope scope({});
+        EXPECT_NE(FakeCall::Bounds(), &bounds);
+        EXPECT_EQ(FakeCall::Bounds()->deadlineNs, 12345);
+        EXPECT_EQ(FakeCall::Bounds()->withoutDefaultTimeout, 1);
+    }
+    EXPECT_EQ(FakeCall::Bounds(), &bounds);
+    VdZorTransport_SetCallBounds(nullptr);
+}
+
+TEST(CallScope, CostsNothingOfACallWithoutACanceller) {
+    const CallScope scope({.deadline = steady_clock::now()});
+    EXPECT_EQ(FakeCall::Bounds()->enter, nullptr);
+    EXPECT_EQ(FakeCall::Bounds()->leave, nullptr);
+}
+
+TEST(LibraryThreadScope, IsExemptFromTheProcesssTimeoutButForObservers) {
+    CallCanceller canceller;
+    const LibraryThreadScope thread(&canceller);
+    EXPECT_EQ(FakeCall::Bounds()->withoutDefaultTimeout, 1);
+    {
+        const CallScope within({});
+        EXPECT_EQ(FakeCall::Bounds()->withoutDefaultTimeout, 1);
+    }
+    {
+        const ObserverScope observer;
+        EXPECT_EQ(FakeCall::Bounds()->withoutDefaultTimeout, 0);
+        const FakeCall call;
+        canceller.Cancel();
+        EXPECT_EQ(call.interruptions, 1) << "the thread's end is the observer's, too";
+    }
+    EXPECT_EQ(FakeCall::Bounds()->withoutDefaultTimeout, 1);
+}
+
+TEST(SetUpScope, HasTenSeconds) {
+    const std::int64_t before = Ns(steady_clock::now());
+    const SetUpScope scope;
+    EXPECT_GE(FakeCall::Bounds()->deadlineNs, before + 10'000'000'000);
+    EXPECT_LE(FakeCall::Bounds()->deadlineNs, Ns(steady_clock::now()) + 10'000'000'000);
+}
+
+/// What bounds a close that begins now, in milliseconds from now rounded up; empty for nothing.
+std::optional<std::int64_t> TimeOfAClose() {
+    const std::int64_t before = Ns(steady_clock::now());
+    const ChannelCloseScope scope;
+    const VdCallBounds& bounds = *FakeCall::Bounds();
+    if (bounds.deadlineNs == 0) {
+        return std::nullopt;
+    }
+    EXPECT_EQ(bounds.withoutDefaultTimeout, 1);
+    // The scope was made a moment after `before`, not before it.
+    EXPECT_GE(bounds.deadlineNs, before);
+    return (bounds.deadlineNs - before) / 1'000'000;
+}
+
+TEST(ChannelCloseScope, HasNoBoundWhereNothingHas) {
+    EXPECT_EQ(TimeOfAClose(), std::nullopt);
+    const LibraryThreadScope thread(nullptr);
+    const DefaultTimeoutOf timeout(milliseconds(1));
+    EXPECT_EQ(TimeOfAClose(), std::nullopt);
+}
+
+TEST(ChannelCloseScope, HasThreeQuartersOfASecondAtLeast) {
+    const CallTime now = steady_clock::now();
+    for (const CallTime deadline : {now - hours(1), now, now + milliseconds(100)}) {
+        const CallScope passed({.deadline = deadline});
+        EXPECT_GE(TimeOfAClose(), 750);
+        EXPECT_LT(TimeOfAClose(), 60'000);
+    }
+    const CallScope left({.deadline = now + hours(1)});
+    EXPECT_GT(TimeOfAClose(), 3'000'000);
+    EXPECT_LE(TimeOfAClose(), 3'600'000);
+}
+
+TEST(ChannelCloseScope, HasTheProcesssTimeoutWhenThatIsLonger) {
+    {
+        const DefaultTimeoutOf timeout(milliseconds(10));
+        EXPECT_GE(TimeOfAClose(), 750);
+        EXPECT_LT(TimeOfAClose(), 60'000);
+    }
+    const DefaultTimeoutOf timeout(hours(1));
+    EXPECT_GE(TimeOfAClose(), 3'600'000);
+}
+
+TEST(ChannelCloseScope, IsTriedBehindACancel) {
+    CallCanceller canceller(CallCanceller::Closes::Allowed);
+    const CallScope scope({.canceller = &canceller});
+    {
+        const ChannelCloseScope close;
+        const FakeCall call;
+        canceller.Cancel();
+        EXPECT_EQ(call.interruptions, 1) << "it was under way";
+    }
+    EXPECT_GE(TimeOfAClose(), 750);
+    EXPECT_LT(TimeOfAClose(), 60'000);
+    const ChannelCloseScope close;
+    EXPECT_TRUE(FakeCall().isEntered);
+}
+
+TEST(ChannelCloseScope, IsNotTriedWhenTheThreadIsToEnd) {
+    CallCanceller run;
+    CallCanceller own(CallCanceller::Closes::Allowed);
+    const LibraryThreadScope thread(&run);
+    const CallScope scope({.canceller = &own});
+    own.Cancel();
+    run.Cancel();
+    const ChannelCloseScope close;
+    EXPECT_FALSE(FakeCall().isEntered);
+}
+
+TEST(ChannelCloseScope, TellsOfAFailedTransfer) {
+    {
+        const ChannelCloseScope sound;
+        EXPECT_EQ(FakeCall::Bounds()->failedTransfer, nullptr);
+    }
+    const ChannelCloseScope failed({.riid = 7, .operation = 6, .channel = -5});
+    const VdFailedTransfer* const told = FakeCall::Bounds()->failedTransfer;
+    ASSERT_NE(told, nullptr);
+    EXPECT_EQ(told->riid, 7);
+    EXPECT_EQ(told->operation, 6);
+    EXPECT_EQ(told->channel, -5);
+    const CallScope within({});
+    EXPECT_EQ(FakeCall::Bounds()->failedTransfer, nullptr) << "of one call alone";
+}
+
+TEST(ChannelCloseScope, LeavesTheStatusOfWhatFailedBefore) {
+    std::int32_t& last = *VdZorTransport_LastStatus();
+    last = 4;
+    {
+        const ChannelCloseScope close;
+        last = 0;
+    }
+    EXPECT_EQ(last, 4);
+    {
+        const ChannelCloseScope close;
+        last = 3;
+    }
+    EXPECT_EQ(last, 3) << "the close failed, too";
+    last = 0;
+    { const ChannelCloseScope close; }
+    EXPECT_EQ(last, 0);
+}
+
+/// In a process of its own, because the environment is read once: exits with 0 when closes have
+/// this time at least in the end, in milliseconds, or no bound, and this was logged.
+void ReadTimeoutAndExit(const char* text, std::optional<std::int64_t> expected,
+                        const std::string& logged) {
+    const testing::RecordingLogger logger;
+    ::setenv("ZAM_CALL_TIMEOUT_MS", text, 1);
+    ReadDefaultTimeout();
+    ::setenv("ZAM_CALL_TIMEOUT_MS", "77777777", 1);
+    ReadDefaultTimeout();
+    const std::optional<std::int64_t> time = TimeOfAClose();
+    const auto records = logger.Records();
+    const bool isLogged = logged.empty() ? records.empty()
+                                         : records.size() == 1 && records.front().text == logged &&
+                                               records.front().level == zor::logger::kLevelError;
+    std::exit(isLogged && time.has_value() == expected.has_value() &&
+                      (!time || (*time >= *expected && *time < *expected + 60'000))
+                  ? 0
+                  : 1);
+}
+
+TEST(DefaultTimeoutDeathTest, IsTakenFromTheEnvironmentOnce) {
+    const ::testing::ExitedWithCode done(0);
+    EXPECT_EXIT(ReadTimeoutAndExit("100000", 100'000, ""), done, "");
+    EXPECT_EXIT(ReadTimeoutAndExit("2147483647", 2'147'483'647, ""), done, "");
+    EXPECT_EXIT(ReadTimeoutAndExit("0", std::nullopt, ""), done, "");
+    for (const char* const text :
+         {"", "x", "-1", "2147483648", "10 ", " 10", "1e3", "99999999999999999999"}) {
+        EXPECT_EXIT(ReadTimeoutAndExit(text, std::nullopt,
+                                       "ZAM_CALL_TIMEOUT_MS: '" + std::string(text) +
+                                           "' is no number of milliseconds, 0 to 2147483647; calls "
+                                           "have no time-out"),
+                    done, "")
+            << text;
+    }
+}
+
+TEST(DefaultTimeoutDeathTest, OfTheProgramComesBeforeThatOfTheEnvironment) {
+    EXPECT_EXIT(
+        {
+            SetDefaultTimeout(milliseconds(500'000));
+            ReadTimeoutAndExit("100000", 500'000, "");
+        },
+        ::testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(
+        {
+            SetDefaultTimeout(milliseconds(0));
+            ReadTimeoutAndExit("100000", std::nullopt, "");
+        },
+        ::testing::ExitedWithCode(0), "")
+        << "none is a choice, too";
+}
+
+TEST(DefaultTimeout, IsMovedToTheNearestThatThereIs) {
+    {
+        const DefaultTimeoutOf none(milliseconds(-5));
+        EXPECT_GE(TimeOfAClose(), 750) << "1 ms, and the least of a close";
+    }
+    const DefaultTimeoutOf longest(milliseconds::max());
+    EXPECT_GE(TimeOfAClose(), 2'147'483'647);
+    EXPECT_LT(TimeOfAClose(), std::int64_t{2'147'483'647} + 60'000);
+}
+
+}  // namespace
+}  // namespace zam_connector::proxy
