@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <type_traits>
+#include <utility>
 
 #include "json_text/base64.h"
 #include "json_text/json_token.h"
@@ -38,19 +39,64 @@ std::string NameOfDouble(double number) {
     return bits == kNanBits ? std::string(kNan) : fmt::format("{}{:016x}", kBitsPrefix, bits);
 }
 
-/// Appends the text of a tree node by node.
-class Writer {
+/// A number's shortest text.
+class NumberText {
 public:
-    explicit Writer(unsigned indent) : indent_(std::min(indent, kMaxIndent)) {}
+    template <typename T>
+    explicit NumberText(T number)
+        : end_(std::to_chars(text_.data(), text_.data() + text_.size(), number).ptr) {}
+    NumberText(const NumberText&) = delete;
+    NumberText& operator=(const NumberText&) = delete;
 
-    void Node(const zuv::TValue& node, const Place& place);
-
-    std::string out;
+    std::string_view View() const noexcept {
+        return {text_.data(), static_cast<std::size_t>(end_ - text_.data())};
+    }
 
 private:
+    // The shortest form of a double has at most 24 characters, a whole number 20.
+    std::array<char, 32> text_;
+    const char* end_;
+};
+
+/// Texts up to this size, in bytes, grow as strings do. A larger one is measured first: growing
+/// would take two to three times its size for a while.
+constexpr std::size_t kMaxUnmeasuredBytes = std::size_t{1} << 20U;
+
+/// Takes a text's place and counts its bytes.
+struct Measure {
+    Measure& operator+=(char /*character*/) noexcept {
+        ++bytes;
+        return *this;
+    }
+    Measure& operator+=(std::string_view text) noexcept {
+        bytes += text.size();
+        return *this;
+    }
+    void append(std::size_t count, char /*character*/) noexcept { bytes += count; }
+
+    std::size_t bytes = 0;
+};
+
+/// Appends the text of a tree, node by node, to a string or a measure.
+template <typename Out>
+class Writer {
+public:
+    Writer(unsigned indent, const zuv::TValue& tree)
+        : indent_(std::min(indent, kMaxIndent)), tree_(tree) {}
+
+    void Tree() { Node(tree_, Place()); }
+
+    Out out;
+
+private:
+    void Node(const zuv::TValue& node, const Place& place);
+    void MakeRoom();
+
     /// One overload for each alternative.
     void Value(zuv::None /*value*/, const Place& /*place*/) { out += "null"; }
-    void Value(bool value, const Place& /*place*/) { out += value ? "true" : "false"; }
+    void Value(bool value, const Place& /*place*/) {
+        out += std::string_view(value ? "true" : "false");
+    }
     void Value(long value, const Place& /*place*/) { Number(value); }
     void Value(double value, const Place& place);
     void Value(signed char value, const Place& place) { TypedNumber(kInt8Key, value, place); }
@@ -93,30 +139,47 @@ private:
     void Quote(std::string_view text);
 
     unsigned indent_;
+    const zuv::TValue& tree_;
     std::size_t depth_ = 0;
+    bool hasRoom_ = false;
 };
 
-void Writer::Node(const zuv::TValue& node, const Place& place) {
+template <typename Out>
+void Writer<Out>::MakeRoom() {
+    Writer<Measure> measure(indent_, tree_);
+    measure.Tree();
+    out.reserve(measure.out.bytes + 1);  // and a line's end, with which files end
+}
+
+template <typename Out>
+void Writer<Out>::Node(const zuv::TValue& node, const Place& place) {
+    if constexpr (std::is_same_v<Out, std::string>) {
+        if (out.size() > kMaxUnmeasuredBytes && !std::exchange(hasRoom_, true)) {
+            MakeRoom();
+        }
+    }
     if (node.IsValueless()) {
         throw JsonError(place.Pointer(), "holds no value: an assignment to it failed half way");
     }
     node.Visit([this, &place](const auto& value) { Value(value, place); });
 }
 
-void Writer::Value(double value, const Place& place) {
+template <typename Out>
+void Writer<Out>::Value(double value, const Place& place) {
     if (!std::isfinite(value)) {
         TypedText(kDoubleKey, NameOfDouble(value), place);
         return;
     }
-    const std::size_t start = out.size();
-    Number(value);
+    const NumberText text(value);
+    out += text.View();
     // Or it would be read as a whole number.
-    if (out.find_first_of(".e", start) == std::string::npos) {
+    if (text.View().find_first_of(".e") == std::string_view::npos) {
         out += ".0";
     }
 }
 
-void Writer::Value(const zuv::Vector& value, const Place& place) {
+template <typename Out>
+void Writer<Out>::Value(const zuv::Vector& value, const Place& place) {
     Open('[', place);
     for (std::size_t index = 0; index < value.size(); ++index) {
         Item(index == 0);
@@ -125,7 +188,8 @@ void Writer::Value(const zuv::Vector& value, const Place& place) {
     Close(']', value.empty());
 }
 
-void Writer::Value(const zuv::Map& value, const Place& place) {
+template <typename Out>
+void Writer<Out>::Value(const zuv::Map& value, const Place& place) {
     if (HasUtf8KeysOnly(value)) {
         Object(value, place);
     } else {
@@ -133,7 +197,8 @@ void Writer::Value(const zuv::Map& value, const Place& place) {
     }
 }
 
-void Writer::Object(const zuv::Map& map, const Place& place) {
+template <typename Out>
+void Writer<Out>::Object(const zuv::Map& map, const Place& place) {
     Open('{', place);
     // Or a reader would take the only key for the name of a kind.
     const bool needsMark =
@@ -154,7 +219,8 @@ void Writer::Object(const zuv::Map& map, const Place& place) {
     Close('}', map.empty());
 }
 
-void Writer::Pairs(const zuv::Map& map, const Place& place) {
+template <typename Out>
+void Writer<Out>::Pairs(const zuv::Map& map, const Place& place) {
     Open('{', place);
     Item(true);
     Key(kMapKey);
@@ -177,7 +243,8 @@ void Writer::Pairs(const zuv::Map& map, const Place& place) {
     Close('}', false);
 }
 
-void Writer::Text(std::string_view text, const Place& place) {
+template <typename Out>
+void Writer<Out>::Text(std::string_view text, const Place& place) {
     if (qel::IsUtf8(text)) {
         Quote(text);
     } else {
@@ -185,38 +252,41 @@ void Writer::Text(std::string_view text, const Place& place) {
     }
 }
 
+template <typename Out>
 template <typename T>
-void Writer::Number(T number) {
-    // The shortest form of a double has at most 24 characters, a whole number 20.
-    std::array<char, 32> text;
-    const auto result = std::to_chars(text.data(), text.data() + text.size(), number);
-    out.append(text.data(), result.ptr);
+void Writer<Out>::Number(T number) {
+    out += NumberText(number).View();
 }
 
+template <typename Out>
 template <typename T>
-void Writer::TypedNumber(std::string_view key, T number, const Place& place) {
+void Writer<Out>::TypedNumber(std::string_view key, T number, const Place& place) {
     OpenTyped(key, place);
     Number(number);
     CloseTyped();
 }
 
-void Writer::TypedText(std::string_view key, std::string_view text, const Place& place) {
+template <typename Out>
+void Writer<Out>::TypedText(std::string_view key, std::string_view text, const Place& place) {
     OpenTyped(key, place);
     Quote(text);
     CloseTyped();
 }
 
-void Writer::OpenTyped(std::string_view key, const Place& place) {
+template <typename Out>
+void Writer<Out>::OpenTyped(std::string_view key, const Place& place) {
     Open('{', place);
     Key(key);
 }
 
-void Writer::CloseTyped() {
+template <typename Out>
+void Writer<Out>::CloseTyped() {
     --depth_;
     out += '}';
 }
 
-void Writer::Open(char bracket, const Place& place) {
+template <typename Out>
+void Writer<Out>::Open(char bracket, const Place& place) {
     // What is written must be read again, and the reader has the same bound.
     if (depth_ == kMaxDepth) {
         throw JsonError(place.Pointer(), zam_json::TooDeepText(kMaxDepth));
@@ -225,19 +295,22 @@ void Writer::Open(char bracket, const Place& place) {
     out += bracket;
 }
 
-void Writer::Item(bool isFirst) {
+template <typename Out>
+void Writer<Out>::Item(bool isFirst) {
     if (!isFirst) {
         out += ',';
     }
     NewLine();
 }
 
-void Writer::Key(std::string_view key) {
+template <typename Out>
+void Writer<Out>::Key(std::string_view key) {
     Quote(key);
     out += indent_ > 0 ? ": " : ":";
 }
 
-void Writer::Close(char bracket, bool isEmpty) {
+template <typename Out>
+void Writer<Out>::Close(char bracket, bool isEmpty) {
     --depth_;
     if (!isEmpty) {
         NewLine();
@@ -245,14 +318,16 @@ void Writer::Close(char bracket, bool isEmpty) {
     out += bracket;
 }
 
-void Writer::NewLine() {
+template <typename Out>
+void Writer<Out>::NewLine() {
     if (indent_ > 0) {
         out += '\n';
         out.append(indent_ * depth_, ' ');
     }
 }
 
-void Writer::Quote(std::string_view text) {
+template <typename Out>
+void Writer<Out>::Quote(std::string_view text) {
     constexpr std::string_view kEscaped = "\"\\\b\f\n\r\t";
     constexpr std::string_view kLetters = "\"\\bfnrt";
     out += '"';
@@ -274,8 +349,8 @@ void Writer::Quote(std::string_view text) {
 }  // namespace
 
 std::string Write(const zuv::TValue& tree, const WriteOptions& options) {
-    Writer writer(options.indent);
-    writer.Node(tree, Place());
+    Writer<std::string> writer(options.indent, tree);
+    writer.Tree();
     return std::move(writer.out);
 }
 

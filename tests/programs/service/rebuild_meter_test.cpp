@@ -4,19 +4,23 @@
 
 #include <cctype>
 #include <cstdint>
-#include <limits>
 #include <random>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "channels/text_meter.h"
+#include "common/id_specification.h"
+#include "data/upload_file.h"
+#include "support/random_tree.h"
+#include "tree_json/tree_json.h"
+#include "zuv/path_codec.h"
 
 namespace zam_service {
 namespace {
 
 using zam_connector::common::RawZamParam;
 using RawList = std::vector<RawZamParam>;
-
-constexpr std::size_t kUncountable = std::numeric_limits<std::size_t>::max();
 
 std::vector<unsigned char> BlockOf(const zuv::TValue& value) {
     RawList records;
@@ -226,6 +230,80 @@ TEST(RebuildMeter, FindsNothingMissingInAnyFlattenedTree) {
                 EXPECT_NE(MissingOf(records), "") << records.back().path;
             }
         }
+    }
+}
+
+std::size_t CountedFor(const zuv::TValue& tree) {
+    RawList records;
+    EXPECT_EQ(zam_connector::common::Serialize(zuv::Root, tree, records).first, 0);
+    RebuildMeter meter;
+    std::size_t bytes = 0;
+    for (const RawZamParam& record : records) {
+        bytes += meter.Add(record);
+    }
+    return bytes;
+}
+
+/// A tree's text as its upload's file holds it.
+std::size_t TextBytesOf(const zuv::TValue& tree) {
+    return zam_connector::tree_json::Write(tree, {.indent = kUploadIndent}).size() + 1;
+}
+
+TEST(RebuildMeter, CountsTheTextWhereItIsMoreThanTheRecords) {
+    const std::string controls(100'000, '\x01');
+    const std::string noUtf8(100'000, '\xff');
+    const zuv::TValue escaped = zuv::Map{{"text", controls}};
+    EXPECT_GE(CountedFor(escaped), controls.size() + TextBytesOf(escaped));
+    EXPECT_LE(CountedFor(escaped), controls.size() + TextBytesOf(escaped) + 1000);
+    const zuv::TValue inBase64 = zuv::Map{{"text", noUtf8}};
+    EXPECT_GE(CountedFor(inBase64), noUtf8.size() + TextBytesOf(inBase64));
+    EXPECT_LE(CountedFor(inBase64), noUtf8.size() + TextBytesOf(inBase64) + 1000);
+    const zuv::TValue plain = zuv::Map{{"text", std::string(100'000, 'x')}};
+    EXPECT_LT(CountedFor(plain), 2 * TextBytesOf(plain) + 1000);
+}
+
+TEST(RebuildMeter, CountsTheIndentationOfPairsBelowAKeyThatIsNoUtf8) {
+    zuv::Map inner;
+    for (int index = 0; index < 300; ++index) {
+        inner.emplace("k" + std::to_string(index), zuv::Map{{"x", 1}});
+    }
+    // The key that makes pairs of every map comes last.
+    zuv::Map map{{"a", inner}, {"\xff", 1}};
+    for (int level = 0; level < 60; ++level) {
+        map = zuv::Map{{"a", std::move(map)}, {"\xff", 1}};
+    }
+    const zuv::TValue tree(std::move(map));
+    RawList records;
+    EXPECT_EQ(zam_connector::common::Serialize(zuv::Root, tree, records).first, 0);
+    EXPECT_GE(CountedFor(tree), TextBytesOf(tree));
+    EXPECT_LE(CountedFor(tree), TextBytesOf(tree) + 400 * records.size());
+}
+
+TEST(TextMeter, CountsNoLessThanIsWritten) {
+    zam_test::RandomTrees trees(20261122);
+    for (int round = 0; round < 2000; ++round) {
+        const zuv::TValue tree = trees.Next(100);
+        RawList records;
+        EXPECT_EQ(zam_connector::common::Serialize(zuv::Root, tree, records).first, 0);
+        TextMeter meter;
+        const zuv::PathCodec codec{zam_connector::common::meta::IdSpecification()};
+        meter.AddRoot(records.front().value);
+        for (std::size_t index = 1; index < records.size(); ++index) {
+            zuv::PathCodec::LevelText level;
+            std::size_t depth = 0;
+            for (std::size_t next = 0; next < records[index].path.size(); next = level.next) {
+                ASSERT_EQ(codec.Read(records[index].path, next, level), zuv::IdState::Ok);
+                ++depth;
+            }
+            if (level.isPosition) {
+                meter.AddElement(depth, records[index].value);
+            } else {
+                meter.AddEntry(depth, level.key, records[index].value);
+            }
+        }
+        const std::size_t written = TextBytesOf(tree);
+        ASSERT_GE(meter.Bytes(), written) << round;
+        ASSERT_LE(meter.Bytes(), written + 80 * records.size()) << round;
     }
 }
 

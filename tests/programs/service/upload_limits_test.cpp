@@ -135,6 +135,18 @@ TEST_F(UploadLimits, AreKeptToTheByte) {
                                    SizeOf(records), size)));
 }
 
+TEST_F(UploadLimits, CountWhatControlCharactersTakeInTheFile) {
+    const std::string controls(100'000, '\x01');
+    // Room for the text twice, but not for the six bytes that stand for each character.
+    Begin(500'000, 1'000'000);
+    EXPECT_EQ(Upload(Flattened(zuv::Map{{"text", std::string(100'000, 't')}}), 0).code, 0);
+    const std::string before = data_.Read("uploads/settings.json");
+    const std::string history = data_.Read("uploads/history.jsonl");
+    EXPECT_EQ(Upload(Flattened(zuv::Map{{"text", controls}}), -2), kRefused);
+    EXPECT_EQ(data_.Read("uploads/settings.json"), before);
+    EXPECT_EQ(data_.Read("uploads/history.jsonl"), history) << "nothing was written";
+}
+
 TEST_F(UploadLimits, CountAllUploadsOfAUserTogether) {
     const RawList first = Gap(100);
     const RawList second = Gap(50);

@@ -5,8 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <limits>
+#include <string>
 #include <string_view>
+#include <utility>
 
 #include "common/id_specification.h"
 #include "data/upload_file.h"
@@ -17,8 +18,6 @@ namespace zam_service {
 using zam_connector::common::RawZamParam;
 
 namespace {
-
-constexpr std::size_t kUncountable = std::numeric_limits<std::size_t>::max();
 
 /// What a heap takes for a stretch of its own besides the stretch's bytes, about.
 constexpr std::size_t kHeapOverhead = 16;
@@ -35,10 +34,6 @@ static_assert(kTreeNodeBytes >= 2 * sizeof(zuv::TValue));
 
 /// The line of a none value in a file, but for its indentation: "null", a comma, the line's end.
 constexpr std::size_t kNoneLineBytes = 6;
-
-std::size_t SaturatedProduct(std::size_t left, std::size_t right) noexcept {
-    return right != 0 && left > kUncountable / right ? kUncountable : left * right;
-}
 
 char Separator() {
     return zam_connector::common::meta::IdSpecification().chars.front();
@@ -79,10 +74,6 @@ std::uint64_t AnnouncedBy(const RawZamParam& record) noexcept {
 
 }  // namespace
 
-std::size_t SaturatedSum(std::size_t left, std::size_t right) noexcept {
-    return left > kUncountable - right ? kUncountable : left + right;
-}
-
 std::size_t GapValueBytes(std::size_t depth) noexcept {
     // A vector that grows behind its gap holds the gap twice for a while.
     return 2 * sizeof(zuv::TValue) + kNoneLineBytes + kUploadIndent * depth;
@@ -96,16 +87,20 @@ std::size_t NodeBytes(const RawZamParam& record) noexcept {
 RebuildMeter::RebuildMeter() : codec_(zam_connector::common::meta::IdSpecification()) {}
 
 std::size_t RebuildMeter::Add(const RawZamParam& record) {
-    std::size_t bytes = NodeBytes(record);
+    std::size_t added = kTreeNodeBytes + zam_connector::common::WeightOf(record);
     if (way_.empty()) {
         rootLevels_ = LevelsOf(record.path);
         way_.push_back({.announced = AnnouncedBy(record)});
+        text_.AddRoot(record.value);
     } else if (isTree_) {
         const std::size_t gap = GapBefore(record);
-        bytes = SaturatedSum(bytes, SaturatedProduct(gap, GapValueBytes(way_.size() - 1)));
+        added = SaturatedSum(added, SaturatedProduct(gap, GapValueBytes(way_.size() - 1)));
     }
     last_ = record.path;
-    return bytes;
+    recordBytes_ += kRecordBytes + zam_connector::common::WeightOf(record);
+    // Records go before the text is written, so that there is never more than the larger.
+    const std::size_t beside = std::max(recordBytes_, text_.Bytes());
+    return SaturatedSum(added, beside - std::exchange(beside_, beside));
 }
 
 std::string RebuildMeter::Missing() {
@@ -135,13 +130,18 @@ std::size_t RebuildMeter::GapBefore(const RawZamParam& record) {
         isTree_ = false;
         return 0;
     }
-    LeaveFrom(levels - rootLevels_);
+    const std::size_t depth = levels - rootLevels_;
+    LeaveFrom(depth);
     std::size_t& ofParent = way_.back().elements;
     std::size_t gap = 0;
     if (last.isPosition) {
         isTree_ = last.position >= ofParent && last.position != kUncountable;
         gap = last.position >= ofParent ? last.position - ofParent : 0;
         ofParent = last.position + 1;
+        text_.AddGap(depth, gap);
+        text_.AddElement(depth, record.value);
+    } else {
+        text_.AddEntry(depth, last.key, record.value);
     }
     way_.push_back({.announced = AnnouncedBy(record)});
     return gap;

@@ -5,14 +5,17 @@
 #include <string>
 #include <vector>
 
+#include "channels/saturated.h"
+#include "channels/text_meter.h"
 #include "common/raw_zam_param.h"
 #include "zuv/path_codec.h"
 
 namespace zam_service {
 
-/// Counts the memory that a list of records takes, and what it rebuilds to: its tree, with the
-/// none values that fill the gaps of vectors, and the lines of these in the upload's file. A short
-/// list can rebuild to any amount, so the count comes before anything is rebuilt. One thread at a
+/// Counts the memory that a list of records takes on its way to its upload's file: its tree, with
+/// the none values that fill the gaps of vectors and their lines in the file, and beside that the
+/// records or the file's text, whichever are more. A short list can rebuild to any amount, and its
+/// text can be six times as long, so the count comes before anything is rebuilt. One thread at a
 /// time.
 class RebuildMeter {
 public:
@@ -30,7 +33,7 @@ public:
 private:
     /// A node on the way to the record before.
     struct Node {
-        std::uint64_t elements = 0;  ///< those that have come, with their gaps
+        std::size_t elements = 0;  ///< those that have come, with their gaps
         std::uint64_t announced = 0;
     };
 
@@ -47,15 +50,16 @@ private:
     std::vector<Node> way_;
     std::string last_;  ///< path of the record before
     std::string missing_;
+    TextMeter text_;
+    std::size_t recordBytes_ = 0;
+    std::size_t beside_ = 0;  ///< the larger of records and text, as counted so far
 };
 
 /// What a none value in a gap takes at a depth of its path (1: right below the root), in bytes.
 std::size_t GapValueBytes(std::size_t depth) noexcept;
 
-/// What a record and its node take without any gap, in bytes.
+/// What a record and its node take without any gap, in bytes, as long as records are more than
+/// their text.
 std::size_t NodeBytes(const zam_connector::common::RawZamParam& record) noexcept;
-
-/// A sum, the largest number when it is larger.
-std::size_t SaturatedSum(std::size_t left, std::size_t right) noexcept;
 
 }  // namespace zam_service

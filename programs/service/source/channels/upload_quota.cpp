@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "channels/rebuild_meter.h"
+#include "channels/saturated.h"
 
 namespace zam_service {
 namespace {
