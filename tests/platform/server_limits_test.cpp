@@ -50,6 +50,20 @@ TEST_F(ServerLimitsTest, BoundTheConnectionsOfAUser) {
     }
 }
 
+TEST_F(ServerLimitsTest, BoundTheSessionsOfAUser) {
+    TestServer server({.sessionsPerUser = 2});
+    const RawSocket first = server.Greet(1);
+    ASSERT_TRUE(Serves(first));
+    const RawSocket second = server.Greet(2);
+    ASSERT_TRUE(Serves(second));
+    const RawSocket third = server.Greet(3);
+    EXPECT_EQ(ToHex(third.ReadToEnd()), ToHex(QuotaRefusal()));
+    EXPECT_EQ(LastRecord(), "client of user " + user_ + ": user " + user_ +
+                                " has 2 sessions, the most allowed: connection closed");
+    const RawSocket more = server.Greet(1);
+    EXPECT_TRUE(Serves(more)) << "of a session that is there";
+}
+
 TEST_F(ServerLimitsTest, TellTheClientOfAUserWithTooManyConnections) {
     TestServer server({.connectionsPerUser = 1});
     const auto first = LinkTo(server);

@@ -30,9 +30,9 @@ protected:
 TEST_F(SessionRegistryTest, CountsSessionsAndTheirConnections) {
     SessionRegistry registry(context_, milliseconds(0));
     Observe(registry);
-    EXPECT_TRUE(registry.Attach(ClientOf(1)));
-    EXPECT_TRUE(registry.Attach(ClientOf(1)));
-    EXPECT_TRUE(registry.Attach(ClientOf(2)));
+    EXPECT_EQ(registry.Attach(ClientOf(1)), Attachment::Done);
+    EXPECT_EQ(registry.Attach(ClientOf(1)), Attachment::Done);
+    EXPECT_EQ(registry.Attach(ClientOf(2)), Attachment::Done);
     EXPECT_EQ(registry.Count(), 2U);
 
     registry.Detach(ClientOf(1).token);
@@ -64,10 +64,10 @@ TEST_F(SessionRegistryTest, GoesOnWithAClientThatComesBackInTime) {
     SessionRegistry registry(context_, milliseconds(1));
     Observe(registry);
     for (int round = 0; round < 3; ++round) {
-        EXPECT_TRUE(registry.Attach(ClientOf(1)));
+        EXPECT_EQ(registry.Attach(ClientOf(1)), Attachment::Done);
         registry.Detach(ClientOf(1).token);
     }
-    EXPECT_TRUE(registry.Attach(ClientOf(1)));
+    EXPECT_EQ(registry.Attach(ClientOf(1)), Attachment::Done);
     context_.run();
     EXPECT_EQ(registry.Count(), 1U);
     EXPECT_TRUE(ended_.empty());
@@ -75,14 +75,46 @@ TEST_F(SessionRegistryTest, GoesOnWithAClientThatComesBackInTime) {
 
 TEST_F(SessionRegistryTest, RefusesATokenOfAnotherUserForAsLongAsTheSessionLasts) {
     SessionRegistry registry(context_, milliseconds(1));
-    EXPECT_TRUE(registry.Attach(ClientOf(1, 1000)));
-    EXPECT_FALSE(registry.Attach(ClientOf(1, 1001)));
-    EXPECT_FALSE(registry.Attach(ClientOf(1, 0)));
+    EXPECT_EQ(registry.Attach(ClientOf(1, 1000)), Attachment::Done);
+    EXPECT_EQ(registry.Attach(ClientOf(1, 1001)), Attachment::Foreign);
+    EXPECT_EQ(registry.Attach(ClientOf(1, 0)), Attachment::Foreign);
     registry.Detach(ClientOf(1).token);
-    EXPECT_FALSE(registry.Attach(ClientOf(1, 1001))) << "within the grace";
+    EXPECT_EQ(registry.Attach(ClientOf(1, 1001)), Attachment::Foreign) << "within the grace";
     context_.run();
     EXPECT_EQ(registry.Count(), 0U);
-    EXPECT_TRUE(registry.Attach(ClientOf(1, 1001))) << "then it is a new one";
+    EXPECT_EQ(registry.Attach(ClientOf(1, 1001)), Attachment::Done) << "then it is a new one";
+}
+
+TEST_F(SessionRegistryTest, RefusesAUserMoreSessionsThanAllowedAndNobodyElse) {
+    SessionRegistry registry(context_, milliseconds(1), 2);
+    EXPECT_EQ(registry.Attach(ClientOf(1)), Attachment::Done);
+    EXPECT_EQ(registry.Attach(ClientOf(2)), Attachment::Done);
+    registry.Detach(ClientOf(2).token);
+    EXPECT_EQ(registry.Attach(ClientOf(3)), Attachment::Full) << "the grace counts";
+    EXPECT_EQ(registry.Attach(ClientOf(1)), Attachment::Done) << "it is no other session";
+    EXPECT_EQ(registry.Attach(ClientOf(3, 1001)), Attachment::Done);
+    context_.run();
+    EXPECT_EQ(registry.Attach(ClientOf(4)), Attachment::Done) << "one has ended";
+}
+
+TEST_F(SessionRegistryTest, LetsOthersRunBetweenEnds) {
+    constexpr std::size_t kSessions = 20;
+    SessionRegistry registry(context_, milliseconds(0));
+    registry.OnEnd([this](const SessionToken& token) {
+        const auto start = std::chrono::steady_clock::now();
+        while (std::chrono::steady_clock::now() - start < milliseconds(1)) {
+        }
+        ended_.push_back(token);
+    });
+    for (unsigned char number = 1; number <= kSessions; ++number) {
+        registry.Attach(ClientOf(number));
+        registry.Detach(ClientOf(number).token);
+    }
+    for (std::size_t before = 0; context_.run_one() != 0; before = ended_.size()) {
+        EXPECT_LE(ended_.size(), before + 2) << "two milliseconds at a stretch";
+    }
+    EXPECT_EQ(ended_.size(), kSessions);
+    EXPECT_EQ(registry.Count(), 0U);
 }
 
 TEST_F(SessionRegistryTest, PassesOverATokenThatItDoesNotKnow) {

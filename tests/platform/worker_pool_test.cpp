@@ -38,6 +38,22 @@ TEST(WorkerPool, RunsLanesSideBySide) {
     EXPECT_TRUE(met.get_future().get());
 }
 
+TEST(WorkerPool, TakesNoMoreThanAQuarterFromAUser) {
+    WorkerPool pool(1, 1, 8);
+    std::promise<void> release;
+    const std::shared_future<void> released = release.get_future().share();
+    const auto job = [released] { released.wait_for(kBound); };
+    constexpr uid_t kBusyUser = 1000;
+    constexpr uid_t kOtherUser = 1001;
+    EXPECT_TRUE(pool.Post(0, kBusyUser, job));
+    EXPECT_TRUE(pool.Post(0, kBusyUser, job));
+    EXPECT_FALSE(pool.Post(0, kBusyUser, job));
+    EXPECT_TRUE(pool.Post(0, kOtherUser, job));
+    EXPECT_TRUE(pool.Post(0, job)) << "of nobody";
+    release.set_value();
+    Await("room for another", [&] { return pool.Post(0, kBusyUser, job); });
+}
+
 TEST(WorkerPool, TakesNoMoreJobsThanItsLimit) {
     WorkerPool pool(1, 1, 3);
     std::promise<void> release;

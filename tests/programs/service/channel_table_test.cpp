@@ -27,6 +27,10 @@ SessionToken ClientToken(unsigned char number) {
     return token;
 }
 
+zam_platform::ClientIdentity CallerWith(unsigned char number, uid_t user = 1000) {
+    return {.token = ClientToken(number), .user = user};
+}
+
 class ChannelTableTest : public ::testing::Test {
 protected:
     std::string LastRecord() const {
@@ -37,12 +41,13 @@ protected:
     zam_connector::testing::RecordingLogger logger_;
     asio::io_context loop_;
     ChannelIds ids_;
+    ChannelQuota quota_;
 };
 
 TEST_F(ChannelTableTest, KeepsChannelsByNumber) {
-    ChannelTable<std::string> table(loop_, ids_, "test");
-    const std::int64_t first = table.Open(ClientToken(1), "first");
-    const std::int64_t second = table.Open(ClientToken(1), "second");
+    ChannelTable<std::string> table(loop_, ids_, quota_, "test");
+    const std::int64_t first = *table.Open(CallerWith(1), "first");
+    const std::int64_t second = *table.Open(CallerWith(1), "second");
     EXPECT_GT(first, 0);
     EXPECT_NE(first, second);
     EXPECT_THAT(table.Find(ClientToken(1), first), Pointee(std::string("first")));
@@ -52,28 +57,46 @@ TEST_F(ChannelTableTest, KeepsChannelsByNumber) {
     EXPECT_EQ(LastRecord(), "the client has no test channel " + std::to_string(second) + " open");
 }
 
+TEST_F(ChannelTableTest, RefusesChannelsBeyondTheUsersQuotaInAllTablesTogether) {
+    ChannelQuota quota(2);
+    ChannelTable<int> one(loop_, ids_, quota, "one");
+    ChannelTable<int> other(loop_, ids_, quota, "other");
+    const auto first = one.Open(CallerWith(1, 7), 0);
+    ASSERT_TRUE(other.Open(CallerWith(2, 7), 0));
+    EXPECT_FALSE(one.Open(CallerWith(3, 7), 0));
+    EXPECT_EQ(LastRecord(),
+              "one channel refused: the clients of user 7 have 2 channels open, the most allowed");
+    EXPECT_TRUE(one.Open(CallerWith(4, 8), 0)) << "of somebody else";
+    ASSERT_TRUE(one.Take(ClientToken(1), *first));
+    EXPECT_TRUE(one.Open(CallerWith(3, 7), 0)) << "a place came back";
+    other.EndSession(ClientToken(2));
+    EXPECT_EQ(quota.TakenBy(7), 1U);
+    one.EndSession(ClientToken(3));
+    EXPECT_EQ(quota.TakenBy(7), 0U);
+}
+
 TEST_F(ChannelTableTest, GivesAClientNoOthersChannels) {
-    ChannelTable<std::string> table(loop_, ids_, "test");
-    const std::int64_t channel = table.Open(ClientToken(1), "mine");
+    ChannelTable<std::string> table(loop_, ids_, quota_, "test");
+    const std::int64_t channel = *table.Open(CallerWith(1), "mine");
     EXPECT_EQ(table.Find(ClientToken(2), channel), nullptr);
     EXPECT_EQ(table.Take(ClientToken(2), channel), std::nullopt);
     EXPECT_NE(table.Find(ClientToken(1), channel), nullptr);
 }
 
 TEST_F(ChannelTableTest, NumbersDifferInEveryTableAndRun) {
-    ChannelTable<int> one(loop_, ids_, "one");
-    ChannelTable<int> other(loop_, ids_, "other");
-    EXPECT_NE(one.Open(ClientToken(1), 0), other.Open(ClientToken(1), 0));
+    ChannelTable<int> one(loop_, ids_, quota_, "one");
+    ChannelTable<int> other(loop_, ids_, quota_, "other");
+    EXPECT_NE(*one.Open(CallerWith(1), 0), *other.Open(CallerWith(1), 0));
     EXPECT_NE(ChannelIds().Next(), ChannelIds().Next());
 }
 
 TEST_F(ChannelTableTest, DropsTheOldestOfAClientThatOpensTooMany) {
-    ChannelTable<int> table(loop_, ids_, "test", {.perClient = 2});
-    const std::int64_t others = table.Open(ClientToken(2), 0);
-    const std::int64_t first = table.Open(ClientToken(1), 1);
-    const std::int64_t second = table.Open(ClientToken(1), 2);
+    ChannelTable<int> table(loop_, ids_, quota_, "test", {.perClient = 2});
+    const std::int64_t others = *table.Open(CallerWith(2), 0);
+    const std::int64_t first = *table.Open(CallerWith(1), 1);
+    const std::int64_t second = *table.Open(CallerWith(1), 2);
     EXPECT_NE(table.Find(ClientToken(1), first), nullptr) << "two are allowed";
-    const std::int64_t third = table.Open(ClientToken(1), 3);
+    const std::int64_t third = *table.Open(CallerWith(1), 3);
     EXPECT_THAT(LastRecord(), HasSubstr("test channel " + std::to_string(first) + " dropped"));
     EXPECT_EQ(table.Find(ClientToken(1), first), nullptr);
     EXPECT_NE(table.Find(ClientToken(1), second), nullptr);
@@ -82,10 +105,10 @@ TEST_F(ChannelTableTest, DropsTheOldestOfAClientThatOpensTooMany) {
 }
 
 TEST_F(ChannelTableTest, EndsAllChannelsOfASession) {
-    ChannelTable<int> table(loop_, ids_, "test");
-    table.Open(ClientToken(1), 1);
-    table.Open(ClientToken(1), 2);
-    table.Open(ClientToken(2), 3);
+    ChannelTable<int> table(loop_, ids_, quota_, "test");
+    table.Open(CallerWith(1), 1);
+    table.Open(CallerWith(1), 2);
+    table.Open(CallerWith(2), 3);
     table.EndSession(ClientToken(1));
     EXPECT_EQ(table.Count(), 1U);
     EXPECT_EQ(LastRecord(), "2 test channels ended with their client");
@@ -95,9 +118,9 @@ TEST_F(ChannelTableTest, EndsAllChannelsOfASession) {
 }
 
 TEST_F(ChannelTableTest, DropsWhatNobodyUses) {
-    ChannelTable<int> table(loop_, ids_, "test", {.idle = std::chrono::milliseconds(30)});
+    ChannelTable<int> table(loop_, ids_, quota_, "test", {.idle = std::chrono::milliseconds(30)});
     for (int round = 0; round < 2; ++round) {
-        const std::int64_t idle = table.Open(ClientToken(1), round);
+        const std::int64_t idle = *table.Open(CallerWith(1), round);
         EXPECT_TRUE(RunUntil(loop_, [&] { return table.Count() == 0; }));
         EXPECT_EQ(LastRecord(),
                   "test channel " + std::to_string(idle) + " dropped: not used for 30 ms");
@@ -106,9 +129,9 @@ TEST_F(ChannelTableTest, DropsWhatNobodyUses) {
 
 TEST_F(ChannelTableTest, CountsTheIdleTimeFromTheLastUse) {
     constexpr std::chrono::milliseconds kIdle{60};
-    ChannelTable<int> table(loop_, ids_, "test", {.idle = kIdle});
+    ChannelTable<int> table(loop_, ids_, quota_, "test", {.idle = kIdle});
     auto lastUse = Clock::now();
-    const std::int64_t channel = table.Open(ClientToken(1), 1);
+    const std::int64_t channel = *table.Open(CallerWith(1), 1);
     const auto half = lastUse + kIdle / 2;
     EXPECT_TRUE(RunUntil(loop_, [&] { return Clock::now() >= half; }));
     const auto beforeUse = Clock::now();

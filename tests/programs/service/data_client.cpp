@@ -101,6 +101,12 @@ std::int64_t DataClient::OpenUpdates() {
     return Opened(holder_, holder_.ops->OpenAppUpdatesChannel);
 }
 
+int DataClient::OpenStatus() {
+    return Call<qx::OpenChannelResponse>(holder_, holder_.ops->OpenAppUpdatesChannel,
+                                         qx::EmptyRequest{})
+        .sessionStatus;
+}
+
 std::pair<std::int64_t, std::uint64_t> DataClient::OpenUpdatesStatus() {
     const auto response = Call<qx_zam_connector_ZamDataProvider_OpenZamUpdatesStatusChannel_rsp>(
         provider_, provider_.ops->OpenZamUpdatesStatusChannel, qx::EmptyRequest{});

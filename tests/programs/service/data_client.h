@@ -56,6 +56,9 @@ public:
     std::int64_t OpenEulas();
     std::int64_t OpenUpdates();
 
+    /// Opens a channel for updates that may be refused; the session status.
+    int OpenStatus();
+
     /// Channel, and hash.
     std::pair<std::int64_t, std::uint64_t> OpenUpdatesStatus();
 

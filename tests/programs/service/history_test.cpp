@@ -281,6 +281,41 @@ TEST_F(HistoryTest, BoundsTheLinesThatWait) {
     EXPECT_EQ(Lines(folder_.Read(kHistory)).size(), kMaxWaitingLines + 1);
 }
 
+TEST_F(HistoryTest, BoundsTheLinesOfAUserAndLeavesTheOthersTheirPlaces) {
+    const zam_connector::testing::RecordingLogger logger;
+    constexpr uid_t kBusy = 1000;
+    constexpr uid_t kOther = 1001;
+    std::promise<void> release;
+    ASSERT_TRUE(workers_->Post(kHistoryLane, [&] { release.get_future().wait(); }));
+    std::size_t done = 0;
+    std::size_t refused = 0;
+    const auto append = [&](std::optional<uid_t> user) {
+        history_.Append(
+            "x\n",
+            [&](int code) {
+                done += code == kNoError ? 1U : 0U;
+                refused += code == kInsufficientResources ? 1U : 0U;
+            },
+            user);
+    };
+    append({});  // this one goes to the worker; the others wait for it
+    for (std::size_t line = 0; line < kMaxUserWaitingLines + 5; ++line) {
+        append(kBusy);
+    }
+    EXPECT_EQ(refused, 5U);
+    EXPECT_EQ(logger.Records().back().text,
+              "line dropped: 256 lines of user 1000 wait, at most 256 may");
+    for (int line = 0; line < 5; ++line) {
+        append(kOther);
+        append({});
+    }
+    EXPECT_EQ(refused, 5U);
+    release.set_value();
+    ASSERT_TRUE(RunUntil(loop_, [&] { return done == kMaxUserWaitingLines + 11; }));
+    append(kBusy);
+    ASSERT_TRUE(RunUntil(loop_, [&] { return done == kMaxUserWaitingLines + 12; }));
+}
+
 TEST_F(HistoryTest, WritesWhatWaitsWhenItIsClosed) {
     const zam_connector::testing::RecordingLogger logger;
     std::vector<int> codes;

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <functional>
@@ -134,7 +135,7 @@ class SettingsStoreTest : public ::testing::Test {
 protected:
     std::optional<int> Set(const ZamConnectorSettings& settings) {
         std::optional<int> code;
-        store_.Set(settings, [&](int told) { code = told; });
+        store_.Set(::geteuid(), settings, [&](int told) { code = told; });
         RunUntil(loop_, [&] { return code.has_value(); });
         return code;
     }
@@ -171,7 +172,7 @@ TEST_F(SettingsStoreTest, RefusesWhenEveryWorkerIsTaken) {
         ASSERT_TRUE(workers_.Post(kReadLane, [released] { released.wait(); }));
     }
     std::optional<int> code;
-    store_.Set(Everything(), [&](int told) { code = told; });
+    store_.Set(::geteuid(), Everything(), [&](int told) { code = told; });
     EXPECT_EQ(code, kInsufficientResources);
     release.set_value();
     workers_.Finish();
@@ -183,7 +184,7 @@ TEST_F(SettingsStoreTest, EndsWithTheLastOfManyInMemoryAndOnDisk) {
     ZamConnectorSettings settings;
     for (std::uint32_t period = 1; period <= 4; ++period) {
         settings.syncPeriod = ZamSeconds(period);
-        store_.Set(settings, [&, settings](int code) {
+        store_.Set(period, settings, [&, settings](int code) {
             codes.push_back(code);
             EXPECT_EQ(store_.Current(), settings);
         });

@@ -48,8 +48,10 @@ protected:
         } while (server_.Context().poll() != 0);
     }
 
-    void Begin(std::size_t perUpload, std::size_t perUser) {
-        endpoint_.emplace(server_, ids_, uploads_, ChannelLimits{},
+    void Begin(std::size_t perUpload, std::size_t perUser,
+               std::size_t channelsPerUser = kMaxUserChannels) {
+        channelQuota_.emplace(channelsPerUser);
+        endpoint_.emplace(server_, ids_, *channelQuota_, uploads_, ChannelLimits{},
                           UploadQuota(perUpload, perUser));
         server_.Serve(RuleOf(EndpointOf("ProductDataHolder"), *endpoint_));
         server_.Accept(socket_.Release());
@@ -102,6 +104,7 @@ protected:
     History history_{server_.Context(), workers_, files_};
     UploadStore uploads_{server_.Context(), workers_, files_, history_};
     ChannelIds ids_;
+    std::optional<ChannelQuota> channelQuota_;
     std::optional<ProductDataHolderEndpoint> endpoint_;
     std::optional<DataClient> client_;
     std::thread thread_;
@@ -162,6 +165,14 @@ TEST_F(UploadLimits, CountAllUploadsOfAUserTogether) {
     EXPECT_EQ(Upload(second, 0).code, 0);
     EXPECT_EQ(client_->CloseUpload(open).code, 0);
     EXPECT_EQ(Upload(first, 0).code, 0) << "what ended is given back";
+}
+
+TEST_F(UploadLimits, RefuseChannelsBeyondThoseOfTheUser) {
+    Begin(kMaxUploadBytes, kMaxUserUploadBytes, 1);
+    const std::int64_t first = client_->OpenEulas();
+    EXPECT_EQ(client_->OpenStatus(), -2);
+    EXPECT_EQ(client_->CloseUpload(first).code, 0);
+    EXPECT_EQ(client_->OpenStatus(), 0);
 }
 
 TEST_F(UploadLimits, CountGapsAcrossPieces) {

@@ -1,6 +1,7 @@
 #include "zam_platform/server/server.h"
 
 #include <fmt/format.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <asio/buffer.hpp>
 
@@ -68,7 +69,7 @@ Server::Server(std::vector<EndpointRule> endpoints, AdmissionPolicy admission, S
     : endpoints_(std::move(endpoints)),
       admission_(admission),
       limits_(limits),
-      sessions_(context_, limits.sessionGrace) {}
+      sessions_(context_, limits.sessionGrace, limits.sessionsPerUser) {}
 
 Server::~Server() {
     // What waits in the loop holds connections, which refer to the members above. A connection that
@@ -112,13 +113,26 @@ void Server::NoticeBroken(const SessionToken& client) {
     if (found == greeted_.end()) {
         return;
     }
-    // A connection that breaks leaves the set.
-    std::vector<std::shared_ptr<ServerConnection>> ofClient;
+    // All are asked in one system call: a client may have thousands, nearly all of them open.
+    std::vector<pollfd> ends;
+    std::vector<ServerConnection*> ofClient;
+    ends.reserve(found->second.size());
     ofClient.reserve(found->second.size());
     for (ServerConnection* const connection : found->second) {
-        ofClient.push_back(connection->shared_from_this());
+        ends.push_back({.fd = connection->Descriptor(), .events = POLLRDHUP, .revents = 0});
+        ofClient.push_back(connection);
     }
-    for (const auto& connection : ofClient) {
+    if (::poll(ends.data(), ends.size(), 0) <= 0) {
+        return;
+    }
+    // A connection that breaks leaves the set.
+    std::vector<std::shared_ptr<ServerConnection>> ended;
+    for (std::size_t index = 0; index < ends.size(); ++index) {
+        if (ends[index].revents != 0) {
+            ended.push_back(ofClient[index]->shared_from_this());
+        }
+    }
+    for (const auto& connection : ended) {
         connection->NoticeEnd();
     }
 }

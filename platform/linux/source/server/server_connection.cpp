@@ -190,8 +190,14 @@ void ServerConnection::HandleFrame(const Prelude& prelude, const unsigned char* 
 
 void ServerConnection::HandleHello(const unsigned char* body) {
     std::memcpy(client_.token.data(), body, client_.token.size());
-    if (!server_.sessions_.Attach(client_)) {
+    const Attachment attachment = server_.sessions_.Attach(client_);
+    if (attachment == Attachment::Foreign) {
         Refuse(kStatusNotAdmitted, "session token of another user");
+        return;
+    }
+    if (attachment == Attachment::Full) {
+        Refuse(kStatusQuota, fmt::format("user {} has {} sessions, the most allowed", client_.user,
+                                         server_.limits_.sessionsPerUser));
         return;
     }
     server_.greeted_[client_.token].insert(this);

@@ -44,6 +44,7 @@ public:
 
     /// On the loop thread.
     bool IsOpen() const noexcept { return open_; }
+    int Descriptor() noexcept { return socket_.native_handle(); }
 
     /// Closes the connection without an answer, from any thread.
     void Drop();

@@ -1,21 +1,43 @@
 #include "zam_platform/server/session_registry.h"
 
+#include <asio/post.hpp>
+
 namespace zam_platform {
+namespace {
 
-SessionRegistry::SessionRegistry(asio::io_context& context, std::chrono::milliseconds grace)
-    : context_(context), grace_(grace) {}
+using Clock = std::chrono::steady_clock;
 
-bool SessionRegistry::Attach(const ClientIdentity& client) {
-    const auto [entry, isNew] = sessions_.try_emplace(client.token);
-    Session& session = entry->second;
-    if (isNew) {
-        session.user = client.user;
-    } else if (session.user != client.user) {
-        return false;
+/// How long sessions are ended at a stretch: what they hold goes with them, and others wait
+/// meanwhile. The end of a single session may take a little longer.
+constexpr std::chrono::milliseconds kLongestStretch{2};
+
+}  // namespace
+
+SessionRegistry::SessionRegistry(asio::io_context& context, std::chrono::milliseconds grace,
+                                 std::size_t perUser)
+    : context_(context), grace_(grace), perUser_(perUser), timer_(context) {}
+
+Attachment SessionRegistry::Attach(const ClientIdentity& client) {
+    const auto found = sessions_.find(client.token);
+    if (found != sessions_.end()) {
+        Session& session = found->second;
+        if (session.user != client.user) {
+            return Attachment::Foreign;
+        }
+        ++session.connections;
+        if (session.end) {
+            ends_.erase(*session.end);
+            session.end.reset();
+        }
+        return Attachment::Done;
     }
-    ++session.connections;
-    session.grace.reset();
-    return true;
+    std::size_t& ofUser = ofUsers_[client.user];
+    if (ofUser >= perUser_) {
+        return Attachment::Full;
+    }
+    sessions_.emplace(client.token, Session{.user = client.user, .connections = 1, .end = {}});
+    ++ofUser;
+    return Attachment::Done;
 }
 
 void SessionRegistry::Detach(const SessionToken& token) {
@@ -23,20 +45,43 @@ void SessionRegistry::Detach(const SessionToken& token) {
     if (entry == sessions_.end() || --entry->second.connections != 0) {
         return;
     }
-    entry->second.grace = std::make_unique<asio::steady_timer>(context_, grace_);
-    entry->second.grace->async_wait([this, token](const std::error_code& error) {
+    entry->second.end = ends_.insert(ends_.end(), {Clock::now() + grace_, token});
+    AwaitEnd();
+}
+
+void SessionRegistry::AwaitEnd() {
+    if (isEnding_ || ends_.empty()) {
+        return;
+    }
+    isEnding_ = true;
+    timer_.expires_at(ends_.front().due);
+    timer_.async_wait([this](const std::error_code& error) {
         if (!error) {
-            End(token);
+            EndDue();
         }
     });
 }
 
-void SessionRegistry::End(const SessionToken& token) {
+void SessionRegistry::EndDue() {
+    const auto start = Clock::now();
+    for (auto now = start; !ends_.empty() && ends_.front().due <= now; now = Clock::now()) {
+        if (now - start >= kLongestStretch) {
+            asio::post(context_, [this] { EndDue(); });
+            return;
+        }
+        EndFirst();
+    }
+    isEnding_ = false;
+    AwaitEnd();
+}
+
+void SessionRegistry::EndFirst() {
+    const SessionToken token = ends_.front().token;
+    ends_.pop_front();
     const auto entry = sessions_.find(token);
-    // A connection may have come, and even gone again, between the timer's end and this call.
-    if (entry == sessions_.end() || entry->second.connections != 0 ||
-        entry->second.grace->expiry() > std::chrono::steady_clock::now()) {
-        return;
+    const auto ofUser = ofUsers_.find(entry->second.user);
+    if (--ofUser->second == 0) {
+        ofUsers_.erase(ofUser);
     }
     sessions_.erase(entry);
     if (onEnd_) {

@@ -1,6 +1,8 @@
 #include "zam_platform/server/worker_pool.h"
 
+#include <algorithm>
 #include <asio/post.hpp>
+#include <utility>
 
 namespace zam_platform {
 
@@ -29,6 +31,38 @@ bool WorkerPool::Post(std::size_t lane, std::function<void()> job) {
         jobs_.fetch_sub(1, std::memory_order_relaxed);
     });
     return true;
+}
+
+bool WorkerPool::Post(std::size_t lane, uid_t user, std::function<void()> job) {
+    if (!TakePlace(user)) {
+        return false;
+    }
+    const bool posted = Post(lane, [this, user, job = std::move(job)] {
+        job();
+        ReturnPlace(user);
+    });
+    if (!posted) {
+        ReturnPlace(user);
+    }
+    return posted;
+}
+
+bool WorkerPool::TakePlace(uid_t user) {
+    const qor::MutexLock lock(mutex_);
+    std::size_t& taken = ofUsers_[user];
+    if (taken >= std::max<std::size_t>(limit_ / 4, 1)) {
+        return false;
+    }
+    ++taken;
+    return true;
+}
+
+void WorkerPool::ReturnPlace(uid_t user) {
+    const qor::MutexLock lock(mutex_);
+    const auto found = ofUsers_.find(user);
+    if (--found->second == 0) {
+        ofUsers_.erase(found);
+    }
 }
 
 void WorkerPool::Finish() {

@@ -22,6 +22,12 @@ void LogEndedSession(std::string_view sort, std::size_t channels) {
         "{} {} channels ended with their client", channels, sort);
 }
 
+void LogUserFull(std::string_view sort, uid_t user, std::size_t limit) {
+    Log(zor::logger::kLevelError, Here(kSourceFile, "Open"),
+        "{} channel refused: the clients of user {} have {} channels open, the most allowed", sort,
+        user, limit);
+}
+
 void LogCrowdedOut(std::string_view sort, std::int64_t id, std::size_t limit) {
     Log(zor::logger::kLevelError, Here(kSourceFile, "Open"),
         "{} channel {} dropped: its client has {} open, and may have no more", sort, id, limit);

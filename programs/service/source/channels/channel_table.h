@@ -13,6 +13,7 @@
 
 #include "channels/channel_ids.h"
 #include "channels/channel_log.h"
+#include "channels/channel_quota.h"
 #include "zam_platform/server/endpoint.h"
 
 namespace zam_service {
@@ -33,19 +34,25 @@ template <typename Content>
 class ChannelTable {
 public:
     /// `sort` names the channels in the log: of static storage. `ids`, which is not owned, gives
-    /// every table numbers of its own.
-    ChannelTable(asio::io_context& loop, ChannelIds& ids, std::string_view sort,
-                 ChannelLimits limits = {})
-        : timer_(loop), ids_(ids), sort_(sort), limits_(limits) {}
+    /// every table numbers of its own; nor is `quota`, which counts the channels of all tables.
+    ChannelTable(asio::io_context& loop, ChannelIds& ids, ChannelQuota& quota,
+                 std::string_view sort, ChannelLimits limits = {})
+        : timer_(loop), ids_(ids), quota_(quota), sort_(sort), limits_(limits) {}
 
-    /// Opens a channel and returns its number, which is above 0.
-    std::int64_t Open(const zam_platform::SessionToken& client, Content content) {
-        const auto owner = clients_.try_emplace(client).first;
-        MakeRoom(owner->second);
+    /// Opens a channel and returns its number, which is above 0. Empty, which is logged, when the
+    /// client's user has too many.
+    std::optional<std::int64_t> Open(const zam_platform::ClientIdentity& client, Content content) {
+        MakeRoom(client.token);
+        std::optional<ChannelQuota::Place> place = quota_.Take(client.user);
+        if (!place) {
+            LogUserFull(sort_, client.user, quota_.PerUser());
+            return std::nullopt;
+        }
         const std::int64_t id = ids_.Next();
-        const auto use = uses_.insert(uses_.end(), {std::chrono::steady_clock::now(), client, id});
+        const auto use =
+            uses_.insert(uses_.end(), {std::chrono::steady_clock::now(), client.token, id});
         try {
-            owner->second.emplace(id, Entry{use, std::move(content)});
+            clients_[client.token].emplace(id, Entry{use, *std::move(place), std::move(content)});
         } catch (...) {
             uses_.erase(use);
             throw;
@@ -125,6 +132,7 @@ private:
 
     struct Entry {
         typename std::list<Use>::iterator use;
+        ChannelQuota::Place place;
         Content content;
     };
 
@@ -150,12 +158,12 @@ private:
         }
     }
 
-    void MakeRoom(Channels& channels) {
-        if (channels.size() >= limits_.perClient) {
-            const auto oldest = channels.begin();
+    void MakeRoom(const zam_platform::SessionToken& client) {
+        const auto owner = clients_.find(client);
+        if (owner != clients_.end() && owner->second.size() >= limits_.perClient) {
+            const auto oldest = owner->second.begin();
             LogCrowdedOut(sort_, oldest->first, limits_.perClient);
-            uses_.erase(oldest->second.use);
-            channels.erase(oldest);
+            Erase(oldest->second.use);
         }
     }
 
@@ -183,6 +191,7 @@ private:
 
     asio::steady_timer timer_;
     ChannelIds& ids_;
+    ChannelQuota& quota_;
     const std::string_view sort_;
     const ChannelLimits limits_;
     /// Ordered rather than hashed: clients choose their tokens, and could choose such as collide.

@@ -39,12 +39,11 @@ private:
 
     /// None values that are put in front of the record.
     std::size_t GapBefore(const zam_connector::common::RawZamParam& record);
+    void LeaveFrom(std::size_t depth);
 
     zuv::PathCodec codec_;
     bool isTree_ = true;
     std::size_t rootLevels_ = 0;
-    void LeaveFrom(std::size_t depth);
-
     /// Down to the record before, that one included; entry 0 is the root. Empty before the first
     /// record.
     std::vector<Node> way_;

@@ -93,8 +93,9 @@ void ConnectorDaemon::Serve(std::string_view interface,
 
 void ConnectorDaemon::ServeData() {
     auto provider = std::make_unique<ZamDataProviderEndpoint>(server_.Context(), channelIds_,
-                                                              provider_, uploads_);
-    auto holder = std::make_unique<ProductDataHolderEndpoint>(server_, channelIds_, uploads_);
+                                                              channelQuota_, provider_, uploads_);
+    auto holder =
+        std::make_unique<ProductDataHolderEndpoint>(server_, channelIds_, channelQuota_, uploads_);
     server_.OnSessionEnd([this, provider = provider.get(),
                           holder = holder.get()](const zam_platform::SessionToken& client) {
         provider->EndSession(client);

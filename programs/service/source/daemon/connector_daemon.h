@@ -11,6 +11,7 @@
 
 #include "certs/cert_folder.h"
 #include "channels/channel_ids.h"
+#include "channels/channel_quota.h"
 #include "data/data_folder.h"
 #include "data/folder_files.h"
 #include "data/history.h"
@@ -94,6 +95,7 @@ private:
     UploadStore uploads_;
     ProviderData provider_;
     ChannelIds channelIds_;
+    ChannelQuota channelQuota_;
     ConnectorLink link_;
     Notices notices_;
     FaultRules faults_;

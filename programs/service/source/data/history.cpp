@@ -1,5 +1,7 @@
 #include "data/history.h"
 
+#include <fmt/format.h>
+
 #include <asio/post.hpp>
 #include <memory>
 #include <utility>
@@ -22,19 +24,34 @@ History::History(asio::io_context& loop, zam_platform::WorkerPool& workers,
                  const FolderFiles& files, std::size_t maxFileBytes)
     : loop_(loop), workers_(workers), file_(files, maxFileBytes) {}
 
-void History::Append(std::string line, Done done) {
-    if (isClosed_ || waiting_.size() >= kMaxWaitingLines) {
-        Log(zor::logger::kLevelError, Here(kSourceFile, "Append"),
-            "line dropped: {} lines wait, at most {} may", waiting_.size(), kMaxWaitingLines);
+void History::Append(std::string line, Done done, std::optional<uid_t> user) {
+    if (const std::string excess = Excess(user); isClosed_ || !excess.empty()) {
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Append"), "line dropped: {}",
+            isClosed_ ? "the service ends" : excess);
         if (done) {
             done(kInsufficientResources);
         }
         return;
     }
+    if (user) {
+        ++waitingOf_[*user];
+    }
     waiting_.push_back({.text = std::move(line), .done = std::move(done)});
     if (!isWriting_) {
         WriteWaiting();
     }
+}
+
+std::string History::Excess(std::optional<uid_t> user) const {
+    if (waiting_.size() >= kMaxWaitingLines) {
+        return fmt::format("{} lines wait, at most {} may", waiting_.size(), kMaxWaitingLines);
+    }
+    const auto ofUser = user ? waitingOf_.find(*user) : waitingOf_.end();
+    if (ofUser != waitingOf_.end() && ofUser->second >= kMaxUserWaitingLines) {
+        return fmt::format("{} lines of user {} wait, at most {} may", ofUser->second, *user,
+                           kMaxUserWaitingLines);
+    }
+    return {};
 }
 
 void History::Close() {
@@ -49,6 +66,7 @@ void History::WriteWaiting() {
         return;
     }
     auto lines = std::make_shared<std::vector<Line>>(std::exchange(waiting_, {}));
+    waitingOf_.clear();
     const auto write = [this, lines] {
         std::vector<std::string> texts;
         texts.reserve(lines->size());

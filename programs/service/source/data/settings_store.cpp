@@ -34,8 +34,8 @@ SettingsStore::SettingsStore(asio::io_context& loop, zam_platform::WorkerPool& w
                              const FolderFiles& files)
     : loop_(loop), workers_(workers), files_(files) {}
 
-void SettingsStore::Set(const ZamConnectorSettings& settings, const Done& done) {
-    const bool posted = workers_.Post(kSettingsLane, [this, settings, done] {
+void SettingsStore::Set(uid_t user, const ZamConnectorSettings& settings, const Done& done) {
+    const bool posted = workers_.Post(kSettingsLane, user, [this, settings, done] {
         asio::post(loop_, [this, settings, done, code = WriteFile(files_, settings)] {
             if (code == kNoError) {
                 current_ = settings;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <asio/io_context.hpp>
 #include <functional>
 
@@ -23,9 +25,9 @@ public:
 
     const zam_connector::ZamConnectorSettings& Current() const noexcept { return current_; }
 
-    /// Writes consistent settings to the disk and then puts them in force. On failure, "Media
-    /// error" or "Insufficient resources", those before stay.
-    void Set(const zam_connector::ZamConnectorSettings& settings, const Done& done);
+    /// Writes consistent settings of a user's client to the disk and then puts them in force. On
+    /// failure, "Media error" or "Insufficient resources", those before stay.
+    void Set(uid_t user, const zam_connector::ZamConnectorSettings& settings, const Done& done);
 
     /// Puts settings in force that were read from the disk.
     void Publish(const zam_connector::ZamConnectorSettings& settings) { current_ = settings; }

@@ -39,7 +39,7 @@ void UploadStore::Store(TreeUpload upload, Done done) {
     // Kept until the end has come back to the loop: the quota counts on that thread.
     auto kept = std::make_shared<TreeUpload>(std::move(upload));
     PostStore(
-        kept->kind,
+        kept->kind, kept->user,
         [this, kept] { return StoreTree(files_, kept->kind, std::move(kept->records)); },
         [kept, done = std::move(done)](int code, std::uint64_t hash) {
             kept->share.Return();
@@ -47,14 +47,15 @@ void UploadStore::Store(TreeUpload upload, Done done) {
         });
 }
 
-void UploadStore::Store(UploadKind kind, std::string text, Done done) {
+void UploadStore::Store(UploadKind kind, uid_t user, std::string text, Done done) {
     PostStore(
-        kind, [this, kind, text = std::move(text)] { return StoreText(files_, kind, text); },
+        kind, user, [this, kind, text = std::move(text)] { return StoreText(files_, kind, text); },
         std::move(done));
 }
 
-void UploadStore::Keep(UploadKind kind, Done done) {
+void UploadStore::Keep(UploadKind kind, uid_t user, Done done) {
     Post(
+        user,
         [this, kind] {
             return UploadOutcome{.code = kNoError, .hash = StoredHash(files_, kind), .error = {}};
         },
@@ -62,16 +63,17 @@ void UploadStore::Keep(UploadKind kind, Done done) {
         std::move(done));
 }
 
-void UploadStore::PostStore(UploadKind kind, std::function<UploadOutcome()> store, Done done) {
+void UploadStore::PostStore(UploadKind kind, uid_t user, std::function<UploadOutcome()> store,
+                            Done done) {
     Post(
-        std::move(store),
+        user, std::move(store),
         [this, kind](const UploadOutcome& outcome, const Done& end) {
             OnStored(kind, outcome, end);
         },
         std::move(done));
 }
 
-void UploadStore::Post(std::function<UploadOutcome()> work,
+void UploadStore::Post(uid_t user, std::function<UploadOutcome()> work,
                        std::function<void(const UploadOutcome&, const Done&)> then, Done done) {
     // Shared, so that what runs on a worker destroys no state of the loop's.
     auto end = std::make_shared<Done>([this, done = std::move(done)](int code, std::uint64_t hash) {
@@ -79,10 +81,11 @@ void UploadStore::Post(std::function<UploadOutcome()> work,
         done(code, hash);
     });
     ++unanswered_;
-    const bool posted = workers_.Post(kUploadLane, [this, work = std::move(work),
-                                                    then = std::move(then), end]() mutable {
-        asio::post(loop_, [outcome = work(), then = std::move(then), end] { then(outcome, *end); });
-    });
+    const bool posted = workers_.Post(
+        kUploadLane, user, [this, work = std::move(work), then = std::move(then), end]() mutable {
+            asio::post(loop_,
+                       [outcome = work(), then = std::move(then), end] { then(outcome, *end); });
+        });
     if (!posted) {
         (*end)(kInsufficientResources, kAbsentHash);
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <asio/io_context.hpp>
 #include <cstddef>
 #include <cstdint>
@@ -21,6 +23,7 @@ namespace zam_service {
 /// A tree on its way to the disk.
 struct TreeUpload {
     UploadKind kind = UploadKind::Settings;
+    uid_t user = 0;  ///< whose client sends it
     std::vector<zam_connector::common::RawZamParam> records;
     UploadShare share;  ///< what the records take of their user's quota
 };
@@ -40,11 +43,11 @@ public:
                 History& history);
 
     void Store(TreeUpload upload, Done done);
-    void Store(UploadKind kind, std::string text, Done done);
+    void Store(UploadKind kind, uid_t user, std::string text, Done done);
 
     /// Stores nothing; `done` gets 0 and the hash of the tree that stands when all that came before
     /// is stored, `kAbsentHash` when there is none.
-    void Keep(UploadKind kind, Done done);
+    void Keep(UploadKind kind, uid_t user, Done done);
 
     /// The hash of the settings that were uploaded last; `kAbsentHash` when none were.
     std::uint64_t SettingsHash() const noexcept { return settingsHash_; }
@@ -57,10 +60,10 @@ public:
     std::size_t Unanswered() const noexcept { return unanswered_; }
 
 private:
-    void PostStore(UploadKind kind, std::function<UploadOutcome()> store, Done done);
+    void PostStore(UploadKind kind, uid_t user, std::function<UploadOutcome()> store, Done done);
 
     /// Does `work` behind all that was posted before, and tells `then` on the loop what came of it.
-    void Post(std::function<UploadOutcome()> work,
+    void Post(uid_t user, std::function<UploadOutcome()> work,
               std::function<void(const UploadOutcome&, const Done&)> then, Done done);
     void OnStored(UploadKind kind, const UploadOutcome& outcome, const Done& done);
 

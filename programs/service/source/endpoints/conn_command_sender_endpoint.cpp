@@ -41,7 +41,7 @@ void ConnCommandSenderEndpoint::OnCall(const zam_platform::Request& request,
             PostZamEvent(request, std::move(responder));
             break;
         case Operation::ScheduleSync:
-            link_.ScheduleSync(ResultAnswer(std::move(responder)));
+            link_.ScheduleSync(request.client.user, ResultAnswer(std::move(responder)));
             break;
         default:
             break;  // the server lets through no other
@@ -56,7 +56,8 @@ void ConnCommandSenderEndpoint::PostZamEvent(const zam_platform::Request& reques
         return;
     }
     HistoryLine line("event", std::chrono::system_clock::now());
-    history_.Append(line.Add("text", text).Text(), ResultAnswer(std::move(responder)));
+    history_.Append(line.Add("text", text).Text(), ResultAnswer(std::move(responder)),
+                    request.client.user);
 }
 
 }  // namespace zam_service

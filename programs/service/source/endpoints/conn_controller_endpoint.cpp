@@ -25,7 +25,7 @@ void ConnControllerEndpoint::OnCall(const zam_platform::Request& request,
             AnswerResult(std::move(responder), Start(request));
             break;
         case Operation::Stop:
-            AnswerResult(std::move(responder), link_.Stop());
+            AnswerResult(std::move(responder), link_.Stop(request.client.user));
             break;
         case Operation::GetState: {
             qx_zam_connector_ConnController_GetState_rsp response{};
@@ -41,7 +41,8 @@ void ConnControllerEndpoint::OnCall(const zam_platform::Request& request,
 int ConnControllerEndpoint::Start(const zam_platform::Request& request) {
     const auto& message = request.As<qx_zam_connector_ConnController_Start_req>();
     try {
-        return link_.Start(zam_connector::common::CastFromVd(message.parameters, &request.arena));
+        return link_.Start(request.client.user,
+                           zam_connector::common::CastFromVd(message.parameters, &request.arena));
     } catch (const std::out_of_range& error) {
         // The text names the field and its bounds, never its content.
         zam_connector::common::Log(zor::logger::kLevelError,

@@ -22,7 +22,7 @@ void ConnSettingsHolderEndpoint::OnCall(const zam_platform::Request& request,
             const auto& message = request.As<qx_zam_connector_ConnSettingsHolder_Set_req>();
             const auto settings = zam_connector::common::CastFromVd(message.settings);
             if (AreConsistent(settings)) {
-                settings_.Set(settings, ResultAnswer(std::move(responder)));
+                settings_.Set(request.client.user, settings, ResultAnswer(std::move(responder)));
             } else {
                 AnswerResult(std::move(responder), kInvalidArgument);
             }

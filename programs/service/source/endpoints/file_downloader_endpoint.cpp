@@ -144,13 +144,14 @@ void FileDownloaderEndpoint::GetFileInfo(const Request& request, Responder respo
         return;
     }
     const auto kept = std::make_shared<Responder>(std::move(responder));
-    const bool posted = workers_.Post(kFileLane, [this, path = params->path, kept] {
-        asio::post(loop_, [this, kept, found = Open(path)] {
+    const uid_t user = request.client.user;
+    const bool posted = workers_.Post(kFileLane, user, [this, user, path = params->path, kept] {
+        asio::post(loop_, [this, user, kept, found = Open(path)] {
             if (found.code != kNoError) {
                 FailInfo(*kept, found.code);
                 return;
             }
-            AskHash(found.file, kept);
+            AskHash(user, found.file, kept);
         });
     });
     if (!posted) {
@@ -158,11 +159,11 @@ void FileDownloaderEndpoint::GetFileInfo(const Request& request, Responder respo
     }
 }
 
-void FileDownloaderEndpoint::AskHash(const OpenFilePtr& file,
+void FileDownloaderEndpoint::AskHash(uid_t user, const OpenFilePtr& file,
                                      const std::shared_ptr<Responder>& responder) {
     open_.Keep(file);
     try {
-        hashes_.Ask(file,
+        hashes_.Ask(user, file,
                     [responder](const HashedFile& hashed) { AnswerInfo(*responder, hashed); });
     } catch (const FileError& error) {
         FailInfo(*responder, LogFileError(error));
@@ -180,12 +181,13 @@ void FileDownloaderEndpoint::GetFileChunk(const Request& request, Responder resp
         return;
     }
     const auto kept = std::make_shared<Responder>(std::move(responder));
-    const bool posted = workers_.Post(kFileLane, [this, params = *params, file, kept] {
-        const auto found = std::make_shared<Found>(Read(params, file));
-        asio::post(loop_, [this, kept, found, offset = params.offset] {
-            OnChunkRead(offset, *found, *kept);
+    const bool posted =
+        workers_.Post(kFileLane, request.client.user, [this, params = *params, file, kept] {
+            const auto found = std::make_shared<Found>(Read(params, file));
+            asio::post(loop_, [this, kept, found, offset = params.offset] {
+                OnChunkRead(offset, *found, *kept);
+            });
         });
-    });
     if (!posted) {
         FailChunk(*kept, kInsufficientResources);
     }

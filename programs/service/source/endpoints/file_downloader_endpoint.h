@@ -49,7 +49,7 @@ private:
     using Responder = zam_platform::Responder;
 
     void GetFileInfo(const zam_platform::Request& request, Responder responder);
-    void AskHash(const OpenFilePtr& file, const std::shared_ptr<Responder>& responder);
+    void AskHash(uid_t user, const OpenFilePtr& file, const std::shared_ptr<Responder>& responder);
     void GetFileChunk(const zam_platform::Request& request, Responder responder);
     bool AnswerFromMemory(const zam_connector::FileChunkParams& params, Responder& responder,
                           OpenFilePtr& file);

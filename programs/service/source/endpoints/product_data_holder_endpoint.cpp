@@ -82,12 +82,13 @@ UploadStore::Done ResultOf(Responder responder) {
 }  // namespace
 
 ProductDataHolderEndpoint::ProductDataHolderEndpoint(zam_platform::Server& server, ChannelIds& ids,
+                                                     ChannelQuota& channelQuota,
                                                      UploadStore& uploads, ChannelLimits limits,
                                                      UploadQuota quota)
     : server_(server),
       uploads_(uploads),
       quota_(std::move(quota)),
-      channels_(server.Context(), ids, "upload", limits) {}
+      channels_(server.Context(), ids, channelQuota, "upload", limits) {}
 
 void ProductDataHolderEndpoint::OnCall(const Request& request, Responder responder) {
     switch (static_cast<Operation>(request.operation)) {
@@ -160,7 +161,7 @@ void ProductDataHolderEndpoint::SetAppInfo(const Request& request, Responder res
         AnswerResult(std::move(responder), kInvalidArgument);
         return;
     }
-    uploads_.Store(UploadKind::AppInfo, zam_json::WriteAppInfo(*info),
+    uploads_.Store(UploadKind::AppInfo, request.client.user, zam_json::WriteAppInfo(*info),
                    ResultOf(std::move(responder)));
 }
 
@@ -172,16 +173,19 @@ void ProductDataHolderEndpoint::SetAppInfoDynamic(const Request& request, Respon
         AnswerResult(std::move(responder), kInvalidArgument);
         return;
     }
-    uploads_.Store(UploadKind::AppInfoDynamic, zam_json::WriteDynamicAppInfo(*info),
-                   ResultOf(std::move(responder)));
+    uploads_.Store(UploadKind::AppInfoDynamic, request.client.user,
+                   zam_json::WriteDynamicAppInfo(*info), ResultOf(std::move(responder)));
 }
 
 void ProductDataHolderEndpoint::Open(const Request& request, Responder responder, UploadKind kind) {
     Channel channel;
     channel.upload.kind = kind;
+    channel.upload.user = request.client.user;
     channel.upload.share = quota_.Begin(request.client.user);
     qx::OpenChannelResponse response{};
-    response.channel = channels_.Open(request.client.token, std::move(channel));
+    const auto opened = channels_.Open(request.client, std::move(channel));
+    response.channel = opened.value_or(0);
+    response.sessionStatus = opened ? kSessionMore : kSessionFull;
     responder.Answer(response);
 }
 
@@ -230,7 +234,7 @@ void ProductDataHolderEndpoint::CloseChannel(const Request& request, Responder r
         Log(zor::logger::kLevelWarning, Here(kSourceFile, "CloseChannel"),
             "{} upload given up by its client; the one before stays", NameOf(channel->upload.kind));
         // Its client tells the caller what the transfer failed of, not what comes of the close.
-        uploads_.Keep(channel->upload.kind, CloseAnswer(std::move(responder)));
+        uploads_.Keep(channel->upload.kind, request.client.user, CloseAnswer(std::move(responder)));
         return;
     }
     if (!channel->failure.empty()) {

@@ -21,7 +21,8 @@ namespace zam_service {
 class ProductDataHolderEndpoint final : public zam_platform::EndpointHandler, public FaultWitness {
 public:
     /// None of them is owned; all must outlive this object.
-    ProductDataHolderEndpoint(zam_platform::Server& server, ChannelIds& ids, UploadStore& uploads,
+    ProductDataHolderEndpoint(zam_platform::Server& server, ChannelIds& ids,
+                              ChannelQuota& channelQuota, UploadStore& uploads,
                               ChannelLimits limits = {}, UploadQuota quota = UploadQuota());
 
     void OnCall(const zam_platform::Request& request, zam_platform::Responder responder) override;

@@ -39,12 +39,12 @@ void AnswerHash(Responder responder, std::uint64_t hash) {
 }  // namespace
 
 ZamDataProviderEndpoint::ZamDataProviderEndpoint(asio::io_context& loop, ChannelIds& ids,
-                                                 const ProviderData& data,
+                                                 ChannelQuota& quota, const ProviderData& data,
                                                  const UploadStore& uploads, ChannelLimits limits)
     : data_(data),
       uploads_(uploads),
-      trees_(loop, ids, "data", limits),
-      updates_(loop, ids, "updates status", limits) {}
+      trees_(loop, ids, quota, "data", limits),
+      updates_(loop, ids, quota, "updates status", limits) {}
 
 void ZamDataProviderEndpoint::EndSession(const zam_platform::SessionToken& client) {
     trees_.EndSession(client);
@@ -112,7 +112,9 @@ void ZamDataProviderEndpoint::OnCall(const Request& request, Responder responder
 void ZamDataProviderEndpoint::OpenTree(const Request& request, Responder responder,
                                        const TreeSnapshotPtr& tree, int result) {
     qx::OpenChannelResponse response{};
-    response.channel = trees_.Open(request.client.token, {.tree = tree, .result = result});
+    const auto channel = trees_.Open(request.client, {.tree = tree, .result = result});
+    response.channel = channel.value_or(0);
+    response.sessionStatus = channel ? kSessionMore : kSessionFull;
     responder.Answer(response);
 }
 
@@ -177,7 +179,9 @@ void ZamDataProviderEndpoint::GetZamReserveCert(Responder responder) const {
 void ZamDataProviderEndpoint::OpenUpdates(const Request& request, Responder responder) {
     qx_zam_connector_ZamDataProvider_OpenZamUpdatesStatusChannel_rsp response{};
     response.hash = data_.updates->hash;
-    response.channel = updates_.Open(request.client.token, {.updates = data_.updates});
+    const auto channel = updates_.Open(request.client, {.updates = data_.updates});
+    response.channel = channel.value_or(0);
+    response.sessionStatus = channel ? kSessionMore : kSessionFull;
     responder.Answer(response);
 }
 

@@ -17,8 +17,9 @@ namespace zam_service {
 class ZamDataProviderEndpoint final : public zam_platform::EndpointHandler {
 public:
     /// None of them is owned; all must outlive this object.
-    ZamDataProviderEndpoint(asio::io_context& loop, ChannelIds& ids, const ProviderData& data,
-                            const UploadStore& uploads, ChannelLimits limits = {});
+    ZamDataProviderEndpoint(asio::io_context& loop, ChannelIds& ids, ChannelQuota& quota,
+                            const ProviderData& data, const UploadStore& uploads,
+                            ChannelLimits limits = {});
 
     void OnCall(const zam_platform::Request& request, zam_platform::Responder responder) override;
 

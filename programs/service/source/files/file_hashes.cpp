@@ -65,7 +65,7 @@ FileHashes::FileHashes(asio::io_context& loop, zam_platform::WorkerPool& workers
                        std::chrono::milliseconds settleTime)
     : loop_(loop), workers_(workers), settleTime_(settleTime) {}
 
-void FileHashes::Ask(const OpenFilePtr& file, Taker take) {
+void FileHashes::Ask(uid_t user, const OpenFilePtr& file, Taker take) {
     const FileStamp stamp = StampOf(*file);
     if (const auto known = known_.find(stamp); known != known_.end()) {
         take({.code = kNoError, .stamp = stamp, .sha256 = known->second});
@@ -77,7 +77,7 @@ void FileHashes::Ask(const OpenFilePtr& file, Taker take) {
     }
     // Side by side, so that a large file does not hold up every small one.
     const Lane lane = stamp.inode % 2 == 0 ? kHashLane : kSecondHashLane;
-    const bool posted = workers_.Post(lane, [this, file, stamp] {
+    const bool posted = workers_.Post(lane, user, [this, file, stamp] {
         asio::post(loop_, [this, stamp, outcome = Compute(*file)] { OnComputed(stamp, outcome); });
     });
     if (posted) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <asio/io_context.hpp>
 #include <atomic>
 #include <chrono>
@@ -40,9 +42,10 @@ public:
     FileHashes(asio::io_context& loop, zam_platform::WorkerPool& workers,
                std::chrono::milliseconds settleTime = kStampSettleTime);
 
-    /// Has `take` called once with the hash of the file's content, at once when it is known. Throws
+    /// Has `take` called once with the hash of the file's content, at once when it is known; `user`
+    /// is whose client asks. Throws
     /// `FileError`, with `take` not called.
-    void Ask(const OpenFilePtr& file, Taker take);
+    void Ask(uid_t user, const OpenFilePtr& file, Taker take);
 
     /// Ends what is being made, and every later question, with "Operation cancelled".
     void Close() noexcept { isClosed_ = true; }

@@ -38,7 +38,7 @@ void ConnectorLink::SetPlan(ConnectionPlan plan) {
     simulator_.SetPlan(std::move(plan));
 }
 
-int ConnectorLink::Start(const ZamConnectionParameters& parameters) {
+int ConnectorLink::Start(uid_t user, const ZamConnectionParameters& parameters) {
     if (parameters.serverAddress.empty() || parameters.serverPort == 0) {
         return kInvalidArgument;
     }
@@ -59,34 +59,34 @@ int ConnectorLink::Start(const ZamConnectionParameters& parameters) {
                         .Add("request_timeout_ms", Milliseconds(parameters.requestTimeout))
                         .Add("keep_alive_period_ms", Milliseconds(parameters.keepAlivePeriod))
                         .Text(),
-                    nullptr);
+                    nullptr, user);
     simulator_.Start(LinkSimulator::TimePoint::clock::now());
-    Advance();
+    Advance(user);
     return kNoError;
 }
 
-int ConnectorLink::Stop() {
+int ConnectorLink::Stop(uid_t user) {
     if (simulator_.IsDown()) {
         return kFalse;
     }
-    history_.Append(Line("stop").Text(), nullptr);
+    history_.Append(Line("stop").Text(), nullptr, user);
     if (sync_.Drop()) {
-        history_.Append(Line("sync_dropped").Text(), nullptr);
+        history_.Append(Line("sync_dropped").Text(), nullptr, user);
     }
     // They may hold a password, which is needed no longer.
     parameters_ = {};
     simulator_.Stop(LinkSimulator::TimePoint::clock::now());
-    Advance();
+    Advance(user);
     return kNoError;
 }
 
-void ConnectorLink::ScheduleSync(const History::Done& done) {
+void ConnectorLink::ScheduleSync(uid_t user, const History::Done& done) {
     const std::optional<SyncSchedule::Ticket> ticket = sync_.Add();
     if (!ticket) {
         done(kFalse);
         return;
     }
-    history_.Append(Line("sync_scheduled").Text(), [this, ticket = *ticket, done](int code) {
+    const auto onWritten = [this, ticket = *ticket, done](int code) {
         if (code == kNoError) {
             sync_.Confirm(ticket);
             Advance();
@@ -94,7 +94,8 @@ void ConnectorLink::ScheduleSync(const History::Done& done) {
             sync_.Cancel(ticket);
         }
         done(code);
-    });
+    };
+    history_.Append(Line("sync_scheduled").Text(), onWritten, user);
 }
 
 void ConnectorLink::Close() {
@@ -102,14 +103,14 @@ void ConnectorLink::Close() {
     timer_.cancel();
 }
 
-void ConnectorLink::Advance() {
+void ConnectorLink::Advance(std::optional<uid_t> user) {
     const auto now = LinkSimulator::TimePoint::clock::now();
     for (const ZamConnectorState state : simulator_.Advance(now)) {
         zam_connector::common::Log(zor::logger::kLevelInformation,
                                    zam_connector::common::Here(kSourceFile, "Advance"),
                                    "link is {}", zam_vocabulary::StateName(state));
         history_.Append(Line("state").Add("state", zam_vocabulary::StateName(state)).Text(),
-                        nullptr);
+                        nullptr, user);
         if (onState_) {
             onState_(state);
         }

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <utility>
 
 #include "data/history.h"
@@ -16,7 +19,8 @@
 namespace zam_service {
 
 /// The link as clients steer it: the simulator and the pending synchronisation, driven by a timer,
-/// with everything that happens in the history. On the loop thread only.
+/// with everything that happens in the history. `user` is whose client calls: the history's lines
+/// are its. On the loop thread only.
 class ConnectorLink {
 public:
     /// Neither is owned; both must outlive this object.
@@ -28,10 +32,10 @@ public:
     /// Starts the link. 1 when it is started with equal parameters, "Invalid state" when with
     /// others, "Invalid argument" without a server address and port, and whatever the plan
     /// prescribes.
-    int Start(const zam_connector::ZamConnectionParameters& parameters);
+    int Start(uid_t user, const zam_connector::ZamConnectionParameters& parameters);
 
     /// Stops the link and drops the pending synchronisation. 1 when there is nothing to stop.
-    int Stop();
+    int Stop(uid_t user);
 
     zam_connector::ZamConnectorState State() const noexcept { return simulator_.State(); }
 
@@ -42,13 +46,13 @@ public:
 
     /// Makes a synchronisation pending. `done` is told 0 when that is in the history, 1 when one
     /// is pending already, or why the history could not be written.
-    void ScheduleSync(const History::Done& done);
+    void ScheduleSync(uid_t user, const History::Done& done);
 
     /// Lets nothing happen by itself any more.
     void Close();
 
 private:
-    void Advance();
+    void Advance(std::optional<uid_t> user = {});
     void Arm();
     HistoryLine Line(std::string_view kind) const;
 

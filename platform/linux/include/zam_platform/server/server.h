@@ -32,6 +32,7 @@ struct AdmissionPolicy {
 /// Limits of a server. Those per user keep one user's clients from starving another's.
 struct ServerLimits {
     std::size_t connectionsPerUser = 4096;
+    std::size_t sessionsPerUser = 4096;                         ///< those in their grace among them
     std::size_t bufferedBytesPerUser = std::size_t{64} << 20U;  ///< of half-received frames
     std::size_t queuedBytesPerUser = std::size_t{64} << 20U;    ///< of answers not yet taken
     std::chrono::milliseconds frameTimeout{5000};  ///< from a frame's first byte to its last
