@@ -66,6 +66,14 @@ TEST_F(ServiceDaemon, SaysWhatIsWrongWithItsOptions) {
     EXPECT_THAT(result.err, HasSubstr("--dta"));
 }
 
+TEST_F(ServiceDaemon, RefusesToStartWithTooFewDescriptors) {
+    const ProgramResult result = RunProgram(
+        "/bin/sh", {"-c", "ulimit -n 64; exec \"$0\" \"$@\"", ZAM_CONNECTORD, "--data",
+                    service_.DataDirectory(), "--runtime-dir", service_.RuntimeDirectory()});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr("(RLIMIT_NOFILE) is 64, at least 80 are needed"));
+}
+
 TEST_F(ServiceDaemon, KeepsDescriptorsForOthersWhenOneUserTakesAllItCan) {
     constexpr int kFlood = 150;
     service_.WriteData("limited", "#!/bin/sh\nulimit -n 200\nexec '" ZAM_CONNECTORD "' \"$@\"\n");

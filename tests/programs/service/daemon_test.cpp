@@ -12,6 +12,7 @@
 #include "common/arena.h"
 #include "common/connection_casts.h"
 #include "daemon_fixture.h"
+#include "data_client.h"
 #include "endpoints/endpoint_catalog.h"
 #include "qx/endpoint_names.h"
 #include "result_codes.h"
@@ -34,6 +35,7 @@ using zam_connector::common::CastToVd;
 using zam_connector::common::StackArena;
 using zam_service::testing::Client;
 using zam_service::testing::Code;
+using zam_service::testing::DataClient;
 using zam_service::testing::Parameters;
 using zam_test::Eventually;
 using zam_test::Lines;
@@ -232,6 +234,21 @@ TEST_F(ConnectorDaemonTest, RefusesEventsWithoutATextThatCanBeRead) {
     request.event.length = 5;
     EXPECT_EQ(client.Post(request, arena.Get()), Code(kInvalidArgument));
     EXPECT_FALSE(fs::exists(data_.Path("uploads/history.jsonl")));
+}
+
+TEST_F(ConnectorDaemonTest, KeepsWhatClientsSentForItsOwnerAndItsGroup) {
+    Begin();
+    Client client;
+    ASSERT_EQ(client.Post("text"), Code(kNoError));
+    ASSERT_EQ(DataClient().SetAppInfoDynamic({}), 0);
+    const auto modeOf = [this](const char* name) {
+        return fs::status(data_.Path(name)).permissions() & fs::perms::all;
+    };
+    const auto ownersAndGroups =
+        fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read;
+    EXPECT_EQ(modeOf("uploads/history.jsonl"), ownersAndGroups);
+    EXPECT_EQ(modeOf("uploads/app_info_dynamic.json"), ownersAndGroups);
+    EXPECT_EQ(modeOf("uploads"), ownersAndGroups | fs::perms::owner_exec | fs::perms::group_exec);
 }
 
 TEST_F(ConnectorDaemonTest, AnswersAMediaErrorWhenTheHistoryCannotBeWritten) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "daemon/daemon_options.h"
+#include "daemon/descriptor_share.h"
 #include "data/sample_data.h"
 #include "data/settings_json.h"
 #include "faults/fault_rules.h"
@@ -104,6 +105,24 @@ TEST(DaemonOptions, AnswerWrongOptionsOnStandardErrorWithWhatToDo) {
         EXPECT_THAT(parsed.err, HasSubstr(message));
         EXPECT_THAT(parsed.err, HasSubstr("Run zam_connectord --help for the options."));
         EXPECT_THAT(parsed.out, IsEmpty()) << message;
+    }
+}
+
+TEST(Descriptors, AreSharedByUsersAndNeededByTheService) {
+    EXPECT_EQ(ConnectionsOfUser(65536, 4096), 4096U);
+    EXPECT_EQ(ConnectionsOfUser(1024, 4096), 480U);
+    EXPECT_EQ(ConnectionsOfUser(80, 4096), 8U);
+    for (const rlim_t tooFew : {0UL, 64UL, 79UL}) {
+        try {
+            ConnectionsOfUser(tooFew, 4096);
+            ADD_FAILURE() << tooFew;
+        } catch (const zam_platform::PlatformError& error) {
+            EXPECT_EQ(std::string(error.what()),
+                      "too few file descriptors: the limit (RLIMIT_NOFILE) is " +
+                          std::to_string(tooFew) +
+                          ", at least 80 are needed; raise it with 'ulimit -n', or LimitNOFILE= "
+                          "in the unit");
+        }
     }
 }
 

@@ -3,10 +3,10 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <asio/post.hpp>
 #include <utility>
 
+#include "daemon/descriptor_share.h"
 #include "data/settings_json.h"
 #include "endpoints/client_certs_downloader_endpoint.h"
 #include "endpoints/conn_command_sender_endpoint.h"
@@ -22,17 +22,12 @@
 namespace zam_service {
 namespace {
 
-/// Descriptors that the daemon itself needs, with room to spare.
-constexpr rlim_t kOwnDescriptors = 64;
-
-/// No user may take more than half of the descriptors, or nobody else could connect any more.
 zam_platform::ServerLimits Limits() {
     zam_platform::ServerLimits limits;
     rlimit descriptors{};
     if (::getrlimit(RLIMIT_NOFILE, &descriptors) == 0) {
-        const rlim_t forClients =
-            descriptors.rlim_cur > kOwnDescriptors ? descriptors.rlim_cur - kOwnDescriptors : 0;
-        limits.connectionsPerUser = std::min<rlim_t>(limits.connectionsPerUser, forClients / 2);
+        limits.connectionsPerUser =
+            ConnectionsOfUser(descriptors.rlim_cur, limits.connectionsPerUser);
     }
     return limits;
 }

@@ -20,7 +20,8 @@ using zam_platform::UniqueFd;
 
 namespace {
 
-constexpr mode_t kFileMode = 0644;
+/// What clients sent is the owner's and the group's to read.
+constexpr mode_t kFileMode = 0640;
 constexpr std::size_t kReadBytes = std::size_t{64} << 10U;
 
 void Check(const std::error_code& error, const std::string& shown) {

@@ -20,7 +20,8 @@ using zam_platform::UniqueFd;
 
 namespace {
 
-constexpr mode_t kFolderMode = 0755;
+/// What clients sent is the owner's and the group's to read.
+constexpr mode_t kFolderMode = 0750;
 
 std::string Resolve(const std::string& path) {
     char* const resolved = ::realpath(path.c_str(), nullptr);
