@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,7 @@
 #include "result_codes.h"
 #include "support/eventually.h"
 #include "zam_connector/create_zam_connector.h"
+#include "zam_connector_testing/service_process.h"
 
 namespace zam_service {
 namespace {
@@ -97,6 +100,62 @@ TEST_F(ClientCerts, ComeWithTheirKeys) {
     EXPECT_EQ(certs_.front().privateKey, made.key);
     EXPECT_THAT(Logged(), Not(HasSubstr("chmod")));
     EXPECT_THAT(Logged(), Not(HasSubstr("PRIVATE KEY")));
+}
+
+/// Whether the memory of a process holds a text.
+bool Holds(pid_t process, const std::string& text) {
+    const std::string folder = "/proc/" + std::to_string(process);
+    std::ifstream maps(folder + "/maps");
+    std::ifstream memory(folder + "/mem", std::ios::binary);
+    for (std::string line; std::getline(maps, line);) {
+        unsigned long begin = 0;
+        unsigned long end = 0;
+        char dash = 0;
+        std::string rights;
+        std::istringstream(line) >> std::hex >> begin >> dash >> end >> rights;
+        // Sanitizers reserve more than there is.
+        constexpr unsigned long kMostBytes = 1UL << 28U;
+        if (rights.substr(0, 2) != "rw" || end - begin > kMostBytes) {
+            continue;
+        }
+        std::string bytes(end - begin, '\0');
+        memory.clear();
+        memory.seekg(static_cast<std::streamoff>(begin));
+        memory.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        bytes.resize(static_cast<std::size_t>(memory.gcount()));
+        if (bytes.find(text) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+TEST(ClientCertKeys, AreNotInTheServicesMemoryWhenTheyAreServedNoMore) {
+    const MadeCert made = MakeCert("own");
+    const std::string fromTheKey = made.key.substr(made.key.size() / 2, 40);
+    zam_connector::testing::ServiceProcess service(ZAM_CONNECTORD);
+    service.WriteData("client_certs/own.pem", made.certificate);
+    service.WriteData("client_certs/own.key", made.key);
+    service.WriteData("client_certs/own.json",
+                      R"({"certificate_file": "own.pem", "private_key_file": "own.key"})");
+    service.Start();
+    ::setenv("ZAM_RUNTIME_DIR", service.RuntimeDirectory().c_str(), 1);
+    std::shared_ptr<zam_connector::IZamConnector> connector;
+    ASSERT_EQ(zam_connector::CreateZamConnector(connector, {}), 0);
+    std::shared_ptr<zam_connector::IZamClientCertsDownloader> downloader;
+    ASSERT_EQ(connector->GetClientCertsDownloader(downloader), 0);
+    std::vector<ClientCertInfo> certs;
+    ASSERT_EQ(downloader->GetClientCertificates({}, certs), 0);
+    ASSERT_EQ(certs.size(), 1U);
+    EXPECT_EQ(certs.front().privateKey, made.key);
+    if (!Holds(service.Pid(), fromTheKey)) {
+        GTEST_SKIP() << "the service's memory cannot be read";
+    }
+    fs::remove(service.DataDirectory() + "/client_certs/own.json");
+    ASSERT_TRUE(Eventually(
+        [&] { return downloader->GetClientCertificates({}, certs) == 0 && certs.empty(); }));
+    // A worker may still be about to destroy what it has read.
+    EXPECT_TRUE(Eventually([&] { return !Holds(service.Pid(), fromTheKey); }));
 }
 
 TEST_F(ClientCerts, WarnOfAKeyThatOthersMayRead) {

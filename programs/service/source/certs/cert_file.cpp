@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "certs/wipe.h"
 #include "json_text/json_document.h"
 
 namespace zam_service {
@@ -64,11 +65,14 @@ CertFile ReadRoot(const std::string& fileName, const JsonValue& root,
     root.CheckMembers({kName, kCertificate, kCertificateFile, kPrivateKey, kPrivateKeyFile});
     const auto nameMember = root.Find(kName);
     std::string name = nameMember ? nameMember->Text() : fileName.substr(0, fileName.rfind('.'));
-    const auto certificate = ReadPem(root, kCertificate, kCertificateFile, false, readBeside);
+    // A key may stand among the certificates, where it is refused.
+    auto certificate = ReadPem(root, kCertificate, kCertificateFile, false, readBeside);
+    const WipedAtEnd certificateEnd(certificate);
     if (!certificate) {
         root.Fail(fmt::format(R"(neither "{}" nor "{}" is there)", kCertificate, kCertificateFile));
     }
-    const auto key = ReadPem(root, kPrivateKey, kPrivateKeyFile, true, readBeside);
+    auto key = ReadPem(root, kPrivateKey, kPrivateKeyFile, true, readBeside);
+    const WipedAtEnd keyEnd(key);
     try {
         return {.cert = ReadClientCert(std::move(name), *certificate, key),
                 .holdsKey = root.Find(kPrivateKey).has_value()};

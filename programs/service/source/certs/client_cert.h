@@ -5,12 +5,16 @@
 #include <string>
 #include <string_view>
 
+#include "certs/wipe.h"
 #include "zam_connector/client_cert_info.h"
 
 namespace zam_service {
 
 /// A client certificate as it is served, and from when to when it is valid, in seconds since 1970.
+/// Its private key is wiped with it.
 struct ClientCert {
+    ~ClientCert() { Wipe(info.privateKey); }
+
     zam_connector::ClientCertInfo info;
     std::int64_t notBefore = 0;
     std::int64_t notAfter = 0;

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "certs/wipe.h"
 #include "common/arena.h"
 #include "common/download_casts.h"
 #include "common/log.h"
@@ -31,6 +32,12 @@ std::size_t BytesOf(const ClientCertInfo& cert) {
 }
 
 struct Selection {
+    ~Selection() {
+        for (ClientCertInfo& cert : certs) {
+            Wipe(cert.privateKey);
+        }
+    }
+
     std::vector<ClientCertInfo> certs;
     int code = kNoError;
 };
@@ -76,6 +83,7 @@ void ClientCertsDownloaderEndpoint::OnCall(const zam_platform::Request& request,
         response.resultCode = kInvalidArgument;
     }
     responder.Answer(response, arena.Get()->base, arena.Get()->used);
+    Wipe(arena.Get()->base, arena.Get()->used);
 }
 
 }  // namespace zam_service
