@@ -1,6 +1,7 @@
 #!/bin/bash
 # units_test.sh PREFIX SCRATCH_FOLDER: systemd's own tools find nothing wrong in
-# the units and in the snippets for the service's user and directory.
+# the units and in the snippets for the service's user and directory, and an exposure of the service
+# of at most 0.6.
 set -euo pipefail
 
 prefix=$1
@@ -15,6 +16,14 @@ report=$(systemd-analyze verify --man=no \
     "$prefix"/lib/systemd/system/zam_connectord.{service,socket} 2>&1) || true
 if grep -F zam_connectord <<<"$report" >&2; then
     exit 1
+fi
+# Where the tool can judge a unit without a running manager.
+if systemd-analyze security --help 2>&1 | grep -q -e --offline; then
+    systemd-analyze security --offline=true --no-pager --threshold=6 \
+        "$prefix/lib/systemd/system/zam_connectord.service" >"$scratch/exposure" || {
+        grep -E '✗|exposure' "$scratch/exposure" >&2
+        exit 1
+    }
 fi
 systemd-sysusers --dry-run "$prefix/lib/sysusers.d/zam_connectord.conf" >"$scratch/sysusers"
 mkdir -p "$scratch/image/etc"

@@ -7,6 +7,7 @@
 
 #include "service_fixture.h"
 #include "support/program.h"
+#include "support/scoped_environment.h"
 
 namespace zam_connector::test {
 namespace {
@@ -72,6 +73,37 @@ TEST_F(ServiceDaemon, RefusesToStartWithTooFewDescriptors) {
                     service_.DataDirectory(), "--runtime-dir", service_.RuntimeDirectory()});
     EXPECT_EQ(result.status, 2);
     EXPECT_THAT(result.err, HasSubstr("(RLIMIT_NOFILE) is 64, at least 80 are needed"));
+}
+
+TEST_F(ServiceDaemon, TellsItsServiceManagerWhenItIsReadyAliveAndAtItsEnd) {
+    const std::string path = service_.RuntimeDirectory() + "/notify";
+    const int manager = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    ASSERT_EQ(::bind(manager, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    const timeval bound{.tv_sec = 60, .tv_usec = 0};
+    ::setsockopt(manager, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof(bound));
+    const auto next = [manager] {
+        std::string state(64, '\0');
+        const ssize_t got = ::recv(manager, state.data(), state.size(), 0);
+        return state.substr(0, got < 0 ? 0 : static_cast<std::size_t>(got));
+    };
+
+    const zam_test::ScopedEnvironment socket("NOTIFY_SOCKET", path);
+    const zam_test::ScopedEnvironment watchdog("WATCHDOG_USEC", "50000");
+    service_.Start();
+    EXPECT_EQ(next(), "READY=1");
+    for (int beat = 0; beat < 3; ++beat) {
+        EXPECT_EQ(next(), "WATCHDOG=1");
+    }
+    EXPECT_EQ(service_.Stop(), 0);
+    std::string last = next();
+    while (last == "WATCHDOG=1") {
+        last = next();
+    }
+    EXPECT_EQ(last, "STOPPING=1");
+    ::close(manager);
 }
 
 TEST_F(ServiceDaemon, KeepsDescriptorsForOthersWhenOneUserTakesAllItCan) {

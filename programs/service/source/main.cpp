@@ -10,6 +10,7 @@
 
 #include "daemon/connector_daemon.h"
 #include "daemon/daemon_options.h"
+#include "daemon/service_manager.h"
 #include "data/sample_data.h"
 
 namespace {
@@ -66,14 +67,17 @@ void Serve(const DaemonOptions& options) {
     zam_service::ConnectorDaemon daemon({.dataFolder = sample ? sample->Path() : options.dataFolder,
                                          .runtimeDirectory = options.runtimeDirectory,
                                          .group = options.group});
+    zam_service::ServiceManager manager(daemon.Context());
     asio::signal_set signals(daemon.Context(), SIGINT, SIGTERM);
-    signals.async_wait([&daemon](const std::error_code& error, int /*signal*/) {
+    signals.async_wait([&daemon, &manager](const std::error_code& error, int /*signal*/) {
         if (!error) {
+            manager.TellStopping();
             daemon.Stop();
         }
     });
     ::pthread_sigmask(SIG_UNBLOCK, &endSignals, nullptr);
     TellReady(options, daemon);
+    manager.TellReady();
     daemon.Run();
 }
 

@@ -53,6 +53,48 @@ std::string TextOf(std::size_t bytes) {
     return R"({"a": ")" + std::string(bytes, 'x') + "\"}";
 }
 
+std::string BoundsErrorOf(const std::string& text, const TreeBounds& bounds) {
+    try {
+        ReadTree("policy.json", text, bounds);
+        return "none";
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+}
+
+TEST(TreeFile, TakesSoManyNodesAndNoMore) {
+    const TreeBounds four{.nodes = 4};
+    const std::string error = "policy.json: has more than the 4 nodes allowed";
+    EXPECT_EQ(BoundsErrorOf(R"({"a": [1, 2]})", four), "none");
+    EXPECT_EQ(BoundsErrorOf(R"({"a": [1, 2, 3]})", four), error);
+    EXPECT_EQ(BoundsErrorOf(R"([{"$int8": 1}, {"$int8": 2}, {"$int8": 3}])", four), "none");
+    EXPECT_EQ(BoundsErrorOf(R"([",,,[[[{{{\"[[[[", /* ,,,[[[" */ 2 // [[[,,,
+                                ])",
+                            four),
+              "none")
+        << "what is no value";
+    EXPECT_EQ(BoundsErrorOf("[" + std::string(100, '[') + "no JSON", four), error)
+        << "before it is read";
+}
+
+TEST(TreeFile, CountsThePathOfEveryNode) {
+    // Two levels' blocks and paths, and the elements' with a path of 101 + 2 bytes each.
+    const std::string text = R"({")" + std::string(100, 'k') + R"(": [0, 0, 0]})";
+    const std::size_t bytes = 16 + (16 + 101) + 3 * (16 + 103);
+    EXPECT_EQ(BoundsErrorOf(text, {.bytes = bytes}), "none");
+    EXPECT_EQ(BoundsErrorOf(text, {.bytes = bytes - 1}), "policy.json: has more than the " +
+                                                             std::to_string(bytes - 1) +
+                                                             " bytes of values and paths allowed");
+    std::size_t weight = 0;
+    const std::string mixed = R"({"b": [1, "text", {"$blob": "AAAA"}, 3, 4, 5, 6, 7, 8, 9, 10, 11],
+                                  "d": {"e": null, "f": 0.5}})";
+    for (const RawZamParam& record : Flattened(zam_connector::tree_json::Read(mixed))) {
+        weight += zam_connector::common::WeightOf(record);
+    }
+    EXPECT_EQ(BoundsErrorOf(mixed, {.bytes = weight}), "none");
+    EXPECT_NE(BoundsErrorOf(mixed, {.bytes = weight - 1}), "none");
+}
+
 TEST(TreeFile, GivesThePiecesOfTheFlattenedTree) {
     const std::string text = R"({"b": [1, {"$int8": 2}, "c"], "d": {"e": null, "f": 0.5}})";
     const TreeSnapshotPtr snapshot = ReadTree("policy.json", text);

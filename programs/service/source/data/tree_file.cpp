@@ -11,11 +11,13 @@ namespace zam_service {
 
 static_assert(kMaxRecordBytes == zam_json::kMaxRecordBytes);
 
-TreeSnapshotPtr ReadTree(const std::string& name, std::string_view text) {
+TreeSnapshotPtr ReadTree(const std::string& name, std::string_view text, const TreeBounds& bounds) {
+    CheckTextBounds(name, text, bounds);
     TreeSnapshot snapshot;
     std::vector<zam_connector::common::RawZamParam> records;
     {
         const zuv::TValue tree = zam_connector::tree_json::Read(text, name);
+        CheckTreeBounds(name, tree, bounds);
         records = zam_json::FlattenToSend({name, text}, tree);
         snapshot.hash = HashOf(tree);
     }
