@@ -24,7 +24,8 @@ constexpr std::array kSuites = std::to_array<Suite>({
         {"queue.throughput", &zam_bench::MeasureQueues},
         {"create.connector", &zam_bench::MeasureCreation},
         {"file.stream", &zam_bench::MeasureFiles}, {"file.get", &zam_bench::MeasureFiles},
-        {"data.load", &zam_bench::MeasureLoads}, {"start.process", &zam_bench::MeasureStarts},
+        {"fair", &zam_bench::MeasureFairness}, {"data.load", &zam_bench::MeasureLoads},
+        {"start.process", &zam_bench::MeasureStarts},
         {"size.library", &zam_bench::MeasureLibrarySize},
         {"peer.nlohmann_cbor", &zam_bench::MeasureTrees},
 #if ZAM_BENCH_PROTOBUF

@@ -32,6 +32,10 @@ Service::Service() : process_(ZAM_CONNECTORD) {
     Start();
 }
 
+Service::Service(const std::vector<std::string>& arguments) : process_(ZAM_CONNECTORD) {
+    Start(arguments);
+}
+
 Service::Service(const std::string& policy) : process_(ZAM_CONNECTORD) {
     process_.WriteData("policy.json", policy);
     Start();
@@ -42,8 +46,8 @@ std::string Service::SocketPath() const {
     return process_.RuntimeDirectory() + "/" + std::string(qx::kConnectorService) + ".sock";
 }
 
-void Service::Start() {
-    process_.Start();
+void Service::Start(const std::vector<std::string>& arguments) {
+    process_.Start(arguments);
     ::setenv("ZAM_RUNTIME_DIR", process_.RuntimeDirectory().c_str(), 1);
 }
 

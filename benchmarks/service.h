@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <vector>
 
 #include "support/real_connection.h"
 #include "zam_connector_testing/service_process.h"
@@ -13,6 +14,9 @@ namespace zam_bench {
 class Service {
 public:
     Service();
+
+    /// One with more arguments.
+    explicit Service(const std::vector<std::string>& arguments);
 
     /// One that serves a policy, typed JSON, when this returns.
     explicit Service(const std::string& policy);
@@ -31,7 +35,7 @@ public:
     void WritePolicy(const std::string& policy) const { process_.WriteData("policy.json", policy); }
 
 private:
-    void Start();
+    void Start(const std::vector<std::string>& arguments = {});
 
     zam_connector::testing::ServiceProcess process_;
 };

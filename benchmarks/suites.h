@@ -16,6 +16,7 @@ void MeasureFanout(Report& report);        ///< `notice.fanout1000`
 void MeasureQueues(Report& report);        ///< `queue.throughput`
 void MeasureCreation(Report& report);      ///< `create.connector`
 void MeasureFiles(Report& report);         ///< `file.stream`, `file.get`
+void MeasureFairness(Report& report);      ///< `fair.*`
 void MeasureLoads(Report& report);         ///< `data.load`
 void MeasureStarts(Report& report);        ///< `start.process`
 void MeasureLibrarySize(Report& report);   ///< `size.library`
