@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <thread>
@@ -16,6 +17,7 @@
 #include "lanes.h"
 #include "qx/endpoint_names.h"
 #include "result_codes.h"
+#include "support/eventually.h"
 #include "support/temporary_folder.h"
 #include "tree_json/tree_json.h"
 #include "zam_connector_testing/recording_logger.h"
@@ -165,6 +167,31 @@ TEST_F(UploadLimits, CountAllUploadsOfAUserTogether) {
     EXPECT_EQ(Upload(second, 0).code, 0);
     EXPECT_EQ(client_->CloseUpload(open).code, 0);
     EXPECT_EQ(Upload(first, 0).code, 0) << "what ended is given back";
+}
+
+TEST_F(UploadLimits, GiveALargeUploadsShareBackWhenItIsGone) {
+    zuv::Vector many(3000);
+    const RawList records = Flattened(zuv::TValue(std::move(many)));
+    Begin(SizeOf(records), SizeOf(records));
+    const auto sendAll = [&](std::int64_t channel) {
+        int status = 0;
+        for (std::size_t first = 0; first < records.size() && status == 0; first += 100) {
+            const auto begin = records.begin() + static_cast<std::ptrdiff_t>(first);
+            const auto count = std::min<std::size_t>(100, records.size() - first);
+            status = client_->Send(channel, {begin, begin + static_cast<std::ptrdiff_t>(count)});
+        }
+        return status;
+    };
+    const std::int64_t failing = client_->OpenEulas();
+    ASSERT_EQ(sendAll(failing), 0);
+    EXPECT_EQ(client_->Send(failing, {}), -1) << "an empty piece";
+    EXPECT_EQ(client_->CloseUpload(failing), kRefused);
+    EXPECT_TRUE(zam_test::Eventually([&] {
+        const std::int64_t next = client_->OpenUpdates();
+        const int status = sendAll(next);
+        client_->CloseUpload(next);
+        return status == 0;
+    }));
 }
 
 TEST_F(UploadLimits, RefuseChannelsBeyondThoseOfTheUser) {

@@ -17,6 +17,9 @@ namespace {
 
 constexpr char kSourceFile[] = "upload_store";
 
+/// Records that are destroyed in well under a millisecond.
+constexpr std::size_t kFewRecords = 1000;
+
 std::string LineOf(UploadKind kind, const UploadOutcome& outcome) {
     HistoryLine line("upload", std::chrono::system_clock::now());
     line.Add("upload", NameOf(kind));
@@ -51,6 +54,18 @@ void UploadStore::Store(UploadKind kind, uid_t user, std::string text, Done done
     PostStore(
         kind, user, [this, kind, text = std::move(text)] { return StoreText(files_, kind, text); },
         std::move(done));
+}
+
+void UploadStore::Discard(TreeUpload upload) {
+    if (upload.records.size() <= kFewRecords) {
+        return;
+    }
+    auto kept = std::make_shared<TreeUpload>(std::move(upload));
+    // Where there is no room for it, or the service ends, it goes here.
+    workers_.Post(kUploadLane, [this, kept] {
+        kept->records = std::vector<zam_connector::common::RawZamParam>();
+        asio::post(loop_, [kept] { kept->share.Return(); });
+    });
 }
 
 void UploadStore::Keep(UploadKind kind, uid_t user, Done done) {

@@ -49,6 +49,10 @@ public:
     /// is stored, `kAbsentHash` when there is none.
     void Keep(UploadKind kind, uid_t user, Done done);
 
+    /// Destroys an upload that is not stored. A large one is left to a worker, because that takes a
+    /// while, and keeps its share until it is gone.
+    void Discard(TreeUpload upload);
+
     /// The hash of the settings that were uploaded last; `kAbsentHash` when none were.
     std::uint64_t SettingsHash() const noexcept { return settingsHash_; }
 

@@ -149,7 +149,8 @@ void ProductDataHolderEndpoint::OnConnectionBroken(const zam_platform::SessionTo
         }
         return;
     }
-    channels_.ForEach(client, [kWhy](Channel& channel) { Fail(channel, kSessionInvalid, kWhy); });
+    channels_.ForEach(client,
+                      [this, kWhy](Channel& channel) { Fail(channel, kSessionInvalid, kWhy); });
 }
 
 void ProductDataHolderEndpoint::SetAppInfo(const Request& request, Responder responder) {
@@ -178,7 +179,7 @@ void ProductDataHolderEndpoint::SetAppInfoDynamic(const Request& request, Respon
 }
 
 void ProductDataHolderEndpoint::Open(const Request& request, Responder responder, UploadKind kind) {
-    Channel channel;
+    Channel channel(uploads_);
     channel.upload.kind = kind;
     channel.upload.user = request.client.user;
     channel.upload.share = quota_.Begin(request.client.user);
@@ -230,18 +231,20 @@ void ProductDataHolderEndpoint::CloseChannel(const Request& request, Responder r
             "{} upload refused: {}; the one before stays", NameOf(channel->upload.kind),
             channel->failure);
     }
-    if (hasFailedThere) {
-        Log(zor::logger::kLevelWarning, Here(kSourceFile, "CloseChannel"),
-            "{} upload given up by its client; the one before stays", NameOf(channel->upload.kind));
-        // Its client tells the caller what the transfer failed of, not what comes of the close.
-        uploads_.Keep(channel->upload.kind, request.client.user, CloseAnswer(std::move(responder)));
+    if (channel->failure.empty() && !hasFailedThere) {
+        uploads_.Store(std::move(channel->upload), CloseAnswer(std::move(responder)));
         return;
     }
-    if (!channel->failure.empty()) {
+    const UploadKind kind = channel->upload.kind;
+    uploads_.Discard(std::move(channel->upload));
+    if (!hasFailedThere) {
         AnswerClose(std::move(responder), kInvalidArgument, kAbsentHash, kSessionMore);
         return;
     }
-    uploads_.Store(std::move(channel->upload), CloseAnswer(std::move(responder)));
+    Log(zor::logger::kLevelWarning, Here(kSourceFile, "CloseChannel"),
+        "{} upload given up by its client; the one before stays", NameOf(kind));
+    // Its client tells the caller what the transfer failed of, not what comes of the close.
+    uploads_.Keep(kind, request.client.user, CloseAnswer(std::move(responder)));
 }
 
 /// The first failure is what the transfer fails of; its records are of no more use.
@@ -252,8 +255,7 @@ std::int8_t ProductDataHolderEndpoint::Fail(Channel& channel, std::int8_t status
         Log(zor::logger::kLevelError, Here(kSourceFile, "Fail"), "{} upload: {}",
             NameOf(channel.upload.kind), why);
     }
-    channel.upload.records = std::vector<RawZamParam>();
-    channel.upload.share.Return();
+    uploads_.Discard(std::move(channel.upload));
     return status;
 }
 

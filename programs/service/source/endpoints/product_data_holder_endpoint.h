@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "channels/channel_ids.h"
 #include "channels/channel_table.h"
@@ -44,6 +45,12 @@ public:
 
 private:
     struct Channel {
+        explicit Channel(UploadStore& store) noexcept : uploads(&store) {}
+        Channel(Channel&&) = default;
+        Channel& operator=(Channel&&) = delete;
+        ~Channel() { uploads->Discard(std::move(upload)); }
+
+        UploadStore* uploads;
         TreeUpload upload;
         RebuildMeter meter;
         std::string failure;  ///< why the transfer cannot be stored; empty as long as it can
@@ -55,7 +62,7 @@ private:
               UploadKind kind);
     std::int8_t SendData(const zam_platform::Request& request);
     void CloseChannel(const zam_platform::Request& request, zam_platform::Responder responder);
-    static std::int8_t Fail(Channel& channel, std::int8_t status, std::string_view why);
+    std::int8_t Fail(Channel& channel, std::int8_t status, std::string_view why);
 
     zam_platform::Server& server_;
     UploadStore& uploads_;
