@@ -1,7 +1,8 @@
 #include "qel/utf.h"
 
 #include <cstddef>
-#include <cstdint>
+
+#include "qel/character.h"
 
 namespace qel {
 namespace {
@@ -35,58 +36,6 @@ void AppendUtf8(std::string& out, char32_t point) {
         put(0x80U | ((point >> 6U) & 0x3FU));
         put(0x80U | (point & 0x3FU));
     }
-}
-
-/// What a lead byte asks for: how many bytes follow and the range of the first of them (the others
-/// are always 80..BF). The narrowed ranges keep out overlong forms, surrogates and points beyond
-/// U+10FFFF: Unicode standard, table 3-7.
-struct Lead {
-    int following = 0;
-    unsigned char low = 0x80;
-    unsigned char high = 0xBF;
-    char32_t bits = 0;
-};
-
-Lead ClassifyLead(unsigned char byte) noexcept {
-    if (byte >= 0xC2 && byte <= 0xDF) {
-        return {1, 0x80, 0xBF, byte & 0x1FU};
-    }
-    if (byte >= 0xE0 && byte <= 0xEF) {
-        const auto low = static_cast<unsigned char>(byte == 0xE0 ? 0xA0 : 0x80);
-        const auto high = static_cast<unsigned char>(byte == 0xED ? 0x9F : 0xBF);
-        return {2, low, high, byte & 0x0FU};
-    }
-    if (byte >= 0xF0 && byte <= 0xF4) {
-        const auto low = static_cast<unsigned char>(byte == 0xF0 ? 0x90 : 0x80);
-        const auto high = static_cast<unsigned char>(byte == 0xF4 ? 0x8F : 0xBF);
-        return {3, low, high, byte & 0x07U};
-    }
-    return {};
-}
-
-/// Takes the sequence that begins at `at`, which is moved behind it: `point` is its code point.
-/// False when it is ill-formed; `at` is then behind its maximal subpart.
-bool TakePoint(std::string_view text, std::size_t& at, char32_t& point) noexcept {
-    const auto first = static_cast<unsigned char>(text[at++]);
-    if (first < 0x80) {
-        point = first;
-        return true;
-    }
-    Lead lead = ClassifyLead(first);
-    point = lead.bits;
-    if (lead.following == 0) {
-        return false;
-    }
-    for (; lead.following > 0; --lead.following, ++at) {
-        const auto next = static_cast<unsigned char>(at < text.size() ? text[at] : '\0');
-        if (next < lead.low || next > lead.high) {
-            return false;
-        }
-        point = (point << 6U) | (next & 0x3FU);
-        lead.low = 0x80;
-        lead.high = 0xBF;
-    }
-    return true;
 }
 
 }  // namespace
