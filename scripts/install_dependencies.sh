@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   g++ cmake make ninja-build pkg-config git
-  libfmt-dev libspdlog-dev libasio-dev nlohmann-json3-dev libcli11-dev libxxhash-dev
+  libfmt-dev libasio-dev nlohmann-json3-dev libcli11-dev libxxhash-dev
   libssl-dev libsimdjson-dev libdeflate-dev
 )
 for task in "$@"; do

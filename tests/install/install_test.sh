@@ -57,7 +57,7 @@ grep '^include/qor/' "$scratch/dev.txt" | diff -u <(echo include/qor/types/times
     fail "other headers of qor than the public one are installed"
 
 # A client of the libraries loads them and the standard ones; whoever moves the whole takes it along.
-if grep -rnE 'fmt|spdlog|nlohmann|simdjson|asio|_link_depend' "$prefix/$libdir/cmake/zam_connector" |
+if grep -rnE 'fmt|nlohmann|simdjson|asio|_link_depend' "$prefix/$libdir/cmake/zam_connector" |
     grep -v IMPORTED_LINK_DEPENDENT_LIBRARIES; then
     fail "the package file asks for libraries that clients do not need"
 fi

@@ -45,7 +45,16 @@ public:
 inline constexpr std::size_t kMaxLogTextBytes = 16384;
 
 /// The default logger: one line per record on stderr, for levels at or above a threshold. Texts can
-/// hold what a peer sent, so control characters are written as `\xNN` and long texts are cut.
+/// hold what a peer sent, so control characters, bytes that are no UTF-8 and whatever else a
+/// terminal acts upon are written as `\xNN` or `\u{NNNN}`, and long texts are cut.
+///
+/// Of records that are equal in everything one a second is written; the last 32 are remembered. A
+/// line that cannot be written, because stderr is closed, full or gone, is dropped. Either is
+/// counted, and the count is written in front of the next line that goes through, or at the end of
+/// the process. A record waits at most 50 ms for room and for other threads; nothing waits again
+/// until a line has gone through. What stderr is, is looked at anew for each line, so that a `dup2`
+/// over it is followed at once. No signal is raised, and nothing is thrown. Memory is taken to
+/// remember lines only; where there is none, they are not.
 class ZAM_API DefaultLoggerImpl final : public ZORLogger {
 public:
     explicit DefaultLoggerImpl(int threshold) noexcept;

@@ -120,13 +120,17 @@ TEST_F(DefaultLoggerProcessDeathTest, CutsTextsAtTheirLimit) {
 
 constexpr int kThreads = 4;
 constexpr int kRecords = 100;
+constexpr int kFirstLine = 1000;  ///< as many digits as every other
 
 [[noreturn]] void LogOnManyThreads() {
+    std::atomic<int> nextLine{0};
     std::vector<std::thread> threads;
     for (int thread = 0; thread < kThreads; ++thread) {
-        threads.emplace_back([] {
+        threads.emplace_back([&nextLine] {
             for (int record = 0; record < kRecords; ++record) {
-                DefaultLoggerImpl::Instance().LogImpl(4, "file", 1, "Function", "the whole text");
+                // Equal lines would be one.
+                DefaultLoggerImpl::Instance().LogImpl(4, "file", kFirstLine + nextLine++,
+                                                      "Function", "the whole text");
             }
         });
     }
@@ -138,7 +142,7 @@ constexpr int kRecords = 100;
 
 /// As many lines as records, and each of them a whole one.
 bool AreWholeLines(const std::string& output) {
-    constexpr std::string_view kEnd = " E [file:1 Function] the whole text";
+    constexpr std::string_view kEnd = " Function] the whole text";
     std::istringstream lines(output);
     std::string line;
     std::size_t length = 0;
@@ -170,15 +174,54 @@ TEST_F(DefaultLoggerProcessDeathTest, GetsTheRecordsOfAProcessThatInstallsNoLogg
 }
 
 [[noreturn]] void LogToAFullDevice() {
+    const int before = ::dup(STDERR_FILENO);
     if (::dup2(::open("/dev/full", O_WRONLY), STDERR_FILENO) != STDERR_FILENO) {
         std::exit(1);
     }
     zam_connector::common::Log(4, {"site", 3, "Method"}, "this has nowhere to go");
+    ::dup2(before, STDERR_FILENO);
+    zam_connector::common::Log(4, {"site", 3, "Method"}, "this has");
     std::exit(0);
 }
 
-TEST_F(DefaultLoggerProcessDeathTest, EndsTheProcessWhenALineCannotBeWritten) {
-    EXPECT_EXIT(LogToAFullDevice(), ::testing::KilledBySignal(SIGABRT), "");
+TEST_F(DefaultLoggerProcessDeathTest, DropsALineThatCannotBeWrittenAndTellsItWithTheNext) {
+    EXPECT_EXIT(LogToAFullDevice(), ::testing::ExitedWithCode(0),
+                "^[^\n]* W [^\n]* left out: 1 that could not be written\n"
+                "[^\n]* E \\[site:3 Method\\] this has\n$");
+}
+
+[[noreturn]] void LogWithoutStderr() {
+    ::close(STDERR_FILENO);
+    zam_connector::common::Log(4, {"site", 3, "Method"}, "this has nowhere to go");
+    std::exit(0);
+}
+
+[[noreturn]] void LogToNobody() {
+    int ends[2];
+    if (::pipe(ends) != 0 || ::dup2(ends[1], STDERR_FILENO) != STDERR_FILENO) {
+        std::exit(1);
+    }
+    ::close(ends[0]);
+    zam_connector::common::Log(4, {"site", 3, "Method"}, "nobody reads this");
+    std::exit(0);
+}
+
+TEST_F(DefaultLoggerProcessDeathTest, GoesOnWhenNothingTakesItsLines) {
+    EXPECT_EXIT(LogWithoutStderr(), ::testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(LogToNobody(), ::testing::ExitedWithCode(0), "");
+}
+
+[[noreturn]] void RepeatUntilTheEnd() {
+    for (int time = 0; time < 100; ++time) {
+        zam_connector::common::Log(4, {"site", 3, "Method"}, "again");
+    }
+    std::exit(0);
+}
+
+TEST_F(DefaultLoggerProcessDeathTest, TellsAtTheEndWhatItHasNotWrittenAgain) {
+    EXPECT_EXIT(RepeatUntilTheEnd(), ::testing::ExitedWithCode(0),
+                "^[^\n]* E \\[site:3 Method\\] again\n([^\n]*\n)*"
+                "[^\n]* W [^\n]* left out: [0-9]+ repeated\n");
 }
 
 constexpr int kChildren = 50;
