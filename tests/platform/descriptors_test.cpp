@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <asio/error.hpp>
@@ -40,6 +41,20 @@ TEST_F(Descriptors, AreNotInheritedByOtherPrograms) {
     const std::set<int> made = NewSince(before);
     EXPECT_GE(made.size(), 5U) << "directory, lock, listening socket and both ends";
     EXPECT_TRUE(Inheritable(made).empty()) << Describe(Inheritable(made));
+}
+
+TEST_F(Descriptors, OfAConnectionAreNoStandardOnes) {
+    const TemporaryFolder temp;
+    const ScopedEnvironment runtime("ZAM_RUNTIME_DIR", temp.Path());
+    const RawListener listener(temp.Path("closed.sock"));
+    const UniqueFd before(::dup(STDERR_FILENO));
+    ::close(STDERR_FILENO);
+    const std::uint32_t handle = ServiceLocatorConnect("closed");
+    struct stat standard {};
+    const bool isSocket = ::fstat(STDERR_FILENO, &standard) == 0 && S_ISSOCK(standard.st_mode);
+    ::dup2(before.Get(), STDERR_FILENO);
+    EXPECT_NE(handle, VD_ZOR_INVALID_HANDLE);
+    EXPECT_FALSE(isSocket);
 }
 
 TEST_F(Descriptors, AreClosedWithALinkAndAServer) {

@@ -4,8 +4,12 @@
 
 #include "application.h"
 #include "connection.h"
+#include "descriptors/standard_descriptors.h"
 
 int main(int argc, char** argv) {
+    zam_descriptors::OccupyStandardDescriptors();
+    // Through the C library's streams an input that cannot be read would look like one that ends.
+    std::ios::sync_with_stdio(false);
     zamctl::RecordKeeper records(std::cerr, zor::logger::DefaultLoggerImpl::Instance().Threshold());
     zamctl::Connection connection;
     zamctl::SystemClock clock;

@@ -320,5 +320,20 @@ TEST_F(ZamctlLive, DoctorFindsEveryEndpoint) {
     EXPECT_EQ(riids.size(), 9U);
 }
 
+TEST_F(ZamctlLive, WritesIntoNoConnectionWhenItsDescriptorsAreClosed) {
+    service_.Start();
+    const auto status = [this](const std::string& redirections) {
+        return RunProgram("/bin/sh",
+                          {"-c", "exec \"$0\" -v state " + redirections, ZAMCTL_EXECUTABLE},
+                          {.environment = Environment()})
+            .status;
+    };
+    EXPECT_EQ(status("<&-"), 0);
+    EXPECT_EQ(status(">&-"), 2);
+    EXPECT_EQ(status("2>&-"), 0);
+    EXPECT_EQ(status("<&- >&- 2>&-"), 2);
+    EXPECT_EQ(service_.Log().find("connection closed"), std::string::npos) << service_.Log();
+}
+
 }  // namespace
 }  // namespace zamctl::test

@@ -146,5 +146,31 @@ TEST_F(ZamctlProcess, SaysWhenStandardOutputTakesNothing) {
     EXPECT_THAT(result.err, HasSubstr("the result could not be written"));
 }
 
+TEST_F(ZamctlProcess, TakesAClosedStandardOutputForAFullOne) {
+    const ProgramResult result =
+        RunProgram("/bin/sh", {"-c", "exec \"$0\" explain 1 >&-", ZAMCTL_EXECUTABLE});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr("the result could not be written"));
+}
+
+TEST_F(ZamctlProcess, SaysWhenStandardInputCannotBeRead) {
+    for (const char* const command :
+         {"exec \"$0\" upload settings - <&-", "exec \"$0\" upload settings - </"}) {
+        SCOPED_TRACE(command);
+        const ProgramResult result = RunProgram("/bin/sh", {"-c", command, ZAMCTL_EXECUTABLE});
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.err, HasSubstr("standard input: cannot be read"));
+    }
+}
+
+TEST_F(ZamctlProcess, EndsAsEverWithoutStandardError) {
+    const ProgramResult result =
+        RunProgram("/bin/sh", {"-c", "exec \"$0\" explain 1 2>&-", ZAMCTL_EXECUTABLE});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "0x00000001 False (facility 0, general)\n");
+    EXPECT_EQ(RunProgram("/bin/sh", {"-c", "exec \"$0\" unknown 2>&-", ZAMCTL_EXECUTABLE}).status,
+              1);
+}
+
 }  // namespace
 }  // namespace zamctl::test

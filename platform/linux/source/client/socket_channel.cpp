@@ -194,6 +194,19 @@ PlatformError NotInTime(std::size_t got, std::size_t wanted) {
                      : fmt::format("only {} of {} bytes of the answer came in time", got, wanted)};
 }
 
+/// A socket above the standard descriptors. Where one of those is closed a socket would take its
+/// place, and the service be sent what the process logs or prints.
+UniqueFd NewSocket() {
+    UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (socket && socket.Get() <= STDERR_FILENO) {
+        socket = UniqueFd(::fcntl(socket.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    }
+    if (!socket) {
+        throw PosixError("new socket", errno);
+    }
+    return socket;
+}
+
 }  // namespace
 
 UniqueFd ConnectToService(const RuntimeDirectory& directory, const std::string& service,
@@ -216,10 +229,7 @@ UniqueFd ConnectToService(const RuntimeDirectory& directory, const std::string& 
         throw PosixError(shown, found.error);
     }
 
-    UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!socket) {
-        throw PosixError("new socket", errno);
-    }
+    UniqueFd socket = NewSocket();
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const auto written = fmt::format_to_n(address.sun_path, sizeof(address.sun_path) - 1,
