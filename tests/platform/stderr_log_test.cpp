@@ -356,11 +356,6 @@ TEST_F(StderrLogTest, LeavesOutWhatIsBeyondAShareOfWhatWouldBeWritten) {
                             EndsWith("] left out: 1 beyond a user's share")));
 }
 
-TEST_F(StderrLogTest, WritesTextsThatAreNoRecords) {
-    log_->WriteText("serving", Patience::Never);
-    EXPECT_EQ(ReadAvailable(pipe_.read), "serving\n");
-}
-
 TEST(TimedLock, IsWaitedForNoLongerThanAsked) {
     TimedLock lock;
     ASSERT_TRUE(lock.Lock(milliseconds{0}));

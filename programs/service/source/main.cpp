@@ -7,14 +7,18 @@
 #include <exception>
 #include <iostream>
 #include <optional>
+#include <sstream>
 
 #include "daemon/connector_daemon.h"
 #include "daemon/daemon_options.h"
 #include "daemon/service_manager.h"
 #include "data/sample_data.h"
+#include "descriptors/standard_descriptors.h"
+#include "zam_platform/server/service_log.h"
 
 namespace {
 
+using zam_platform::SayOnStderr;
 using zam_service::DaemonOptions;
 
 sigset_t EndSignals() {
@@ -26,12 +30,11 @@ sigset_t EndSignals() {
 }
 
 void TellReady(const DaemonOptions& options, const zam_service::ConnectorDaemon& daemon) {
-    std::cerr << fmt::format("zam_connectord: serving {} on {}\n", daemon.DataFolderPath(),
-                             daemon.SocketPath())
-              << std::flush;
+    SayOnStderr(fmt::format("zam_connectord: serving {} on {}\n", daemon.DataFolderPath(),
+                            daemon.SocketPath()));
     if (options.readyFd >= 0) {
         if (::write(options.readyFd, "\n", 1) != 1) {
-            std::cerr << "zam_connectord: nobody listens on --ready-fd\n";
+            SayOnStderr("zam_connectord: nobody listens on --ready-fd\n");
         }
         ::close(options.readyFd);
     }
@@ -68,6 +71,7 @@ void Serve(const DaemonOptions& options) {
                                          .runtimeDirectory = options.runtimeDirectory,
                                          .group = options.group});
     zam_service::ServiceManager manager(daemon.Context());
+    const zam_platform::ServiceLog log(daemon.Context());
     asio::signal_set signals(daemon.Context(), SIGINT, SIGTERM);
     signals.async_wait([&daemon, &manager](const std::error_code& error, int /*signal*/) {
         if (!error) {
@@ -84,12 +88,15 @@ void Serve(const DaemonOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    zam_descriptors::OccupyStandardDescriptors();
     // A client that goes away is an error of its connection, not the end of the service.
     static_cast<void>(::signal(SIGPIPE, SIG_IGN));
     try {
         int status = zam_service::kExitDone;
-        const auto options = zam_service::ParseOptions(argc, argv, std::cout, std::cerr, status);
+        std::ostringstream complaints;
+        const auto options = zam_service::ParseOptions(argc, argv, std::cout, complaints, status);
         if (!options) {
+            SayOnStderr(complaints.str());
             return status;
         }
         if (!options->initFolder.empty()) {
@@ -99,7 +106,7 @@ int main(int argc, char** argv) {
         }
         return zam_service::kExitDone;
     } catch (const std::exception& exception) {
-        std::cerr << "zam_connectord: " << exception.what() << '\n';
+        SayOnStderr(fmt::format("zam_connectord: {}\n", exception.what()));
         return zam_service::kExitFailure;
     }
 }

@@ -41,24 +41,12 @@ bool StderrLog::Write(const LogRecord& record, Patience patience) noexcept {
     BoundedText body(buffer_.data() + kFrontBytes, kMaxLogBodyBytes);
     PutBody(body, record);
     // What was not written is not remembered either: the next of its kind is tried.
-    if (!IsLeftOut(body.View()) && Put(body.Size(), true, end)) {
+    if (!IsLeftOut(body.View()) && Put(body.Size(), end)) {
         folding_.Remember(body.View(), clock_());
     }
     const bool hasLeftOut = HasLeftOut();
     lock_.Unlock();
     return hasLeftOut;
-}
-
-void StderrLog::WriteText(std::string_view text, Patience patience) noexcept {
-    const Time end = EndOf(patience);
-    if (!Lock(patience)) {
-        lost_.fetch_add(1, std::memory_order_relaxed);
-        return;
-    }
-    BoundedText body(buffer_.data() + kFrontBytes, kMaxLogBodyBytes);
-    body.Put(text);
-    Put(body.Size(), false, end);
-    lock_.Unlock();
 }
 
 void StderrLog::TellLeftOut(Patience patience) noexcept {
@@ -67,7 +55,7 @@ void StderrLog::TellLeftOut(Patience patience) noexcept {
         return;
     }
     if (HasLeftOut()) {
-        Put(0, false, end);
+        Put(0, end);
     }
     lock_.Unlock();
 }
@@ -98,9 +86,9 @@ bool StderrLog::IsLeftOut(std::string_view body) noexcept {
     return false;
 }
 
-/// Writes what stands in the buffer behind `kFrontBytes`, if anything, and in front of it what was
-/// left out until now.
-bool StderrLog::Put(std::size_t bodyBytes, bool isRecord, Time end) noexcept {
+/// Writes the record whose body stands in the buffer behind `kFrontBytes`, if there is one, and in
+/// front of it what was left out until now.
+bool StderrLog::Put(std::size_t bodyBytes, Time end) noexcept {
     timespec time{};
     ::clock_gettime(CLOCK_REALTIME, &time);
     std::array<char, kFrontBytes> bytes;
@@ -112,7 +100,7 @@ bool StderrLog::Put(std::size_t bodyBytes, bool isRecord, Time end) noexcept {
     if (HasLeftOut()) {
         PutLeftOut(front, time, lost);
     }
-    if (isRecord) {
+    if (bodyBytes != 0) {
         PutHead(front, time, ::getpid());
     }
     char* const begin = buffer_.data() + kFrontBytes - front.Size();

@@ -52,10 +52,6 @@ public:
     /// told.
     bool Write(const LogRecord& record, Patience patience) noexcept;
 
-    /// Writes a line that is no record; `text` goes without its line feed, and what of it exceeds
-    /// `kMaxLogBodyBytes` is cut off.
-    void WriteText(std::string_view text, Patience patience) noexcept;
-
     /// Tells what was left out, if anything was.
     void TellLeftOut(Patience patience) noexcept;
 
@@ -71,7 +67,7 @@ private:
     bool Lock(Patience patience) noexcept;
     bool HasLeftOut() const noexcept;
     bool IsLeftOut(std::string_view body) noexcept;
-    bool Put(std::size_t bodyBytes, bool isRecord, Time end) noexcept;
+    bool Put(std::size_t bodyBytes, Time end) noexcept;
     void PutLeftOut(BoundedText& out, const timespec& time, std::uint64_t lost) const noexcept;
 
     TimedLock lock_;

@@ -15,6 +15,7 @@
 #include "vd/service_locator.h"
 #include "zam_platform/posix_error.h"
 #include "zam_platform/report.h"
+#include "zam_platform/server/log_context.h"
 #include "zam_platform/unique_fd.h"
 
 namespace zam_platform {
@@ -138,6 +139,7 @@ void Server::NoticeBroken(const SessionToken& client) {
 }
 
 void Server::Run() {
+    const LogsWithoutWaiting logsWithoutWaiting;
     const auto work = asio::make_work_guard(context_);
     context_.run();
 }
@@ -193,7 +195,9 @@ void Server::OnAccepted(Socket socket) {
         Report(zor::logger::kLevelError, kSourceFile, "OnAccepted", error.what());
         return;
     }
-    if (!admission_.Admits(peer)) {
+    const bool isAdmitted = admission_.Admits(peer);
+    const LogsForUser logsForUser(isAdmitted ? peer.user : kStrangers);
+    if (!isAdmitted) {
         Report(zor::logger::kLevelError, kSourceFile, "OnAccepted",
                fmt::format("user {} is not served: connection closed", peer.user));
         SendRefusal(socket, kStatusNotAdmitted);

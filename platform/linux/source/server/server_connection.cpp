@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "zam_platform/report.h"
+#include "zam_platform/server/log_context.h"
 
 namespace zam_platform {
 namespace {
@@ -44,6 +45,7 @@ void ServerConnection::ReadMore() {
             if (!self->open_) {
                 return;
             }
+            const LogsForUser logsForUser(self->client_.user);
             if (error == asio::error::eof) {
                 self->EndAfterClient();
             } else if (error) {
@@ -300,6 +302,7 @@ void ServerConnection::StartFrameTimer() {
         // What was due when another frame began is on its way all the same.
         if (!error && self && self->open_ && self->frameTimed_ &&
             self->frameTimer_.expiry() <= std::chrono::steady_clock::now()) {
+            const LogsForUser logsForUser(self->client_.user);
             self->Refuse(kStatusBadRequest,
                          fmt::format("only {} bytes of a frame came within {} ms", self->have_,
                                      self->server_.limits_.frameTimeout.count()),
