@@ -9,22 +9,34 @@ std::atomic<int> g_allocations{0};
 std::atomic<int> g_allocationsLeft{-1};
 std::atomic<bool> g_keepFailing{false};
 std::atomic<bool> g_failed{false};
+std::atomic<FailingThreads> g_failingThreads{FailingThreads::All};
+thread_local bool g_isMarkedThread = false;
 std::atomic<void (*)(const void*, std::size_t)> g_onAllocate{nullptr};
 std::atomic<void (*)(const void*)> g_onFree{nullptr};
 
 namespace {
 
+bool MayFail() {
+    return g_failingThreads == FailingThreads::All ||
+           (g_failingThreads == FailingThreads::Marked) == g_isMarkedThread;
+}
+
+/// Counts down, whichever threads come at once. True when this allocation is to fail.
+bool Fails() {
+    int left = g_allocationsLeft;
+    while (left > 0) {
+        if (g_allocationsLeft.compare_exchange_weak(left, left - 1)) {
+            return false;
+        }
+    }
+    return left == 0 && (g_keepFailing || g_allocationsLeft.compare_exchange_strong(left, -1));
+}
+
 void* Allocation(std::size_t size) {
     ++g_allocations;
-    if (g_allocationsLeft == 0) {
+    if (g_allocationsLeft >= 0 && MayFail() && Fails()) {
         g_failed = true;
-        if (!g_keepFailing) {
-            g_allocationsLeft = -1;
-        }
         throw std::bad_alloc();
-    }
-    if (g_allocationsLeft > 0) {
-        --g_allocationsLeft;
     }
     void* const bytes = std::malloc(size == 0 ? 1 : size);
     if (bytes == nullptr) {

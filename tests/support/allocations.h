@@ -17,6 +17,12 @@ extern std::atomic<bool> g_keepFailing;
 /// Whether one failed.
 extern std::atomic<bool> g_failed;
 
+/// Whose allocations fail when told to: everybody's, only those of threads that are marked, or only
+/// those of threads that are not. The others' are not counted down either.
+enum class FailingThreads { All, Marked, Unmarked };
+extern std::atomic<FailingThreads> g_failingThreads;
+extern thread_local bool g_isMarkedThread;
+
 /// Called with each block that was allocated and its size in bytes. Must allocate nothing.
 extern std::atomic<void (*)(const void*, std::size_t)> g_onAllocate;
 

@@ -82,6 +82,41 @@ TEST_P(WantOfMemory, LeavesTheTreeOfDeserializeAsItWas) {
     EXPECT_EQ(tree, Tree());
 }
 
+/// Allocations for a list whose root has so many long keys.
+int AllocationsForLevels(int levels) {
+    zuv::Path path;
+    for (int level = 0; level < levels; ++level) {
+        path.emplace_back(std::in_place_type<std::string>, kLong);
+    }
+    List list;
+    Serialize(path, TValue(1), list);
+    zuv::Path root;
+    TValue tree;
+    const int before = zam_test::g_allocations;
+    EXPECT_EQ(Deserialize(list, root, tree), Result(0, ""));
+    const int after = zam_test::g_allocations;
+    EXPECT_EQ(root, path);
+    return after - before;
+}
+
+TEST(Deserialize, TakesMemoryOnceForEachLevelOfTheRoot) {
+    // The vectors of levels and of their ends have grown to 64 each in both cases.
+    EXPECT_EQ(AllocationsForLevels(60) - AllocationsForLevels(40), 20);
+}
+
+TEST_P(WantOfMemory, LeavesTheRootOfDeserializeAsItWas) {
+    List list;
+    Serialize(zuv::Path{kLong, kLong, kLong}, TValue(1), list);
+    zuv::Path root{"before"};
+    TValue tree = "before";
+    FailEach([&] { return Deserialize(list, root, tree); },
+             [&] {
+                 EXPECT_EQ(root, zuv::Path{"before"});
+                 EXPECT_EQ(tree, TValue("before"));
+             });
+    EXPECT_EQ(root, (zuv::Path{kLong, kLong, kLong}));
+}
+
 TEST_P(WantOfMemory, LeavesTheRecordsOfAPieceAsTheyWere) {
     const List list = Flat(Tree());
     std::vector<unsigned char> bytes(10'000);

@@ -50,14 +50,16 @@ class PathReader {
 public:
     PathReader() : codec_(meta::IdSpecification()) {}
 
-    /// The first path, which becomes the root of all others.
-    zuv::Path ReadRoot(std::string_view text) {
-        auto [root, state] = zuv::FromString(text, meta::IdSpecification());
-        Check(text, state);
+    /// The first path, which becomes the root of all others: `root` must outlive this object. It is
+    /// moved there and nowhere copied: with g++ 12 a copy of levels that lacks memory leaves a
+    /// variant that its destructor cannot know.
+    void ReadRoot(std::string_view text, zuv::Path& root) {
+        auto read = zuv::FromString(text, meta::IdSpecification());
+        Check(text, read.second);
         Parse(text);
         rootText_ = text;
-        root_ = root;
-        return root;
+        root = std::move(read.first);
+        root_ = &root;
     }
 
     /// Reads the next path and checks where it stands: inside the root, at most one level below the
@@ -66,7 +68,7 @@ public:
         const std::size_t levelsBefore = ends_.size();
         const std::string_view textBefore = text_;
         const bool isRooted = Parse(text);
-        if (!isRooted || ends_.size() <= root_.size()) {
+        if (!isRooted || ends_.size() <= root_->size()) {
             throw zuv::Error(kNonRootedPath,
                              fmt::format("[RawZamParams] non-rooted path: root = '{}', this = '{}'",
                                          rootText_, text));
@@ -79,7 +81,7 @@ public:
     }
 
     /// Levels of the path read last, the root's not counted.
-    std::size_t Depth() const noexcept { return ends_.size() - root_.size(); }
+    std::size_t Depth() const noexcept { return ends_.size() - root_->size(); }
 
     /// The last level of the path read last.
     const zuv::PathCodec::LevelText& LastLevel() const noexcept { return last_; }
@@ -106,13 +108,13 @@ private:
 
     /// Whether the level read last may stand at `index`.
     bool MatchesRoot(std::size_t index) const {
-        if (index >= root_.size()) {
+        if (index >= root_->size()) {
             return true;
         }
-        if (const auto* position = std::get_if<unsigned long>(&root_[index])) {
+        if (const auto* position = std::get_if<unsigned long>(&(*root_)[index])) {
             return last_.isPosition && last_.position == *position;
         }
-        return !last_.isPosition && last_.key == *std::get_if<std::string>(&root_[index]);
+        return !last_.isPosition && last_.key == *std::get_if<std::string>(&(*root_)[index]);
     }
 
     static void Check(std::string_view text, zuv::IdState state) {
@@ -128,7 +130,7 @@ private:
     std::vector<std::size_t> ends_;  ///< where each of its levels ends, behind the separator
     zuv::PathCodec::LevelText last_;
     std::string_view rootText_;
-    zuv::Path root_;
+    const zuv::Path* root_ = &zuv::Root;  ///< not owned
 };
 
 /// Puts values into a tree, each one level below a node on the way to the value before.
@@ -238,7 +240,7 @@ std::pair<zuv::Path, zuv::TValue> Rebuild(Source source) {
     PathReader reader;
     const PieceRecord first = source.Next();
     result.second = DecodeValue(first.block, reservable);
-    result.first = reader.ReadRoot(first.path);
+    reader.ReadRoot(first.path, result.first);
     TreeBuilder builder(result.second);
     for (std::size_t index = 1; index < source.Count(); ++index) {
         const PieceRecord record = source.Next();

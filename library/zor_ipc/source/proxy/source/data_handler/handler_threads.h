@@ -25,8 +25,8 @@ namespace zam_connector::proxy {
 /// `Start`, `EndCalls` and `Finish` are called by one thread at a time.
 class HandlerThreads {
 public:
-    /// `name` is that of each thread; it must have static storage.
-    explicit HandlerThreads(const char* name) noexcept : name_(name) {}
+    /// `name` is that of each thread; it must have static storage. Throws `std::bad_alloc`.
+    explicit HandlerThreads(const char* name) : name_(name) {}
     HandlerThreads(const HandlerThreads&) = delete;
     HandlerThreads& operator=(const HandlerThreads&) = delete;
 
