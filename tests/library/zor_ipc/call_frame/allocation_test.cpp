@@ -1,7 +1,5 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -71,44 +69,6 @@ TEST(Logging, AllocatesOnlyForTextsBeyondItsBuffer) {
     EXPECT_EQ(logger.LoggedBytes(), 9U);
     const std::string longText(10000, 'x');
     EXPECT_GE(AllocationsOf([&] { common::Failure(kSite, "{}", longText); }), 1);
-}
-
-/// Keeps the last text in room of its own.
-class LastTextLogger final : public zor::logger::ZORLogger {
-public:
-    LastTextLogger() { InstallRootLogger(this); }
-    ~LastTextLogger() override { InstallRootLogger(nullptr); }
-
-    bool IsEnabled(int /*level*/) const override { return true; }
-    void LogImpl(int /*level*/, const char* /*file*/, int /*line*/, const char* /*function*/,
-                 std::string_view text) override {
-        length_ = text.copy(&text_[0], text_.size());
-    }
-    std::string_view Text() const { return {&text_[0], length_}; }
-
-private:
-    std::array<char, 1000> text_{};
-    std::size_t length_ = 0;
-};
-
-TEST(Logging, TellsOfWantOfMemoryWhereThereIsNoneForTheTextOfAnException) {
-    LastTextLogger logger;
-    const std::string longText(100, 'x');
-    try {
-        throw qel::CheckFailedException("f", 1) << longText;
-    } catch (...) {
-        for (const bool keepFailing : {false, true}) {
-            zam_test::g_keepFailing = keepFailing;
-            zam_test::g_allocationsLeft = 0;
-            EXPECT_EQ(common::CaughtFailure(kSite, "told: {}"), qel::kUnspecifiedError);
-            zam_test::g_allocationsLeft = 0;
-            EXPECT_EQ(common::CaughtCodeFailure(kSite, "told: {:x} {}"), qel::kUnspecifiedError);
-            zam_test::g_allocationsLeft = -1;
-            EXPECT_THAT(logger.Text(), ::testing::EndsWith(" std::exception: std::bad_alloc"));
-        }
-        common::CaughtFailure(kSite, "{}");
-    }
-    EXPECT_EQ(logger.Text(), longText + ". At f(1)");
 }
 
 /// A transport that `ops` answers, with what it knows in `platform`.
