@@ -18,7 +18,9 @@ inline void Wipe(void* bytes, std::size_t size) noexcept {
 
 inline void Wipe(std::optional<std::string>& text) noexcept {
     if (text) {
-        Wipe(text->data(), text->size());
+        std::string& secret = *text;
+        const std::size_t size = secret.size();
+        Wipe(secret.data(), size);
     }
 }
 
