@@ -50,7 +50,9 @@ class WantOfMemory : public ::testing::TestWithParam<bool> {
 protected:
     WantOfMemory() {
         ::setenv("ZAM_RUNTIME_DIR", service_.RuntimeDirectory().c_str(), 1);
-        service_.WriteData("policy.json", R"({"a": 1, "b": ["x", 2]})");
+        // More than a socket takes at once.
+        service_.WriteData("policy.json",
+                           R"({"b": ["x", 2], "a": ")" + std::string(400'000, 'x') + "\"}");
         service_.WriteData("files/name", "content");
         service_.Start();
         EXPECT_EQ(CreateZamConnector(connector_, {}), 0);
@@ -73,14 +75,17 @@ protected:
         for (const Operation& operation : operations) {
             SCOPED_TRACE(operation.name);
             ASSERT_GE(operation.call(), 0);
-            for (int allowed = 0;; ++allowed) {
+            const bool isFull = ::getenv("ZAM_FULL_SIZE") != nullptr;
+            for (int allowed = 0;; allowed += isFull ? 1 : 1 + allowed / 8) {
                 zam_test::g_failed = false;
                 zam_test::g_failingThreads = who;
                 zam_test::g_allocationsLeft = allowed;
                 const int code = CodeOf(operation);
                 zam_test::g_allocationsLeft = -1;
+                // The connection of the call may be the price, and be closed behind the answer.
                 ZamConnectorState state{};
-                ASSERT_EQ(controller_->GetState(state), 0) << "the next call works";
+                ASSERT_TRUE(controller_->GetState(state) == 0 || controller_->GetState(state) == 0)
+                    << "the next call works";
                 if (!zam_test::g_failed) {
                     ASSERT_GE(code, 0);
                     break;
@@ -218,7 +223,8 @@ protected:
         info.components = {{kLongText, "1"}};
         return info;
     }();
-    const ZamProductSettings tree_{zuv::Map{{"key", zuv::MakeVector(1, kLongText)}}};
+    /// More than a connection of the service has room for of its own.
+    const ZamProductSettings tree_{zuv::Map{{"key", zuv::MakeVector(1, std::string(5000, 'x'))}}};
     const std::vector<AppEula> eulas_{{.id = {}, .releaseTime = {}, .text = kLongText}};
     const std::shared_ptr<DeafObserver> observer_ = std::make_shared<DeafObserver>();
     DeafLogger logger_;
@@ -237,6 +243,10 @@ protected:
 
 TEST_P(WantOfMemory, OfAClientFailsTheCallAndNothingElse) {
     Sweep(FailingThreads::Marked, Calls());
+}
+
+TEST_P(WantOfMemory, OfTheServiceFailsTheCallAndNothingElse) {
+    Sweep(FailingThreads::Unmarked, Calls());
 }
 
 INSTANTIATE_TEST_SUITE_P(Once, WantOfMemory, ::testing::Values(false));

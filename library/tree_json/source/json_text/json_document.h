@@ -115,7 +115,7 @@ private:
 
     std::string name_;
     std::string text_;
-    std::unique_ptr<const nlohmann::json> tree_;
+    JsonTreePtr tree_;
 };
 
 }  // namespace zam_json

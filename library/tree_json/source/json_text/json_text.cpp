@@ -14,9 +14,27 @@ namespace {
 
 using nlohmann::json;
 
+/// Empties a tree from its leaves up. Its destructor would want memory for a list of what it is to
+/// destroy, and end the process without.
+void TakeApart(json& tree) noexcept {
+    for (json& child : tree) {
+        if (child.is_structured()) {
+            TakeApart(child);
+        }
+    }
+    tree.clear();
+}
+
 class TreeBuilder final : public PlaceTracker {
 public:
     using PlaceTracker::PlaceTracker;
+    TreeBuilder(const TreeBuilder&) = delete;
+    TreeBuilder& operator=(const TreeBuilder&) = delete;
+    ~TreeBuilder() override {
+        if (tree.is_structured()) {
+            TakeApart(tree);
+        }
+    }
 
     json tree;
 
@@ -92,11 +110,18 @@ JsonOutcome::JsonOutcome() = default;
 JsonOutcome::JsonOutcome(JsonOutcome&&) noexcept = default;
 JsonOutcome::~JsonOutcome() = default;
 
+void JsonTreeDeleter::operator()(json* tree) const noexcept {
+    if (tree->is_structured()) {
+        TakeApart(*tree);
+    }
+    delete tree;
+}
+
 JsonOutcome ParseJson(std::string_view text, std::size_t maxDepth, WideIntegers wideIntegers) {
     TreeBuilder builder(text, maxDepth, wideIntegers);
     JsonOutcome outcome;
     if (builder.Walk()) {
-        outcome.tree = std::make_unique<json>(std::move(builder.tree));
+        outcome.tree.reset(new json(std::move(builder.tree)));
     } else {
         outcome.fault = std::move(builder.fault);
     }

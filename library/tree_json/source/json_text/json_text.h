@@ -21,9 +21,16 @@ struct JsonFault {
     std::string message;
 };
 
+/// Destroys a tree without taking memory for it, which its own destructor does not do.
+struct JsonTreeDeleter {
+    void operator()(nlohmann::json* tree) const noexcept;
+};
+
+using JsonTreePtr = std::unique_ptr<nlohmann::json, JsonTreeDeleter>;
+
 /// A tree, or what is wrong with the text; exactly one of them is set.
 struct JsonOutcome {
-    std::unique_ptr<nlohmann::json> tree;
+    JsonTreePtr tree;
     std::optional<JsonFault> fault;
 
     JsonOutcome();

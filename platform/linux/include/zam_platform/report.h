@@ -1,5 +1,7 @@
 #pragma once
 
+#include <new>
+#include <string>
 #include <string_view>
 
 #include "zor/logger.h"
@@ -15,6 +17,25 @@ inline void Report(int level, const char* file, const char* function, std::strin
     if (logger.IsEnabled(level)) {
         logger.LogImpl(level, file, line, function, text);
     }
+}
+
+/// The same with the text that `text()` makes, which is called only when the level is on. Where
+/// there is no memory for it, the record tells of that.
+template <typename Text>
+void ReportText(int level, const char* file, const char* function, Text&& text,
+                int line = __builtin_LINE()) noexcept {
+    zor::logger::ZORLogger& logger = zor::logger::ZORLogger::RootLogger();
+    if (!logger.IsEnabled(level)) {
+        return;
+    }
+    std::string made;
+    std::string_view shown = "no memory for the text of this record";
+    try {
+        made = text();
+        shown = made;
+    } catch (const std::bad_alloc&) {
+    }
+    logger.LogImpl(level, file, line, function, shown);
 }
 
 }  // namespace zam_platform

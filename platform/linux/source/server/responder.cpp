@@ -20,8 +20,9 @@ Responder::Responder(std::shared_ptr<ServerConnection> connection, std::uint64_t
 Responder::~Responder() {
     if (connection_ != nullptr) {
         interceptor_.reset();
-        Report(zor::logger::kLevelError, kSourceFile, "~Responder",
-               fmt::format("{} was given up without an answer", rule_->name));
+        ReportText(zor::logger::kLevelError, kSourceFile, "~Responder", [this] {
+            return fmt::format("{} was given up without an answer", rule_->name);
+        });
         Fail(kStatusUnanswered);
     }
 }
@@ -29,10 +30,11 @@ Responder::~Responder() {
 void Responder::AnswerBytes(vd_message_header* message, std::uint32_t messageBytes,
                             const void* arena, std::uint32_t arenaBytes) {
     if (messageBytes != rule_->responseBytes || arenaBytes > rule_->responseArenaBytes) {
-        Report(
-            zor::logger::kLevelError, kSourceFile, "AnswerBytes",
-            fmt::format("{}: answer of {} and {} bytes, not {} and at most {}", rule_->name,
-                        messageBytes, arenaBytes, rule_->responseBytes, rule_->responseArenaBytes));
+        ReportText(zor::logger::kLevelError, kSourceFile, "AnswerBytes", [&] {
+            return fmt::format("{}: answer of {} and {} bytes, not {} and at most {}", rule_->name,
+                               messageBytes, arenaBytes, rule_->responseBytes,
+                               rule_->responseArenaBytes);
+        });
         Fail(kStatusUnanswered);
         return;
     }

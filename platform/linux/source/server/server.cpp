@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <iterator>
+#include <new>
 #include <utility>
 
 #include "server/server_connection.h"
@@ -61,8 +62,13 @@ bool AdmissionPolicy::Admits(const PeerCredentials& peer) const {
 }
 
 struct Server::Listener {
+    Listener(asio::io_context& context, int listeningSocket)
+        : acceptor(context, asio::local::stream_protocol(), listeningSocket), pause(context) {}
+
     asio::local::stream_protocol::acceptor acceptor;
     asio::steady_timer pause;
+    HandlerRoom acceptRoom;
+    HandlerRoom pauseRoom;
     bool isPausing = false;  ///< out of descriptors or memory since it was logged
 };
 
@@ -74,9 +80,14 @@ Server::Server(std::vector<EndpointRule> endpoints, AdmissionPolicy admission, S
 
 Server::~Server() {
     // What waits in the loop holds connections, which refer to the members above. A connection that
-    // was accepted when the loop stopped waits there too, and must find no listener.
+    // was accepted when the loop stopped waits there too, and must find no listener open. The
+    // listeners themselves hold the room that their handlers wait in.
     isClosing_ = true;
-    listeners_.clear();
+    for (const auto& listener : listeners_) {
+        std::error_code ignored;
+        listener->acceptor.close(ignored);
+        listener->pause.cancel();
+    }
     sessions_.OnEnd({});
     onBroken_ = {};
     const std::set<std::shared_ptr<ServerConnection>> connections = std::move(connections_);
@@ -94,10 +105,7 @@ void Server::Serve(EndpointRule endpoint) {
 }
 
 void Server::Accept(int listeningSocket) {
-    listeners_.push_back(std::make_unique<Listener>(
-        Listener{asio::local::stream_protocol::acceptor(context_, asio::local::stream_protocol(),
-                                                        listeningSocket),
-                 asio::steady_timer(context_)}));
+    listeners_.push_back(std::make_unique<Listener>(context_, listeningSocket));
     AcceptNext(*listeners_.back());
 }
 
@@ -141,7 +149,15 @@ void Server::NoticeBroken(const SessionToken& client) {
 void Server::Run() {
     const LogsWithoutWaiting logsWithoutWaiting;
     const auto work = asio::make_work_guard(context_);
-    context_.run();
+    for (;;) {
+        try {
+            context_.run();
+            return;
+        } catch (const std::bad_alloc&) {
+            // What lacked memory is given up; the loop goes on with the next.
+            Report(zor::logger::kLevelError, kSourceFile, "Run", "out of memory");
+        }
+    }
 }
 
 void Server::Stop() {
@@ -150,39 +166,56 @@ void Server::Stop() {
 
 void Server::AcceptNext(Listener& listener) {
     listener.acceptor.async_wait(
-        asio::socket_base::wait_read, [this, &listener](std::error_code error) {
+        asio::socket_base::wait_read,
+        InRoom(listener.acceptRoom, [this, &listener](std::error_code error) {
             if (isClosing_ || error == asio::error::operation_aborted) {
                 return;
             }
-            Socket socket(context_);
             if (!error) {
-                error = AcceptInto(socket, listener.acceptor.native_handle());
-            }
-            if (!error) {
-                listener.isPausing = false;
-                OnAccepted(std::move(socket));
+                error = AcceptOne(listener);
             }
             if (!error || IsNobodyThere(error)) {
                 AcceptNext(listener);
             } else {
                 PauseAccepting(listener, error);
             }
-        });
+        }));
+}
+
+std::error_code Server::AcceptOne(Listener& listener) noexcept {
+    try {
+        Socket socket(context_);
+        const std::error_code error = AcceptInto(socket, listener.acceptor.native_handle());
+        if (!error) {
+            listener.isPausing = false;
+            OnAccepted(std::move(socket));
+        }
+        return error;
+    } catch (const std::bad_alloc&) {
+        return std::make_error_code(std::errc::not_enough_memory);
+    }
 }
 
 void Server::PauseAccepting(Listener& listener, const std::error_code& reason) {
     // Out of descriptors or memory: those who wait stay in the socket's queue.
     if (!std::exchange(listener.isPausing, true)) {
-        Report(zor::logger::kLevelError, kSourceFile, "PauseAccepting",
-               fmt::format("accept: {}: trying again every {} ms", reason.message(),
-                           limits_.acceptPause.count()));
+        ReportText(zor::logger::kLevelError, kSourceFile, "PauseAccepting", [&] {
+            return fmt::format("accept: {}: trying again every {} ms", reason.message(),
+                               limits_.acceptPause.count());
+        });
     }
-    listener.pause.expires_after(limits_.acceptPause);
-    listener.pause.async_wait([this, &listener](const std::error_code& aborted) {
-        if (!isClosing_ && !aborted) {
-            AcceptNext(listener);
-        }
-    });
+    try {
+        listener.pause.expires_after(limits_.acceptPause);
+        listener.pause.async_wait(
+            InRoom(listener.pauseRoom, [this, &listener](const std::error_code& aborted) {
+                if (!isClosing_ && !aborted) {
+                    AcceptNext(listener);
+                }
+            }));
+    } catch (const std::bad_alloc&) {
+        // Not even the pause: whoever waits is looked after without one.
+        AcceptNext(listener);
+    }
 }
 
 void Server::OnAccepted(Socket socket) {

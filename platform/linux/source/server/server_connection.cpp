@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "zam_platform/report.h"
@@ -33,28 +34,30 @@ ServerConnection::~ServerConnection() {
 }
 
 void ServerConnection::Start() {
-    // Who connects and says nothing has no longer than who begins a frame.
-    StartFrameTimer();
-    ReadMore();
+    Guard([this] {
+        // Who connects and says nothing has no longer than who begins a frame.
+        StartFrameTimer();
+        ReadMore();
+    });
 }
 
 void ServerConnection::ReadMore() {
-    socket_.async_read_some(
-        asio::buffer(Buffer() + have_, Capacity() - have_),
-        [self = shared_from_this()](const std::error_code& error, std::size_t bytes) {
-            if (!self->open_) {
-                return;
-            }
-            const LogsForUser logsForUser(self->client_.user);
-            if (error == asio::error::eof) {
-                self->EndAfterClient();
-            } else if (error) {
-                // The client has not read all that it was sent.
-                self->Break(self->Lost());
-            } else {
-                self->OnRead(bytes);
-            }
-        });
+    socket_.async_read_some(asio::buffer(Buffer() + have_, Capacity() - have_),
+                            InRoom(readRoom_, [self = shared_from_this()](
+                                                  const std::error_code& error, std::size_t bytes) {
+                                if (!self->open_) {
+                                    return;
+                                }
+                                const LogsForUser logsForUser(self->client_.user);
+                                if (error == asio::error::eof) {
+                                    self->EndAfterClient();
+                                } else if (error) {
+                                    // The client has not read all that it was sent.
+                                    self->Break(self->Lost());
+                                } else {
+                                    self->Guard([&self, bytes] { self->OnRead(bytes); });
+                                }
+                            }));
 }
 
 void ServerConnection::OnRead(std::size_t bytes) {
@@ -202,8 +205,8 @@ void ServerConnection::HandleHello(const unsigned char* body) {
                                          server_.limits_.sessionsPerUser));
         return;
     }
-    server_.greeted_[client_.token].insert(this);
     greeted_ = true;
+    server_.greeted_[client_.token].insert(this);
 }
 
 void ServerConnection::HandleLookup(const Prelude& prelude, const unsigned char* body) {
@@ -238,8 +241,9 @@ void ServerConnection::HandleCall(const Prelude& prelude, const unsigned char* b
                                  Responder(shared_from_this(), prelude.callNumber, header, rule));
     } catch (const std::exception& exception) {
         // The call was failed when its responder went; others go on.
-        Report(zor::logger::kLevelError, kSourceFile, "HandleCall",
-               fmt::format("{} of {}: {}", rule.name, endpoint.name, exception.what()));
+        ReportText(zor::logger::kLevelError, kSourceFile, "HandleCall", [&] {
+            return fmt::format("{} of {}: {}", rule.name, endpoint.name, exception.what());
+        });
     }
 }
 
@@ -260,7 +264,13 @@ void ServerConnection::KeepRest(std::size_t offset) {
                    CallIn(from, rest));
             return;
         }
-        std::vector<unsigned char> larger(wanted);
+        std::vector<unsigned char> larger;
+        try {
+            larger.resize(wanted);
+        } catch (const std::bad_alloc&) {
+            Refuse(kStatusQuota, "no memory for a frame of this size", CallIn(from, rest));
+            return;
+        }
         std::memcpy(larger.data(), from, rest);
         ReleaseLarge();
         Usage().bufferedBytes += wanted;
@@ -303,28 +313,37 @@ void ServerConnection::StartFrameTimer() {
         if (!error && self && self->open_ && self->frameTimed_ &&
             self->frameTimer_.expiry() <= std::chrono::steady_clock::now()) {
             const LogsForUser logsForUser(self->client_.user);
-            self->Refuse(kStatusBadRequest,
-                         fmt::format("only {} bytes of a frame came within {} ms", self->have_,
-                                     self->server_.limits_.frameTimeout.count()),
-                         self->Lost());
+            self->Guard([&self] {
+                self->Refuse(kStatusBadRequest,
+                             fmt::format("only {} bytes of a frame came within {} ms", self->have_,
+                                         self->server_.limits_.frameTimeout.count()),
+                             self->Lost());
+            });
         }
     });
 }
 
 void ServerConnection::Send(const Prelude& prelude, const void* message, const void* arena,
-                            DeliveryWatch watch) {
+                            DeliveryWatch watch) noexcept {
     if (server_.context_.get_executor().running_in_this_thread()) {
-        SendNow(prelude, message, arena, std::move(watch));
+        Guard([&] { SendNow(prelude, message, arena, std::move(watch)); });
         return;
     }
-    const auto* const first = static_cast<const unsigned char*>(message);
-    const auto* const second = static_cast<const unsigned char*>(arena);
-    std::vector<unsigned char> body(first, first + prelude.fixedBytes);
-    body.insert(body.end(), second, second + prelude.arenaBytes);
-    asio::post(server_.context_, [self = shared_from_this(), prelude, body = std::move(body),
-                                  watch = std::move(watch)]() mutable {
-        self->SendNow(prelude, body.data(), body.data() + prelude.fixedBytes, std::move(watch));
-    });
+    try {
+        const auto* const first = static_cast<const unsigned char*>(message);
+        const auto* const second = static_cast<const unsigned char*>(arena);
+        std::vector<unsigned char> body(first, first + prelude.fixedBytes);
+        body.insert(body.end(), second, second + prelude.arenaBytes);
+        asio::post(server_.context_, [self = shared_from_this(), prelude, body = std::move(body),
+                                      watch = std::move(watch)]() mutable {
+            self->Guard([&] {
+                self->SendNow(prelude, body.data(), body.data() + prelude.fixedBytes,
+                              std::move(watch));
+            });
+        });
+    } catch (const std::bad_alloc&) {
+        Drop();
+    }
 }
 
 void ServerConnection::SendNow(const Prelude& prelude, const void* message, const void* arena,
@@ -364,12 +383,12 @@ void ServerConnection::QueueRest(const std::array<asio::const_buffer, 3>& parts,
         Break(LastCall());
         return;
     }
-    Usage().queuedBytes += rest;
     const bool isIdle = queue_.empty();
     std::vector<unsigned char>& queue = isIdle ? queue_ : queueBehind_;
     std::vector<unsigned char> whole(total);
     asio::buffer_copy(asio::buffer(whole), parts);
     queue.insert(queue.end(), whole.begin() + static_cast<std::ptrdiff_t>(sent), whole.end());
+    Usage().queuedBytes += rest;
     if (isIdle) {
         WriteQueue();
     }
@@ -378,24 +397,25 @@ void ServerConnection::QueueRest(const std::array<asio::const_buffer, 3>& parts,
 void ServerConnection::WriteQueue() {
     socket_.async_write_some(
         asio::buffer(queue_.data() + queueSent_, queue_.size() - queueSent_),
-        [self = shared_from_this()](const std::error_code& error, std::size_t bytes) {
-            if (!self->open_) {
-                return;
-            }
-            if (error) {
-                self->Break(self->LastCall());
-                return;
-            }
-            self->queueSent_ += bytes;
-            self->Usage().queuedBytes -= bytes;
-            if (self->queueSent_ == self->queue_.size()) {
-                self->queue_ = std::exchange(self->queueBehind_, {});
-                self->queueSent_ = 0;
-            }
-            if (!self->queue_.empty()) {
-                self->WriteQueue();
-            }
-        });
+        InRoom(writeRoom_,
+               [self = shared_from_this()](const std::error_code& error, std::size_t bytes) {
+                   if (!self->open_) {
+                       return;
+                   }
+                   if (error) {
+                       self->Break(self->LastCall());
+                       return;
+                   }
+                   self->queueSent_ += bytes;
+                   self->Usage().queuedBytes -= bytes;
+                   if (self->queueSent_ == self->queue_.size()) {
+                       self->queue_ = std::exchange(self->queueBehind_, {});
+                       self->queueSent_ = 0;
+                   }
+                   if (!self->queue_.empty()) {
+                       self->WriteQueue();
+                   }
+               }));
 }
 
 }  // namespace zam_platform

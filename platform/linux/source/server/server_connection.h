@@ -3,14 +3,17 @@
 #include <array>
 #include <asio/local/stream_protocol.hpp>
 #include <asio/steady_timer.hpp>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <string_view>
 #include <vector>
 
 #include "zam_platform/frame.h"
+#include "zam_platform/server/handler_room.h"
 #include "zam_platform/server/server.h"
 #include "zam_platform/transport_status.h"
 
@@ -25,7 +28,8 @@ inline vd_message_header HeaderAt(const unsigned char* fixed) noexcept {
 
 /// One client connection: cuts what comes into frames, checks them, hands calls on and sends
 /// answers. One call is in flight at a time; reading goes on meanwhile, so that a client that goes
-/// away is noticed. Everything runs on the loop thread but for `Send` and `Drop`.
+/// away is noticed. Everything runs on the loop thread but for `Send` and `Drop`. What cannot go on
+/// for want of memory ends the connection, and nothing else.
 class ServerConnection : public std::enable_shared_from_this<ServerConnection> {
 public:
     using Socket = asio::local::stream_protocol::socket;
@@ -40,21 +44,22 @@ public:
 
     /// Sends the answer to a call, from any thread; nothing when the connection has closed. The
     /// parts are copied when they cannot be sent at once. `watch` may be null.
-    void Send(const Prelude& prelude, const void* message, const void* arena, DeliveryWatch watch);
+    void Send(const Prelude& prelude, const void* message, const void* arena,
+              DeliveryWatch watch) noexcept;
 
     /// On the loop thread.
     bool IsOpen() const noexcept { return open_; }
     int Descriptor() noexcept { return socket_.native_handle(); }
 
     /// Closes the connection without an answer, from any thread.
-    void Drop();
+    void Drop() noexcept;
 
     /// Logs what is wrong, tells the client by a refusal, closes. A frame that breaks a rule may be
     /// anywhere in what was read, so that what is lost with it is known to some callers only.
     void Refuse(TransportStatus status, std::string_view why, const LostCall& lost = {});
 
     /// Closes at once. On the loop thread, or when the loop does not run.
-    void Close();
+    void Close() noexcept;
 
     /// Ends when the client has given the connection up, also when not all that it sent has been
     /// read yet. On the loop thread.
@@ -64,16 +69,27 @@ private:
     /// Frames up to this size, which most are, need no buffer of their own.
     static constexpr std::size_t kInlineBytes = 1024;
 
+    /// Runs what the loop has for this connection, which ends when that throws.
+    template <typename Body>
+    void Guard(Body&& body) noexcept {
+        try {
+            body();
+        } catch (const std::exception& exception) {
+            EndAfter(exception);
+        }
+    }
+    void EndAfter(const std::exception& exception) noexcept;
+
     /// Closes, and tells the server's observer what was lost.
-    void Break(const LostCall& lost);
+    void Break(const LostCall& lost) noexcept;
 
     /// The call that the service has last been given.
-    LostCall LastCall() const;
+    LostCall LastCall() const noexcept;
 
     /// What is lost when the connection ends now, between two reads.
-    LostCall Lost();
-    LostCall CallIn(const unsigned char* frame, std::size_t bytes) const;
-    LostCall CallOf(const unsigned char* fixed, std::size_t bytes) const;
+    LostCall Lost() noexcept;
+    LostCall CallIn(const unsigned char* frame, std::size_t bytes) const noexcept;
+    LostCall CallOf(const unsigned char* fixed, std::size_t bytes) const noexcept;
 
     /// Ends after the client's end: a break, unless it came between two frames with nothing left
     /// to do.
@@ -104,12 +120,16 @@ private:
 
     void SendNow(const Prelude& prelude, const void* message, const void* arena,
                  DeliveryWatch watch = nullptr);
-    void EndWatch(bool wasTaken);
+    void EndWatch(bool wasTaken) noexcept;
     void QueueRest(const std::array<asio::const_buffer, 3>& parts, std::size_t sent);
     void WriteQueue();
     UserUsage& Usage() { return server_.usage_[client_.user]; }
 
     Server& server_;
+    HandlerRoom readRoom_;
+    HandlerRoom writeRoom_;
+    HandlerRoom dropRoom_;
+    std::atomic<bool> isDropping_{false};
     Socket socket_;
     asio::steady_timer frameTimer_;
     ClientIdentity client_;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "server/server_connection.h"
@@ -21,21 +22,31 @@ constexpr char kSourceFile[] = "server_connection";
 
 }  // namespace
 
-void ServerConnection::Drop() {
+void ServerConnection::Drop() noexcept {
     if (server_.context_.get_executor().running_in_this_thread()) {
         Break(LastCall());
-    } else {
-        asio::post(server_.context_,
-                   [self = shared_from_this()] { self->Break(self->LastCall()); });
+    } else if (!isDropping_.exchange(true)) {
+        asio::post(server_.context_, InRoom(dropRoom_, [self = shared_from_this()] {
+                       self->Break(self->LastCall());
+                   }));
     }
+}
+
+void ServerConnection::EndAfter(const std::exception& exception) noexcept {
+    ReportText(zor::logger::kLevelError, kSourceFile, "EndAfter", [&] {
+        return fmt::format("client of user {}: {}: connection closed", client_.user,
+                           exception.what());
+    });
+    Break(Lost());
 }
 
 void ServerConnection::Refuse(TransportStatus status, std::string_view why, const LostCall& lost) {
     if (!open_) {
         return;
     }
-    Report(zor::logger::kLevelError, kSourceFile, "Refuse",
-           fmt::format("client of user {}: {}: connection closed", client_.user, why));
+    ReportText(zor::logger::kLevelError, kSourceFile, "Refuse", [&] {
+        return fmt::format("client of user {}: {}: connection closed", client_.user, why);
+    });
     if (queue_.empty()) {
         std::array<unsigned char, kPreludeBytes> head;
         EncodePrelude({.kind = FrameKind::Refusal, .status = status}, head.data());
@@ -45,7 +56,7 @@ void ServerConnection::Refuse(TransportStatus status, std::string_view why, cons
     Break(lost);
 }
 
-void ServerConnection::Break(const LostCall& lost) {
+void ServerConnection::Break(const LostCall& lost) noexcept {
     const bool isNews = open_ && greeted_;
     Close();
     if (isNews && server_.onBroken_) {
@@ -53,13 +64,13 @@ void ServerConnection::Break(const LostCall& lost) {
     }
 }
 
-LostCall ServerConnection::LastCall() const {
+LostCall ServerConnection::LastCall() const noexcept {
     LostCall lost;
     lost.kind = LostCall::Kind::None;
     return lastCallBytes_ == 0 ? lost : CallOf(lastCall_.data(), lastCallBytes_);
 }
 
-LostCall ServerConnection::CallOf(const unsigned char* fixed, std::size_t bytes) const {
+LostCall ServerConnection::CallOf(const unsigned char* fixed, std::size_t bytes) const noexcept {
     LostCall lost;
     const vd_message_header header = HeaderAt(fixed);
     lost.endpoint = server_.FindEndpoint(header.riid);
@@ -72,7 +83,7 @@ LostCall ServerConnection::CallOf(const unsigned char* fixed, std::size_t bytes)
     return lost;
 }
 
-LostCall ServerConnection::CallIn(const unsigned char* frame, std::size_t bytes) const {
+LostCall ServerConnection::CallIn(const unsigned char* frame, std::size_t bytes) const noexcept {
     Prelude prelude;
     if (bytes < kPreludeBytes || DecodePrelude(frame, prelude) != FrameFault::None) {
         return {};
@@ -90,7 +101,7 @@ LostCall ServerConnection::CallIn(const unsigned char* frame, std::size_t bytes)
     return CallOf(frame + kPreludeBytes, fixedBytes);
 }
 
-LostCall ServerConnection::Lost() {
+LostCall ServerConnection::Lost() noexcept {
     // While a call is being handled the buffer still holds it, perhaps behind others. What stands
     // behind a call that waits for its answer breaks a rule.
     if (callPending_) {
@@ -118,9 +129,13 @@ void ServerConnection::EndAfterClient() {
     }
 }
 
-void ServerConnection::EndWatch(bool wasTaken) {
+void ServerConnection::EndWatch(bool wasTaken) noexcept {
     if (const DeliveryWatch watch = std::exchange(watch_, nullptr)) {
-        watch(wasTaken);
+        try {
+            watch(wasTaken);
+        } catch (const std::bad_alloc&) {
+            Report(zor::logger::kLevelError, kSourceFile, "EndWatch", "out of memory");
+        }
     }
 }
 
@@ -138,7 +153,7 @@ void ServerConnection::NoticeEnd() {
     }
 }
 
-void ServerConnection::Close() {
+void ServerConnection::Close() noexcept {
     if (!std::exchange(open_, false)) {
         return;
     }
@@ -154,9 +169,11 @@ void ServerConnection::Close() {
     --usage.connections;
     if (greeted_) {
         const auto ofClient = server_.greeted_.find(client_.token);
-        ofClient->second.erase(this);
-        if (ofClient->second.empty()) {
-            server_.greeted_.erase(ofClient);
+        if (ofClient != server_.greeted_.end()) {
+            ofClient->second.erase(this);
+            if (ofClient->second.empty()) {
+                server_.greeted_.erase(ofClient);
+            }
         }
         server_.sessions_.Detach(client_.token);
     }

@@ -1,6 +1,7 @@
 #include "zam_platform/server/session_registry.h"
 
 #include <asio/post.hpp>
+#include <new>
 
 namespace zam_platform {
 namespace {
@@ -40,34 +41,50 @@ Attachment SessionRegistry::Attach(const ClientIdentity& client) {
     return Attachment::Done;
 }
 
-void SessionRegistry::Detach(const SessionToken& token) {
+void SessionRegistry::Detach(const SessionToken& token) noexcept {
     const auto entry = sessions_.find(token);
     if (entry == sessions_.end() || --entry->second.connections != 0) {
         return;
     }
-    entry->second.end = ends_.insert(ends_.end(), {Clock::now() + grace_, token});
+    try {
+        entry->second.end = ends_.insert(ends_.end(), {Clock::now() + grace_, token});
+    } catch (const std::bad_alloc&) {
+        End(token);  // one that nobody would end would be kept for ever
+        return;
+    }
     AwaitEnd();
 }
 
-void SessionRegistry::AwaitEnd() {
+void SessionRegistry::AwaitEnd() noexcept {
     if (isEnding_ || ends_.empty()) {
         return;
     }
     isEnding_ = true;
-    timer_.expires_at(ends_.front().due);
-    timer_.async_wait([this](const std::error_code& error) {
-        if (!error) {
-            EndDue();
+    try {
+        timer_.expires_at(ends_.front().due);
+        timer_.async_wait([this](const std::error_code& error) {
+            if (!error) {
+                EndDue();
+            }
+        });
+    } catch (const std::bad_alloc&) {
+        isEnding_ = false;
+        while (!ends_.empty()) {
+            EndFirst();
         }
-    });
+    }
 }
 
-void SessionRegistry::EndDue() {
+void SessionRegistry::EndDue() noexcept {
     const auto start = Clock::now();
     for (auto now = start; !ends_.empty() && ends_.front().due <= now; now = Clock::now()) {
         if (now - start >= kLongestStretch) {
-            asio::post(context_, [this] { EndDue(); });
-            return;
+            try {
+                asio::post(context_, [this] { EndDue(); });
+                return;
+            } catch (const std::bad_alloc&) {
+                // Without a pause, then: ends give memory back.
+            }
         }
         EndFirst();
     }
@@ -75,9 +92,13 @@ void SessionRegistry::EndDue() {
     AwaitEnd();
 }
 
-void SessionRegistry::EndFirst() {
+void SessionRegistry::EndFirst() noexcept {
     const SessionToken token = ends_.front().token;
     ends_.pop_front();
+    End(token);
+}
+
+void SessionRegistry::End(const SessionToken& token) noexcept {
     const auto entry = sessions_.find(token);
     const auto ofUser = ofUsers_.find(entry->second.user);
     if (--ofUser->second == 0) {

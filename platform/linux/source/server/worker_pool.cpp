@@ -1,64 +1,66 @@
 #include "zam_platform/server/worker_pool.h"
 
 #include <algorithm>
-#include <asio/post.hpp>
-#include <utility>
 
 namespace zam_platform {
 
 WorkerPool::WorkerPool(std::size_t threads, std::size_t lanes, std::size_t limit)
-    : limit_(limit), pool_(threads) {
-    for (std::size_t lane = 0; lane < lanes; ++lane) {
-        lanes_.emplace_back(pool_.get_executor());
+    : limit_(limit), lanes_(lanes) {
+    threads_.reserve(threads);
+    try {
+        for (std::size_t thread = 0; thread < threads; ++thread) {
+            threads_.emplace_back([this] { Run(); });
+        }
+    } catch (...) {
+        Join();
+        throw;
     }
 }
 
 WorkerPool::~WorkerPool() {
-    pool_.join();
+    Join();
 }
 
 bool WorkerPool::Post(std::size_t lane, std::function<void()> job) {
-    // A pool that was joined would keep the job, and what it holds, without ever running it.
-    if (isFinished_.load(std::memory_order_acquire)) {
-        return false;
-    }
-    if (jobs_.fetch_add(1, std::memory_order_relaxed) >= limit_) {
-        jobs_.fetch_sub(1, std::memory_order_relaxed);
-        return false;
-    }
-    asio::post(lanes_.at(lane), [this, job = std::move(job)] {
-        job();
-        jobs_.fetch_sub(1, std::memory_order_relaxed);
-    });
-    return true;
+    return Put({.lane = lane, .user = {}}, std::move(job));
 }
 
 bool WorkerPool::Post(std::size_t lane, uid_t user, std::function<void()> job) {
-    if (!TakePlace(user)) {
-        return false;
-    }
-    const bool posted = Post(lane, [this, user, job = std::move(job)] {
-        job();
-        ReturnPlace(user);
-    });
-    if (!posted) {
-        ReturnPlace(user);
-    }
-    return posted;
+    return Put({.lane = lane, .user = user}, std::move(job));
 }
 
-bool WorkerPool::TakePlace(uid_t user) {
+bool WorkerPool::Put(const Place& place, std::function<void()> job) {
+    const std::size_t share = std::max<std::size_t>(limit_ / 4, 1);
+    std::unique_ptr<Job> made;
     const qor::MutexLock lock(mutex_);
-    std::size_t& taken = ofUsers_[user];
-    if (taken >= std::max<std::size_t>(limit_ / 4, 1)) {
+    if (isFinished_ || jobs_ >= limit_) {
         return false;
     }
-    ++taken;
+    try {
+        made = std::make_unique<Job>();
+        std::size_t* const ofUser = place.user ? &ofUsers_[*place.user] : nullptr;
+        if (ofUser != nullptr && ++*ofUser > share) {
+            --*ofUser;
+            return false;
+        }
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    made->run = std::move(job);
+    made->user = place.user;
+    Lane& own = lanes_.at(place.lane);
+    ++jobs_;
+    Job* const last = made.get();
+    (own.last == nullptr ? own.first : own.last->next) = std::move(made);
+    const bool wasEmpty = own.last == nullptr;
+    own.last = last;
+    if (wasEmpty && !own.isRunning) {
+        MakeReady(own);
+    }
     return true;
 }
 
 void WorkerPool::ReturnPlace(uid_t user) {
-    const qor::MutexLock lock(mutex_);
     const auto found = ofUsers_.find(user);
     if (--found->second == 0) {
         ofUsers_.erase(found);
@@ -66,8 +68,72 @@ void WorkerPool::ReturnPlace(uid_t user) {
 }
 
 void WorkerPool::Finish() {
-    isFinished_.store(true, std::memory_order_release);
-    pool_.join();
+    {
+        const qor::MutexLock lock(mutex_);
+        isFinished_ = true;
+    }
+    Join();
+}
+
+void WorkerPool::Run() {
+    Lane* lane = nullptr;
+    while (std::unique_ptr<Job> job = Take(lane)) {
+        job->run();
+        const std::optional<uid_t> user = job->user;
+        job.reset();
+        const qor::MutexLock lock(mutex_);
+        --jobs_;
+        if (user) {
+            ReturnPlace(*user);
+        }
+        lane->isRunning = false;
+        if (lane->first != nullptr) {
+            MakeReady(*lane);
+        }
+        if (isEnding_ && jobs_ == 0) {
+            changed_.notify_all();
+        }
+    }
+}
+
+std::unique_ptr<WorkerPool::Job> WorkerPool::Take(Lane*& lane) {
+    qor::MutexLock lock(mutex_);
+    while (firstReady_ == nullptr) {
+        if (isEnding_ && jobs_ == 0) {
+            return nullptr;
+        }
+        lock.Wait(changed_);
+    }
+    lane = std::exchange(firstReady_, firstReady_->nextReady);
+    lane->nextReady = nullptr;
+    if (firstReady_ == nullptr) {
+        lastReady_ = nullptr;
+    }
+    lane->isRunning = true;
+    std::unique_ptr<Job> job = std::move(lane->first);
+    lane->first = std::move(job->next);
+    if (lane->first == nullptr) {
+        lane->last = nullptr;
+    }
+    return job;
+}
+
+void WorkerPool::MakeReady(Lane& lane) {
+    (lastReady_ == nullptr ? firstReady_ : lastReady_->nextReady) = &lane;
+    lastReady_ = &lane;
+    changed_.notify_one();
+}
+
+void WorkerPool::Join() {
+    {
+        const qor::MutexLock lock(mutex_);
+        isEnding_ = true;
+        changed_.notify_all();
+    }
+    for (std::thread& thread : threads_) {
+        thread.join();
+    }
+    threads_.clear();
 }
 
 }  // namespace zam_platform

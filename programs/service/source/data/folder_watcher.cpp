@@ -6,8 +6,10 @@
 #include <asio/buffer.hpp>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <utility>
 
+#include "common/log.h"
 #include "zam_platform/posix_error.h"
 
 namespace zam_service {
@@ -67,13 +69,30 @@ void FolderWatcher::Close() {
 }
 
 void FolderWatcher::ReadMore() {
-    notices_.async_read_some(asio::buffer(buffer_),
-                             [this](const std::error_code& error, std::size_t bytes) {
+    notices_.async_read_some(
+        asio::buffer(buffer_),
+        zam_platform::InRoom(*room_,
+                             [this, room = room_](const std::error_code& error, std::size_t bytes) {
                                  // An error here is the end: the descriptor was closed.
                                  if (!error && notices_.is_open()) {
-                                     OnRead(bytes);
+                                     OnNotices(bytes);
                                  }
-                             });
+                             }));
+}
+
+void FolderWatcher::OnNotices(std::size_t bytes) {
+    try {
+        OnRead(bytes);
+    } catch (const std::bad_alloc&) {
+        // What was told is lost, and everything is looked at again, by and by.
+        zam_connector::common::Log(zor::logger::kLevelError,
+                                   zam_connector::common::Here("folder_watcher", "OnNotices"),
+                                   "out of memory");
+        ReadMore();
+        observer_.onLost();
+        return;
+    }
+    ReadMore();
 }
 
 void FolderWatcher::OnRead(std::size_t bytes) {
@@ -101,7 +120,6 @@ void FolderWatcher::OnRead(std::size_t bytes) {
     if (folderTouched) {
         observer_.onFolder();
     }
-    ReadMore();
 }
 
 }  // namespace zam_service

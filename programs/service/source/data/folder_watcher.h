@@ -5,7 +5,10 @@
 #include <asio/posix/stream_descriptor.hpp>
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
+
+#include "zam_platform/server/handler_room.h"
 
 namespace zam_service {
 
@@ -38,6 +41,7 @@ public:
 
 private:
     void ReadMore();
+    void OnNotices(std::size_t bytes);
     void OnRead(std::size_t bytes);
     void WatchParent();
 
@@ -46,6 +50,9 @@ private:
     const FolderObserver observer_;
     int folder_ = -1;  ///< watch descriptors; -1 for none
     int parent_ = -1;
+    /// The handler's too, which may outlive this object in the loop.
+    std::shared_ptr<zam_platform::HandlerRoom> room_ =
+        std::make_shared<zam_platform::HandlerRoom>();
     /// Room for many notices: what the kernel queues meanwhile is bounded.
     alignas(8) std::array<char, std::size_t{16} << 10U> buffer_;
 };

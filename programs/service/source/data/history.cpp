@@ -2,8 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <asio/post.hpp>
 #include <memory>
+#include <new>
+#include <optional>
 #include <utility>
 
 #include "common/log.h"
@@ -33,10 +34,20 @@ void History::Append(std::string line, Done done, std::optional<uid_t> user) {
         }
         return;
     }
-    if (user) {
-        ++waitingOf_[*user];
+    Line next{.text = std::move(line), .done = std::move(done)};
+    try {
+        std::size_t* const ofUser = user ? &waitingOf_[*user] : nullptr;
+        waiting_.push_back(std::move(next));
+        if (ofUser != nullptr) {
+            ++*ofUser;
+        }
+    } catch (const std::bad_alloc&) {
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Append"), "line dropped: out of memory");
+        if (next.done) {
+            next.done(kInsufficientResources);
+        }
+        return;
     }
-    waiting_.push_back({.text = std::move(line), .done = std::move(done)});
     if (!isWriting_) {
         WriteWaiting();
     }
@@ -65,30 +76,44 @@ void History::WriteWaiting() {
     if (waiting_.empty()) {
         return;
     }
-    auto lines = std::make_shared<std::vector<Line>>(std::exchange(waiting_, {}));
+    std::shared_ptr<std::vector<Line>> lines;
+    try {
+        lines = std::make_shared<std::vector<Line>>();
+    } catch (const std::bad_alloc&) {
+        FailWaiting(kInsufficientResources);
+        return;
+    }
+    lines->swap(waiting_);
     waitingOf_.clear();
-    const auto write = [this, lines] {
+    isWriting_ = true;
+    const auto write = [this, lines] { return Write(*lines); };
+    if (isClosed_) {
+        OnWritten(std::move(*lines), write());
+        return;
+    }
+    const bool posted =
+        workers_.PostTo(loop_, kHistoryLane, write,
+                        [this, lines](const std::optional<HistoryFile::Result>& result) {
+                            // `Write` throws nothing.
+                            OnWritten(std::move(*lines), *result);
+                        });
+    if (!posted) {
+        isWriting_ = false;
+        lines->swap(waiting_);
+        FailWaiting(kInsufficientResources);
+    }
+}
+
+HistoryFile::Result History::Write(std::vector<Line>& lines) noexcept {
+    try {
         std::vector<std::string> texts;
-        texts.reserve(lines->size());
-        for (Line& line : *lines) {
+        texts.reserve(lines.size());
+        for (Line& line : lines) {
             texts.push_back(std::move(line.text));
         }
         return file_.Append(texts);
-    };
-    isWriting_ = true;
-    if (isClosed_) {
-        const HistoryFile::Result result = write();
-        OnWritten(std::move(*lines), result);
-        return;
-    }
-    const bool posted = workers_.Post(kHistoryLane, [this, lines, write] {
-        asio::post(loop_,
-                   [this, lines, result = write()] { OnWritten(std::move(*lines), result); });
-    });
-    if (!posted) {
-        isWriting_ = false;
-        waiting_ = std::move(*lines);
-        FailWaiting(kInsufficientResources);
+    } catch (const std::bad_alloc&) {
+        return {.written = 0, .error = "out of memory"};
     }
 }
 
@@ -111,6 +136,7 @@ void History::OnWritten(std::vector<Line> lines, const HistoryFile::Result& resu
 
 void History::FailWaiting(int code) {
     const std::vector<Line> lines = std::exchange(waiting_, {});
+    waitingOf_.clear();
     Log(zor::logger::kLevelError, Here(kSourceFile, "FailWaiting"),
         "{} lines dropped: every worker is taken", lines.size());
     for (const Line& line : lines) {

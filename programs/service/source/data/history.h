@@ -50,6 +50,7 @@ private:
     /// Why a line finds no place; empty when it has one.
     std::string Excess(std::optional<uid_t> user) const;
     void WriteWaiting();
+    HistoryFile::Result Write(std::vector<Line>& lines) noexcept;
     void OnWritten(std::vector<Line> lines, const HistoryFile::Result& result);
     void FailWaiting(int code);
 

@@ -1,13 +1,12 @@
 #include "data/rereader.h"
 
-#include <asio/post.hpp>
 #include <chrono>
 #include <utility>
 
 namespace zam_service {
 namespace {
 
-/// Before something is read that found every worker taken.
+/// Before something is read that found every worker taken, or no memory to say what was read.
 constexpr std::chrono::milliseconds kRetryDelay{100};
 
 }  // namespace
@@ -26,8 +25,9 @@ void Rereader::Start() {
     if (isReading_ || isClosed_ || !canRead_()) {
         return;
     }
-    const bool posted = workers_.Post(
-        lane_, [this] { asio::post(loop_, [this, publish = read_()] { OnRead(publish); }); });
+    const bool posted = workers_.PostTo(
+        loop_, lane_, [this] { return read_(); },
+        [this](const std::optional<std::function<void()>>& publish) { OnRead(publish); });
     if (posted) {
         isReading_ = true;
         isStale_ = false;
@@ -41,9 +41,15 @@ void Rereader::Close() {
     retry_.cancel();
 }
 
-void Rereader::OnRead(const std::function<void()>& publish) {
+void Rereader::OnRead(const std::optional<std::function<void()>>& publish) {
     isReading_ = false;
-    publish();
+    if (publish) {
+        (*publish)();
+    } else if (!isStale_) {
+        isStale_ = true;
+        RetryLater();
+        return;
+    }
     if (isStale_) {
         Start();
     }

@@ -3,6 +3,7 @@
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 #include <functional>
+#include <optional>
 
 #include "lanes.h"
 #include "zam_platform/server/worker_pool.h"
@@ -10,11 +11,12 @@
 namespace zam_service {
 
 /// Reads something again when it has changed: on a worker, one reading at a time, once more when it
-/// changed meanwhile, and a little later when every worker was taken. On the loop thread only.
+/// changed meanwhile, and a little later when every worker was taken
+/// or memory was wanting. On the loop thread only.
 class Rereader {
 public:
-    /// Runs on a worker and must not throw. What it returns is called on the loop thread, to
-    /// publish what was read.
+    /// Runs on a worker and must throw nothing but `std::bad_alloc`. What it returns is called on
+    /// the loop thread, to publish what was read.
     using Read = std::function<std::function<void()>()>;
 
     /// Neither `loop` nor `workers` is owned; both must outlive this object, which must outlive the
@@ -31,7 +33,7 @@ public:
     void Close();
 
 private:
-    void OnRead(const std::function<void()>& publish);
+    void OnRead(const std::optional<std::function<void()>>& publish);
     void RetryLater();
 
     asio::io_context& loop_;

@@ -2,11 +2,12 @@
 
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
+#include <cstdint>
 #include <string_view>
 #include <variant>
 #include <vector>
 
+#include "record_json/json_writer.h"
 #include "vocabulary/settings_fields.h"
 
 namespace zam_service {
@@ -59,11 +60,19 @@ ZamConnectorSettings ReadSettings(const JsonValue& root) {
 }
 
 std::string WriteSettings(const ZamConnectorSettings& settings) {
-    nlohmann::ordered_json tree;
+    struct Put {
+        void operator()(std::uint64_t number) const { json.Number(number); }
+        void operator()(bool flag) const { json.Flag(flag); }
+
+        zam_json::JsonWriter& json;
+    };
+    zam_json::JsonWriter json;
+    json.BeginObject();
     for (const SettingsField& field : SettingsFields()) {
-        std::visit([&](auto value) { tree[field.name] = value; }, field.get(settings));
+        json.Name(field.name);
+        std::visit(Put{json}, field.get(settings));
     }
-    return tree.dump(4) + "\n";
+    return json.End().Take();
 }
 
 }  // namespace zam_service

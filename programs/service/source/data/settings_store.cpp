@@ -1,8 +1,8 @@
 #include "data/settings_store.h"
 
-#include <asio/post.hpp>
 #include <exception>
-#include <utility>
+#include <new>
+#include <optional>
 
 #include "common/log.h"
 #include "data/settings_json.h"
@@ -20,6 +20,8 @@ int WriteFile(const FolderFiles& files, const ZamConnectorSettings& settings) {
     try {
         files.Write(kSettingsFile, WriteSettings(settings));
         return kNoError;
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& exception) {
         zam_connector::common::Log(zor::logger::kLevelError,
                                    zam_connector::common::Here(kSourceFile, "Set"),
@@ -35,14 +37,14 @@ SettingsStore::SettingsStore(asio::io_context& loop, zam_platform::WorkerPool& w
     : loop_(loop), workers_(workers), files_(files) {}
 
 void SettingsStore::Set(uid_t user, const ZamConnectorSettings& settings, const Done& done) {
-    const bool posted = workers_.Post(kSettingsLane, user, [this, settings, done] {
-        asio::post(loop_, [this, settings, done, code = WriteFile(files_, settings)] {
+    const bool posted = workers_.PostTo(
+        loop_, kSettingsLane, user, [this, settings] { return WriteFile(files_, settings); },
+        [this, settings, done](std::optional<int> code) {
             if (code == kNoError) {
                 current_ = settings;
             }
-            done(code);
+            done(code.value_or(kInsufficientResources));
         });
-    });
     if (!posted) {
         done(kInsufficientResources);
     }

@@ -76,7 +76,7 @@ std::string FileOf(UploadKind kind) {
 }
 
 UploadOutcome StoreTree(const FolderFiles& files, UploadKind kind,
-                        std::vector<RawZamParam> records) noexcept {
+                        std::vector<RawZamParam> records) {
     UploadOutcome outcome;
     try {
         std::string text;
@@ -96,16 +96,18 @@ UploadOutcome StoreTree(const FolderFiles& files, UploadKind kind,
     } catch (const zam_connector::tree_json::JsonError& error) {
         return {.code = kInvalidArgument, .hash = kAbsentHash, .error = error.what()};
     } catch (const std::bad_alloc&) {
-        return {.code = kInsufficientResources, .hash = kAbsentHash, .error = "not enough memory"};
+        throw;
     } catch (const std::exception& error) {
         return {.code = kMediaError, .hash = kAbsentHash, .error = error.what()};
     }
 }
 
-UploadOutcome StoreText(const FolderFiles& files, UploadKind kind, std::string_view text) noexcept {
+UploadOutcome StoreText(const FolderFiles& files, UploadKind kind, std::string_view text) {
     try {
         Store(files, kind, text);
         return {};
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& error) {
         return {.code = kMediaError, .hash = kAbsentHash, .error = error.what()};
     }

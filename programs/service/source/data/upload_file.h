@@ -35,12 +35,13 @@ struct UploadOutcome {
 
 /// Rebuilds the tree of a list, a none tree of an empty one, and stores it: on the disk when it
 /// returns, and whole or not at all. "Invalid argument" for a list that makes no tree and for a
-/// tree that cannot be written, "Media error" for what the disk refuses. Never throws.
+/// tree that cannot be written, "Media error" for what the disk refuses. Throws
+/// `std::bad_alloc` and nothing else; then the upload before stands.
 UploadOutcome StoreTree(const FolderFiles& files, UploadKind kind,
-                        std::vector<zam_connector::common::RawZamParam> records) noexcept;
+                        std::vector<zam_connector::common::RawZamParam> records);
 
 /// Stores a text in the same way.
-UploadOutcome StoreText(const FolderFiles& files, UploadKind kind, std::string_view text) noexcept;
+UploadOutcome StoreText(const FolderFiles& files, UploadKind kind, std::string_view text);
 
 /// The hash of a stored tree, read back; `kAbsentHash` when there is none. What cannot be read is
 /// logged and counts as none. Never throws.

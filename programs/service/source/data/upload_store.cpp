@@ -2,8 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <asio/post.hpp>
 #include <chrono>
+#include <new>
+#include <optional>
 #include <utility>
 
 #include "common/log.h"
@@ -19,6 +20,12 @@ constexpr char kSourceFile[] = "upload_store";
 
 /// Records that are destroyed in well under a millisecond.
 constexpr std::size_t kFewRecords = 1000;
+/// The workers had no memory to store it, nor to say so.
+const UploadOutcome& Lacking() noexcept {
+    static const UploadOutcome lacking{
+        .code = kInsufficientResources, .hash = kAbsentHash, .error = "out of memory"};
+    return lacking;
+}
 
 std::string LineOf(UploadKind kind, const UploadOutcome& outcome) {
     HistoryLine line("upload", std::chrono::system_clock::now());
@@ -56,16 +63,23 @@ void UploadStore::Store(UploadKind kind, uid_t user, std::string text, Done done
         std::move(done));
 }
 
-void UploadStore::Discard(TreeUpload upload) {
+void UploadStore::Discard(TreeUpload upload) noexcept {
     if (upload.records.size() <= kFewRecords) {
         return;
     }
-    auto kept = std::make_shared<TreeUpload>(std::move(upload));
-    // Where there is no room for it, or the service ends, it goes here.
-    workers_.Post(kUploadLane, [this, kept] {
-        kept->records = std::vector<zam_connector::common::RawZamParam>();
-        asio::post(loop_, [kept] { kept->share.Return(); });
-    });
+    try {
+        auto kept = std::make_shared<TreeUpload>(std::move(upload));
+        // Where there is no room for it, or the service ends, it goes here.
+        workers_.PostTo(
+            loop_, kUploadLane,
+            [kept] {
+                kept->records = std::vector<zam_connector::common::RawZamParam>();
+                return true;
+            },
+            [kept](std::optional<bool> /*done*/) { kept->share.Return(); });
+    } catch (const std::bad_alloc&) {
+        // It goes here as well.
+    }
 }
 
 void UploadStore::Keep(UploadKind kind, uid_t user, Done done) {
@@ -74,7 +88,9 @@ void UploadStore::Keep(UploadKind kind, uid_t user, Done done) {
         [this, kind] {
             return UploadOutcome{.code = kNoError, .hash = StoredHash(files_, kind), .error = {}};
         },
-        [](const UploadOutcome& outcome, const Done& end) { end(outcome.code, outcome.hash); },
+        [this](const UploadOutcome& outcome, const Done& end) {
+            End(end, outcome.code, outcome.hash);
+        },
         std::move(done));
 }
 
@@ -90,20 +106,33 @@ void UploadStore::PostStore(UploadKind kind, uid_t user, std::function<UploadOut
 
 void UploadStore::Post(uid_t user, std::function<UploadOutcome()> work,
                        std::function<void(const UploadOutcome&, const Done&)> then, Done done) {
-    // Shared, so that what runs on a worker destroys no state of the loop's.
-    auto end = std::make_shared<Done>([this, done = std::move(done)](int code, std::uint64_t hash) {
-        --unanswered_;
-        done(code, hash);
-    });
+    auto end = std::make_shared<Done>(std::move(done));
+    const bool posted =
+        workers_.PostTo(loop_, kUploadLane, user, std::move(work),
+                        [then = std::move(then), end](const std::optional<UploadOutcome>& outcome) {
+                            then(outcome ? *outcome : Lacking(), *end);
+                        });
     ++unanswered_;
-    const bool posted = workers_.Post(
-        kUploadLane, user, [this, work = std::move(work), then = std::move(then), end]() mutable {
-            asio::post(loop_,
-                       [outcome = work(), then = std::move(then), end] { then(outcome, *end); });
-        });
     if (!posted) {
-        (*end)(kInsufficientResources, kAbsentHash);
+        End(*end, kInsufficientResources, kAbsentHash);
     }
+}
+
+void UploadStore::TellSettings() noexcept {
+    try {
+        if (onSettings_) {
+            onSettings_();
+        }
+    } catch (const std::bad_alloc&) {
+        zam_connector::common::Log(zor::logger::kLevelError,
+                                   zam_connector::common::Here(kSourceFile, "TellSettings"),
+                                   "out of memory: not everybody was told of the settings");
+    }
+}
+
+void UploadStore::End(const Done& done, int code, std::uint64_t hash) {
+    --unanswered_;
+    done(code, hash);
 }
 
 void UploadStore::OnStored(UploadKind kind, const UploadOutcome& outcome, const Done& done) {
@@ -111,18 +140,25 @@ void UploadStore::OnStored(UploadKind kind, const UploadOutcome& outcome, const 
         zam_connector::common::Log(
             zor::logger::kLevelError, zam_connector::common::Here(kSourceFile, "OnStored"),
             "{} upload refused: {}; the one before stays", NameOf(kind), outcome.error);
-        done(outcome.code, kAbsentHash);
+        End(done, outcome.code, kAbsentHash);
         return;
     }
     if (kind == UploadKind::Settings) {
         settingsHash_ = outcome.hash;
-        if (onSettings_) {
-            onSettings_();
-        }
+        TellSettings();
     }
-    history_.Append(LineOf(kind, outcome), [done, hash = outcome.hash](int code) {
-        done(code, code == kNoError ? hash : kAbsentHash);
-    });
+    std::string line;
+    History::Done told;
+    try {
+        line = LineOf(kind, outcome);
+        told = [this, done, hash = outcome.hash](int code) {
+            End(done, code, code == kNoError ? hash : kAbsentHash);
+        };
+    } catch (const std::bad_alloc&) {
+        End(done, kInsufficientResources, kAbsentHash);
+        return;
+    }
+    history_.Append(std::move(line), std::move(told));
 }
 
 }  // namespace zam_service

@@ -51,7 +51,7 @@ public:
 
     /// Destroys an upload that is not stored. A large one is left to a worker, because that takes a
     /// while, and keeps its share until it is gone.
-    void Discard(TreeUpload upload);
+    void Discard(TreeUpload upload) noexcept;
 
     /// The hash of the settings that were uploaded last; `kAbsentHash` when none were.
     std::uint64_t SettingsHash() const noexcept { return settingsHash_; }
@@ -69,6 +69,8 @@ private:
     /// Does `work` behind all that was posted before, and tells `then` on the loop what came of it.
     void Post(uid_t user, std::function<UploadOutcome()> work,
               std::function<void(const UploadOutcome&, const Done&)> then, Done done);
+    void TellSettings() noexcept;
+    void End(const Done& done, int code, std::uint64_t hash);
     void OnStored(UploadKind kind, const UploadOutcome& outcome, const Done& done);
 
     asio::io_context& loop_;

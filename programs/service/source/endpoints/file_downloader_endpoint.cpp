@@ -1,8 +1,8 @@
 #include "endpoints/file_downloader_endpoint.h"
 
-#include <asio/post.hpp>
 #include <cstdint>
 #include <exception>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -145,15 +145,15 @@ void FileDownloaderEndpoint::GetFileInfo(const Request& request, Responder respo
     }
     const auto kept = std::make_shared<Responder>(std::move(responder));
     const uid_t user = request.client.user;
-    const bool posted = workers_.Post(kFileLane, user, [this, user, path = params->path, kept] {
-        asio::post(loop_, [this, user, kept, found = Open(path)] {
-            if (found.code != kNoError) {
-                FailInfo(*kept, found.code);
+    const bool posted = workers_.PostTo(
+        loop_, kFileLane, user, [this, path = params->path] { return Open(path); },
+        [this, user, kept](const std::optional<Found>& found) {
+            if (!found || found->code != kNoError) {
+                FailInfo(*kept, found ? found->code : kInsufficientResources);
                 return;
             }
-            AskHash(user, found.file, kept);
+            AskHash(user, found->file, kept);
         });
-    });
     if (!posted) {
         FailInfo(*kept, kInsufficientResources);
     }
@@ -181,12 +181,15 @@ void FileDownloaderEndpoint::GetFileChunk(const Request& request, Responder resp
         return;
     }
     const auto kept = std::make_shared<Responder>(std::move(responder));
-    const bool posted =
-        workers_.Post(kFileLane, request.client.user, [this, params = *params, file, kept] {
-            const auto found = std::make_shared<Found>(Read(params, file));
-            asio::post(loop_, [this, kept, found, offset = params.offset] {
+    const bool posted = workers_.PostTo(
+        loop_, kFileLane, request.client.user,
+        [this, params = *params, file] { return Read(params, file); },
+        [this, kept, offset = params->offset](std::optional<Found> found) {
+            if (found) {
                 OnChunkRead(offset, *found, *kept);
-            });
+            } else {
+                FailChunk(*kept, kInsufficientResources);
+            }
         });
     if (!posted) {
         FailChunk(*kept, kInsufficientResources);

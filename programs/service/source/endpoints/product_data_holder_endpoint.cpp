@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <exception>
 #include <memory>
+#include <new>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -193,20 +194,21 @@ void ProductDataHolderEndpoint::Open(const Request& request, Responder responder
 std::int8_t ProductDataHolderEndpoint::SendData(const Request& request) {
     const auto& message = request.As<qx_zam_connector_ProductDataHolder_SendData_req>();
     Channel* const channel = channels_.Find(request.client.token, message.channel);
-    if (channel == nullptr || !channel->failure.empty()) {
+    if (channel == nullptr || channel->hasFailed) {
         return kSessionInvalid;
     }
     std::vector<RawZamParam>& records = channel->upload.records;
     const std::size_t before = records.size();
+    std::size_t bytes = 0;
     try {
         zam_connector::common::AppendFromVd(message.params, &request.arena, records);
+        bytes = Measure(channel->meter, records, before);
     } catch (const std::exception& error) {
         return Fail(*channel, kSessionInvalid, error.what());
     }
     if (records.size() == before) {
         return Fail(*channel, kSessionInvalid, "an empty piece");
     }
-    const std::size_t bytes = Measure(channel->meter, records, before);
     if (!channel->upload.share.Grow(bytes)) {
         return Fail(*channel, kSessionFull, channel->upload.share.Excess(bytes));
     }
@@ -223,15 +225,16 @@ void ProductDataHolderEndpoint::CloseChannel(const Request& request, Responder r
         return;
     }
     const bool hasFailedThere = (request.flags & zam_platform::kFlagFailedTransfer) != 0;
-    if (channel->failure.empty() && !hasFailedThere) {
+    if (!channel->hasFailed && !hasFailedThere) {
         channel->failure = channel->meter.Missing();
+        channel->hasFailed = !channel->failure.empty();
     }
-    if (!channel->failure.empty()) {
+    if (channel->hasFailed) {
         Log(zor::logger::kLevelError, Here(kSourceFile, "CloseChannel"),
             "{} upload refused: {}; the one before stays", NameOf(channel->upload.kind),
             channel->failure);
     }
-    if (channel->failure.empty() && !hasFailedThere) {
+    if (!channel->hasFailed && !hasFailedThere) {
         uploads_.Store(std::move(channel->upload), CloseAnswer(std::move(responder)));
         return;
     }
@@ -250,8 +253,12 @@ void ProductDataHolderEndpoint::CloseChannel(const Request& request, Responder r
 /// The first failure is what the transfer fails of; its records are of no more use.
 std::int8_t ProductDataHolderEndpoint::Fail(Channel& channel, std::int8_t status,
                                             std::string_view why) {
-    if (channel.failure.empty()) {
-        channel.failure = why;
+    if (!std::exchange(channel.hasFailed, true)) {
+        try {
+            channel.failure = why;
+        } catch (const std::bad_alloc&) {
+            // What counts is that it failed.
+        }
         Log(zor::logger::kLevelError, Here(kSourceFile, "Fail"), "{} upload: {}",
             NameOf(channel.upload.kind), why);
     }

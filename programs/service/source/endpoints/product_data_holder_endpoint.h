@@ -53,7 +53,8 @@ private:
         UploadStore* uploads;
         TreeUpload upload;
         RebuildMeter meter;
-        std::string failure;  ///< why the transfer cannot be stored; empty as long as it can
+        bool hasFailed = false;  ///< it cannot be stored
+        std::string failure;     ///< why not, where there was memory to say so
     };
 
     void SetAppInfo(const zam_platform::Request& request, zam_platform::Responder responder);

@@ -3,9 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <asio/post.hpp>
 #include <cerrno>
 #include <ctime>
+#include <optional>
 #include <span>
 #include <utility>
 
@@ -77,9 +77,17 @@ void FileHashes::Ask(uid_t user, const OpenFilePtr& file, Taker take) {
     }
     // Side by side, so that a large file does not hold up every small one.
     const Lane lane = stamp.inode % 2 == 0 ? kHashLane : kSecondHashLane;
-    const bool posted = workers_.Post(lane, user, [this, file, stamp] {
-        asio::post(loop_, [this, stamp, outcome = Compute(*file)] { OnComputed(stamp, outcome); });
-    });
+    const bool posted = workers_.PostTo(
+        loop_, lane, user, [this, file] { return Compute(*file); },
+        [this, stamp](const std::optional<Outcome>& outcome) {
+            if (outcome) {
+                OnComputed(stamp, *outcome);
+            } else {
+                OnComputed(
+                    stamp,
+                    {.hashed = {.code = kInsufficientResources, .stamp = stamp, .sha256 = {}}});
+            }
+        });
     if (posted) {
         waiting_[stamp].push_back(std::move(take));
     } else {
@@ -118,21 +126,22 @@ FileHashes::Outcome FileHashes::Compute(const OpenFile& file) const {
 
 void FileHashes::OnComputed(const FileStamp& asked, const Outcome& outcome) {
     ++computed_;
+    if (const auto waiting = waiting_.extract(asked)) {
+        for (const Taker& take : waiting.mapped()) {
+            take(outcome.hashed);
+        }
+    }
     if (outcome.hashed.code == kNoError && outcome.isSettled) {
         Remember(outcome.hashed);
-    }
-    const std::vector<Taker> takers = std::move(waiting_[asked]);
-    waiting_.erase(asked);
-    for (const Taker& take : takers) {
-        take(outcome.hashed);
     }
 }
 
 void FileHashes::Remember(const HashedFile& hashed) {
-    if (!known_.emplace(hashed.stamp, hashed.sha256).second) {
+    if (known_.contains(hashed.stamp)) {
         return;
     }
     order_.push_back(hashed.stamp);
+    known_.emplace(hashed.stamp, hashed.sha256);
     if (order_.size() > kMaxFileHashes) {
         known_.erase(order_.front());
         order_.pop_front();

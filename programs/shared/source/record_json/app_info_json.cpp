@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
 #include <vector>
@@ -17,15 +17,13 @@
 #include "json_text/json_document.h"
 #include "qel/utf.h"
 #include "qx/product_data_holder.h"
+#include "record_json/json_writer.h"
 
 namespace zam_json {
 namespace {
 
-using nlohmann::ordered_json;
 using zam_connector::AppInfo;
 using zam_connector::DynamicAppInfo;
-
-constexpr int kIndent = 4;
 
 /// What texts may take in a request, and what each component and capability takes besides its own:
 /// an offset and a length of 32 bits for each text. The tables of these begin at multiples of 4.
@@ -53,11 +51,11 @@ constexpr char kUpdateInProgress[] = "update_in_progress";
 constexpr auto kHealthNames =
     std::to_array<std::string_view>({"unknown", "good", "degraded", "failed"});
 
-void Put(ordered_json& object, const std::string& name, std::string_view text) {
+void Put(JsonWriter& json, const std::string& name, std::string_view text) {
     if (qel::IsUtf8(text)) {
-        object[name] = text;
+        json.Name(name).Text(text);
     } else {
-        object[name + kBase64Suffix] = EncodeBase64(text);
+        json.Name(name + kBase64Suffix).Text(EncodeBase64(text));
     }
 }
 
@@ -85,26 +83,27 @@ constexpr TextField kTextFields[] = {
     {"support_url", &AppInfo::supportUrl},
 };
 
-ordered_json Components(const AppInfo& info) {
-    ordered_json components = ordered_json::array();
+void PutComponents(JsonWriter& json, const AppInfo& info) {
+    json.Name(kComponents).BeginArray();
     for (const zam_connector::AppComponent& component : info.components) {
-        ordered_json& object = components.emplace_back(ordered_json::object());
-        Put(object, "name", component.name);
-        Put(object, "version", component.version);
+        json.BeginObject();
+        Put(json, "name", component.name);
+        Put(json, "version", component.version);
+        json.End();
     }
-    return components;
+    json.End();
 }
 
-ordered_json Capabilities(const AppInfo& info) {
-    ordered_json capabilities = ordered_json::array();
+void PutCapabilities(JsonWriter& json, const AppInfo& info) {
+    json.Name(kCapabilities).BeginArray();
     for (const std::string& name : info.capabilities) {
         if (qel::IsUtf8(name)) {
-            capabilities.push_back(name);
+            json.Text(name);
         } else {
-            capabilities.push_back({{"base64", EncodeBase64(name)}});
+            json.BeginObject().Name("base64").Text(EncodeBase64(name)).End();
         }
     }
-    return capabilities;
+    json.End();
 }
 
 /// Bytes that stand in Base64.
@@ -233,30 +232,31 @@ void CheckFits(const JsonValue& root, const AppInfo& info) {
 }  // namespace
 
 std::string WriteAppInfo(const AppInfo& info) {
-    ordered_json object = ordered_json::object();
+    JsonWriter json;
+    json.BeginObject();
     for (const TextField& field : kTextFields) {
-        Put(object, field.name, info.*field.text);
+        Put(json, field.name, info.*field.text);
     }
-    object[kComponents] = Components(info);
-    object[kCapabilities] = Capabilities(info);
-    object[kInstallTime] = info.installTime.Count();
-    object[kLastUpdateTime] = info.lastUpdateTime.Count();
-    object[kLicenseExpiry] = info.licenseExpiry.Count();
-    object[kLocaleId] = info.localeId;
-    object[kProtocolVersion] = info.protocolVersion;
-    object[kMaxFileSize] = info.maxFileSizeBytes;
-    return object.dump(kIndent) + "\n";
+    PutComponents(json, info);
+    PutCapabilities(json, info);
+    json.Name(kInstallTime).Number(std::int64_t{info.installTime.Count()});
+    json.Name(kLastUpdateTime).Number(std::int64_t{info.lastUpdateTime.Count()});
+    json.Name(kLicenseExpiry).Number(std::int64_t{info.licenseExpiry.Count()});
+    json.Name(kLocaleId).Number(std::uint64_t{info.localeId});
+    json.Name(kProtocolVersion).Number(std::uint64_t{info.protocolVersion});
+    json.Name(kMaxFileSize).Number(std::uint64_t{info.maxFileSizeBytes});
+    return json.End().Take();
 }
 
 std::string WriteDynamicAppInfo(const DynamicAppInfo& info) {
-    const ordered_json object = {
-        {kUptime, info.uptime.count()},
-        {kHealth, kHealthNames.at(static_cast<std::size_t>(info.health))},
-        {kRestartRequired, info.restartRequired},
-        {kRebootRequired, info.rebootRequired},
-        {kUpdateInProgress, info.updateInProgress},
-    };
-    return object.dump(kIndent) + "\n";
+    JsonWriter json;
+    json.BeginObject();
+    json.Name(kUptime).Number(std::uint64_t{info.uptime.count()});
+    json.Name(kHealth).Text(kHealthNames.at(static_cast<std::size_t>(info.health)));
+    json.Name(kRestartRequired).Flag(info.restartRequired);
+    json.Name(kRebootRequired).Flag(info.rebootRequired);
+    json.Name(kUpdateInProgress).Flag(info.updateInProgress);
+    return json.End().Take();
 }
 
 AppInfo ReadAppInfo(const std::string& name, const std::string& text) {

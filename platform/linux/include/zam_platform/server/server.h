@@ -13,6 +13,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "zam_platform/peer_credentials.h"
@@ -65,7 +66,7 @@ public:
     /// Serves a listening socket, whose ownership it takes. Before `Run`.
     void Accept(int listeningSocket);
 
-    /// Called on the loop thread when a session has ended. Before `Run`.
+    /// Called on the loop thread when a session has ended; must not throw. Before `Run`.
     void OnSessionEnd(std::function<void(const SessionToken&)> observer);
 
     /// Told of a client whose connection has broken, and what is known of the one call that was
@@ -74,7 +75,8 @@ public:
 
     /// Called on the loop thread when a connection of a client has broken: it ended, on either
     /// side, within a frame or with a call unanswered, or with an answer that was not taken whole.
-    /// A connection that a client closes between two calls is not broken. Before `Run`.
+    /// A connection that a client closes between two calls is not broken. Must not throw. Before
+    /// `Run`.
     void OnConnectionBroken(BreakObserver observer);
 
     /// Takes note of connections that a client has given up already although the loop has not come
@@ -82,7 +84,8 @@ public:
     /// greeting is still unread is nobody's yet and is passed over. On the loop thread.
     void NoticeBroken(const SessionToken& client);
 
-    /// Runs the loop until `Stop`; returns at once when that has been called before.
+    /// Runs the loop until `Stop`; returns at once when that has been called before. What lacks
+    /// memory is given up, and the loop goes on.
     void Run();
 
     /// Ends `Run` for good. From any thread.
@@ -102,6 +105,7 @@ private:
     struct Listener;
 
     void AcceptNext(Listener& listener);
+    std::error_code AcceptOne(Listener& listener) noexcept;
     void PauseAccepting(Listener& listener, const std::error_code& reason);
     void OnAccepted(Socket socket);
     const EndpointRule* FindEndpoint(std::uint16_t riid) const noexcept;

@@ -32,10 +32,11 @@ public:
     /// Counts a connection in, unless it is refused.
     Attachment Attach(const ClientIdentity& client);
 
-    /// Counts a connection out.
-    void Detach(const SessionToken& token);
+    /// Counts a connection out. A session ends at once when there is no memory to wait.
+    void Detach(const SessionToken& token) noexcept;
 
-    /// Called when a session has ended. However many end at once, others are served in between.
+    /// Called when a session has ended; must not throw. However many end at once, others are served
+    /// in between.
     void OnEnd(std::function<void(const SessionToken&)> observer) { onEnd_ = std::move(observer); }
 
     std::size_t Count() const noexcept { return sessions_.size(); }
@@ -53,9 +54,10 @@ private:
         std::optional<std::list<End>::iterator> end;
     };
 
-    void AwaitEnd();
-    void EndDue();
-    void EndFirst();
+    void AwaitEnd() noexcept;
+    void EndDue() noexcept;
+    void EndFirst() noexcept;
+    void End(const SessionToken& token) noexcept;
 
     asio::io_context& context_;
     const std::chrono::milliseconds grace_;
