@@ -42,7 +42,7 @@ StderrLog& DefaultLog() noexcept {
     static StderrLog* const log = [] {
         auto* const made = new (place) StderrLog(STDERR_FILENO);
         ::pthread_atfork([] { DefaultLog().LockForFork(); }, [] { DefaultLog().UnlockAfterFork(); },
-                         [] { DefaultLog().UnlockAfterFork(); });
+                         [] { DefaultLog().UnlockInChild(); });
         return made;
     }();
     return *log;

@@ -65,6 +65,17 @@ void StderrLog::LockForFork() noexcept {
     }
 }
 
+void StderrLog::UnlockInChild() noexcept {
+    ForgetLeftOut(lost_.load(std::memory_order_relaxed));
+    lock_.Unlock();
+}
+
+void StderrLog::ForgetLeftOut(std::uint64_t lost) noexcept {
+    repeated_ = 0;
+    beyondShare_ = 0;
+    lost_.fetch_sub(lost, std::memory_order_relaxed);
+}
+
 bool StderrLog::Lock(Patience patience) noexcept {
     return lock_.Lock(patience == Patience::Never ? kShortWait : kLongestWait);
 }
@@ -113,9 +124,7 @@ bool StderrLog::Put(std::size_t bodyBytes, Time end) noexcept {
         lost_.fetch_add(bodyBytes == 0 ? 0 : 1, std::memory_order_relaxed);
         return false;
     }
-    repeated_ = 0;
-    beyondShare_ = 0;
-    lost_.fetch_sub(lost, std::memory_order_relaxed);
+    ForgetLeftOut(lost);
     return true;
 }
 

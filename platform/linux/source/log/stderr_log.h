@@ -59,6 +59,8 @@ public:
     /// ever.
     void LockForFork() noexcept;
     void UnlockAfterFork() noexcept { lock_.Unlock(); }
+    /// What was left out until then is the parent's to tell.
+    void UnlockInChild() noexcept;
 
 private:
     /// Room in front of a line: the end of a torn one, one that tells what was left out, its head.
@@ -66,6 +68,7 @@ private:
 
     bool Lock(Patience patience) noexcept;
     bool HasLeftOut() const noexcept;
+    void ForgetLeftOut(std::uint64_t lost) noexcept;
     bool IsLeftOut(std::string_view body) noexcept;
     bool Put(std::size_t bodyBytes, Time end) noexcept;
     void PutLeftOut(BoundedText& out, const timespec& time, std::uint64_t lost) const noexcept;

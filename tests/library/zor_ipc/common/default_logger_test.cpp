@@ -5,9 +5,9 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <set>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -211,10 +211,14 @@ TEST_F(DefaultLoggerProcessDeathTest, GoesOnWhenNothingTakesItsLines) {
     EXPECT_EXIT(LogToNobody(), ::testing::ExitedWithCode(0), "");
 }
 
-[[noreturn]] void RepeatUntilTheEnd() {
+void LogAgainAndAgain() {
     for (int time = 0; time < 100; ++time) {
         zam_connector::common::Log(4, {"site", 3, "Method"}, "again");
     }
+}
+
+[[noreturn]] void RepeatUntilTheEnd() {
+    LogAgainAndAgain();
     std::exit(0);
 }
 
@@ -222,6 +226,33 @@ TEST_F(DefaultLoggerProcessDeathTest, TellsAtTheEndWhatItHasNotWrittenAgain) {
     EXPECT_EXIT(RepeatUntilTheEnd(), ::testing::ExitedWithCode(0),
                 "^[^\n]* E \\[site:3 Method\\] again\n([^\n]*\n)*"
                 "[^\n]* W [^\n]* left out: [0-9]+ repeated\n");
+}
+
+[[noreturn]] void RepeatAndFork() {
+    LogAgainAndAgain();
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::exit(0);
+    }
+    ::waitpid(child, nullptr, 0);
+    std::exit(0);
+}
+
+/// What was left out, and nothing else than what one process has to say.
+bool IsToldByOneProcess(const std::string& output) {
+    std::istringstream lines(output);
+    std::set<std::string> processes;
+    std::string time;
+    std::string process;
+    for (std::string rest; lines >> time >> process && std::getline(lines, rest);) {
+        processes.insert(process);
+    }
+    return processes.size() == 1 && output.find("left out: ") != std::string::npos;
+}
+
+TEST_F(DefaultLoggerProcessDeathTest, LeavesItToTheParentOfAForkToTellWhatWasBefore) {
+    EXPECT_EXIT(RepeatAndFork(), ::testing::ExitedWithCode(0),
+                ::testing::Truly(&IsToldByOneProcess));
 }
 
 constexpr int kChildren = 50;
