@@ -356,6 +356,16 @@ TEST_F(StderrLogTest, LeavesOutWhatIsBeyondAShareOfWhatWouldBeWritten) {
                             EndsWith("] left out: 1 beyond a user's share")));
 }
 
+TEST_F(StderrLogTest, LimitsNothingBelowFailures) {
+    CountedShare share(0);
+    StderrLog log(pipe_.write.Get(), &LogTime, &share);
+    EXPECT_FALSE(
+        log.Write({.level = 3, .file = "f", .line = 1, .function = "F", .text = "asked for"},
+                  Patience::Bounded));
+    EXPECT_TRUE(LogText(log, "failure"));
+    EXPECT_THAT(Written(), ElementsAre("[f:1 F] asked for"));
+}
+
 TEST(TimedLock, IsWaitedForNoLongerThanAsked) {
     TimedLock lock;
     ASSERT_TRUE(lock.Lock(milliseconds{0}));

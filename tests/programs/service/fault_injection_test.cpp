@@ -116,9 +116,9 @@ TEST_F(FaultInjectionTest, EndsWhileCallsAreDelayed) {
         std::thread waiting(
             [&] { EXPECT_EQ(client.GetState(), Status(zam_platform::kStatusBroken)); });
         EXPECT_TRUE(Eventually([&] { return !logger_.Records().empty(); }));
-        EXPECT_EQ(
-            logger_.Records().back().text,
-            std::string("GetState of connController meets with a fault ") + when + " the work");
+        EXPECT_EQ(logger_.Records().back().text,
+                  std::string("GetState of connController meets with a fault ") + when +
+                      " the work, number 1 of the interface");
         End();
         waiting.join();
         logger_.Clear();

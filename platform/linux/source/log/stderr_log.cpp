@@ -41,7 +41,7 @@ bool StderrLog::Write(const LogRecord& record, Patience patience) noexcept {
     BoundedText body(buffer_.data() + kFrontBytes, kMaxLogBodyBytes);
     PutBody(body, record);
     // What was not written is not remembered either: the next of its kind is tried.
-    if (!IsLeftOut(body.View()) && Put(body.Size(), end)) {
+    if (!IsLeftOut(record.level, body.View()) && Put(body.Size(), end)) {
         folding_.Remember(body.View(), clock_());
     }
     const bool hasLeftOut = HasLeftOut();
@@ -84,13 +84,14 @@ bool StderrLog::HasLeftOut() const noexcept {
     return repeated_ != 0 || beyondShare_ != 0 || lost_.load(std::memory_order_relaxed) != 0;
 }
 
-bool StderrLog::IsLeftOut(std::string_view body) noexcept {
+bool StderrLog::IsLeftOut(int level, std::string_view body) noexcept {
     const Time now = clock_();
     if (folding_.IsRepeated(body, now)) {
         ++repeated_;
         return true;
     }
-    if (share_ != nullptr && !share_->Take(now)) {
+    // Who has asked for more than failures is to see it all.
+    if (level >= zor::logger::kLevelError && share_ != nullptr && !share_->Take(now)) {
         ++beyondShare_;
         return true;
     }

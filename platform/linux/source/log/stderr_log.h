@@ -43,7 +43,7 @@ public:
     /// reader, and for the lock only for as long as a thread takes that does not wait for one.
     enum class Patience { Bounded, Never };
 
-    /// `share` may be null and is else kept.
+    /// `share` limits failures only, may be null, and is else kept.
     explicit StderrLog(int descriptor, Clock clock = &std::chrono::steady_clock::now,
                        LogShare* share = nullptr) noexcept
         : output_(descriptor), clock_(clock), share_(share) {}
@@ -69,7 +69,7 @@ private:
     bool Lock(Patience patience) noexcept;
     bool HasLeftOut() const noexcept;
     void ForgetLeftOut(std::uint64_t lost) noexcept;
-    bool IsLeftOut(std::string_view body) noexcept;
+    bool IsLeftOut(int level, std::string_view body) noexcept;
     bool Put(std::size_t bodyBytes, Time end) noexcept;
     void PutLeftOut(BoundedText& out, const timespec& time, std::uint64_t lost) const noexcept;
 

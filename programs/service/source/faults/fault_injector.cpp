@@ -19,12 +19,14 @@ namespace {
 
 constexpr char kSourceFile[] = "fault_injector";
 
-/// Who wonders why a call fails finds it in the log.
-void LogFault(const Fault& fault, const Endpoint& endpoint, std::uint16_t operation) {
+/// Who wonders why a call fails finds it in the log, each by its number: equal lines would be one.
+void LogFault(const Fault& fault, std::uint64_t number, const Endpoint& endpoint,
+              std::uint16_t operation) {
     zam_connector::common::Log(
         zor::logger::kLevelInformation, zam_connector::common::Here(kSourceFile, "OnCall"),
-        "{} of {} meets with a fault {} the work", endpoint.operations[operation].name,
-        endpoint.shortName, fault.when == FaultTime::Before ? "before" : "after");
+        "{} of {} meets with a fault {} the work, number {} of the interface",
+        endpoint.operations[operation].name, endpoint.shortName,
+        fault.when == FaultTime::Before ? "before" : "after", number);
 }
 
 /// What a call that waits needs of its request, whose own bytes are gone by then.
@@ -121,7 +123,7 @@ void FaultInjector::OnCall(const Request& request, Responder responder) {
         inner_.OnCall(request, std::move(responder));
         return;
     }
-    LogFault(*fault, endpoint_, request.operation);
+    LogFault(*fault, ++faults_, endpoint_, request.operation);
     if (witness_ != nullptr && !fault->IsDelayOnly()) {
         witness_->OnFault(request);
         if (!fault->drop) {

@@ -52,6 +52,7 @@ private:
     FaultWitness* const witness_;
     std::map<std::uint64_t, std::unique_ptr<Delayed>> delayed_;
     std::uint64_t lastDelayed_ = 0;
+    std::uint64_t faults_ = 0;  ///< that calls have met with
     bool isClosed_ = false;
 };
 

@@ -10,8 +10,8 @@
 namespace zam_platform {
 
 /// The log of a program that serves many: the default logger's lines at its threshold, with what
-/// `LogContext` says of their threads. A user's clients have 32 lines and one more a second; what
-/// was left out is told a second later, if no line has told it before. Thread-safe.
+/// `LogContext` says of their threads. A user's clients have 32 lines of failures and one more a
+/// second; what was left out is told a second later, if no line has told it before. Thread-safe.
 class ServiceLog final : public zor::logger::ZORLogger {
 public:
     /// Becomes the root logger. `loop` has the timer; it must outlive the object, and be stopped
