@@ -60,7 +60,7 @@ private:
 
 /// Texts up to this size, in bytes, grow as strings do. A larger one is measured first: growing
 /// would take two to three times its size for a while.
-constexpr std::size_t kMaxUnmeasuredBytes = std::size_t{1} << 20U;
+constexpr std::size_t kMaxUnmeasuredBytes = std::size_t{16} << 20U;
 
 /// Takes a text's place and counts its bytes.
 struct Measure {
@@ -331,18 +331,25 @@ void Writer<Out>::Quote(std::string_view text) {
     constexpr std::string_view kEscaped = "\"\\\b\f\n\r\t";
     constexpr std::string_view kLetters = "\"\\bfnrt";
     out += '"';
-    for (const char character : text) {
+    std::size_t plain = 0;  // where what stands as it is begins
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        const char character = text[index];
+        if (static_cast<unsigned char>(character) >= 0x20 && character != '"' &&
+            character != '\\') {
+            continue;
+        }
+        out += text.substr(plain, index - plain);
+        plain = index + 1;
         const std::size_t found = kEscaped.find(character);
         if (found != std::string_view::npos) {
             out += '\\';
             out += kLetters[found];
-        } else if (static_cast<unsigned char>(character) < 0x20) {
-            // JSON allows no control characters in strings; all else stands as it is.
-            out += fmt::format("\\u{:04x}", static_cast<unsigned>(character));
         } else {
-            out += character;
+            // JSON allows no control characters in strings.
+            out += fmt::format("\\u{:04x}", static_cast<unsigned>(character));
         }
     }
+    out += text.substr(plain);
     out += '"';
 }
 

@@ -85,4 +85,12 @@ TEST(TypedJsonError, IsCopiedWithAllThatItTells) {
     EXPECT_STREQ(static_cast<const std::runtime_error&>(copy).what(), error.what());
 }
 
+TEST(TypedJsonText, TakesRoomForALargeTreeOnce) {
+    const TValue tree(zuv::MakeVector(std::string(std::size_t{17} << 20U, 'x'),
+                                      std::string(std::size_t{55} << 20U, 'x')));
+    const std::string text = zam_connector::tree_json::Write(tree);
+    EXPECT_EQ(text.size(), (std::size_t{72} << 20U) + std::string_view(R"(["",""])").size());
+    EXPECT_LE(text.capacity(), text.size() + 1) << "with that of a line's end";
+}
+
 }  // namespace
