@@ -4,7 +4,9 @@
 #include <string>
 #include <utility>
 
+#include "common/connection_casts.h"
 #include "common/log.h"
+#include "common/product_data_casts.h"
 #include "library/zor_ipc/call_frame/proxy_fixture.h"
 #include "qel/exception.h"
 #include "support/allocations.h"
@@ -117,6 +119,17 @@ TEST(ConnectionControl, AllocatesNothingInItsCalls) {
         std::string copy = event;
         EXPECT_EQ(AllocationsOf([&] { commandSender.PostZamEvent(std::move(copy)); }), 0);
     }
+}
+
+/// Those that methods make outside of what catches exceptions: the connector's settings both ways,
+/// the state, and the dynamic part of the application's information.
+TEST(ConversionsWithoutAGuard, AllocateNothing) {
+    const ZamConnectorSettings settings;
+    const DynamicAppInfo dynamic;
+    EXPECT_EQ(AllocationsOf([&] { common::CastFromVd(common::CastToVd(settings)); }), 0);
+    EXPECT_EQ(AllocationsOf([] { common::CastFromVd(std::int32_t{2}); }), 0);
+    EXPECT_EQ(AllocationsOf([] { common::CastFromVd(std::int32_t{77}); }), 0);
+    EXPECT_EQ(AllocationsOf([&] { common::CastToVd(dynamic); }), 0);
 }
 
 /// What the service says to the call of a hash.
