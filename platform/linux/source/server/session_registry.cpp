@@ -49,7 +49,7 @@ void SessionRegistry::Detach(const SessionToken& token) noexcept {
     try {
         entry->second.end = ends_.insert(ends_.end(), {Clock::now() + grace_, token});
     } catch (const std::bad_alloc&) {
-        End(token);  // one that nobody would end would be kept for ever
+        EndNow(token);  // one that nobody would end would be kept for ever
         return;
     }
     AwaitEnd();
@@ -95,10 +95,10 @@ void SessionRegistry::EndDue() noexcept {
 void SessionRegistry::EndFirst() noexcept {
     const SessionToken token = ends_.front().token;
     ends_.pop_front();
-    End(token);
+    EndNow(token);
 }
 
-void SessionRegistry::End(const SessionToken& token) noexcept {
+void SessionRegistry::EndNow(const SessionToken& token) noexcept {
     const auto entry = sessions_.find(token);
     const auto ofUser = ofUsers_.find(entry->second.user);
     if (--ofUser->second == 0) {

@@ -57,7 +57,7 @@ private:
     void AwaitEnd() noexcept;
     void EndDue() noexcept;
     void EndFirst() noexcept;
-    void End(const SessionToken& token) noexcept;
+    void EndNow(const SessionToken& token) noexcept;
 
     asio::io_context& context_;
     const std::chrono::milliseconds grace_;
