@@ -42,7 +42,7 @@ Fault FaultOf(const unsigned char* head) {
     const WireHead read = WireHeadAt(head);
     const bool isSound = read.kind >= kHello && read.kind <= kRefusal &&
                          read.fixedBytes <= kMostFixedBytes && read.arenaBytes <= kMostArenaBytes &&
-                         At<std::uint32_t>(head + 28) == 0;
+                         (At<std::uint32_t>(head + 28) & ~(read.kind == kCall ? 1U : 0U)) == 0;
     return isSound ? Fault::None : Fault::Other;
 }
 
@@ -165,6 +165,7 @@ WireBytes WireConnection::LookupAnswer(const Step& step) const {
         });
     WireBytes result(8);
     Put(&result[0], found == endpoints_.end() ? std::uint16_t{0xFFFF} : found->riid);
+    Put(&result[2], std::uint16_t{1});  // what it offers
     return WireFrame({.kind = kLookupAnswer, .callNumber = step.callNumber}, result);
 }
 

@@ -114,7 +114,7 @@ private:
     void Upload(long number) {
         zuv::Map map;
         for (int entry = 0; entry < 60; ++entry) {
-            map[name_ + std::to_string(entry)] = number;
+            map["of" + name_ + "_" + std::to_string(entry)] = number;
         }
         unsigned long hash = 0;
         if (connection_.ProductDataHolder().SetSettings({map}, hash) == 0) {
