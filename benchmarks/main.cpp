@@ -25,7 +25,7 @@ constexpr std::array kSuites = std::to_array<Suite>({
         {"create.connector", &zam_bench::MeasureCreation},
         {"file.stream", &zam_bench::MeasureFiles}, {"file.get", &zam_bench::MeasureFiles},
         {"fair", &zam_bench::MeasureFairness}, {"data.load", &zam_bench::MeasureLoads},
-        {"start.process", &zam_bench::MeasureStarts},
+        {"start.process", &zam_bench::MeasureStarts}, {"retry.away", &zam_bench::MeasureRetries},
         {"size.library", &zam_bench::MeasureLibrarySize},
         {"peer.nlohmann_cbor", &zam_bench::MeasureTrees},
 #if ZAM_BENCH_PROTOBUF

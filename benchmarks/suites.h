@@ -19,6 +19,7 @@ void MeasureFiles(Report& report);         ///< `file.stream`, `file.get`
 void MeasureFairness(Report& report);      ///< `fair.*`
 void MeasureLoads(Report& report);         ///< `data.load`
 void MeasureStarts(Report& report);        ///< `start.process`
+void MeasureRetries(Report& report);       ///< `retry.away`
 void MeasureLibrarySize(Report& report);   ///< `size.library`
 
 }  // namespace zam_bench

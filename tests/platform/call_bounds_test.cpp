@@ -6,6 +6,7 @@
 
 #include "support/background.h"
 #include "support/scoped_environment.h"
+#include "support/signal_storm.h"
 #include "support/temporary_folder.h"
 #include "support/test_call.h"
 #include "vd/call_bounds.h"
@@ -181,6 +182,15 @@ TEST_F(CallBounds, EndCallsAtDeadlinesThatGrowAndShrinkOnOneConnection) {
     EXPECT_EQ(call_.On(*link_), kStatusTimeout);
     EXPECT_GE(InFuture(milliseconds(0)), bounds_.deadlineNs);
     EXPECT_EQ(link_.Connections(), 1U);
+}
+
+/// Each of them ends the read in the kernel, bound and all.
+TEST_F(CallBounds, EndACallAtTheirDeadlineThoughSignalsInterruptIt) {
+    bounds_.deadlineNs = InFuture(milliseconds(300));
+    const SignalStorm storm;
+    EXPECT_EQ(call_.Bounds(bounds_).On(*link_), kStatusTimeout);
+    EXPECT_GE(InFuture(milliseconds(0)), bounds_.deadlineNs);
+    EXPECT_GT(storm.Sent(), 10U);
 }
 
 /// Takes the process's time-out back at its end.

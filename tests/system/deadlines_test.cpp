@@ -220,7 +220,7 @@ TEST_F(Cancelling, EndsTheCallsOfManyThreads) {
 
 TEST_F(Cancelling, LeavesNoChannelOpen) {
     StartWith(Late("productDataHolder", "SendData"));
-    std::thread calling([&] {
+    std::thread calling([this] {
         unsigned long hash = 0;
         const Canceller::Scope scope(canceller_);
         EXPECT_EQ(Holder().SetSettings({TreeOf(3)}, hash), kUnspecifiedError);

@@ -43,8 +43,9 @@ std::string NameOfDouble(double number) {
 class NumberText {
 public:
     template <typename T>
-    explicit NumberText(T number)
-        : end_(std::to_chars(text_.data(), text_.data() + text_.size(), number).ptr) {}
+    explicit NumberText(T number) {
+        end_ = std::to_chars(text_.data(), text_.data() + text_.size(), number).ptr;
+    }
     NumberText(const NumberText&) = delete;
     NumberText& operator=(const NumberText&) = delete;
 
@@ -55,7 +56,7 @@ public:
 private:
     // The shortest form of a double has at most 24 characters, a whole number 20.
     std::array<char, 32> text_;
-    const char* end_;
+    const char* end_ = nullptr;
 };
 
 /// Texts up to this size, in bytes, grow as strings do. A larger one is measured first: growing
@@ -161,7 +162,7 @@ void Writer<Out>::Node(const zuv::TValue& node, const Place& place) {
     if (node.IsValueless()) {
         throw JsonError(place.Pointer(), "holds no value: an assignment to it failed half way");
     }
-    node.Visit([this, &place](const auto& value) { Value(value, place); });
+    node.Visit([this, &place](const auto& value) { this->Value(value, place); });
 }
 
 template <typename Out>

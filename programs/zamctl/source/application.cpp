@@ -2,13 +2,11 @@
 
 #include <fmt/format.h>
 
-#include <optional>
 #include <ostream>
 
 #include "call_timeout.h"
 #include "command_line.h"
 #include "printable.h"
-#include "zam_connector/call_deadline.h"
 
 namespace zamctl {
 namespace {
@@ -34,12 +32,10 @@ void PrintFailure(std::ostream& err, const Failure& failure, const std::string& 
 }  // namespace
 
 void Application::RunCommand(Command& command, const Globals& globals) {
-    SetCallTimeout(surroundings_.system, command.CallTimeout());
-    std::optional<zam_connector::CallDeadline> deadline;
-    if (const auto limit = command.Limit(globals.timeout)) {
-        deadline.emplace(*limit);
-    }
-    Context context(surroundings_, globals.format, globals.timeout);
+    // Who says how long the whole may take may want longer than a call has.
+    SetCallTimeout(surroundings_.system,
+                   globals.timeout ? std::chrono::milliseconds(0) : command.CallTimeout());
+    Context context(surroundings_, globals.format, globals.timeout, command.Limit(globals.timeout));
     command.Run(context);
 }
 

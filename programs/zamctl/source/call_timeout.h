@@ -6,8 +6,8 @@
 
 namespace zamctl {
 
-/// Longest time for each call of this process from now on, 0 for none, unless the environment sets
-/// the library's own.
+/// Longest time for each call of this process from now on, 0 for none, unless the environment says
+/// another.
 void SetCallTimeout(const SystemView& system, std::chrono::milliseconds timeout);
 
 }  // namespace zamctl

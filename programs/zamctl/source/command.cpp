@@ -10,6 +10,17 @@ ConnectorInterfaces Context::Connector() {
     return Reach([](ConnectorProvider& from) { return from.Open(); });
 }
 
+void Context::Begin() {
+    if (hasBegun_) {
+        return;
+    }
+    hasBegun_ = true;
+    start = clock.Now();
+    if (limit_) {
+        deadline_.emplace(*limit_);
+    }
+}
+
 std::string Context::TakeCause() {
     std::string cause = records_.Cause();
     records_.Clear();
@@ -31,9 +42,7 @@ void Context::ThrowConnectorFailure(const std::exception& exception) const {
         throw ConnectorFailure(
             fmt::format("the service '{}' is there, but answers nothing: {}", silent->Service(),
                         cause),
-            "Look whether zam_connectord is stopped or hangs, and start it again; "
-            "'--timeout SECONDS' gives it more time.",
-            kExitTimedOut);
+            "Look whether zam_connectord is stopped or hangs, and start it again.", kExitTimedOut);
     }
     if (const auto* const away = dynamic_cast<const UnreachableService*>(&exception)) {
         throw ConnectorFailure(

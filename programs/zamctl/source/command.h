@@ -11,6 +11,7 @@
 #include "output.h"
 #include "record_keeper.h"
 #include "system_view.h"
+#include "zam_connector/call_deadline.h"
 
 namespace zamctl {
 
@@ -36,9 +37,11 @@ struct Surroundings {
 /// What one run of a command works with.
 class Context {
 public:
-    /// `asked` is the bound that the command line gives the command as a whole.
+    /// `asked` is the bound that the command line gives the command as a whole, `limit` what bounds
+    /// its calls together from the first on.
     Context(const Surroundings& surroundings, Output::Format format,
-            std::optional<std::chrono::milliseconds> asked = std::nullopt)
+            std::optional<std::chrono::milliseconds> asked = std::nullopt,
+            std::optional<std::chrono::milliseconds> limit = std::nullopt)
         : in(surroundings.in),
           err(surroundings.err),
           clock(surroundings.clock),
@@ -47,6 +50,7 @@ public:
           output(surroundings.out, format),
           timeout(asked),
           start(surroundings.clock.Now()),
+          limit_(limit),
           records_(surroundings.records) {}
 
     /// The connector. Throws `ConnectorFailure` when it cannot be made.
@@ -55,6 +59,7 @@ public:
     /// Asks `look`, which uses the provider; what it throws becomes a `ConnectorFailure`.
     template <typename Look>
     auto Reach(Look&& look) {
+        Begin();
         records_.Clear();
         try {
             return look(provider);
@@ -86,11 +91,18 @@ public:
     ConnectorProvider& provider;
     Output output;
     const std::optional<std::chrono::milliseconds> timeout;
-    const Clock::TimePoint start;  ///< of the command
+    Clock::TimePoint start;  ///< of the first look at the service
 
 private:
     [[noreturn]] void ThrowConnectorFailure(const std::exception& exception) const;
 
+    /// Before anything is asked of the service. What is read before, from a pipe perhaps, takes no
+    /// time from it.
+    void Begin();
+
+    const std::optional<std::chrono::milliseconds> limit_;
+    std::optional<zam_connector::CallDeadline> deadline_;
+    bool hasBegun_ = false;
     RecordKeeper& records_;
 };
 

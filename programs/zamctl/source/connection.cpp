@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <stdexcept>
 
 #include "codes.h"
@@ -12,13 +13,16 @@
 namespace zamctl {
 namespace {
 
+/// How long looking at the services may take.
+constexpr std::chrono::seconds kShortLook{1};
+constexpr std::chrono::seconds kLongLook{10};
+
 /// Says why no connector could be made, as far as looking at the services tells.
 [[noreturn]] void ThrowFor(int code) {
+    const bool wasSilent =
+        zam_connector::LastTransportStatus().failure == zam_connector::TransportFailure::TimedOut;
     // A service that has let the library wait would let the look at it wait as long.
-    const zam_connector::TransportStatus status = zam_connector::LastTransportStatus();
-    if (status.failure == zam_connector::TransportFailure::TimedOut) {
-        throw SilentService(ConnectorServices().front(), status.text);
-    }
+    const zam_connector::CallDeadline within(wasSilent ? kShortLook : kLongLook);
     for (const std::string& service : ConnectorServices()) {
         for (const EndpointReport& endpoint : ProbeEndpoints(service)) {
             if (!endpoint.riid) {

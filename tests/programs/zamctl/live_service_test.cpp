@@ -285,6 +285,26 @@ TEST_F(ZamctlLive, EndsACallThatIsAnsweredTooLate) {
     EXPECT_THAT(doctor.out, HasSubstr("problem  round_trip"));
 }
 
+TEST_F(ZamctlLive, WatchesNothingThatItCouldNotSubscribeTo) {
+    service_.WriteData("faults.json", R"({"rules": [{"endpoint": "zamDataNotifier",
+        "operation": "Register", "delay_ms": 86400000}]})");
+    service_.Start();
+    for (const char* const kind : {"policy", "server-data"}) {
+        const ProgramResult ran = Run({"--timeout", "0.2", "watch", kind});
+        EXPECT_EQ(ran.status, 4) << kind;
+        EXPECT_THAT(ran.err, HasSubstr("cannot subscribe to changes: 0x8000004B")) << kind;
+    }
+}
+
+/// The doctor looks at the services itself, before the library has read the variable.
+TEST_F(ZamctlLive, HasTheDoctorHeedTheTimeoutOfTheEnvironment) {
+    service_.Start();
+    ASSERT_EQ(::kill(service_.Pid(), SIGSTOP), 0);
+    std::vector<std::string> environment = Environment();
+    environment.emplace_back("ZAM_CALL_TIMEOUT_MS=50");
+    EXPECT_EQ(RunProgram(ZAMCTL_EXECUTABLE, {"doctor"}, {.environment = environment}).status, 4);
+}
+
 TEST_F(ZamctlLive, HeedsTheTimeoutOfTheEnvironment) {
     service_.WriteData("faults.json", R"({"rules": [{"endpoint": "connController",
         "operation": "GetState", "delay_ms": 86400000}]})");

@@ -167,6 +167,10 @@ void ServiceLink::Open(VdCallBounds* bounds) {
             DelayFailure(deadline);
         }
         throw;
+    } catch (const std::bad_alloc&) {
+        EndCall(kStatusResources);
+        DelayFailure(deadline);
+        throw;
     }
 }
 

@@ -6,6 +6,7 @@
 #include "client/call_bounds.h"
 #include "client/service_registry.h"
 #include "vd/zor_transport.h"
+#include "zam_platform/posix_error.h"
 #include "zam_platform/report.h"
 
 namespace {
@@ -18,6 +19,8 @@ uint32_t ServiceLocatorConnect(const char* name) {
     try {
         return zam_platform::ServiceRegistry::Instance().Connect(name == nullptr ? "" : name);
     } catch (const std::exception& exception) {
+        const auto* const known = dynamic_cast<const zam_platform::PlatformError*>(&exception);
+        zam_platform::EndCall(known == nullptr ? zam_platform::kStatusResources : known->Status());
         zam_platform::Report(zor::logger::kLevelError, kSourceFile, "ServiceLocatorConnect",
                              exception.what());
         return VD_ZOR_INVALID_HANDLE;

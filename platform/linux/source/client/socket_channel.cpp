@@ -22,6 +22,9 @@
 namespace zam_platform {
 namespace {
 
+/// Least time that the kernel is told to wait for an answer.
+constexpr std::chrono::milliseconds kLeastReadBound{20};
+
 /// Steps over the first `bytes` bytes of a list of buffers.
 std::span<iovec> Advance(std::span<iovec> parts, std::size_t bytes) {
     while (!parts.empty() && bytes >= parts.front().iov_len) {
@@ -87,6 +90,8 @@ std::size_t ReadSome(int socket, std::span<iovec> parts, const Deadline& deadlin
             }
         } else if (errno != EINTR) {
             throw PosixError("read from the connection", errno);
+        } else if (deadline) {
+            blocks = false;  // the kernel would begin its bound anew
         }
     }
 }
@@ -357,12 +362,15 @@ void SocketChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
 bool SocketChannel::BoundReads(const std::chrono::steady_clock::time_point& deadline) {
     const auto left =
         std::chrono::floor<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
-    if (left.count() <= 0) {
+    // The kernel counts in ticks of its clock; who has little time left waits in another way.
+    if (left < kLeastReadBound) {
         return false;
     }
-    // Told in powers of two, and only when it is too long, so that calls with deadlines of one size
-    // cost no system call for it. A read that it ends too early waits for the rest in another way.
-    if (readBound_.count() == 0 || readBound_ > left) {
+    // Told in powers of two, and only when it is too long or far too short, so that calls with
+    // deadlines of one size cost no system call for it. A read that it ends too early waits for the
+    // rest in the other way.
+    constexpr int kFarTooShort = 4;
+    if (readBound_.count() == 0 || readBound_ > left || readBound_ * kFarTooShort < left) {
         const auto bound = std::bit_floor(static_cast<std::uint64_t>(left.count()));
         readBound_ = std::chrono::microseconds(bound);
         SetTimeLimit(socket_.Get(), SO_RCVTIMEO, readBound_);

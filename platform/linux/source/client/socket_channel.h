@@ -30,7 +30,8 @@ public:
     void Abandon() noexcept override;
 
 private:
-    /// Has the kernel end a blocking read at the deadline or before. False when no time is left.
+    /// Has the kernel end a blocking read at the deadline or before. False when too little time is
+    /// left for that.
     bool BoundReads(const std::chrono::steady_clock::time_point& deadline);
 
     UniqueFd socket_;

@@ -22,7 +22,7 @@ int Call(VdZorTransport* transport, vd_message_header* request, vd_arena* reques
          vd_message_header* response, vd_arena* responseArena) {
     auto* const link = static_cast<zam_platform::ServiceLink*>(transport->platform);
     if (link == nullptr) {
-        return zam_platform::kStatusBadTransport;
+        return zam_platform::EndCall(zam_platform::kStatusBadTransport);
     }
     return link->Call({.request = request,
                        .requestArena = requestArena,

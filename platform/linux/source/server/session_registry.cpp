@@ -19,16 +19,15 @@ SessionRegistry::SessionRegistry(asio::io_context& context, std::chrono::millise
     : context_(context), grace_(grace), perUser_(perUser), timer_(context) {}
 
 Attachment SessionRegistry::Attach(const ClientIdentity& client) {
+    AwaitEnd();  // where there was no memory for it before
     const auto found = sessions_.find(client.token);
     if (found != sessions_.end()) {
         Session& session = found->second;
         if (session.user != client.user) {
             return Attachment::Foreign;
         }
-        ++session.connections;
-        if (session.end) {
-            ends_.erase(*session.end);
-            session.end.reset();
+        if (session.connections++ == 0) {
+            session.spare.splice(session.spare.begin(), ends_, session.end);
         }
         return Attachment::Done;
     }
@@ -36,7 +35,16 @@ Attachment SessionRegistry::Attach(const ClientIdentity& client) {
     if (ofUser >= perUser_) {
         return Attachment::Full;
     }
-    sessions_.emplace(client.token, Session{.user = client.user, .connections = 1, .end = {}});
+    Session& session = sessions_[client.token];
+    try {
+        session.spare.push_back({.due = {}, .token = client.token});
+    } catch (...) {
+        sessions_.erase(client.token);
+        throw;
+    }
+    session.user = client.user;
+    session.connections = 1;
+    session.end = session.spare.begin();
     ++ofUser;
     return Attachment::Done;
 }
@@ -46,12 +54,9 @@ void SessionRegistry::Detach(const SessionToken& token) noexcept {
     if (entry == sessions_.end() || --entry->second.connections != 0) {
         return;
     }
-    try {
-        entry->second.end = ends_.insert(ends_.end(), {Clock::now() + grace_, token});
-    } catch (const std::bad_alloc&) {
-        EndNow(token);  // one that nobody would end would be kept for ever
-        return;
-    }
+    Session& session = entry->second;
+    session.end->due = Clock::now() + grace_;
+    ends_.splice(ends_.end(), session.spare);
     AwaitEnd();
 }
 
@@ -59,7 +64,6 @@ void SessionRegistry::AwaitEnd() noexcept {
     if (isEnding_ || ends_.empty()) {
         return;
     }
-    isEnding_ = true;
     try {
         timer_.expires_at(ends_.front().due);
         timer_.async_wait([this](const std::error_code& error) {
@@ -67,11 +71,9 @@ void SessionRegistry::AwaitEnd() noexcept {
                 EndDue();
             }
         });
+        isEnding_ = true;
     } catch (const std::bad_alloc&) {
-        isEnding_ = false;
-        while (!ends_.empty()) {
-            EndFirst();
-        }
+        // With whoever comes or goes next.
     }
 }
 
@@ -95,10 +97,6 @@ void SessionRegistry::EndDue() noexcept {
 void SessionRegistry::EndFirst() noexcept {
     const SessionToken token = ends_.front().token;
     ends_.pop_front();
-    EndNow(token);
-}
-
-void SessionRegistry::EndNow(const SessionToken& token) noexcept {
     const auto entry = sessions_.find(token);
     const auto ofUser = ofUsers_.find(entry->second.user);
     if (--ofUser->second == 0) {

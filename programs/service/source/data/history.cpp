@@ -26,16 +26,14 @@ History::History(asio::io_context& loop, zam_platform::WorkerPool& workers,
     : loop_(loop), workers_(workers), file_(files, maxFileBytes) {}
 
 void History::Append(std::string line, Done done, std::optional<uid_t> user) {
-    if (const std::string excess = Excess(user); isClosed_ || !excess.empty()) {
-        Log(zor::logger::kLevelError, Here(kSourceFile, "Append"), "line dropped: {}",
-            isClosed_ ? "the service ends" : excess);
-        if (done) {
-            done(kInsufficientResources);
-        }
-        return;
-    }
     Line next{.text = std::move(line), .done = std::move(done)};
     try {
+        if (const std::string excess = Excess(user); isClosed_ || !excess.empty()) {
+            Log(zor::logger::kLevelError, Here(kSourceFile, "Append"), "line dropped: {}",
+                isClosed_ ? "the service ends" : excess);
+            Tell(next, kInsufficientResources);
+            return;
+        }
         std::size_t* const ofUser = user ? &waitingOf_[*user] : nullptr;
         waiting_.push_back(std::move(next));
         if (ofUser != nullptr) {
@@ -43,9 +41,7 @@ void History::Append(std::string line, Done done, std::optional<uid_t> user) {
         }
     } catch (const std::bad_alloc&) {
         Log(zor::logger::kLevelError, Here(kSourceFile, "Append"), "line dropped: out of memory");
-        if (next.done) {
-            next.done(kInsufficientResources);
-        }
+        Tell(next, kInsufficientResources);
         return;
     }
     if (!isWriting_) {
@@ -124,9 +120,7 @@ void History::OnWritten(std::vector<Line> lines, const HistoryFile::Result& resu
             lines.size() - result.written, result.error);
     }
     for (std::size_t index = 0; index < lines.size(); ++index) {
-        if (lines[index].done) {
-            lines[index].done(index < result.written ? kNoError : kMediaError);
-        }
+        Tell(lines[index], index < result.written ? kNoError : kMediaError);
     }
     // What the answers have led to may be writing already.
     if (!isWriting_) {
@@ -140,9 +134,18 @@ void History::FailWaiting(int code) {
     Log(zor::logger::kLevelError, Here(kSourceFile, "FailWaiting"),
         "{} lines dropped: every worker is taken", lines.size());
     for (const Line& line : lines) {
+        Tell(line, code);
+    }
+}
+
+/// One that cannot go on for want of memory must not keep the others from being told.
+void History::Tell(const Line& line, int code) noexcept {
+    try {
         if (line.done) {
             line.done(code);
         }
+    } catch (const std::bad_alloc&) {
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Tell"), "out of memory behind a line");
     }
 }
 

@@ -53,6 +53,7 @@ private:
     HistoryFile::Result Write(std::vector<Line>& lines) noexcept;
     void OnWritten(std::vector<Line> lines, const HistoryFile::Result& result);
     void FailWaiting(int code);
+    static void Tell(const Line& line, int code) noexcept;
 
     asio::io_context& loop_;
     zam_platform::WorkerPool& workers_;

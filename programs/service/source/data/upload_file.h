@@ -16,6 +16,7 @@ namespace zam_service {
 
 /// What a client can send. The first three are trees.
 enum class UploadKind : std::uint8_t { Settings, Eulas, Updates, AppInfo, AppInfoDynamic };
+inline constexpr std::size_t kUploadKinds = 5;
 
 /// "settings"; of static storage.
 std::string_view NameOf(UploadKind kind) noexcept;

@@ -42,7 +42,9 @@ UploadStore::UploadStore(asio::io_context& loop, zam_platform::WorkerPool& worke
                          const FolderFiles& files, History& history)
     : loop_(loop), workers_(workers), files_(files), history_(history) {
     RemoveUnfinished(files_);
-    settingsHash_ = StoredHash(files_, UploadKind::Settings);
+    for (const UploadKind kind : {UploadKind::Settings, UploadKind::Eulas, UploadKind::Updates}) {
+        StandingHash(kind) = StoredHash(files_, kind);
+    }
 }
 
 void UploadStore::Store(TreeUpload upload, Done done) {
@@ -68,30 +70,51 @@ void UploadStore::Discard(TreeUpload upload) noexcept {
         return;
     }
     try {
-        auto kept = std::make_shared<TreeUpload>(std::move(upload));
-        // Where there is no room for it, or the service ends, it goes here.
-        workers_.PostTo(
+        discarded_.push_back(std::move(upload));
+    } catch (const std::bad_alloc&) {
+        return;  // it goes here
+    }
+    DestroyDiscarded();
+}
+
+/// One after the other, whoever's they are, so that they take one place of the workers together.
+void UploadStore::DestroyDiscarded() noexcept {
+    if (isDestroying_ || discarded_.empty()) {
+        return;
+    }
+    try {
+        auto records = std::make_shared<Records>();
+        records->swap(discarded_.front().records);
+        isDestroying_ = workers_.PostTo(
             loop_, kUploadLane,
-            [kept] {
-                kept->records = std::vector<zam_connector::common::RawZamParam>();
+            [records] {
+                *records = Records();
                 return true;
             },
-            [kept](std::optional<bool> /*done*/) { kept->share.Return(); });
+            [this](std::optional<bool> /*isDone*/) {
+                discarded_.pop_front();
+                isDestroying_ = false;
+                DestroyDiscarded();
+            });
+        if (!isDestroying_) {
+            records->swap(discarded_.front().records);  // with the next upload's end
+        }
     } catch (const std::bad_alloc&) {
-        // It goes here as well.
+        // Likewise.
     }
 }
 
 void UploadStore::Keep(UploadKind kind, uid_t user, Done done) {
-    Post(
-        user,
-        [this, kind] {
-            return UploadOutcome{.code = kNoError, .hash = StoredHash(files_, kind), .error = {}};
-        },
-        [this](const UploadOutcome& outcome, const Done& end) {
-            End(end, outcome.code, outcome.hash);
-        },
-        std::move(done));
+    const auto end = std::make_shared<Done>(std::move(done));
+    const auto tell = [this, kind, end](std::optional<bool> /*isDone*/) {
+        End(*end, kNoError, StandingHash(kind));
+    };
+    ++unanswered_;
+    // Only to come behind those that are being stored; without a place, what stands now stays.
+    if (!workers_.PostTo(
+            loop_, kUploadLane, user, [] { return true; }, tell)) {
+        tell(true);
+    }
 }
 
 void UploadStore::PostStore(UploadKind kind, uid_t user, std::function<UploadOutcome()> store,
@@ -136,6 +159,7 @@ void UploadStore::End(const Done& done, int code, std::uint64_t hash) {
 }
 
 void UploadStore::OnStored(UploadKind kind, const UploadOutcome& outcome, const Done& done) {
+    DestroyDiscarded();
     if (outcome.code != kNoError) {
         zam_connector::common::Log(
             zor::logger::kLevelError, zam_connector::common::Here(kSourceFile, "OnStored"),
@@ -143,8 +167,8 @@ void UploadStore::OnStored(UploadKind kind, const UploadOutcome& outcome, const 
         End(done, outcome.code, kAbsentHash);
         return;
     }
+    StandingHash(kind) = outcome.hash;
     if (kind == UploadKind::Settings) {
-        settingsHash_ = outcome.hash;
         TellSettings();
     }
     std::string line;

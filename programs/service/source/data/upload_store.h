@@ -2,9 +2,11 @@
 
 #include <sys/types.h>
 
+#include <array>
 #include <asio/io_context.hpp>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -54,7 +56,7 @@ public:
     void Discard(TreeUpload upload) noexcept;
 
     /// The hash of the settings that were uploaded last; `kAbsentHash` when none were.
-    std::uint64_t SettingsHash() const noexcept { return settingsHash_; }
+    std::uint64_t SettingsHash() const noexcept { return StandingHash(UploadKind::Settings); }
 
     /// Called when settings that were uploaded stand on the disk, also when they equal those
     /// before: their client waits to hear that they have come.
@@ -64,12 +66,23 @@ public:
     std::size_t Unanswered() const noexcept { return unanswered_; }
 
 private:
+    using Records = std::vector<zam_connector::common::RawZamParam>;
+
     void PostStore(UploadKind kind, uid_t user, std::function<UploadOutcome()> store, Done done);
 
     /// Does `work` behind all that was posted before, and tells `then` on the loop what came of it.
     void Post(uid_t user, std::function<UploadOutcome()> work,
               std::function<void(const UploadOutcome&, const Done&)> then, Done done);
+    void DestroyDiscarded() noexcept;
     void TellSettings() noexcept;
+
+    std::uint64_t& StandingHash(UploadKind kind) noexcept {
+        return hashes_.at(static_cast<std::size_t>(kind));
+    }
+    std::uint64_t StandingHash(UploadKind kind) const noexcept {
+        return hashes_.at(static_cast<std::size_t>(kind));
+    }
+
     void End(const Done& done, int code, std::uint64_t hash);
     void OnStored(UploadKind kind, const UploadOutcome& outcome, const Done& done);
 
@@ -77,7 +90,9 @@ private:
     zam_platform::WorkerPool& workers_;
     const FolderFiles& files_;
     History& history_;
-    std::uint64_t settingsHash_;
+    std::array<std::uint64_t, kUploadKinds> hashes_{};  ///< of the trees that stand, by kind
+    std::deque<TreeUpload> discarded_;                  ///< the first is being destroyed
+    bool isDestroying_ = false;
     std::function<void()> onSettings_;
     std::size_t unanswered_ = 0;
 };

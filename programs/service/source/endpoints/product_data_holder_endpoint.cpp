@@ -199,18 +199,17 @@ std::int8_t ProductDataHolderEndpoint::SendData(const Request& request) {
     }
     std::vector<RawZamParam>& records = channel->upload.records;
     const std::size_t before = records.size();
-    std::size_t bytes = 0;
     try {
         zam_connector::common::AppendFromVd(message.params, &request.arena, records);
-        bytes = Measure(channel->meter, records, before);
+        const std::size_t bytes = Measure(channel->meter, records, before);
+        if (!channel->upload.share.Grow(bytes)) {
+            return Fail(*channel, kSessionFull, channel->upload.share.Excess(bytes));
+        }
     } catch (const std::exception& error) {
         return Fail(*channel, kSessionInvalid, error.what());
     }
     if (records.size() == before) {
         return Fail(*channel, kSessionInvalid, "an empty piece");
-    }
-    if (!channel->upload.share.Grow(bytes)) {
-        return Fail(*channel, kSessionFull, channel->upload.share.Excess(bytes));
     }
     return kSessionMore;
 }

@@ -107,9 +107,9 @@ void NoticeBoard::EndSession(const SessionToken& client) {
     const Session session = std::move(entry->second);
     sessions_.erase(entry);
     const std::size_t ended = session.registrations.size();
-    perUser_[session.user] -= ended;
     count_ -= ended;
     if (ended != 0) {
+        perUser_.find(session.user)->second -= ended;
         Log(zor::logger::kLevelInformation, Here(kSourceFile, "EndSession"),
             "{} {} registrations ended with their client", ended, rules_.sort);
     }

@@ -95,8 +95,10 @@ void UploadCommand::Run(Context& context) {
     const Input input = ReadInput("FILE", file_, context.in, kind_.mostBytes);
     // The close is answered when all of it is on the disk.
     constexpr std::size_t kBytesPerSecond = 1'000'000;
-    SetCallTimeout(context.system,
-                   kCallTimeout + std::chrono::seconds(input.text.size() / kBytesPerSecond));
+    if (!context.timeout) {
+        SetCallTimeout(context.system,
+                       kCallTimeout + std::chrono::seconds(input.text.size() / kBytesPerSecond));
+    }
     kind_.upload(context, input);
 }
 

@@ -1,5 +1,7 @@
 #include "watch/observation.h"
 
+#include "zam_connector/result_code.h"
+
 namespace zamctl {
 namespace {
 
@@ -48,6 +50,19 @@ template <typename Value>
 using SubscribeTo = int (IZamDataChangeSubscriber::*)(
     std::weak_ptr<qor::observer::IChangeObserver<Value, int>>, SubscriptionCookie&) noexcept;
 
+/// A subscription to data succeeds though its notifications could not be started: the next one
+/// tries again. Here there is none.
+template <typename Call>
+void SubscribeToData(Context& context, Call&& call) {
+    constexpr char kAction[] = "subscribe to changes";
+    context.Checked(kAction, call);
+    const zam_connector::TransportStatus status = zam_connector::LastTransportStatus();
+    if (status.failure != zam_connector::TransportFailure::None) {
+        throw CallFailure(kAction, zam_connector::kUnspecifiedError, context.TakeCause(),
+                          status.failure);
+    }
+}
+
 }  // namespace
 
 Observation::Observation(Context& context, const ConnectorInterfaces& connector,
@@ -73,7 +88,7 @@ Observation::~Observation() {
 void Observation::SubscribeAnchor(Context& context) {
     auto anchor = std::make_shared<Anchor>();
     observers_.push_back(anchor);
-    context.Checked("subscribe to changes", [&] {
+    SubscribeToData(context, [&] {
         return data_.SubscribeOnPolicyChange(anchor, dataCookies_.emplace_back());
     });
 }
@@ -82,7 +97,7 @@ void Observation::Subscribe(Context& context, NoticeKind kind, NoticeQueue& queu
     const auto subscribe = [&]<typename Value>(SubscribeTo<Value> to) {
         auto observer = std::make_shared<Reporter<Value>>(kind, queue);
         observers_.push_back(observer);
-        context.Checked("subscribe to changes",
+        SubscribeToData(context,
                         [&] { return (data_.*to)(observer, dataCookies_.emplace_back()); });
     };
     switch (kind) {

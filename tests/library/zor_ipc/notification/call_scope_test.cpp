@@ -1,10 +1,13 @@
 #include "call_scope.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "library/zor_ipc/notification/fake_call.h"
 #include "zam_connector_testing/recording_logger.h"
@@ -30,6 +33,20 @@ public:
     DefaultTimeoutOf& operator=(const DefaultTimeoutOf&) = delete;
     ~DefaultTimeoutOf() { SetDefaultTimeout(milliseconds(0)); }
 };
+
+/// What bounds a close that begins now, in milliseconds from now rounded up; empty for nothing.
+std::optional<std::int64_t> TimeOfAClose() {
+    const std::int64_t before = Ns(steady_clock::now());
+    const ChannelCloseScope scope;
+    const VdCallBounds& bounds = *FakeCall::Bounds();
+    if (bounds.deadlineNs == 0) {
+        return std::nullopt;
+    }
+    EXPECT_EQ(bounds.withoutDefaultTimeout, 1);
+    // The scope was made a moment after `before`, not before it.
+    EXPECT_GE(bounds.deadlineNs, before);
+    return (bounds.deadlineNs - before) / 1'000'000;
+}
 
 TEST(CallScope, EndsWithTheObject) {
     CallCanceller canceller;
@@ -103,6 +120,50 @@ TEST(CallScope, CostsNothingOfACallWithoutACanceller) {
     EXPECT_EQ(FakeCall::Bounds()->leave, nullptr);
 }
 
+/// As a logger makes them, for the record of a call that has not ended yet.
+TEST(CallScope, HasCallsInsideACallEndWithThat) {
+    CallCanceller canceller;
+    const CallScope scope({.canceller = &canceller});
+    {
+        const FakeCall call;
+        {
+            const FakeCall inside;
+            EXPECT_TRUE(inside.isEntered);
+        }
+        canceller.Cancel();
+        EXPECT_EQ(call.interruptions, 1);
+    }
+    EXPECT_FALSE(FakeCall().isEntered);
+    canceller.Cancel();  // finds nobody
+}
+
+TEST(CallScope, BoundsNothingInAChild) {
+    CallCanceller canceller;
+    EXPECT_EXIT(
+        {
+            std::optional<CallScope> outer(std::in_place,
+                                           CallScope::Bounds{.canceller = &canceller});
+            std::optional<CallScope> inner(std::in_place,
+                                           CallScope::Bounds{.deadline = steady_clock::now()});
+            const pid_t child = ::fork();
+            if (child == 0) {
+                canceller.Cancel();
+                bool isFree = FakeCall::Bounds() == nullptr && FakeCall().isEntered;
+                inner.reset();
+                isFree = isFree && FakeCall::Bounds() == nullptr;
+                isFree = isFree && TimeOfAClose() == std::nullopt;
+                outer.reset();
+                isFree = isFree && FakeCall::Bounds() == nullptr;
+                ::_exit(isFree ? 0 : 1);
+            }
+            int status = 1;
+            ::waitpid(child, &status, 0);
+            const bool isKept = FakeCall::Bounds() != nullptr && FakeCall().isEntered;
+            std::exit(status == 0 && isKept ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
 TEST(LibraryThreadScope, IsExemptFromTheProcesssTimeoutButForObservers) {
     CallCanceller canceller;
     const LibraryThreadScope thread(&canceller);
@@ -126,20 +187,6 @@ TEST(SetUpScope, HasTenSeconds) {
     const SetUpScope scope;
     EXPECT_GE(FakeCall::Bounds()->deadlineNs, before + 10'000'000'000);
     EXPECT_LE(FakeCall::Bounds()->deadlineNs, Ns(steady_clock::now()) + 10'000'000'000);
-}
-
-/// What bounds a close that begins now, in milliseconds from now rounded up; empty for nothing.
-std::optional<std::int64_t> TimeOfAClose() {
-    const std::int64_t before = Ns(steady_clock::now());
-    const ChannelCloseScope scope;
-    const VdCallBounds& bounds = *FakeCall::Bounds();
-    if (bounds.deadlineNs == 0) {
-        return std::nullopt;
-    }
-    EXPECT_EQ(bounds.withoutDefaultTimeout, 1);
-    // The scope was made a moment after `before`, not before it.
-    EXPECT_GE(bounds.deadlineNs, before);
-    return (bounds.deadlineNs - before) / 1'000'000;
 }
 
 TEST(ChannelCloseScope, HasNoBoundWhereNothingHas) {

@@ -1,5 +1,7 @@
 #include "call_scope.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <atomic>
 #include <charconv>
@@ -11,6 +13,7 @@
 #include <utility>
 
 #include "common/log.h"
+#include "qor/mutex.h"
 
 namespace zam_connector::proxy {
 namespace {
@@ -25,12 +28,31 @@ constexpr std::int64_t kLargestTimeoutMs = std::numeric_limits<std::int32_t>::ma
 
 thread_local CallScope* currentScope = nullptr;
 
+/// Forks on the way to this process. What bounds calls is of the process that made it: its mutexes
+/// may be held by threads that a child does not have.
+std::atomic<unsigned> forks{0};
+
+void BeginInChild() noexcept {
+    forks.fetch_add(1, std::memory_order_relaxed);
+    currentScope = nullptr;
+    VdZorTransport_SetCallBounds(nullptr);
+}
+
+[[maybe_unused]] const int handlesForks = ::pthread_atfork(nullptr, nullptr, &BeginInChild);
+
 constexpr std::int64_t kUnset = -1;
 
 /// In milliseconds. The platform has it too, but cannot be asked.
 std::atomic<std::int64_t> defaultTimeoutMs{kUnset};
 
+/// Held while both are told, so that they are told the same.
+qor::Mutex& TellingMutex() noexcept {
+    static qor::Mutex mutex;
+    return mutex;
+}
+
 void Tell(std::int64_t timeoutMs) noexcept {
+    defaultTimeoutMs.store(timeoutMs, std::memory_order_relaxed);
     VdZorTransport_SetDefaultTimeout(static_cast<std::uint32_t>(timeoutMs));
 }
 
@@ -61,6 +83,7 @@ std::int64_t DeadlineNow(const VdCallBounds& bounds) noexcept {
 CallScope::CallScope(const Bounds& bounds) noexcept : links_{} {
     links_.canceller = bounds.canceller;
     links_.outer = VdZorTransport_SetCallBounds(&links_);
+    links_.process = forks.load(std::memory_order_relaxed);
     links_.outerScope = std::exchange(currentScope, this);
     links_.deadlineNs = bounds.deadline ? ToNs(*bounds.deadline) : 0;
     if (links_.outer != nullptr) {
@@ -78,13 +101,21 @@ CallScope::CallScope(const Bounds& bounds) noexcept : links_{} {
 }
 
 CallScope::~CallScope() {
+    if (links_.process != forks.load(std::memory_order_relaxed)) {
+        return;  // of the parent; this process has never been under it
+    }
     currentScope = links_.outerScope;
     VdZorTransport_SetCallBounds(links_.outer);
 }
 
 int CallScope::Enter(VdCallBounds* bounds, VdCallUnderWay* call) noexcept {
     auto& self = *static_cast<Links*>(bounds);
+    // A logger may make calls of its own for a record of a call: they end with that.
+    if (self.calls++ != 0) {
+        return 1;
+    }
     if (self.canceller != nullptr && !self.canceller->Enter(self.entry, call)) {
+        self.calls = 0;
         return 0;
     }
     if (self.outer != nullptr && self.outer->enter != nullptr &&
@@ -92,6 +123,7 @@ int CallScope::Enter(VdCallBounds* bounds, VdCallUnderWay* call) noexcept {
         if (self.canceller != nullptr) {
             self.canceller->Leave(self.entry);
         }
+        self.calls = 0;
         return 0;
     }
     return 1;
@@ -99,6 +131,9 @@ int CallScope::Enter(VdCallBounds* bounds, VdCallUnderWay* call) noexcept {
 
 void CallScope::Leave(VdCallBounds* bounds, VdCallUnderWay* call) noexcept {
     auto& self = *static_cast<Links*>(bounds);
+    if (--self.calls != 0) {
+        return;
+    }
     if (self.outer != nullptr && self.outer->leave != nullptr) {
         self.outer->leave(self.outer, call);
     }
@@ -150,7 +185,7 @@ ChannelCloseScope::~ChannelCloseScope() {
 void SetDefaultTimeout(milliseconds timeout) noexcept {
     const std::int64_t timeoutMs =
         timeout.count() == 0 ? 0 : std::clamp<std::int64_t>(timeout.count(), 1, kLargestTimeoutMs);
-    defaultTimeoutMs.store(timeoutMs, std::memory_order_relaxed);
+    const qor::MutexLock lock(TellingMutex());
     Tell(timeoutMs);
 }
 
@@ -172,8 +207,8 @@ void ReadDefaultTimeout() noexcept {
                         kTimeoutVariable, text, kLargestTimeoutMs);
             return;
         }
-        std::int64_t unset = kUnset;
-        if (defaultTimeoutMs.compare_exchange_strong(unset, timeoutMs)) {
+        const qor::MutexLock lock(TellingMutex());
+        if (defaultTimeoutMs.load(std::memory_order_relaxed) == kUnset) {
             Tell(timeoutMs);
         }
     });

@@ -19,7 +19,8 @@ inline constexpr std::chrono::seconds kSetUpTimeout{10};
 inline constexpr std::chrono::milliseconds kCloseTimeout{750};
 
 /// Bounds the calls that the calling thread makes while this object lives, besides what bounds them
-/// already. To be destroyed on its thread, in the reverse order.
+/// already. To be destroyed on its thread, in the reverse order. A child after `fork` begins
+/// without any: those of its parent bound nothing there.
 class CallScope {
 public:
     /// Whether the process's time-out holds for the calls; `Inherited`: as outside of this scope.
@@ -41,8 +42,10 @@ protected:
     struct Links : VdCallBounds {
         CallCanceller* canceller;
         CallCanceller::Entry entry;  ///< of the thread's one call, on the canceller's list
+        int calls;                   ///< of the thread under way: one, or a logger's inside it
         VdCallBounds* outer;
         CallScope* outerScope;
+        unsigned process;  ///< a child after a fork is another one
     };
 
     static int Enter(VdCallBounds* bounds, VdCallUnderWay* call) noexcept;

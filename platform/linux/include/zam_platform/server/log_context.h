@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <optional>
+#include <utility>
 
 /// What a service's log has to know of the thread that writes a record.
 
@@ -34,10 +35,14 @@ inline constexpr uid_t kStrangers = static_cast<uid_t>(-1);
 /// Says for as long as it lives whose client the calling thread sees to.
 class LogsForUser {
 public:
-    explicit LogsForUser(uid_t user) noexcept { LogContext::Here().user = user; }
+    explicit LogsForUser(std::optional<uid_t> user) noexcept
+        : before_(std::exchange(LogContext::Here().user, user)) {}
     LogsForUser(const LogsForUser&) = delete;
     LogsForUser& operator=(const LogsForUser&) = delete;
-    ~LogsForUser() { LogContext::Here().user.reset(); }
+    ~LogsForUser() { LogContext::Here().user = before_; }
+
+private:
+    const std::optional<uid_t> before_;
 };
 
 }  // namespace zam_platform

@@ -32,7 +32,7 @@ public:
     /// Counts a connection in, unless it is refused.
     Attachment Attach(const ClientIdentity& client);
 
-    /// Counts a connection out. A session ends at once when there is no memory to wait.
+    /// Counts a connection out.
     void Detach(const SessionToken& token) noexcept;
 
     /// Called when a session has ended; must not throw. However many end at once, others are served
@@ -51,13 +51,14 @@ private:
     struct Session {
         uid_t user = 0;
         std::size_t connections = 0;
-        std::optional<std::list<End>::iterator> end;
+        /// Its end, while it has connections; made with it, so that ending takes no memory.
+        std::list<End> spare;
+        std::list<End>::iterator end;
     };
 
     void AwaitEnd() noexcept;
     void EndDue() noexcept;
     void EndFirst() noexcept;
-    void EndNow(const SessionToken& token) noexcept;
 
     asio::io_context& context_;
     const std::chrono::milliseconds grace_;

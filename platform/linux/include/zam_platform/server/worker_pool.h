@@ -18,6 +18,7 @@
 
 #include "qor/mutex.h"
 #include "zam_platform/server/handler_room.h"
+#include "zam_platform/server/log_context.h"
 
 namespace zam_platform {
 
@@ -116,15 +117,17 @@ bool WorkerPool::PostPlaced(asio::io_context& loop, const Place& place, Work wor
         std::optional<std::invoke_result_t<Work&>> result;
         HandlerRoom room;
     };
-    const auto run = [&loop](std::shared_ptr<Errand>& errand) {
+    const auto run = [&loop, user = place.user](std::shared_ptr<Errand>& errand) {
         Errand& own = *errand;
+        const LogsForUser logsForUser(user);
         try {
             own.result.emplace(own.work());
         } catch (const std::bad_alloc&) {
             own.result.reset();
         }
         // Nothing of the loop's is destroyed here: the errand goes along.
-        asio::post(loop, InRoom(own.room, [errand = std::move(errand)] {
+        asio::post(loop, InRoom(own.room, [errand = std::move(errand), user] {
+                       const LogsForUser logsForUserHere(user);
                        errand->done(std::move(errand->result));
                    }));
     };
