@@ -226,7 +226,7 @@ TEST_F(Cancelling, LeavesNoChannelOpen) {
         EXPECT_EQ(Holder().SetSettings({TreeOf(3)}, hash), kUnspecifiedError);
         EXPECT_EQ(LastTransportStatus().failure, TransportFailure::Cancelled);
     });
-    ASSERT_TRUE(Eventually([this] { return TransferChannels().OpenedSinceStart() > 0; }));
+    ASSERT_TRUE(Eventually([] { return TransferChannels().OpenedSinceStart() > 0; }));
     canceller_.Cancel();
     calling.join();
     EXPECT_FALSE(TransferChannels().IsLastUploadOpen());
