@@ -64,6 +64,21 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
     return zam_test::Allocation(size);
 }
+/// As the standard library has them; a sanitizer's own would go past the count.
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    try {
+        return zam_test::Allocation(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    try {
+        return zam_test::Allocation(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 void operator delete(void* bytes) noexcept {
     zam_test::Free(bytes);
 }

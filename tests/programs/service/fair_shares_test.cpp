@@ -127,10 +127,11 @@ TEST_F(FairShares, LeaveTheEventsOfOthersTheirPlaceBesideABusyUsers) {
     for (int event = 0; event < 20; ++event) {
         ASSERT_EQ(quiet.Post("of the quiet one"), Code(0)) << event;
     }
+    EXPECT_TRUE(zam_test::Eventually(
+        [this] { return HasLogged(" lines of user 4242 wait, at most 256 may"); }));
     ::kill(busy, SIGKILL);
     ::waitpid(busy, nullptr, 0);
     ::close(begun[0]);
-    EXPECT_TRUE(HasLogged(" lines of user 4242 wait, at most 256 may"));
 }
 
 }  // namespace

@@ -84,7 +84,8 @@ void History::WriteWaiting() {
     isWriting_ = true;
     const auto write = [this, lines] { return Write(*lines); };
     if (isClosed_) {
-        OnWritten(std::move(*lines), write());
+        const HistoryFile::Result result = write();  // before the lines are moved
+        OnWritten(std::move(*lines), result);
         return;
     }
     const bool posted =
