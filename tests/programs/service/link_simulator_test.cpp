@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <vector>
+
 #include "link/sync_schedule.h"
 
 namespace zam_service {
@@ -31,13 +34,23 @@ ConnectionPlan Flapping(milliseconds up, milliseconds down) {
     return plan;
 }
 
+/// The changes of state up to a time, in order.
+std::vector<State> Advance(LinkSimulator& link, TimePoint time) {
+    std::vector<State> changes;
+    while (const std::optional<State> state = link.Advance(time)) {
+        EXPECT_EQ(link.State(), *state);
+        changes.push_back(*state);
+    }
+    return changes;
+}
+
 TEST(LinkSimulator, IsStoppedAndAtRestBeforeTheFirstStart) {
     LinkSimulator link;
     EXPECT_EQ(link.State(), State::Stopped);
     EXPECT_FALSE(link.IsStarted());
     EXPECT_TRUE(link.IsDown());
     EXPECT_FALSE(link.NextStep());
-    EXPECT_THAT(link.Advance(At(1'000'000)), IsEmpty());
+    EXPECT_THAT(Advance(link, At(1'000'000)), IsEmpty());
 }
 
 TEST(LinkSimulator, ConnectsInTheStepsOfThePlan) {
@@ -45,108 +58,108 @@ TEST(LinkSimulator, ConnectsInTheStepsOfThePlan) {
     link.Start(At(1000));
     EXPECT_TRUE(link.IsStarted());
     EXPECT_EQ(link.NextStep(), At(1000));
-    EXPECT_THAT(link.Advance(At(1000)), ElementsAre(State::Connecting));
+    EXPECT_THAT(Advance(link, At(1000)), ElementsAre(State::Connecting));
     EXPECT_EQ(link.NextStep(), At(1300));
-    EXPECT_THAT(link.Advance(At(1299)), IsEmpty());
+    EXPECT_THAT(Advance(link, At(1299)), IsEmpty());
     EXPECT_EQ(link.State(), State::Connecting);
-    EXPECT_THAT(link.Advance(At(1300)), ElementsAre(State::Connected));
+    EXPECT_THAT(Advance(link, At(1300)), ElementsAre(State::Connected));
     EXPECT_FALSE(link.NextStep());
-    EXPECT_THAT(link.Advance(At(9'000'000)), IsEmpty());
+    EXPECT_THAT(Advance(link, At(9'000'000)), IsEmpty());
 }
 
 TEST(LinkSimulator, StopsInTheStepsOfThePlan) {
     LinkSimulator link;
     link.Start(At(0));
-    link.Advance(At(0));
-    link.Advance(At(300));
+    Advance(link, At(0));
+    Advance(link, At(300));
     link.Stop(At(1000));
     EXPECT_FALSE(link.IsStarted());
     EXPECT_TRUE(link.IsDown());
-    EXPECT_THAT(link.Advance(At(1000)), ElementsAre(State::Stopping));
-    EXPECT_THAT(link.Advance(At(1099)), IsEmpty());
-    EXPECT_THAT(link.Advance(At(1100)), ElementsAre(State::Stopped));
+    EXPECT_THAT(Advance(link, At(1000)), ElementsAre(State::Stopping));
+    EXPECT_THAT(Advance(link, At(1099)), IsEmpty());
+    EXPECT_THAT(Advance(link, At(1100)), ElementsAre(State::Stopped));
     EXPECT_FALSE(link.NextStep());
 }
 
 TEST(LinkSimulator, StartsAgainInTheMiddleOfAStop) {
     LinkSimulator link;
     link.Start(At(0));
-    link.Advance(At(0));
+    Advance(link, At(0));
     link.Stop(At(100));
-    EXPECT_THAT(link.Advance(At(100)), ElementsAre(State::Stopping));
+    EXPECT_THAT(Advance(link, At(100)), ElementsAre(State::Stopping));
     link.Start(At(150));
     EXPECT_TRUE(link.IsStarted());
-    EXPECT_THAT(link.Advance(At(150)), ElementsAre(State::Connecting));
-    EXPECT_THAT(link.Advance(At(200)), IsEmpty()) << "the stop's last step is still taken";
-    EXPECT_THAT(link.Advance(At(450)), ElementsAre(State::Connected));
+    EXPECT_THAT(Advance(link, At(150)), ElementsAre(State::Connecting));
+    EXPECT_THAT(Advance(link, At(200)), IsEmpty()) << "the stop's last step is still taken";
+    EXPECT_THAT(Advance(link, At(450)), ElementsAre(State::Connected));
 }
 
 TEST(LinkSimulator, StopsInTheMiddleOfAStart) {
     LinkSimulator link;
     link.Start(At(0));
-    link.Advance(At(0));
+    Advance(link, At(0));
     link.Stop(At(200));
-    EXPECT_THAT(link.Advance(At(200)), ElementsAre(State::Stopping));
-    EXPECT_THAT(link.Advance(At(300)), ElementsAre(State::Stopped));
-    EXPECT_THAT(link.Advance(At(10'000)), IsEmpty());
+    EXPECT_THAT(Advance(link, At(200)), ElementsAre(State::Stopping));
+    EXPECT_THAT(Advance(link, At(300)), ElementsAre(State::Stopped));
+    EXPECT_THAT(Advance(link, At(10'000)), IsEmpty());
 }
 
 TEST(LinkSimulator, IsRefusedUntilTheNextStart) {
     LinkSimulator link;
     link.SetPlan(Refusing(milliseconds(50)));
     link.Start(At(0));
-    EXPECT_THAT(link.Advance(At(0)), ElementsAre(State::Connecting));
+    EXPECT_THAT(Advance(link, At(0)), ElementsAre(State::Connecting));
     EXPECT_TRUE(link.IsStarted());
-    EXPECT_THAT(link.Advance(At(50)), ElementsAre(State::Refused));
+    EXPECT_THAT(Advance(link, At(50)), ElementsAre(State::Refused));
     EXPECT_FALSE(link.IsStarted());
     EXPECT_FALSE(link.IsDown());
     EXPECT_FALSE(link.NextStep());
     link.SetPlan({});
     link.Start(At(100));
-    EXPECT_THAT(link.Advance(At(100)), ElementsAre(State::Connecting));
-    EXPECT_THAT(link.Advance(At(400)), ElementsAre(State::Connected));
+    EXPECT_THAT(Advance(link, At(100)), ElementsAre(State::Connecting));
+    EXPECT_THAT(Advance(link, At(400)), ElementsAre(State::Connected));
 }
 
 TEST(LinkSimulator, StopsFromRefused) {
     LinkSimulator link;
     link.SetPlan(Refusing(milliseconds(0)));
     link.Start(At(0));
-    EXPECT_THAT(link.Advance(At(0)), ElementsAre(State::Connecting, State::Refused));
+    EXPECT_THAT(Advance(link, At(0)), ElementsAre(State::Connecting, State::Refused));
     link.Stop(At(10));
     EXPECT_TRUE(link.IsDown());
-    EXPECT_THAT(link.Advance(At(10)), ElementsAre(State::Stopping));
-    EXPECT_THAT(link.Advance(At(110)), ElementsAre(State::Stopped));
+    EXPECT_THAT(Advance(link, At(10)), ElementsAre(State::Stopping));
+    EXPECT_THAT(Advance(link, At(110)), ElementsAre(State::Stopped));
 }
 
 TEST(LinkSimulator, FlapsUntilTheStop) {
     LinkSimulator link;
     link.SetPlan(Flapping(milliseconds(1000), milliseconds(500)));
     link.Start(At(0));
-    link.Advance(At(0));
+    Advance(link, At(0));
     int now = 300;
-    EXPECT_THAT(link.Advance(At(now)), ElementsAre(State::Connected));
+    EXPECT_THAT(Advance(link, At(now)), ElementsAre(State::Connected));
     for (int round = 0; round < 3; ++round) {
-        EXPECT_THAT(link.Advance(At(now + 999)), IsEmpty());
-        EXPECT_THAT(link.Advance(At(now + 1000)), ElementsAre(State::WaitingForReconnect));
-        EXPECT_THAT(link.Advance(At(now + 1499)), IsEmpty());
-        EXPECT_THAT(link.Advance(At(now + 1500)), ElementsAre(State::Connecting));
-        EXPECT_THAT(link.Advance(At(now + 1800)), ElementsAre(State::Connected));
+        EXPECT_THAT(Advance(link, At(now + 999)), IsEmpty());
+        EXPECT_THAT(Advance(link, At(now + 1000)), ElementsAre(State::WaitingForReconnect));
+        EXPECT_THAT(Advance(link, At(now + 1499)), IsEmpty());
+        EXPECT_THAT(Advance(link, At(now + 1500)), ElementsAre(State::Connecting));
+        EXPECT_THAT(Advance(link, At(now + 1800)), ElementsAre(State::Connected));
         EXPECT_TRUE(link.IsStarted());
         now += 1800;
     }
     link.Stop(At(now));
-    EXPECT_THAT(link.Advance(At(now)), ElementsAre(State::Stopping));
-    EXPECT_THAT(link.Advance(At(now + 100)), ElementsAre(State::Stopped));
-    EXPECT_THAT(link.Advance(At(now + 100'000)), IsEmpty());
+    EXPECT_THAT(Advance(link, At(now)), ElementsAre(State::Stopping));
+    EXPECT_THAT(Advance(link, At(now + 100)), ElementsAre(State::Stopped));
+    EXPECT_THAT(Advance(link, At(now + 100'000)), IsEmpty());
 }
 
 TEST(LinkSimulator, DoesNotCatchUpAfterAHalt) {
     LinkSimulator link;
     link.SetPlan(Flapping(milliseconds(1), milliseconds(1)));
     link.Start(At(0));
-    link.Advance(At(0));
-    link.Advance(At(300));
-    EXPECT_THAT(link.Advance(At(300) + hours(1)), ElementsAre(State::WaitingForReconnect));
+    Advance(link, At(0));
+    Advance(link, At(300));
+    EXPECT_THAT(Advance(link, At(300) + hours(1)), ElementsAre(State::WaitingForReconnect));
 }
 
 TEST(LinkSimulator, TakesAllStepsWithoutADelayAtOnce) {
@@ -158,7 +171,7 @@ TEST(LinkSimulator, TakesAllStepsWithoutADelayAtOnce) {
     LinkSimulator link;
     link.SetPlan(plan);
     link.Start(At(5));
-    EXPECT_THAT(link.Advance(At(5)),
+    EXPECT_THAT(Advance(link, At(5)),
                 ElementsAre(State::Connecting, State::WaitingForReconnect, State::Connected))
         << "a step that repeats the state is no change";
 }
@@ -169,21 +182,21 @@ TEST(LinkSimulator, LetsTheFirstStepWait) {
     LinkSimulator link;
     link.SetPlan(plan);
     link.Start(At(0));
-    EXPECT_THAT(link.Advance(At(9)), IsEmpty());
+    EXPECT_THAT(Advance(link, At(9)), IsEmpty());
     EXPECT_EQ(link.State(), State::Stopped);
     EXPECT_TRUE(link.IsStarted());
-    EXPECT_THAT(link.Advance(At(10)), ElementsAre(State::Connected));
+    EXPECT_THAT(Advance(link, At(10)), ElementsAre(State::Connected));
 }
 
 TEST(LinkSimulator, KeepsThePlanOfAStartUnderWay) {
     LinkSimulator link;
     link.Start(At(0));
-    link.Advance(At(0));
+    Advance(link, At(0));
     ConnectionPlan plan;
     plan.start = {{State::Refused, milliseconds(0)}};
     plan.stop = {{State::Stopped, milliseconds(7)}};
     link.SetPlan(plan);
-    EXPECT_THAT(link.Advance(At(300)), ElementsAre(State::Connected));
+    EXPECT_THAT(Advance(link, At(300)), ElementsAre(State::Connected));
     link.Stop(At(400));
     EXPECT_EQ(link.NextStep(), At(407));
 }

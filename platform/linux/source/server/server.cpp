@@ -62,13 +62,13 @@ bool AdmissionPolicy::Admits(const PeerCredentials& peer) const {
 }
 
 struct Server::Listener {
-    Listener(asio::io_context& context, int listeningSocket)
-        : acceptor(context, asio::local::stream_protocol(), listeningSocket), pause(context) {}
+    Listener(Server& server, int listeningSocket)
+        : acceptor(server.context_, asio::local::stream_protocol(), listeningSocket),
+          pause(server.context_, [this, &server] { server.AcceptNext(*this); }) {}
 
     asio::local::stream_protocol::acceptor acceptor;
-    asio::steady_timer pause;
+    Alarm pause;
     HandlerRoom acceptRoom;
-    HandlerRoom pauseRoom;
     bool isPausing = false;  ///< out of descriptors or memory since it was logged
 };
 
@@ -86,7 +86,7 @@ Server::~Server() {
     for (const auto& listener : listeners_) {
         std::error_code ignored;
         listener->acceptor.close(ignored);
-        listener->pause.cancel();
+        listener->pause.Cancel();
     }
     sessions_.OnEnd({});
     onBroken_ = {};
@@ -105,7 +105,7 @@ void Server::Serve(EndpointRule endpoint) {
 }
 
 void Server::Accept(int listeningSocket) {
-    listeners_.push_back(std::make_unique<Listener>(context_, listeningSocket));
+    listeners_.push_back(std::make_unique<Listener>(*this, listeningSocket));
     AcceptNext(*listeners_.back());
 }
 
@@ -149,14 +149,33 @@ void Server::NoticeBroken(const SessionToken& client) {
 void Server::Run() {
     const LogsWithoutWaiting logsWithoutWaiting;
     const auto work = asio::make_work_guard(context_);
+    Guard([this] { context_.run(); });
+}
+
+template <typename Part>
+void Server::Guard(Part part) {
     for (;;) {
         try {
-            context_.run();
+            part();
             return;
         } catch (const std::bad_alloc&) {
-            // What lacked memory is given up; the loop goes on with the next.
+            // The loop goes on with the next.
             Report(zor::logger::kLevelError, kSourceFile, "Run", "out of memory");
         }
+    }
+}
+
+void Server::RunOne() {
+    context_.restart();
+    Guard([this] { context_.run_one(); });
+}
+
+void Server::RunReady() {
+    bool isReady = true;
+    while (isReady) {
+        context_.restart();
+        isReady = false;
+        Guard([this, &isReady] { isReady = context_.poll() != 0 || isReady; });
     }
 }
 
@@ -204,18 +223,7 @@ void Server::PauseAccepting(Listener& listener, const std::error_code& reason) {
                                limits_.acceptPause.count());
         });
     }
-    try {
-        listener.pause.expires_after(limits_.acceptPause);
-        listener.pause.async_wait(
-            InRoom(listener.pauseRoom, [this, &listener](const std::error_code& aborted) {
-                if (!isClosing_ && !aborted) {
-                    AcceptNext(listener);
-                }
-            }));
-    } catch (const std::bad_alloc&) {
-        // Not even the pause: whoever waits is looked after without one.
-        AcceptNext(listener);
-    }
+    listener.pause.RingAfter(limits_.acceptPause);
 }
 
 void Server::OnAccepted(Socket socket) {

@@ -61,6 +61,9 @@ void ServerConnection::ReadMore() {
 }
 
 void ServerConnection::OnRead(std::size_t bytes) {
+    if (server_.isClosing_) {
+        return;
+    }
     have_ += bytes;
     std::size_t offset = 0;
     bool hasHandled = false;
@@ -336,6 +339,7 @@ void ServerConnection::Send(const Prelude& prelude, const void* message, const v
         body.insert(body.end(), second, second + prelude.arenaBytes);
         asio::post(server_.context_, [self = shared_from_this(), prelude, body = std::move(body),
                                       watch = std::move(watch)]() mutable {
+            const LogsForUser logsForUser(self->client_.user);
             self->Guard([&] {
                 self->SendNow(prelude, body.data(), body.data() + prelude.fixedBytes,
                               std::move(watch));
@@ -402,6 +406,7 @@ void ServerConnection::WriteQueue() {
                    if (!self->open_) {
                        return;
                    }
+                   const LogsForUser logsForUser(self->client_.user);
                    if (error) {
                        self->Break(self->LastCall());
                        return;

@@ -12,6 +12,7 @@
 
 #include "server/server_connection.h"
 #include "zam_platform/report.h"
+#include "zam_platform/server/log_context.h"
 
 /// How connections end.
 
@@ -27,6 +28,7 @@ void ServerConnection::Drop() noexcept {
         Break(LastCall());
     } else if (!isDropping_.exchange(true)) {
         asio::post(server_.context_, InRoom(dropRoom_, [self = shared_from_this()] {
+                       const LogsForUser logsForUser(self->client_.user);
                        self->Break(self->LastCall());
                    }));
     }

@@ -2,53 +2,43 @@
 
 #include <unistd.h>
 #include <asio/post.hpp>
-#include <asio/steady_timer.hpp>
 
 #include <atomic>
 #include <chrono>
-#include <exception>
 
 #include "log/stderr_log.h"
 #include "server/user_shares.h"
+#include "zam_platform/server/alarm.h"
+#include "zam_platform/server/handler_room.h"
 
 namespace zam_platform {
 
-/// What a timer that still waits may find when the log has gone.
+/// What the loop may still hold when the log has gone.
 class ServiceLog::Lines : public std::enable_shared_from_this<Lines> {
 public:
-    explicit Lines(asio::io_context& loop) : loop_(loop), timer_(loop) {}
+    explicit Lines(asio::io_context& loop)
+        : loop_(loop), alarm_(loop, [this] {
+              isTimed_ = false;
+              TellLeftOut(StderrLog::Patience::Never);
+          }) {}
 
     void Write(const LogRecord& record) noexcept {
         const auto patience = LogContext::Here().mustNotWait ? StderrLog::Patience::Never
                                                              : StderrLog::Patience::Bounded;
         if (log_.Write(record, patience) && !isTimed_.exchange(true)) {
-            StartTimer();
+            asio::post(loop_, InRoom(room_, [self = shared_from_this()] {
+                           self->alarm_.RingAfter(LogFolding::kSpan);
+                       }));
         }
     }
 
     void TellLeftOut(StderrLog::Patience patience) noexcept { log_.TellLeftOut(patience); }
 
 private:
-    void StartTimer() noexcept {
-        try {
-            asio::post(loop_, [self = shared_from_this()] {
-                self->timer_.expires_after(LogFolding::kSpan);
-                self->timer_.async_wait([self](const std::error_code& error) {
-                    if (!error) {
-                        self->isTimed_ = false;
-                        self->TellLeftOut(StderrLog::Patience::Never);
-                    }
-                });
-            });
-        } catch (const std::exception&) {
-            // Without memory for the timer: the next line tells.
-            isTimed_ = false;
-        }
-    }
-
     asio::io_context& loop_;
-    asio::steady_timer timer_;
-    std::atomic<bool> isTimed_{false};
+    HandlerRoom room_;
+    Alarm alarm_;
+    std::atomic<bool> isTimed_{false};  ///< the alarm is set, or is about to be
     UserShares shares_;
     StderrLog log_{STDERR_FILENO, &std::chrono::steady_clock::now, &shares_};
 };

@@ -1,8 +1,5 @@
 #include "zam_platform/server/session_registry.h"
 
-#include <asio/post.hpp>
-#include <new>
-
 namespace zam_platform {
 namespace {
 
@@ -16,10 +13,9 @@ constexpr std::chrono::milliseconds kLongestStretch{2};
 
 SessionRegistry::SessionRegistry(asio::io_context& context, std::chrono::milliseconds grace,
                                  std::size_t perUser)
-    : context_(context), grace_(grace), perUser_(perUser), timer_(context) {}
+    : grace_(grace), perUser_(perUser), alarm_(context, [this] { EndDue(); }) {}
 
 Attachment SessionRegistry::Attach(const ClientIdentity& client) {
-    AwaitEnd();  // where there was no memory for it before
     const auto found = sessions_.find(client.token);
     if (found != sessions_.end()) {
         Session& session = found->second;
@@ -61,19 +57,8 @@ void SessionRegistry::Detach(const SessionToken& token) noexcept {
 }
 
 void SessionRegistry::AwaitEnd() noexcept {
-    if (isEnding_ || ends_.empty()) {
-        return;
-    }
-    try {
-        timer_.expires_at(ends_.front().due);
-        timer_.async_wait([this](const std::error_code& error) {
-            if (!error) {
-                EndDue();
-            }
-        });
-        isEnding_ = true;
-    } catch (const std::bad_alloc&) {
-        // With whoever comes or goes next.
+    if (!alarm_.IsSet() && !ends_.empty()) {
+        alarm_.RingAt(ends_.front().due);
     }
 }
 
@@ -81,16 +66,10 @@ void SessionRegistry::EndDue() noexcept {
     const auto start = Clock::now();
     for (auto now = start; !ends_.empty() && ends_.front().due <= now; now = Clock::now()) {
         if (now - start >= kLongestStretch) {
-            try {
-                asio::post(context_, [this] { EndDue(); });
-                return;
-            } catch (const std::bad_alloc&) {
-                // Without a pause, then: ends give memory back.
-            }
+            break;
         }
         EndFirst();
     }
-    isEnding_ = false;
     AwaitEnd();
 }
 

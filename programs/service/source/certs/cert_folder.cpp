@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <exception>
+#include <new>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -147,6 +148,8 @@ private:
                     "the private key in {} can be read by others than its owner (chmod 600)",
                     Shown(openKeyFile));
             }
+        } catch (const std::bad_alloc&) {
+            throw;
         } catch (const std::exception& exception) {
             entry.level = zor::logger::kLevelError;
             entry.complaint = exception.what();
@@ -165,7 +168,7 @@ CertFolder::CertFolder(asio::io_context& loop, zam_platform::WorkerPool& workers
                 .onGone = [this](const std::string& /*name*/) { ReadSoon(); },
                 .onLost = [this] { ReadSoon(); },
                 .onFolder = [this] { Reattach(); }}),
-      settle_(loop),
+      settle_(loop, [this] { reader_.Start(); }),
       reader_(loop, workers, kReadLane, [this] { return Read(); }) {
     try {
         const UniqueFd folder = OpenCerts(files_);
@@ -189,7 +192,7 @@ void CertFolder::Reattach() {
 void CertFolder::Close() {
     isClosed_ = true;
     watcher_.Close();
-    settle_.cancel();
+    settle_.Cancel();
     reader_.Close();
 }
 
@@ -210,12 +213,7 @@ bool CertFolder::Attach() {
 }
 
 void CertFolder::ReadSoon() {
-    settle_.expires_after(kSettleTime);
-    settle_.async_wait([this](const std::error_code& error) {
-        if (!error) {
-            reader_.Start();
-        }
-    });
+    settle_.RingAfter(kSettleTime);
 }
 
 /// On a worker.
@@ -225,6 +223,10 @@ std::function<void()> CertFolder::Read() {
     try {
         const UniqueFd folder = OpenCerts(files_);
         entries = folder ? Scan(folder.Get()).Read() : Entries();
+    } catch (const std::bad_alloc&) {
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Read"),
+            "out of memory: what was read last stays until it can be read again");
+        throw;
     } catch (const std::exception& exception) {
         failure = exception.what();
     }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -13,6 +12,7 @@
 #include "data/folder_files.h"
 #include "data/folder_watcher.h"
 #include "data/rereader.h"
+#include "zam_platform/server/alarm.h"
 #include "zam_platform/server/worker_pool.h"
 
 namespace zam_service {
@@ -62,7 +62,7 @@ private:
 
     const FolderFiles& files_;
     FolderWatcher watcher_;
-    asio::steady_timer settle_;
+    zam_platform::Alarm settle_;
     Rereader reader_;
     std::map<std::string, ClientCert> certs_;
     std::map<std::string, std::string> complaints_;  ///< the last one about each file

@@ -27,6 +27,8 @@ public:
             }
         }
 
+        uid_t User() const noexcept { return user_; }
+
     private:
         friend class ChannelQuota;
         Place(ChannelQuota& quota, uid_t user) noexcept : quota_(&quota), user_(user) {}

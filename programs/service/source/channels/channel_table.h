@@ -1,7 +1,6 @@
 #pragma once
 
 #include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +13,9 @@
 #include "channels/channel_ids.h"
 #include "channels/channel_log.h"
 #include "channels/channel_quota.h"
+#include "zam_platform/server/alarm.h"
 #include "zam_platform/server/endpoint.h"
+#include "zam_platform/server/log_context.h"
 
 namespace zam_service {
 
@@ -37,7 +38,11 @@ public:
     /// every table numbers of its own; nor is `quota`, which counts the channels of all tables.
     ChannelTable(asio::io_context& loop, ChannelIds& ids, ChannelQuota& quota,
                  std::string_view sort, ChannelLimits limits = {})
-        : timer_(loop), ids_(ids), quota_(quota), sort_(sort), limits_(limits) {}
+        : alarm_(loop, [this] { DropIdle(); }),
+          ids_(ids),
+          quota_(quota),
+          sort_(sort),
+          limits_(limits) {}
 
     /// Opens a channel and returns its number, which is above 0. Empty, which is logged, when the
     /// client's user has too many.
@@ -57,9 +62,7 @@ public:
             uses_.erase(use);
             throw;
         }
-        if (uses_.size() == 1) {
-            WaitForIdle();
-        }
+        AwaitIdle();
         return id;
     }
 
@@ -168,28 +171,24 @@ private:
     }
 
     /// Looks again when the channel that was not used for longest could be idle for too long.
-    void WaitForIdle() {
-        if (uses_.empty()) {
-            return;
+    void AwaitIdle() noexcept {
+        if (!alarm_.IsSet() && !uses_.empty()) {
+            alarm_.RingAt(uses_.front().time + limits_.idle);
         }
-        timer_.expires_at(uses_.front().time + limits_.idle);
-        timer_.async_wait([this](const std::error_code& error) {
-            if (!error) {
-                DropIdle();
-                WaitForIdle();
-            }
-        });
     }
 
     void DropIdle() {
         const auto latest = std::chrono::steady_clock::now() - limits_.idle;
         while (!uses_.empty() && uses_.front().time <= latest) {
-            LogIdle(sort_, uses_.front().id, limits_.idle);
+            const Use& idle = uses_.front();
+            const zam_platform::LogsForUser logsForUser(Look(idle.owner, idle.id)->place.User());
+            LogIdle(sort_, idle.id, limits_.idle);
             Erase(uses_.begin());
         }
+        AwaitIdle();
     }
 
-    asio::steady_timer timer_;
+    zam_platform::Alarm alarm_;
     ChannelIds& ids_;
     ChannelQuota& quota_;
     const std::string_view sort_;

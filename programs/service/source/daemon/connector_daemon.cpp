@@ -69,7 +69,7 @@ void ConnectorDaemon::Run() {
 }
 
 void ConnectorDaemon::Stop() {
-    asio::post(server_.Context(), [this] { server_.Stop(); });
+    asio::post(server_.Context(), InRoom(stopRoom_, [this] { server_.Stop(); }));
 }
 
 std::string ConnectorDaemon::SocketPath() const {
@@ -152,6 +152,7 @@ void ConnectorDaemon::Finish() {
     }
     socket_.reset();
     downloadSocket_.reset();
+    server_.TakeNoMore();
     for (const Served& served : served_) {
         served.faults->Close();
     }
@@ -165,14 +166,11 @@ void ConnectorDaemon::Finish() {
     // An upload that is on the disk is answered behind its line in the history, which takes the
     // loop and a worker once more.
     while (uploads_.Unanswered() != 0) {
-        server_.Context().restart();
-        server_.Context().run_one();
+        server_.RunOne();
     }
     workers_.Finish();
     history_.Close();
-    do {
-        server_.Context().restart();
-    } while (server_.Context().poll() != 0);
+    server_.RunReady();
 }
 
 }  // namespace zam_service

@@ -25,6 +25,7 @@
 #include "faults/fault_witness.h"
 #include "link/connector_link.h"
 #include "notices/notices.h"
+#include "zam_platform/server/handler_room.h"
 #include "zam_platform/server/listening_socket.h"
 #include "zam_platform/server/server.h"
 #include "zam_platform/server/worker_pool.h"
@@ -88,6 +89,7 @@ private:
     zam_platform::RuntimeDirectory runtime_;
     zam_platform::DirectoryLock lock_;
     FolderFiles files_;
+    zam_platform::HandlerRoom stopRoom_;
     zam_platform::Server server_;
     zam_platform::WorkerPool workers_;
     History history_;

@@ -39,7 +39,9 @@ std::optional<std::chrono::microseconds> WatchdogPeriod() {
 }  // namespace
 
 ServiceManager::ServiceManager(asio::io_context& loop)
-    : socketPath_(Environment("NOTIFY_SOCKET")), timer_(loop), period_(WatchdogPeriod()) {
+    : socketPath_(Environment("NOTIFY_SOCKET")),
+      alarm_(loop, [this] { KeepAlive(); }),
+      period_(WatchdogPeriod()) {
     if (!socketPath_.empty()) {
         // Not blocking: a manager that does not read must not hold up the loop.
         socket_ =
@@ -55,8 +57,7 @@ void ServiceManager::TellReady() {
 }
 
 void ServiceManager::TellStopping() {
-    timer_.cancel();
-    period_.reset();
+    alarm_.Cancel();
     Tell("STOPPING=1");
 }
 
@@ -78,12 +79,7 @@ void ServiceManager::Tell(std::string_view state) const noexcept {
 
 void ServiceManager::KeepAlive() {
     Tell("WATCHDOG=1");
-    timer_.expires_after(*period_ / 2);
-    timer_.async_wait([this](const std::error_code& error) {
-        if (!error && period_) {
-            KeepAlive();
-        }
-    });
+    alarm_.RingAfter(*period_ / 2);
 }
 
 }  // namespace zam_service

@@ -1,12 +1,12 @@
 #pragma once
 
 #include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 #include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "zam_platform/server/alarm.h"
 #include "zam_platform/unique_fd.h"
 
 namespace zam_service {
@@ -32,8 +32,8 @@ private:
 
     std::string socketPath_;  ///< empty when there is no manager
     zam_platform::UniqueFd socket_;
-    asio::steady_timer timer_;
-    std::optional<std::chrono::microseconds> period_;
+    zam_platform::Alarm alarm_;
+    const std::optional<std::chrono::microseconds> period_;
 };
 
 }  // namespace zam_service

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <new>
 
 #include "common/log.h"
 
@@ -27,13 +28,13 @@ constexpr std::chrono::milliseconds kReturnTime{1000};
 
 DataFolder::Served::Served(DataFolder& folder, ServedFile served)
     : file(std::move(served)),
-      settle(folder.loop_),
       reader(
           folder.loop_, folder.workers_, file.lane,
           [this, &folder] {
               return [this, &folder, outcome = folder.Read(file)] { folder.OnRead(file, outcome); };
           },
-          [&folder] { return !folder.files_.IsAway(); }) {}
+          [&folder] { return !folder.files_.IsAway(); }),
+      settle(folder.loop_, [this, &folder] { folder.Settle(*this); }) {}
 
 DataFolder::DataFolder(asio::io_context& loop, zam_platform::WorkerPool& workers,
                        FolderFiles& files)
@@ -45,27 +46,31 @@ DataFolder::DataFolder(asio::io_context& loop, zam_platform::WorkerPool& workers
                 .onGone = [this](const std::string& name) { OnGone(name); },
                 .onLost = [this] { OnLost(); },
                 .onFolder = [this] { OnFolder(); }}),
-      reattach_(loop) {
+      reattach_(loop, [this] { Reattach(); }) {
     watcher_.Watch(files_.Open()->Get());
 }
 
 void DataFolder::Serve(ServedFile file) {
-    const Served& served = served_.emplace_back(*this, std::move(file));
-    const Outcome outcome = Read(served.file);
-    if (outcome.publish) {
-        outcome.publish();
-    } else {
-        Log(zor::logger::kLevelError, Here(kSourceFile, "Serve"), "{}: its default is served",
-            outcome.error);
+    Served& served = served_.emplace_back(*this, std::move(file));
+    try {
+        const Outcome outcome = Read(served.file);
+        if (outcome.publish) {
+            outcome.publish();
+        } else {
+            Log(zor::logger::kLevelError, Here(kSourceFile, "Serve"), "{}: its default is served",
+                outcome.error);
+        }
+    } catch (const std::bad_alloc&) {
+        served.reader.StartLater();
     }
 }
 
 void DataFolder::Close() {
     isClosed_ = true;
     watcher_.Close();
-    reattach_.cancel();
+    reattach_.Cancel();
     for (Served& served : served_) {
-        served.settle.cancel();
+        served.settle.Cancel();
         served.reader.Close();
     }
 }
@@ -75,6 +80,10 @@ DataFolder::Outcome DataFolder::Read(const ServedFile& file) const {
         std::optional<std::string> text = files_.Read(file.name, file.maxBytes);
         const bool exists = text.has_value();
         return {.publish = file.read(std::move(text)), .exists = exists, .error = {}};
+    } catch (const std::bad_alloc&) {
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Read"),
+            "{}: out of memory: what was read last stays until it can be read again", file.name);
+        throw;
     } catch (const std::exception& exception) {
         return {.publish = nullptr, .exists = true, .error = exception.what()};
     }
@@ -82,30 +91,26 @@ DataFolder::Outcome DataFolder::Read(const ServedFile& file) const {
 
 void DataFolder::OnFile(const std::string& name) {
     if (Served* const served = Find(name)) {
-        served->settle.cancel();
+        served->settle.Cancel();
         served->reader.Start();
     }
 }
 
 void DataFolder::OnGone(const std::string& name) {
     if (Served* const served = Find(name)) {
-        Settle(*served, kSettleTime);
+        served->isReturning = false;
+        served->settle.RingAfter(kSettleTime);
     }
 }
 
-void DataFolder::Settle(Served& served, std::chrono::milliseconds time) {
-    served.settle.expires_after(time);
-    served.settle.async_wait([this, &served, time](const std::error_code& error) {
-        if (error) {
-            return;
-        }
-        if (time == kSettleTime && files_.Exists(served.file.name)) {
-            // Half of it may be written; its end is told.
-            Settle(served, kReturnTime);
-        } else {
-            served.reader.Start();
-        }
-    });
+void DataFolder::Settle(Served& served) {
+    if (!served.isReturning && files_.Exists(served.file.name)) {
+        // Half of it may be written; its end is told.
+        served.isReturning = true;
+        served.settle.RingAfter(kReturnTime);
+    } else {
+        served.reader.Start();
+    }
 }
 
 DataFolder::Served* DataFolder::Find(const std::string& name) {
@@ -153,12 +158,7 @@ void DataFolder::Reattach() {
         Log(zor::logger::kLevelError, Here(kSourceFile, "Reattach"), "{}", exception.what());
         files_.Detach();
     }
-    reattach_.expires_after(kReattachPeriod);
-    reattach_.async_wait([this](const std::error_code& error) {
-        if (!error) {
-            Reattach();
-        }
-    });
+    reattach_.RingAfter(kReattachPeriod);
 }
 
 void DataFolder::OnRead(const ServedFile& file, const Outcome& outcome) {

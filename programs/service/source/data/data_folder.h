@@ -1,7 +1,6 @@
 #pragma once
 
 #include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -16,6 +15,7 @@
 #include "data/rereader.h"
 #include "json_text/json_document.h"
 #include "lanes.h"
+#include "zam_platform/server/alarm.h"
 #include "zam_platform/server/worker_pool.h"
 
 namespace zam_service {
@@ -52,8 +52,9 @@ ServedFile ServeJson(std::string name, Lane lane, Content (*read)(const zam_json
 
 /// Keeps what is served equal to the data folder: reads every file at the start, and again when it
 /// changes. What cannot be read or parsed is logged, and the last good version stays (the default,
-/// when there was none). Files are read on workers and published on the loop thread; each file is
-/// read by one worker at a time. On the loop thread only.
+/// when there was none); what memory was wanting for is read again a little later. Files are read
+/// on workers and published on the loop thread; each file is read by one worker at a time. On the
+/// loop thread only.
 class DataFolder {
 public:
     /// All of them are not owned and must outlive this object. Begins to watch. Throws
@@ -74,8 +75,9 @@ private:
         Served(DataFolder& folder, ServedFile served);
 
         ServedFile file;
-        asio::steady_timer settle;  ///< runs from when the file was gone until that counts
         Rereader reader;
+        bool isReturning = false;  ///< was gone, and is there again
+        zam_platform::Alarm settle;
     };
 
     /// What a worker has made of a file.
@@ -85,10 +87,11 @@ private:
         std::string error;
     };
 
+    /// Throws only for want of memory, which is logged.
     Outcome Read(const ServedFile& file) const;
     void OnFile(const std::string& name);
     void OnGone(const std::string& name);
-    void Settle(Served& served, std::chrono::milliseconds time);
+    void Settle(Served& served);
     Served* Find(const std::string& name);
     void OnLost();
     void OnFolder();
@@ -100,7 +103,7 @@ private:
     FolderFiles& files_;
     std::list<Served> served_;
     FolderWatcher watcher_;
-    asio::steady_timer reattach_;
+    zam_platform::Alarm reattach_;
     std::function<void()> onBack_;
     bool isClosed_ = false;
 };

@@ -1,13 +1,17 @@
 #include "data/rereader.h"
 
 #include <chrono>
+#include <new>
 #include <utility>
 
 namespace zam_service {
 namespace {
 
-/// Before something is read that found every worker taken, or no memory to say what was read.
+/// Before something is read that found every worker taken.
 constexpr std::chrono::milliseconds kRetryDelay{100};
+/// Before something is read again for which memory was wanting: it may be large, and be read in
+/// vain for long.
+constexpr std::chrono::milliseconds kMemoryDelay{2000};
 
 }  // namespace
 
@@ -18,7 +22,11 @@ Rereader::Rereader(asio::io_context& loop, zam_platform::WorkerPool& workers, La
       lane_(lane),
       read_(std::move(read)),
       canRead_(std::move(canRead)),
-      retry_(loop) {}
+      retry_(loop, [this] {
+          if (isStale_) {
+              Start();
+          }
+      }) {}
 
 void Rereader::Start() {
     isStale_ = true;
@@ -32,36 +40,34 @@ void Rereader::Start() {
         isReading_ = true;
         isStale_ = false;
     } else {
-        RetryLater();
+        retry_.RingAfter(kRetryDelay);
     }
+}
+
+void Rereader::StartLater() noexcept {
+    isStale_ = true;
+    retry_.RingAfter(kMemoryDelay);
 }
 
 void Rereader::Close() {
     isClosed_ = true;
-    retry_.cancel();
+    retry_.Cancel();
 }
 
 void Rereader::OnRead(const std::optional<std::function<void()>>& publish) {
     isReading_ = false;
-    if (publish) {
-        (*publish)();
-    } else if (!isStale_) {
-        isStale_ = true;
-        RetryLater();
-        return;
+    try {
+        if (publish) {
+            (*publish)();
+        }
+    } catch (const std::bad_alloc&) {
+        return StartLater();
     }
-    if (isStale_) {
+    if (!publish) {
+        StartLater();
+    } else if (isStale_) {
         Start();
     }
-}
-
-void Rereader::RetryLater() {
-    retry_.expires_after(kRetryDelay);
-    retry_.async_wait([this](const std::error_code& error) {
-        if (!error && isStale_) {
-            Start();
-        }
-    });
 }
 
 }  // namespace zam_service

@@ -1,5 +1,6 @@
 #include "data/tree_snapshot.h"
 
+#include <new>
 #include <span>
 
 #include "common/arena.h"
@@ -35,7 +36,11 @@ std::vector<std::vector<unsigned char>> CutIntoPieces(const std::vector<RawZamPa
 
 TreeSnapshotPtr AbsentTree() {
     std::vector<RawZamParam> records;
-    zam_connector::common::Serialize(zuv::Root, zuv::TValue(), records);
+    const auto [code, message] =
+        zam_connector::common::Serialize(zuv::Root, zuv::TValue(), records);
+    if (code != 0) {
+        throw std::bad_alloc();  // nothing else can be wrong with it
+    }
     return std::make_shared<const TreeSnapshot>(
         TreeSnapshot{.pieces = CutIntoPieces(records), .hash = kAbsentHash});
 }

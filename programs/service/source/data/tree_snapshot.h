@@ -35,7 +35,7 @@ std::vector<std::vector<unsigned char>> CutIntoPieces(
     const std::vector<zam_connector::common::RawZamParam>& records);
 
 /// What is served while there is no tree: one record, a root of the kind none, and
-/// `kAbsentHash`.
+/// `kAbsentHash`. Throws for want of memory.
 TreeSnapshotPtr AbsentTree();
 
 }  // namespace zam_service

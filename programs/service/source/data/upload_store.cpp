@@ -119,37 +119,15 @@ void UploadStore::Keep(UploadKind kind, uid_t user, Done done) {
 
 void UploadStore::PostStore(UploadKind kind, uid_t user, std::function<UploadOutcome()> store,
                             Done done) {
-    Post(
-        user, std::move(store),
-        [this, kind](const UploadOutcome& outcome, const Done& end) {
-            OnStored(kind, outcome, end);
-        },
-        std::move(done));
-}
-
-void UploadStore::Post(uid_t user, std::function<UploadOutcome()> work,
-                       std::function<void(const UploadOutcome&, const Done&)> then, Done done) {
     auto end = std::make_shared<Done>(std::move(done));
     const bool posted =
-        workers_.PostTo(loop_, kUploadLane, user, std::move(work),
-                        [then = std::move(then), end](const std::optional<UploadOutcome>& outcome) {
-                            then(outcome ? *outcome : Lacking(), *end);
+        workers_.PostTo(loop_, kUploadLane, user, std::move(store),
+                        [this, kind, user, end](const std::optional<UploadOutcome>& outcome) {
+                            OnStored(kind, user, outcome ? *outcome : Lacking(), *end);
                         });
     ++unanswered_;
     if (!posted) {
         End(*end, kInsufficientResources, kAbsentHash);
-    }
-}
-
-void UploadStore::TellSettings() noexcept {
-    try {
-        if (onSettings_) {
-            onSettings_();
-        }
-    } catch (const std::bad_alloc&) {
-        zam_connector::common::Log(zor::logger::kLevelError,
-                                   zam_connector::common::Here(kSourceFile, "TellSettings"),
-                                   "out of memory: not everybody was told of the settings");
     }
 }
 
@@ -158,7 +136,8 @@ void UploadStore::End(const Done& done, int code, std::uint64_t hash) {
     done(code, hash);
 }
 
-void UploadStore::OnStored(UploadKind kind, const UploadOutcome& outcome, const Done& done) {
+void UploadStore::OnStored(UploadKind kind, uid_t user, const UploadOutcome& outcome,
+                           const Done& done) {
     DestroyDiscarded();
     if (outcome.code != kNoError) {
         zam_connector::common::Log(
@@ -168,8 +147,8 @@ void UploadStore::OnStored(UploadKind kind, const UploadOutcome& outcome, const 
         return;
     }
     StandingHash(kind) = outcome.hash;
-    if (kind == UploadKind::Settings) {
-        TellSettings();
+    if (kind == UploadKind::Settings && onSettings_) {
+        onSettings_();
     }
     std::string line;
     History::Done told;
@@ -182,7 +161,7 @@ void UploadStore::OnStored(UploadKind kind, const UploadOutcome& outcome, const 
         End(done, kInsufficientResources, kAbsentHash);
         return;
     }
-    history_.Append(std::move(line), std::move(told));
+    history_.Append(std::move(line), std::move(told), user);
 }
 
 }  // namespace zam_service

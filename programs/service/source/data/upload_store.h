@@ -59,7 +59,7 @@ public:
     std::uint64_t SettingsHash() const noexcept { return StandingHash(UploadKind::Settings); }
 
     /// Called when settings that were uploaded stand on the disk, also when they equal those
-    /// before: their client waits to hear that they have come.
+    /// before: their client waits to hear that they have come. Must not throw.
     void OnSettings(std::function<void()> observer) { onSettings_ = std::move(observer); }
 
     /// Uploads whose `Done` was not called yet. The service ends when there are none.
@@ -68,13 +68,9 @@ public:
 private:
     using Records = std::vector<zam_connector::common::RawZamParam>;
 
+    /// Does `store` behind all that was posted before.
     void PostStore(UploadKind kind, uid_t user, std::function<UploadOutcome()> store, Done done);
-
-    /// Does `work` behind all that was posted before, and tells `then` on the loop what came of it.
-    void Post(uid_t user, std::function<UploadOutcome()> work,
-              std::function<void(const UploadOutcome&, const Done&)> then, Done done);
     void DestroyDiscarded() noexcept;
-    void TellSettings() noexcept;
 
     std::uint64_t& StandingHash(UploadKind kind) noexcept {
         return hashes_.at(static_cast<std::size_t>(kind));
@@ -84,7 +80,7 @@ private:
     }
 
     void End(const Done& done, int code, std::uint64_t hash);
-    void OnStored(UploadKind kind, const UploadOutcome& outcome, const Done& done);
+    void OnStored(UploadKind kind, uid_t user, const UploadOutcome& outcome, const Done& done);
 
     asio::io_context& loop_;
     zam_platform::WorkerPool& workers_;

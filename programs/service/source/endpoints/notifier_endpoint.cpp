@@ -106,7 +106,9 @@ private:
 
 NotifierEndpoint::NotifierEndpoint(asio::io_context& loop, NoticeBoard& board,
                                    NoticeBroken noticeBroken)
-    : timer_(loop), board_(board), noticeBroken_(std::move(noticeBroken)) {}
+    : alarm_(loop, [this] { AnswerHeld(); }),
+      board_(board),
+      noticeBroken_(std::move(noticeBroken)) {}
 
 NotifierEndpoint::~NotifierEndpoint() {
     Close();
@@ -188,20 +190,14 @@ void NotifierEndpoint::AnswerHeld() {
     Arm();
 }
 
-void NotifierEndpoint::Arm() {
-    if (held_.empty()) {
-        return;
+void NotifierEndpoint::Arm() noexcept {
+    if (!held_.empty()) {
+        alarm_.RingAt(held_.begin()->first);
     }
-    timer_.expires_at(held_.begin()->first);
-    timer_.async_wait([this](const std::error_code& error) {
-        if (!error) {
-            AnswerHeld();
-        }
-    });
 }
 
 void NotifierEndpoint::Close() {
-    timer_.cancel();
+    alarm_.Cancel();
     board_.Clear();
     for (auto& [due, answer] : std::exchange(held_, {})) {
         answer.responder.Drop();

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -10,6 +9,7 @@
 #include "faults/fault_witness.h"
 #include "notices/error_pacing.h"
 #include "notices/notice_board.h"
+#include "zam_platform/server/alarm.h"
 #include "zam_platform/server/endpoint.h"
 
 namespace zam_service {
@@ -50,9 +50,9 @@ private:
     void AnswerPaced(const zam_platform::SessionToken& client, std::uint32_t id,
                      zam_platform::Responder responder, std::uint8_t status);
     void AnswerHeld();
-    void Arm();
+    void Arm() noexcept;
 
-    asio::steady_timer timer_;
+    zam_platform::Alarm alarm_;
     NoticeBoard& board_;
     const NoticeBroken noticeBroken_;
     ErrorPacing pacing_;

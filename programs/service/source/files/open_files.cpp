@@ -8,7 +8,7 @@ using Clock = std::chrono::steady_clock;
 
 OpenFiles::OpenFiles(asio::io_context& loop, const FolderFiles& files,
                      std::chrono::milliseconds idleTime)
-    : folder_(files), idleTime_(idleTime), idle_(loop) {}
+    : folder_(files), idleTime_(idleTime), idle_(loop, [this] { CloseIdle(); }) {}
 
 OpenFilePtr OpenFiles::Find(const std::string& path) {
     const auto found = Of(path);
@@ -35,9 +35,7 @@ void OpenFiles::Keep(const OpenFilePtr& file) {
     if (files_.size() > kMaxOpenFiles) {
         files_.pop_back();
     }
-    if (!isTimed_) {
-        ArmTimer();
-    }
+    AwaitIdle();
 }
 
 void OpenFiles::Drop(const OpenFilePtr& file) {
@@ -47,7 +45,7 @@ void OpenFiles::Drop(const OpenFilePtr& file) {
 void OpenFiles::Close() {
     isClosed_ = true;
     files_.clear();
-    idle_.cancel();
+    idle_.Cancel();
 }
 
 std::list<OpenFiles::Entry>::iterator OpenFiles::Of(const std::string& path) {
@@ -58,20 +56,13 @@ std::list<OpenFiles::Entry>::iterator OpenFiles::Of(const std::string& path) {
 void OpenFiles::CloseIdle() {
     const auto end = Clock::now() - idleTime_;
     files_.remove_if([end](const Entry& entry) { return entry.used <= end; });
-    if (!files_.empty()) {
-        ArmTimer();
-    }
+    AwaitIdle();
 }
 
-void OpenFiles::ArmTimer() {
-    isTimed_ = true;
-    idle_.expires_after(idleTime_);
-    idle_.async_wait([this](const std::error_code& error) {
-        isTimed_ = false;
-        if (!error && !isClosed_) {
-            CloseIdle();
-        }
-    });
+void OpenFiles::AwaitIdle() noexcept {
+    if (!idle_.IsSet() && !files_.empty()) {
+        idle_.RingAfter(idleTime_);
+    }
 }
 
 }  // namespace zam_service

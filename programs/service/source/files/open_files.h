@@ -1,13 +1,13 @@
 #pragma once
 
 #include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 #include <chrono>
 #include <cstddef>
 #include <list>
 #include <string>
 
 #include "files/open_file.h"
+#include "zam_platform/server/alarm.h"
 
 namespace zam_service {
 
@@ -48,13 +48,12 @@ private:
 
     std::list<Entry>::iterator Of(const std::string& path);
     void CloseIdle();
-    void ArmTimer();
+    void AwaitIdle() noexcept;
 
     const FolderFiles& folder_;
     const std::chrono::milliseconds idleTime_;
     std::list<Entry> files_;  ///< the one used last in front
-    asio::steady_timer idle_;
-    bool isTimed_ = false;
+    zam_platform::Alarm idle_;
     bool isClosed_ = false;
 };
 

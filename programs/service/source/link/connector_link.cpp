@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <new>
 #include <tuple>
 #include <utility>
 
@@ -15,6 +16,8 @@ namespace {
 
 using zam_connector::ZamConnectionParameters;
 using zam_connector::ZamConnectorState;
+using zam_connector::common::Here;
+using zam_connector::common::Log;
 
 constexpr char kSourceFile[] = "connector_link";
 
@@ -32,7 +35,7 @@ std::uint64_t Milliseconds(std::chrono::milliseconds duration) {
 }  // namespace
 
 ConnectorLink::ConnectorLink(asio::io_context& loop, History& history)
-    : history_(history), timer_(loop) {}
+    : history_(history), alarm_(loop, [this] { Advance(); }) {}
 
 void ConnectorLink::SetPlan(ConnectionPlan plan) {
     simulator_.SetPlan(std::move(plan));
@@ -48,19 +51,19 @@ int ConnectorLink::Start(uid_t user, const ZamConnectionParameters& parameters) 
     if (simulator_.IsStarted()) {
         return AsTuple(parameters) == AsTuple(parameters_) ? kFalse : kInvalidState;
     }
+    std::string line = Line("start")
+                           .Add("server_address", parameters.serverAddress)
+                           .Add("server_port", parameters.serverPort)
+                           .Add("product_name", parameters.productName)
+                           .Add("device_name", parameters.deviceName)
+                           .Add("proxy_url", ProxyWithoutCredentials(parameters.proxyUrl))
+                           .Add("connect_timeout_ms", Milliseconds(parameters.connectTimeout))
+                           .Add("request_timeout_ms", Milliseconds(parameters.requestTimeout))
+                           .Add("keep_alive_period_ms", Milliseconds(parameters.keepAlivePeriod))
+                           .Text();
     parameters_ = parameters;
-    history_.Append(Line("start")
-                        .Add("server_address", parameters.serverAddress)
-                        .Add("server_port", parameters.serverPort)
-                        .Add("product_name", parameters.productName)
-                        .Add("device_name", parameters.deviceName)
-                        .Add("proxy_url", ProxyWithoutCredentials(parameters.proxyUrl))
-                        .Add("connect_timeout_ms", Milliseconds(parameters.connectTimeout))
-                        .Add("request_timeout_ms", Milliseconds(parameters.requestTimeout))
-                        .Add("keep_alive_period_ms", Milliseconds(parameters.keepAlivePeriod))
-                        .Text(),
-                    nullptr, user);
     simulator_.Start(LinkSimulator::TimePoint::clock::now());
+    history_.Append(std::move(line), nullptr, user);
     Advance(user);
     return kNoError;
 }
@@ -69,13 +72,14 @@ int ConnectorLink::Stop(uid_t user) {
     if (simulator_.IsDown()) {
         return kFalse;
     }
-    history_.Append(Line("stop").Text(), nullptr, user);
+    std::string line = Line("stop").Text();
+    simulator_.Stop(LinkSimulator::TimePoint::clock::now());
+    history_.Append(std::move(line), nullptr, user);
     if (sync_.Drop()) {
-        history_.Append(Line("sync_dropped").Text(), nullptr, user);
+        Record(user, [this] { return Line("sync_dropped"); });
     }
     // They may hold a password, which is needed no longer.
     parameters_ = {};
-    simulator_.Stop(LinkSimulator::TimePoint::clock::now());
     Advance(user);
     return kNoError;
 }
@@ -86,57 +90,65 @@ void ConnectorLink::ScheduleSync(uid_t user, const History::Done& done) {
         done(kFalse);
         return;
     }
-    const auto onWritten = [this, ticket = *ticket, done](int code) {
-        if (code == kNoError) {
-            sync_.Confirm(ticket);
-            Advance();
-        } else {
-            sync_.Cancel(ticket);
-        }
-        done(code);
-    };
-    history_.Append(Line("sync_scheduled").Text(), onWritten, user);
+    try {
+        const auto onWritten = [this, ticket = *ticket, done](int code) {
+            if (code == kNoError) {
+                sync_.Confirm(ticket);
+                Advance();
+            } else {
+                sync_.Cancel(ticket);
+            }
+            done(code);
+        };
+        history_.Append(Line("sync_scheduled").Text(), onWritten, user);
+    } catch (const std::bad_alloc&) {
+        sync_.Cancel(*ticket);
+        throw;
+    }
 }
 
 void ConnectorLink::Close() {
     isClosed_ = true;
-    timer_.cancel();
+    alarm_.Cancel();
 }
 
-void ConnectorLink::Advance(std::optional<uid_t> user) {
+void ConnectorLink::Advance(std::optional<uid_t> user) noexcept {
     const auto now = LinkSimulator::TimePoint::clock::now();
-    for (const ZamConnectorState state : simulator_.Advance(now)) {
-        zam_connector::common::Log(zor::logger::kLevelInformation,
-                                   zam_connector::common::Here(kSourceFile, "Advance"),
-                                   "link is {}", zam_vocabulary::StateName(state));
-        history_.Append(Line("state").Add("state", zam_vocabulary::StateName(state)).Text(),
-                        nullptr, user);
+    while (const std::optional<ZamConnectorState> state = simulator_.Advance(now)) {
+        Log(zor::logger::kLevelInformation, Here(kSourceFile, "Advance"), "link is {}",
+            zam_vocabulary::StateName(*state));
+        Record(user, [&] { return Line("state").Add("state", zam_vocabulary::StateName(*state)); });
         if (onState_) {
-            onState_(state);
+            onState_(*state);
         }
     }
     const bool isConnected = simulator_.State() == ZamConnectorState::Connected;
     if (sync_.Advance(isConnected, simulator_.Plan().sync, now)) {
-        history_.Append(Line("sync").Text(), nullptr);
+        Record({}, [this] { return Line("sync"); });
     }
     Arm();
 }
 
-void ConnectorLink::Arm() {
+/// What the link does by itself happens, whether there is memory to write it down or not.
+template <typename Make>
+void ConnectorLink::Record(std::optional<uid_t> user, Make line) noexcept {
+    try {
+        history_.Append(line().Text(), nullptr, user);
+    } catch (const std::bad_alloc&) {
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Record"), "line dropped: out of memory");
+    }
+}
+
+void ConnectorLink::Arm() noexcept {
     std::optional<LinkSimulator::TimePoint> next = simulator_.NextStep();
     if (sync_.Due()) {
         next = next ? std::min(*next, *sync_.Due()) : sync_.Due();
     }
     if (!next || isClosed_) {
-        timer_.cancel();
+        alarm_.Cancel();
         return;
     }
-    timer_.expires_at(*next);
-    timer_.async_wait([this](const std::error_code& error) {
-        if (!error) {
-            Advance();
-        }
-    });
+    alarm_.RingAt(*next);
 }
 
 HistoryLine ConnectorLink::Line(std::string_view kind) const {

@@ -3,7 +3,6 @@
 #include <sys/types.h>
 
 #include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 #include <chrono>
 #include <functional>
 #include <optional>
@@ -15,6 +14,7 @@
 #include "link/link_simulator.h"
 #include "link/sync_schedule.h"
 #include "zam_connector/zam_connection_parameters.h"
+#include "zam_platform/server/alarm.h"
 
 namespace zam_service {
 
@@ -31,7 +31,7 @@ public:
 
     /// Starts the link. 1 when it is started with equal parameters, "Invalid state" when with
     /// others, "Invalid argument" without a server address and port, and whatever the plan
-    /// prescribes.
+    /// prescribes. What throws `std::bad_alloc` has done nothing, here and in the other calls.
     int Start(uid_t user, const zam_connector::ZamConnectionParameters& parameters);
 
     /// Stops the link and drops the pending synchronisation. 1 when there is nothing to stop.
@@ -39,7 +39,7 @@ public:
 
     zam_connector::ZamConnectorState State() const noexcept { return simulator_.State(); }
 
-    /// Called with every state that the link enters.
+    /// Called with every state that the link enters; must not throw.
     void OnState(std::function<void(zam_connector::ZamConnectorState)> observer) {
         onState_ = std::move(observer);
     }
@@ -52,12 +52,14 @@ public:
     void Close();
 
 private:
-    void Advance(std::optional<uid_t> user = {});
-    void Arm();
+    void Advance(std::optional<uid_t> user = {}) noexcept;
+    void Arm() noexcept;
+    template <typename Make>
+    void Record(std::optional<uid_t> user, Make line) noexcept;
     HistoryLine Line(std::string_view kind) const;
 
     History& history_;
-    asio::steady_timer timer_;
+    zam_platform::Alarm alarm_;
     LinkSimulator simulator_;
     SyncSchedule sync_;
     std::function<void(zam_connector::ZamConnectorState)> onState_;

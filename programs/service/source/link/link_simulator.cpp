@@ -22,53 +22,50 @@ bool LinkSimulator::IsStarted() const noexcept {
 }
 
 void LinkSimulator::Start(TimePoint now) {
-    isUp_ = true;
-    repeat_.clear();
     if (plan_.refuseAfter) {
         Begin({{ZamConnectorState::Connecting, milliseconds(0)},
                {ZamConnectorState::Refused, *plan_.refuseAfter}},
-              now);
-        return;
+              {}, now);
+    } else {
+        Begin(plan_.start,
+              plan_.flap ? FlapSteps(*plan_.flap, plan_.start) : std::vector<LinkStep>(), now);
     }
-    if (plan_.flap) {
-        repeat_ = FlapSteps(*plan_.flap, plan_.start);
-    }
-    Begin(plan_.start, now);
+    isUp_ = true;
 }
 
 void LinkSimulator::Stop(TimePoint now) {
+    Begin(plan_.stop, {}, now);
     isUp_ = false;
-    repeat_.clear();
-    Begin(plan_.stop, now);
 }
 
-std::vector<ZamConnectorState> LinkSimulator::Advance(TimePoint now) {
-    std::vector<ZamConnectorState> changes;
+std::optional<ZamConnectorState> LinkSimulator::Advance(TimePoint now) noexcept {
     while (due_ && *due_ <= now) {
-        const ZamConnectorState entered = steps_[next_++].state;
-        if (entered != state_) {
-            state_ = entered;
-            changes.push_back(entered);
-        }
-        if (next_ == steps_.size()) {
-            steps_ = repeat_;
+        const ZamConnectorState entered = Steps()[next_++].state;
+        if (next_ == Steps().size()) {
+            isRepeating_ = true;
             next_ = 0;
         }
         // Delays count from now, not from when the step was due: a process that was halted for an
         // hour does not go through an hour of changes at once.
         Schedule(now);
+        if (std::exchange(state_, entered) != entered) {
+            return entered;
+        }
     }
-    return changes;
+    return std::nullopt;
 }
 
-void LinkSimulator::Begin(std::vector<LinkStep> steps, TimePoint now) {
+void LinkSimulator::Begin(std::vector<LinkStep> steps, std::vector<LinkStep> repeat,
+                          TimePoint now) noexcept {
     steps_ = std::move(steps);
+    repeat_ = std::move(repeat);
+    isRepeating_ = false;
     next_ = 0;
     Schedule(now);
 }
 
-void LinkSimulator::Schedule(TimePoint now) {
-    due_ = next_ < steps_.size() ? std::optional(now + steps_[next_].after) : std::nullopt;
+void LinkSimulator::Schedule(TimePoint now) noexcept {
+    due_ = next_ < Steps().size() ? std::optional(now + Steps()[next_].after) : std::nullopt;
 }
 
 }  // namespace zam_service

@@ -28,25 +28,28 @@ public:
     bool IsDown() const noexcept { return !isUp_; }
 
     /// Begins the plan's start steps, whatever is under way. The first may be due at once:
-    /// `Advance` follows.
+    /// `Advance` follows. What throws `std::bad_alloc` changes nothing.
     void Start(TimePoint now);
 
     /// The same for the stop steps.
     void Stop(TimePoint now);
 
-    /// Takes the steps that are due and returns the changes of state, in order.
-    std::vector<zam_connector::ZamConnectorState> Advance(TimePoint now);
+    /// Takes the steps that are due up to the next change of state, and returns that; empty when
+    /// nothing more is due.
+    std::optional<zam_connector::ZamConnectorState> Advance(TimePoint now) noexcept;
 
     /// When the next step is due; empty when nothing will happen by itself.
     std::optional<TimePoint> NextStep() const noexcept { return due_; }
 
 private:
-    void Begin(std::vector<LinkStep> steps, TimePoint now);
-    void Schedule(TimePoint now);
+    void Begin(std::vector<LinkStep> steps, std::vector<LinkStep> repeat, TimePoint now) noexcept;
+    void Schedule(TimePoint now) noexcept;
+    const std::vector<LinkStep>& Steps() const noexcept { return isRepeating_ ? repeat_ : steps_; }
 
     ConnectionPlan plan_;
-    std::vector<LinkStep> steps_;   ///< under way
+    std::vector<LinkStep> steps_;
     std::vector<LinkStep> repeat_;  ///< follow when those have ended; empty for none
+    bool isRepeating_ = false;
     std::size_t next_ = 0;
     std::optional<TimePoint> due_;
     zam_connector::ZamConnectorState state_ = zam_connector::ZamConnectorState::Stopped;

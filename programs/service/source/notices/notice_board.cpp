@@ -1,6 +1,7 @@
 #include "notices/notice_board.h"
 
 #include <algorithm>
+#include <new>
 #include <random>
 #include <utility>
 
@@ -43,30 +44,33 @@ std::optional<std::uint32_t> NoticeBoard::Register(const ClientIdentity& client)
     if (!HasRoom(client)) {
         return std::nullopt;
     }
-    const std::uint32_t id = NextId(sessions_[client.token]);
+    const std::uint32_t id = NextId(client.token);
     Add(client, id);
     return id;
 }
 
 void NoticeBoard::Wait(const ClientIdentity& client, std::uint32_t id,
                        std::unique_ptr<NoticeWaiter> waiter) {
-    if (const auto registration = Find(client.token, id)) {
-        registration->Wait(std::move(waiter));
-    } else if (!IsPossible(id)) {
-        waiter->End(WaitEnd::Invalid);
-    } else if (!MayTakeUp(client.token, id)) {
-        waiter->End(WaitEnd::Unknown);
-    } else if (!HasRoom(client)) {
-        waiter->End(WaitEnd::Full);
-    } else {
+    auto registration = Find(client.token, id);
+    if (registration == nullptr) {
+        if (!IsPossible(id)) {
+            return waiter->End(WaitEnd::Invalid);
+        }
+        if (!MayTakeUp(client.token, id)) {
+            return waiter->End(WaitEnd::Unknown);
+        }
+        if (!HasRoom(client)) {
+            return waiter->End(WaitEnd::Full);
+        }
         Log(zor::logger::kLevelInformation, Here(kSourceFile, "Wait"),
             "{} registration {:#010x} of a run before is taken up again", rules_.sort, id);
-        Registration& taken = Add(client, id);
-        for (const std::uint32_t value : missed_()) {
-            taken.Tell(value);
-        }
-        taken.Wait(std::move(waiter));
+        registration = Add(client, id);
+        registration->HasMissed(true);
     }
+    if (registration->HasMissed()) {
+        TellMissed(*registration);
+    }
+    registration->Wait(std::move(waiter));
 }
 
 void NoticeBoard::Unregister(const ClientIdentity& client, std::uint32_t id) {
@@ -91,7 +95,15 @@ void NoticeBoard::Unregister(const ClientIdentity& client, std::uint32_t id) {
     registration->End();
 }
 
-void NoticeBoard::Tell(std::uint32_t value) {
+void NoticeBoard::TellMissed(Registration& registration) const {
+    const std::vector<std::uint32_t> values = missed_();
+    registration.HasMissed(false);
+    for (const std::uint32_t value : values) {
+        registration.Tell(value);
+    }
+}
+
+void NoticeBoard::Tell(std::uint32_t value) noexcept {
     for (const auto& [client, session] : sessions_) {
         for (const auto& [id, registration] : session.registrations) {
             registration->Tell(value);
@@ -144,24 +156,32 @@ bool NoticeBoard::HasRoom(const ClientIdentity& client) {
     return false;
 }
 
-std::uint32_t NoticeBoard::NextId(const Session& session) {
+std::uint32_t NoticeBoard::NextId(const SessionToken& client) {
     std::uint32_t id = 0;
     do {
         // Numbers are used again one day; far fewer than there are can be in use at once.
         lastSequence_ = lastSequence_ == kMaxSequence ? 1 : lastSequence_ + 1;
         id = epoch_ << kNoticeEpochShift | lastSequence_;
-    } while (session.registrations.contains(id));
+    } while (Find(client, id) != nullptr);
     return id;
 }
 
-Registration& NoticeBoard::Add(const ClientIdentity& client, std::uint32_t id) {
-    Session& session = sessions_[client.token];
-    session.user = client.user;
-    const auto added =
-        session.registrations.emplace(id, std::make_shared<Registration>(rules_, id)).first;
-    ++perUser_[client.user];
+/// Behind `HasRoom`, which has the user counted. A client that nothing is added for is not known.
+std::shared_ptr<Registration> NoticeBoard::Add(const ClientIdentity& client, std::uint32_t id) {
+    auto registration = std::make_shared<Registration>(rules_, id);
+    const auto [entry, isNew] = sessions_.try_emplace(client.token);
+    try {
+        entry->second.registrations.emplace(id, registration);
+    } catch (const std::bad_alloc&) {
+        if (isNew) {
+            sessions_.erase(entry);
+        }
+        throw;
+    }
+    entry->second.user = client.user;
+    ++perUser_.at(client.user);
     ++count_;
-    return *added->second;
+    return registration;
 }
 
 bool NoticeBoard::MayTakeUp(const SessionToken& client, std::uint32_t id) const {

@@ -61,7 +61,7 @@ public:
     void Unregister(const zam_platform::ClientIdentity& client, std::uint32_t id);
 
     /// Tells a value to every registration.
-    void Tell(std::uint32_t value);
+    void Tell(std::uint32_t value) noexcept;
 
     /// Ends all registrations of a client.
     void EndSession(const zam_platform::SessionToken& client);
@@ -83,8 +83,9 @@ private:
 
     bool IsOfThisRun(std::uint32_t id) const noexcept;
     bool HasRoom(const zam_platform::ClientIdentity& client);
-    std::uint32_t NextId(const Session& session);
-    Registration& Add(const zam_platform::ClientIdentity& client, std::uint32_t id);
+    std::uint32_t NextId(const zam_platform::SessionToken& client);
+    std::shared_ptr<Registration> Add(const zam_platform::ClientIdentity& client, std::uint32_t id);
+    void TellMissed(Registration& registration) const;
     /// Whether a wait for an unknown id is answered by taking the registration up again.
     bool MayTakeUp(const zam_platform::SessionToken& client, std::uint32_t id) const;
     void RememberEnd(Session& session, std::uint32_t id);

@@ -20,7 +20,9 @@ public:
     Notices& operator=(const Notices&) = delete;
 
     /// Tells that data of a kind is other than it was; the state of the link is told by itself.
-    void Tell(zam_vocabulary::NoticeKind kind) { data_.Tell(static_cast<std::uint32_t>(kind)); }
+    void Tell(zam_vocabulary::NoticeKind kind) noexcept {
+        data_.Tell(static_cast<std::uint32_t>(kind));
+    }
 
     /// Ends the registrations of a client that has gone.
     void EndSession(const zam_platform::SessionToken& client);

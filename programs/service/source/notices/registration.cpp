@@ -1,5 +1,6 @@
 #include "notices/registration.h"
 
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -12,9 +13,13 @@ constexpr char kSourceFile[] = "registration";
 
 }  // namespace
 
-void Registration::Tell(std::uint32_t value) {
-    LogWhenDropped(queue_.Push(value));
-    Serve();
+void Registration::Tell(std::uint32_t value) noexcept {
+    try {
+        LogWhenDropped(queue_.Push(value));
+        Serve();
+    } catch (const std::bad_alloc&) {
+        Miss();
+    }
 }
 
 void Registration::Wait(std::unique_ptr<NoticeWaiter> waiter) {
@@ -48,12 +53,27 @@ void Registration::Serve() {
     });
 }
 
-void Registration::OnDelivery(const Notice& notice, bool wasTaken) {
+void Registration::OnDelivery(const Notice& notice, bool wasTaken) noexcept {
     --inFlight_;
-    if (!wasTaken) {
+    if (wasTaken) {
+        return;
+    }
+    try {
         LogWhenDropped(queue_.PutBack(notice));
         Serve();
+    } catch (const std::bad_alloc&) {
+        Miss();
     }
+}
+
+void Registration::Miss() noexcept {
+    hasMissed_ = true;
+    waiter_.reset();
+    zam_connector::common::Log(zor::logger::kLevelError,
+                               zam_connector::common::Here(kSourceFile, "Miss"),
+                               "{} registration {:#010x}: no memory for a notice: told again when "
+                               "its client waits again",
+                               rules_.sort, id_);
 }
 
 /// Once until the client has fetched everything: one that fetches nothing must not fill the log.

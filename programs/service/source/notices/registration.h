@@ -41,12 +41,17 @@ public:
     Registration(const NoticeRules& rules, std::uint32_t id) noexcept
         : rules_(rules), id_(id), queue_(rules) {}
 
-    /// Queues a notice, or gives it to who waits.
-    void Tell(std::uint32_t value);
+    /// Queues a notice, or gives it to who waits. Without memory for it the notice is missed, and
+    /// who waits is given up, so that its client comes again.
+    void Tell(std::uint32_t value) noexcept;
 
     /// Takes a call that waits. Two at once help nobody: the older ends as displaced, so that a
     /// call whose connection is dead without the service knowing keeps nothing back.
     void Wait(std::unique_ptr<NoticeWaiter> waiter);
+
+    /// Whether it has missed notices, which are to be told again.
+    bool HasMissed() const noexcept { return hasMissed_; }
+    void HasMissed(bool hasMissed) noexcept { hasMissed_ = hasMissed; }
 
     /// Ends the call that waits. Nothing is to be told afterwards.
     void End();
@@ -56,7 +61,8 @@ public:
 
 private:
     void Serve();
-    void OnDelivery(const Notice& notice, bool wasTaken);
+    void OnDelivery(const Notice& notice, bool wasTaken) noexcept;
+    void Miss() noexcept;
     void LogWhenDropped(bool isKept);
 
     const NoticeRules& rules_;
@@ -65,6 +71,7 @@ private:
     std::unique_ptr<NoticeWaiter> waiter_;
     std::size_t inFlight_ = 0;
     bool isDropping_ = false;  ///< since the queue was last empty
+    bool hasMissed_ = false;
 };
 
 }  // namespace zam_service

@@ -4,7 +4,6 @@
 
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
-#include <asio/steady_timer.hpp>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -91,6 +90,16 @@ public:
     /// Ends `Run` for good. From any thread.
     void Stop();
 
+    /// Behind `Run`: nobody is accepted and nothing read any more, so that what is under way comes
+    /// to its end. Answers are still sent.
+    void TakeNoMore() noexcept { isClosing_ = true; }
+
+    /// Behind `Run`: runs what the loop has next, and waits for that.
+    void RunOne();
+
+    /// Behind `Run`: runs what is ready, until nothing is.
+    void RunReady();
+
     /// For timers and other descriptors that handlers need; everything on it runs on the loop
     /// thread.
     asio::io_context& Context() noexcept { return context_; }
@@ -103,6 +112,10 @@ private:
 
     using Socket = asio::local::stream_protocol::socket;
     struct Listener;
+
+    /// Runs a part of the loop. What lacks memory is given up.
+    template <typename Part>
+    void Guard(Part part);
 
     void AcceptNext(Listener& listener);
     std::error_code AcceptOne(Listener& listener) noexcept;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -10,6 +9,7 @@
 #include <map>
 #include <optional>
 
+#include "zam_platform/server/alarm.h"
 #include "zam_platform/server/endpoint.h"
 
 namespace zam_platform {
@@ -60,11 +60,9 @@ private:
     void EndDue() noexcept;
     void EndFirst() noexcept;
 
-    asio::io_context& context_;
     const std::chrono::milliseconds grace_;
     const std::size_t perUser_;
-    asio::steady_timer timer_;
-    bool isEnding_ = false;  ///< the timer or a handler will look at the ends
+    Alarm alarm_;
     std::map<SessionToken, Session> sessions_;
     std::map<uid_t, std::size_t> ofUsers_;
     std::list<End> ends_;  ///< by their time, since the grace is always the same
