@@ -63,15 +63,17 @@ TEST(WorkerPool, TakesNoMoreJobsThanItsLimit) {
         released.wait_for(kBound);
         ++ran;
     };
+    constexpr uid_t kUser = 1000;
     EXPECT_TRUE(pool.Post(0, job));
     EXPECT_TRUE(pool.Post(0, job));
-    EXPECT_TRUE(pool.Post(0, job));
-    EXPECT_FALSE(pool.Post(0, job)) << "running ones count";
-    EXPECT_FALSE(pool.Post(0, job));
+    EXPECT_TRUE(pool.Post(0, kUser, job));
+    EXPECT_FALSE(pool.Post(0, kUser + 1, job)) << "running ones count";
+    EXPECT_FALSE(pool.Post(0, kUser + 2, job));
+    EXPECT_TRUE(pool.Post(0, job)) << "the service's own";
     release.set_value();
-    Await("room for another", [&] { return pool.Post(0, job); });
+    Await("room for another", [&] { return pool.Post(0, kUser + 1, job); });
     pool.Finish();
-    EXPECT_EQ(ran, 4);
+    EXPECT_EQ(ran, 5);
 }
 
 TEST(WorkerPool, TakesNothingOnceItHasFinished) {

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -130,14 +131,30 @@ bool Holds(pid_t process, const std::string& text) {
     return false;
 }
 
-TEST(ClientCertKeys, AreNotInTheServicesMemoryWhenTheyAreServedNoMore) {
+/// A description of a certificate in `own.pem` with the key of `made` in its file or in the text.
+std::string Description(const MadeCert& made, bool isKeyInText) {
+    return isKeyInText
+               ? nlohmann::json{{"certificate_file", "own.pem"}, {"private_key", made.key}}.dump()
+               : R"({"certificate_file": "own.pem", "private_key_file": "own.key"})";
+}
+
+class ClientCertKeys : public ::testing::TestWithParam<bool> {};
+
+INSTANTIATE_TEST_SUITE_P(InTheirText, ClientCertKeys, ::testing::Values(true));
+INSTANTIATE_TEST_SUITE_P(InTheirFiles, ClientCertKeys, ::testing::Values(false));
+
+TEST_P(ClientCertKeys, AreNotInTheServicesMemoryWhenTheyAreServedNoMore) {
     const MadeCert made = MakeCert("own");
     const std::string fromTheKey = made.key.substr(made.key.size() / 2, 40);
     zam_connector::testing::ServiceProcess service(ZAM_CONNECTORD);
     service.WriteData("client_certs/own.pem", made.certificate);
     service.WriteData("client_certs/own.key", made.key);
-    service.WriteData("client_certs/own.json",
-                      R"({"certificate_file": "own.pem", "private_key_file": "own.key"})");
+    // An answer with all of them is more than a socket takes at once.
+    constexpr std::size_t kCerts = 150;
+    for (std::size_t cert = 0; cert < kCerts; ++cert) {
+        service.WriteData("client_certs/own" + std::to_string(cert) + ".json",
+                          Description(made, GetParam()));
+    }
     service.Start();
     ::setenv("ZAM_RUNTIME_DIR", service.RuntimeDirectory().c_str(), 1);
     std::shared_ptr<zam_connector::IZamConnector> connector;
@@ -146,12 +163,14 @@ TEST(ClientCertKeys, AreNotInTheServicesMemoryWhenTheyAreServedNoMore) {
     ASSERT_EQ(connector->GetClientCertsDownloader(downloader), 0);
     std::vector<ClientCertInfo> certs;
     ASSERT_EQ(downloader->GetClientCertificates({}, certs), 0);
-    ASSERT_EQ(certs.size(), 1U);
+    ASSERT_EQ(certs.size(), kCerts);
     EXPECT_EQ(certs.front().privateKey, made.key);
     if (!Holds(service.Pid(), fromTheKey)) {
         GTEST_SKIP() << "the service's memory cannot be read";
     }
-    fs::remove(service.DataDirectory() + "/client_certs/own.json");
+    for (std::size_t cert = 0; cert < kCerts; ++cert) {
+        fs::remove(service.DataDirectory() + "/client_certs/own" + std::to_string(cert) + ".json");
+    }
     ASSERT_TRUE(Eventually(
         [&] { return downloader->GetClientCertificates({}, certs) == 0 && certs.empty(); }));
     // A worker may still be about to destroy what it has read.

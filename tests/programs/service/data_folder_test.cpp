@@ -3,10 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <future>
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -229,19 +230,25 @@ TEST_F(DataFolderTest, ServesTheLastOfManyQuickEdits) {
     EXPECT_TRUE(Becomes(50));
 }
 
-TEST_F(DataFolderTest, ReadsLaterWhatFindsEveryWorkerTaken) {
-    Begin();
-    std::promise<void> release;
-    const std::shared_future<void> released = release.get_future().share();
-    for (std::size_t job = 0; job < kMaxJobs; ++job) {
-        ASSERT_TRUE(workers_.Post(kHistoryLane, [released] { released.wait(); }));
-    }
+TEST_F(DataFolderTest, ReadsLaterWhatMemoryWasWantingFor) {
+    folder_.emplace(loop_, workers_, *files_);
+    std::atomic<int> lacks = 2;
+    folder_->Serve({.name = "number.json",
+                    .lane = kReadLane,
+                    .read = [this, &lacks](const std::optional<std::string>& text) {
+                        if (lacks > 0) {
+                            --lacks;
+                            throw std::bad_alloc();
+                        }
+                        return [this, exists = text.has_value()] { number_ = exists ? 13 : 1; };
+                    }});
+    EXPECT_FALSE(number_) << "not even at the start";
     Write(R"({"number": 13})");
-    parent_.Write("marker", "");
-    loop_.restart();
-    loop_.run_one();
-    release.set_value();
     EXPECT_TRUE(Becomes(13));
+    EXPECT_EQ(lacks, 0);
+    EXPECT_TRUE(
+        Logged("number.json: out of memory: what was read last stays until it can be read "
+               "again"));
 }
 
 }  // namespace

@@ -246,20 +246,50 @@ TEST_F(HistoryTest, TellsAMediaErrorWhenTheDiskFails) {
     EXPECT_THAT(logger.Records()[0].text, HasSubstr("1 lines lost"));
 }
 
-TEST_F(HistoryTest, RefusesALineWhenEveryWorkerIsTaken) {
-    const zam_connector::testing::RecordingLogger logger;
+TEST_F(HistoryTest, WritesWhileUsersTakeEveryJobThereIs) {
     std::promise<void> release;
     const std::shared_future<void> released = release.get_future().share();
-    for (int job = 0; job < 4; ++job) {
-        ASSERT_TRUE(workers_->Post(kReadLane, [released] { released.wait(); }));
+    for (uid_t user = 1000; workers_->Post(kReadLane, user, [released] { released.wait(); });) {
+        ++user;
     }
     std::optional<int> code;
     history_.Append("one\n", [&](int told) { code = told; });
-    EXPECT_EQ(code, kInsufficientResources);
+    EXPECT_TRUE(RunUntil(loop_, [&] { return code.has_value(); }));
+    EXPECT_EQ(code, kNoError);
     release.set_value();
-    code.reset();
-    workers_->Finish();
-    EXPECT_EQ(logger.Records().size(), 1U);
+}
+
+TEST_F(HistoryTest, KeepsAPlaceForALineThatMustNotBeRefused) {
+    const zam_connector::testing::RecordingLogger logger;
+    constexpr uid_t kBusy = 1000;
+    std::promise<void> release;
+    ASSERT_TRUE(workers_->Post(kHistoryLane, [&] { release.get_future().wait(); }));
+    history_.Append("first\n", nullptr);
+    std::optional<History::Place> place = history_.Reserve(kBusy);
+    ASSERT_TRUE(place);
+    std::size_t refused = 0;
+    for (std::size_t line = 0; line < kMaxUserWaitingLines; ++line) {
+        history_.Append(
+            "x\n", [&](int code) { refused += code == kInsufficientResources ? 1U : 0U; }, kBusy);
+    }
+    EXPECT_EQ(refused, 1U) << "the place counts";
+    EXPECT_FALSE(history_.Reserve(kBusy));
+    EXPECT_EQ(logger.Records().back().text,
+              "no place for a line: 256 lines of user 1000 wait, at most 256 may");
+    std::optional<int> code;
+    history_.Append(
+        "kept\n", [&](int told) { code = told; }, *std::move(place));
+    release.set_value();
+    ASSERT_TRUE(RunUntil(loop_, [&] { return code.has_value(); }));
+    EXPECT_EQ(code, kNoError);
+    EXPECT_EQ(Lines(folder_.Read(kHistory)).size(), kMaxUserWaitingLines + 1);
+}
+
+TEST_F(HistoryTest, GivesBackPlacesThatNoLineCameFor) {
+    constexpr uid_t kUser = 1000;
+    for (std::size_t place = 0; place < 2 * kMaxWaitingLines; ++place) {
+        ASSERT_TRUE(history_.Reserve(kUser)) << place;
+    }
 }
 
 TEST_F(HistoryTest, BoundsTheLinesThatWait) {

@@ -73,6 +73,22 @@ protected:
                        {.perClient = 2, .perUser = 3, .endedPerClient = 2}};
 };
 
+TEST_F(NoticeBoardTest, EndsARegistrationThatItsClientWasNotToldOf) {
+    const std::uint32_t id = Register();
+    board_.EndUntold(ClientOf(2), id);
+    EXPECT_EQ(board_.Count(), 1U) << "another client's";
+    board_.EndUntold(ClientOf(1), id);
+    EXPECT_EQ(board_.Count(), 0U);
+}
+
+TEST_F(NoticeBoardTest, KeepsARegistrationThatItsClientHasWaitedFor) {
+    const std::uint32_t id = Register();
+    const auto told = Wait(id);
+    board_.EndUntold(ClientOf(1), id);
+    EXPECT_EQ(board_.Count(), 1U);
+    EXPECT_FALSE(told->end);
+}
+
 TEST_F(NoticeBoardTest, TellsAFreshRegistrationNothingThatWasBefore) {
     board_.Tell(1);
     const std::uint32_t id = Register();

@@ -69,6 +69,18 @@ TEST_F(NotifierTest, TellsOfChangesBetweenTwoCalls) {
     EXPECT_EQ(client.Read(), Value(3));
 }
 
+TEST_F(NotifierTest, EndsARegistrationWhoseClientWentBeforeItWasTold) {
+    Begin();
+    RawNotifier witness = Data();
+    {
+        RawNotifier leaving = Data();
+        leaving.AskToRegister();
+        ASSERT_TRUE(Eventually([&] { return leaving.Socket().HasInput(); }));
+    }
+    EXPECT_TRUE(Eventually([&] { return HasLogged("ended: its client went before it was told"); }));
+    EXPECT_GT(witness.Register(), 0U) << "its session goes on";
+}
+
 TEST_F(NotifierTest, EndsTheWaitOfARegistrationThatEnds) {
     Begin();
     RawNotifier waiting = Data();

@@ -52,9 +52,12 @@ public:
             zam_platform::testing::FrameOf({.kind = zam_platform::FrameKind::Hello}, token));
     }
 
+    /// Registers without reading the answer.
+    void AskToRegister() { Send(0, qx::EmptyRequest{}); }
+
     /// The id, or an error below 0.
     std::int64_t TryRegister() {
-        Send(0, qx::EmptyRequest{});
+        AskToRegister();
         const auto response = Read<qx::RegisterResponse>();
         return response.error == 0 ? std::int64_t{response.registrationId} : response.error;
     }

@@ -5,7 +5,9 @@
 #include <atomic>
 #include <functional>
 #include <future>
+#include <new>
 #include <string>
+#include <utility>
 
 #include "run_until.h"
 
@@ -32,6 +34,7 @@ protected:
 
     std::atomic<bool> isHeld_ = false;
     std::atomic<int> reads_ = 0;
+    std::atomic<int> lacks_ = 0;  ///< readings to come without memory
     std::promise<void> release_;
     const std::shared_future<void> released_ = release_.get_future().share();
     int published_ = 0;
@@ -42,6 +45,9 @@ protected:
     Rereader reader_{loop_, workers_, kReadLane,
                      [this] {
                          ++reads_;
+                         if (lacks_ > 0 && lacks_-- > 0) {
+                             throw std::bad_alloc();
+                         }
                          if (isHeld_) {
                              released_.wait();
                          }
@@ -89,15 +95,34 @@ TEST_F(RereaderTest, ReadsAgainForAChangeThatItsOwnPublishingTells) {
     EXPECT_EQ(reads_, 2);
 }
 
-TEST_F(RereaderTest, ReadsLaterWhenEveryWorkerIsTaken) {
-    for (int job = 0; job < 2; ++job) {
-        ASSERT_TRUE(workers_.Post(kTreeLane, [released = released_] { released.wait(); }));
+TEST_F(RereaderTest, ReadsLaterWhatMemoryWasWantingFor) {
+    lacks_ = 1;
+    reader_.Start();
+    ASSERT_TRUE(Publishes(1));
+    EXPECT_EQ(reads_, 2);
+}
+
+TEST_F(RereaderTest, ReadsAgainLaterWhatCouldNotBePublished) {
+    bool hasThrown = false;
+    onPublish_ = [&hasThrown] {
+        if (!std::exchange(hasThrown, true)) {
+            throw std::bad_alloc();
+        }
+    };
+    reader_.Start();
+    ASSERT_TRUE(Publishes(2));
+    EXPECT_EQ(reads_, 2);
+}
+
+TEST_F(RereaderTest, IsNotRefusedWhileUsersTakeEveryJobThereIs) {
+    constexpr uid_t kUser = 1000;
+    for (uid_t job = 0; job < 2; ++job) {
+        ASSERT_TRUE(
+            workers_.Post(kTreeLane, kUser + job, [released = released_] { released.wait(); }));
     }
     reader_.Start();
-    EXPECT_EQ(reads_, 0);
-    release_.set_value();
     ASSERT_TRUE(Publishes(1));
-    EXPECT_EQ(reads_, 1);
+    release_.set_value();
 }
 
 TEST_F(RereaderTest, ReadsNothingWhileItCannot) {

@@ -335,7 +335,7 @@ void ServerConnection::Send(const Prelude& prelude, const void* message, const v
     try {
         const auto* const first = static_cast<const unsigned char*>(message);
         const auto* const second = static_cast<const unsigned char*>(arena);
-        std::vector<unsigned char> body(first, first + prelude.fixedBytes);
+        WipedBytes body(first, first + prelude.fixedBytes);
         body.insert(body.end(), second, second + prelude.arenaBytes);
         asio::post(server_.context_, [self = shared_from_this(), prelude, body = std::move(body),
                                       watch = std::move(watch)]() mutable {
@@ -388,8 +388,8 @@ void ServerConnection::QueueRest(const std::array<asio::const_buffer, 3>& parts,
         return;
     }
     const bool isIdle = queue_.empty();
-    std::vector<unsigned char>& queue = isIdle ? queue_ : queueBehind_;
-    std::vector<unsigned char> whole(total);
+    WipedBytes& queue = isIdle ? queue_ : queueBehind_;
+    WipedBytes whole(total);
     asio::buffer_copy(asio::buffer(whole), parts);
     queue.insert(queue.end(), whole.begin() + static_cast<std::ptrdiff_t>(sent), whole.end());
     Usage().queuedBytes += rest;

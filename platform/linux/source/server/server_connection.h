@@ -16,6 +16,7 @@
 #include "zam_platform/server/handler_room.h"
 #include "zam_platform/server/server.h"
 #include "zam_platform/transport_status.h"
+#include "zam_platform/wipe.h"
 
 namespace zam_platform {
 
@@ -148,9 +149,9 @@ private:
     std::size_t have_ = 0;  ///< bytes in the buffer
 
     /// What the socket did not take at once. It is being written, so it must stay where it is.
-    std::vector<unsigned char> queue_;
+    WipedBytes queue_;
     std::size_t queueSent_ = 0;
-    std::vector<unsigned char> queueBehind_;  ///< what came after it
+    WipedBytes queueBehind_;  ///< what came after it
 };
 
 }  // namespace zam_platform

@@ -33,7 +33,7 @@ bool WorkerPool::Put(const Place& place, std::function<void()> job) {
     const std::size_t share = std::max<std::size_t>(limit_ / 4, 1);
     std::unique_ptr<Job> made;
     const qor::MutexLock lock(mutex_);
-    if (isFinished_ || jobs_ >= limit_) {
+    if (isFinished_ || (place.user && jobs_ >= limit_)) {
         return false;
     }
     try {

@@ -10,6 +10,7 @@
 
 #include "certs/wipe.h"
 #include "json_text/json_document.h"
+#include "json_text/json_text.h"
 
 namespace zam_service {
 
@@ -23,6 +24,7 @@ constexpr char kName[] = "name";
 constexpr char kCertificate[] = "certificate";
 constexpr char kCertificateFile[] = "certificate_file";
 constexpr char kPrivateKey[] = "private_key";
+constexpr char kPrivateKeyPlace[] = "/private_key";
 constexpr char kPrivateKeyFile[] = "private_key_file";
 
 /// Stands in front of every private key that is PEM.
@@ -60,8 +62,62 @@ std::optional<std::string> ReadPem(const JsonValue& root, const char* textMember
     return file ? std::optional(readBeside(FileName(*file), isKey)) : std::nullopt;
 }
 
+/// The end of the literal of a text that begins at `begin`; empty when it has none.
+std::optional<std::size_t> EndOfLiteral(std::string_view text, std::size_t begin) {
+    for (std::size_t index = begin + 1; index < text.size(); ++index) {
+        if (text[index] == '"') {
+            return index;
+        }
+        index += text[index] == '\\' ? 1U : 0U;
+    }
+    return std::nullopt;
+}
+
+/// What the inside of a literal stands for; empty when it has characters that no PEM has.
+std::optional<std::string> Unescaped(std::string_view literal) {
+    constexpr std::string_view kEscapes = "nrt/\\\"";
+    constexpr std::string_view kMeant = "\n\r\t/\\\"";
+    std::string text;
+    text.reserve(literal.size());  // so that no copy of a part is left where it grew
+    for (std::size_t index = 0; index < literal.size(); ++index) {
+        char next = literal[index];
+        if (next == '\\') {
+            const std::size_t escape = kEscapes.find(literal[++index]);
+            if (escape == std::string_view::npos) {
+                return std::nullopt;
+            }
+            next = kMeant[escape];
+        } else if (static_cast<unsigned char>(next) < ' ') {
+            return std::nullopt;
+        }
+        text.push_back(next);
+    }
+    return text;
+}
+
+/// Takes a key that stands in the text itself out of it: spaces take its place, so that no parser
+/// leaves copies of it behind. Empty when there is none, or none of PEM, which is for the parser to
+/// find.
+std::optional<std::string> TakeKey(std::string& text) {
+    const std::size_t mark = text.size() - zam_json::WithoutByteOrderMark(text).size();
+    const auto begin = zam_json::FindInJson(std::string_view(text).substr(mark), kPrivateKeyPlace,
+                                            zam_json::JsonPart::Value);
+    if (!begin || text[mark + *begin] != '"') {
+        return std::nullopt;
+    }
+    const std::size_t first = mark + *begin + 1;
+    const auto end = EndOfLiteral(text, first - 1);
+    auto key = end ? Unescaped(std::string_view(text).substr(first, *end - first)) : std::nullopt;
+    if (key) {
+        Wipe(text.data() + first, *end - first);
+        text.replace(first, *end - first, *end - first, ' ');
+    }
+    return key;
+}
+
+/// `keyInText` is what was taken out of the text.
 CertFile ReadRoot(const std::string& fileName, const JsonValue& root,
-                  const ReadBeside& readBeside) {
+                  const std::optional<std::string>& keyInText, const ReadBeside& readBeside) {
     root.CheckMembers({kName, kCertificate, kCertificateFile, kPrivateKey, kPrivateKeyFile});
     const auto nameMember = root.Find(kName);
     std::string name = nameMember ? nameMember->Text() : fileName.substr(0, fileName.rfind('.'));
@@ -74,7 +130,7 @@ CertFile ReadRoot(const std::string& fileName, const JsonValue& root,
     auto key = ReadPem(root, kPrivateKey, kPrivateKeyFile, true, readBeside);
     const WipedAtEnd keyEnd(key);
     try {
-        return {.cert = ReadClientCert(std::move(name), *certificate, key),
+        return {.cert = ReadClientCert(std::move(name), *certificate, keyInText ? keyInText : key),
                 .holdsKey = root.Find(kPrivateKey).has_value()};
     } catch (const std::invalid_argument& error) {
         throw std::invalid_argument(fmt::format("{}: {}", fileName, error.what()));
@@ -93,6 +149,8 @@ std::runtime_error WithoutText(const std::string& name, const JsonError& error) 
 
 CertFile ReadCertFile(const std::string& name, std::string text, const ReadBeside& readBeside) {
     const bool mayHoldKey = text.find(kKeyMark) != std::string::npos;
+    std::optional<std::string> keyInText = TakeKey(text);
+    const WipedAtEnd keyEnd(keyInText);
     std::unique_ptr<const JsonDocument> document;
     try {
         document = std::make_unique<const JsonDocument>(name, std::move(text));
@@ -103,7 +161,7 @@ CertFile ReadCertFile(const std::string& name, std::string text, const ReadBesid
         throw;
     }
     try {
-        return ReadRoot(name, document->Root(), readBeside);
+        return ReadRoot(name, document->Root(), keyInText, readBeside);
     } catch (const JsonError& error) {
         const std::string shown = error.what();
         if (mayHoldKey && (error.Pointer().empty() || shown.find(kKeyMark) != std::string::npos)) {

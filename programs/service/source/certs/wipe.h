@@ -1,20 +1,14 @@
 #pragma once
 
-#include <string.h>
-
 #include <cstddef>
 #include <optional>
 #include <string>
 
+#include "zam_platform/wipe.h"
+
 namespace zam_service {
 
-/// Overwrites what was secret, so that neither a core dump nor whoever gets the memory next finds
-/// it. Thread-safe as the arguments are.
-inline void Wipe(void* bytes, std::size_t size) noexcept {
-    if (size != 0) {
-        ::explicit_bzero(bytes, size);
-    }
-}
+using zam_platform::Wipe;
 
 inline void Wipe(std::optional<std::string>& text) noexcept {
     if (text) {

@@ -27,6 +27,9 @@ struct ChannelLimits {
     std::chrono::milliseconds idle = std::chrono::minutes(10);
 };
 
+/// How long channels that nobody used are ended at a stretch: what they hold goes with them.
+inline constexpr std::chrono::milliseconds kLongestIdleStretch{2};
+
 /// The open channels of one sort, each with its `Content`. A channel belongs to the client that
 /// opened it, and nobody else can use it. It ends when it is taken out, with its client's session,
 /// when it was not used for too long, and when its client opens too many: then the oldest goes. On
@@ -178,8 +181,11 @@ private:
     }
 
     void DropIdle() {
-        const auto latest = std::chrono::steady_clock::now() - limits_.idle;
-        while (!uses_.empty() && uses_.front().time <= latest) {
+        const auto start = std::chrono::steady_clock::now();
+        const auto latest = start - limits_.idle;
+        // The rest at the next ring, which is due: others are served in between.
+        while (!uses_.empty() && uses_.front().time <= latest &&
+               std::chrono::steady_clock::now() - start < kLongestIdleStretch) {
             const Use& idle = uses_.front();
             const zam_platform::LogsForUser logsForUser(Look(idle.owner, idle.id)->place.User());
             LogIdle(sort_, idle.id, limits_.idle);

@@ -25,12 +25,45 @@ History::History(asio::io_context& loop, zam_platform::WorkerPool& workers,
                  const FolderFiles& files, std::size_t maxFileBytes)
     : loop_(loop), workers_(workers), file_(files, maxFileBytes) {}
 
+History::Place::~Place() {
+    if (history_ == nullptr) {
+        return;
+    }
+    --history_->places_;
+    const auto ofUser = history_->placesOf_.find(user_);
+    if (--ofUser->second == 0) {
+        history_->placesOf_.erase(ofUser);
+    }
+}
+
+std::optional<History::Place> History::Reserve(uid_t user) {
+    if (const std::string excess = Excess(user); !excess.empty()) {
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Reserve"), "no place for a line: {}",
+            excess);
+        return std::nullopt;
+    }
+    ++placesOf_[user];
+    ++places_;
+    return Place(*this, user);
+}
+
 void History::Append(std::string line, Done done, std::optional<uid_t> user) {
+    Add(std::move(line), std::move(done), user, false);
+}
+
+void History::Append(std::string line, Done done, Place place) {
+    const Place own = std::move(place);
+    Add(std::move(line), std::move(done), own.user_, true);
+}
+
+void History::Add(std::string line, Done done, std::optional<uid_t> user, bool hasPlace) {
     Line next{.text = std::move(line), .done = std::move(done)};
     try {
-        if (const std::string excess = Excess(user); isClosed_ || !excess.empty()) {
-            Log(zor::logger::kLevelError, Here(kSourceFile, "Append"), "line dropped: {}",
-                isClosed_ ? "the service ends" : excess);
+        const std::string excess = isClosed_  ? "the service ends"
+                                   : hasPlace ? std::string()
+                                              : Excess(user);
+        if (!excess.empty()) {
+            Log(zor::logger::kLevelError, Here(kSourceFile, "Append"), "line dropped: {}", excess);
             Tell(next, kInsufficientResources);
             return;
         }
@@ -50,15 +83,20 @@ void History::Append(std::string line, Done done, std::optional<uid_t> user) {
 }
 
 std::string History::Excess(std::optional<uid_t> user) const {
-    if (waiting_.size() >= kMaxWaitingLines) {
-        return fmt::format("{} lines wait, at most {} may", waiting_.size(), kMaxWaitingLines);
+    if (const std::size_t all = waiting_.size() + places_; all >= kMaxWaitingLines) {
+        return fmt::format("{} lines wait, at most {} may", all, kMaxWaitingLines);
     }
-    const auto ofUser = user ? waitingOf_.find(*user) : waitingOf_.end();
-    if (ofUser != waitingOf_.end() && ofUser->second >= kMaxUserWaitingLines) {
-        return fmt::format("{} lines of user {} wait, at most {} may", ofUser->second, *user,
+    const std::size_t ofUser = user ? CountOf(waitingOf_, *user) + CountOf(placesOf_, *user) : 0;
+    if (ofUser >= kMaxUserWaitingLines) {
+        return fmt::format("{} lines of user {} wait, at most {} may", ofUser, *user,
                            kMaxUserWaitingLines);
     }
     return {};
+}
+
+std::size_t History::CountOf(const std::map<uid_t, std::size_t>& counts, uid_t user) {
+    const auto found = counts.find(user);
+    return found == counts.end() ? 0 : found->second;
 }
 
 void History::Close() {
@@ -110,7 +148,7 @@ HistoryFile::Result History::Write(std::vector<Line>& lines) noexcept {
         }
         return file_.Append(texts);
     } catch (const std::bad_alloc&) {
-        return {.written = 0, .error = "out of memory"};
+        return {.written = 0, .error = "out of memory", .lacksMemory = true};
     }
 }
 
@@ -121,7 +159,9 @@ void History::OnWritten(std::vector<Line> lines, const HistoryFile::Result& resu
             lines.size() - result.written, result.error);
     }
     for (std::size_t index = 0; index < lines.size(); ++index) {
-        Tell(lines[index], index < result.written ? kNoError : kMediaError);
+        Tell(lines[index], index < result.written ? kNoError
+                           : result.lacksMemory   ? kInsufficientResources
+                                                  : kMediaError);
     }
     // What the answers have led to may be writing already.
     if (!isWriting_) {
@@ -133,7 +173,7 @@ void History::FailWaiting(int code) {
     const std::vector<Line> lines = std::exchange(waiting_, {});
     waitingOf_.clear();
     Log(zor::logger::kLevelError, Here(kSourceFile, "FailWaiting"),
-        "{} lines dropped: every worker is taken", lines.size());
+        "{} lines dropped: out of memory", lines.size());
     for (const Line& line : lines) {
         Tell(line, code);
     }

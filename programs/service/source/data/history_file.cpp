@@ -49,6 +49,9 @@ HistoryFile::Result HistoryFile::Append(const std::vector<std::string>& lines) {
         while (result.written < lines.size()) {
             AppendSome(lines, result.written);
         }
+    } catch (const std::bad_alloc&) {
+        result.error = "out of memory";
+        result.lacksMemory = true;
     } catch (const std::exception& exception) {
         result.error = exception.what();
     }

@@ -24,8 +24,9 @@ public:
     explicit HistoryFile(const FolderFiles& files, std::size_t limit = kMaxHistoryBytes);
 
     struct Result {
-        std::size_t written = 0;  ///< lines, from the first, that are on the disk
-        std::string error;        ///< why the rest is not; empty when there is no rest
+        std::size_t written = 0;   ///< lines, from the first, that are on the disk
+        std::string error;         ///< why the rest is not; empty when there is no rest
+        bool lacksMemory = false;  ///< that is why
     };
 
     /// Appends lines, each with its newline, and returns when they are on the disk. Blocks. After

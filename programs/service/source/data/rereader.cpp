@@ -7,8 +7,6 @@
 namespace zam_service {
 namespace {
 
-/// Before something is read that found every worker taken.
-constexpr std::chrono::milliseconds kRetryDelay{100};
 /// Before something is read again for which memory was wanting: it may be large, and be read in
 /// vain for long.
 constexpr std::chrono::milliseconds kMemoryDelay{2000};
@@ -40,7 +38,7 @@ void Rereader::Start() {
         isReading_ = true;
         isStale_ = false;
     } else {
-        retry_.RingAfter(kRetryDelay);
+        StartLater();
     }
 }
 

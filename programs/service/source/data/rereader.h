@@ -11,7 +11,7 @@
 namespace zam_service {
 
 /// Reads something again when it has changed: on a worker, one reading at a time, once more when it
-/// changed meanwhile, and a little later when every worker was taken or memory was wanting. On the
+/// changed meanwhile, and a little later when memory was wanting. On the
 /// loop thread only.
 class Rereader {
 public:

@@ -53,6 +53,9 @@ zuv::TValue Rebuild(const std::vector<RawZamParam>& records, UploadOutcome& outc
     if (!records.empty()) {
         zuv::Path root;
         const auto [code, message] = zam_connector::common::Deserialize(records, root, tree);
+        if (code == qel::kUnspecifiedError) {
+            throw std::bad_alloc();  // of records that have passed the checks nothing else comes
+        }
         if (code != 0) {
             outcome = {.code = kInvalidArgument, .hash = kAbsentHash, .error = message};
         }

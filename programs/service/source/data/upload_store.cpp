@@ -120,10 +120,13 @@ void UploadStore::Keep(UploadKind kind, uid_t user, Done done) {
 void UploadStore::PostStore(UploadKind kind, uid_t user, std::function<UploadOutcome()> store,
                             Done done) {
     auto end = std::make_shared<Done>(std::move(done));
+    std::optional<History::Place> place = history_.Reserve(user);
     const bool posted =
+        place &&
         workers_.PostTo(loop_, kUploadLane, user, std::move(store),
-                        [this, kind, user, end](const std::optional<UploadOutcome>& outcome) {
-                            OnStored(kind, user, outcome ? *outcome : Lacking(), *end);
+                        [this, kind, end, kept = *std::move(place)](
+                            const std::optional<UploadOutcome>& outcome) mutable {
+                            OnStored(kind, outcome ? *outcome : Lacking(), std::move(kept), *end);
                         });
     ++unanswered_;
     if (!posted) {
@@ -136,7 +139,7 @@ void UploadStore::End(const Done& done, int code, std::uint64_t hash) {
     done(code, hash);
 }
 
-void UploadStore::OnStored(UploadKind kind, uid_t user, const UploadOutcome& outcome,
+void UploadStore::OnStored(UploadKind kind, const UploadOutcome& outcome, History::Place place,
                            const Done& done) {
     DestroyDiscarded();
     if (outcome.code != kNoError) {
@@ -161,7 +164,7 @@ void UploadStore::OnStored(UploadKind kind, uid_t user, const UploadOutcome& out
         End(done, kInsufficientResources, kAbsentHash);
         return;
     }
-    history_.Append(std::move(line), std::move(told), user);
+    history_.Append(std::move(line), std::move(told), std::move(place));
 }
 
 }  // namespace zam_service

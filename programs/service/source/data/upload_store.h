@@ -36,7 +36,8 @@ class UploadStore {
 public:
     /// Told on the loop thread how an upload went: 0 and the hash of the tree when it is on the
     /// disk and in the history. "Invalid argument", "Media error" or "Insufficient resources"
-    /// otherwise; the upload before stands then, unless the history alone has failed.
+    /// otherwise; the upload before stands then, unless the disk or memory failed the history
+    /// alone.
     using Done = std::function<void(int code, std::uint64_t hash)>;
 
     /// None of them is owned; all must outlive this object. Removes what an earlier run left half
@@ -80,7 +81,8 @@ private:
     }
 
     void End(const Done& done, int code, std::uint64_t hash);
-    void OnStored(UploadKind kind, uid_t user, const UploadOutcome& outcome, const Done& done);
+    void OnStored(UploadKind kind, const UploadOutcome& outcome, History::Place place,
+                  const Done& done);
 
     asio::io_context& loop_;
     zam_platform::WorkerPool& workers_;

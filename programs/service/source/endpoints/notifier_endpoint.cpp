@@ -141,6 +141,14 @@ void NotifierEndpoint::OnCall(const Request& request, Responder responder) {
 
 void NotifierEndpoint::Register(const Request& request, Responder responder) {
     const std::optional<std::uint32_t> id = board_.Register(request.client);
+    if (id) {
+        responder.Watch(
+            [here = std::weak_ptr(here_), client = request.client, id = *id](bool wasTaken) {
+                if (const auto board = wasTaken ? nullptr : here.lock()) {
+                    (*board)->EndUntold(client, id);
+                }
+            });
+    }
     qx::RegisterResponse response{};
     response.registrationId = id.value_or(0);
     response.error = id ? kSessionMore : kSessionFull;

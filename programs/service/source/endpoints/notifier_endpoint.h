@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 
 #include "faults/fault_witness.h"
 #include "notices/error_pacing.h"
@@ -54,6 +55,7 @@ private:
 
     zam_platform::Alarm alarm_;
     NoticeBoard& board_;
+    const std::shared_ptr<NoticeBoard*> here_ = std::make_shared<NoticeBoard*>(&board_);
     const NoticeBroken noticeBroken_;
     ErrorPacing pacing_;
     std::multimap<ErrorPacing::TimePoint, HeldAnswer> held_;

@@ -67,6 +67,8 @@ template <typename Read>
 auto ReadOrLog(const char* function, Read read) -> std::optional<decltype(read())> {
     try {
         return read();
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& error) {
         Log(zor::logger::kLevelError, Here(kSourceFile, function), "{}", error.what());
         return std::nullopt;
@@ -205,6 +207,8 @@ std::int8_t ProductDataHolderEndpoint::SendData(const Request& request) {
         if (!channel->upload.share.Grow(bytes)) {
             return Fail(*channel, kSessionFull, channel->upload.share.Excess(bytes));
         }
+    } catch (const std::bad_alloc&) {
+        return Fail(*channel, kSessionFull, "out of memory");
     } catch (const std::exception& error) {
         return Fail(*channel, kSessionInvalid, error.what());
     }

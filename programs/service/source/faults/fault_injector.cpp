@@ -4,10 +4,14 @@
 #include <asio/dispatch.hpp>
 #include <cstddef>
 #include <cstring>
+#include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
 #include "common/log.h"
+#include "zam_platform/server/alarm.h"
+#include "zam_platform/server/log_context.h"
 
 namespace zam_service {
 
@@ -100,9 +104,10 @@ private:
 /// A call that waits. The injector owns it, not the timer's handler, so that nothing is answered
 /// when the loop goes.
 struct FaultInjector::Delayed {
-    asio::steady_timer timer;
     Responder responder;
     Action action;
+    const std::optional<uid_t> user;  ///< whose call it is
+    zam_platform::Alarm alarm;
 };
 
 FaultInjector::FaultInjector(asio::io_context& loop, FaultRules& rules, const Endpoint& endpoint,
@@ -184,15 +189,13 @@ void FaultInjector::Delay(std::chrono::milliseconds delay, Responder responder, 
         return;
     }
     const std::uint64_t number = ++lastDelayed_;
-    const auto entry = delayed_.emplace(
-        number, std::make_unique<Delayed>(Delayed{.timer = asio::steady_timer(loop_, delay),
-                                                  .responder = std::move(responder),
-                                                  .action = std::move(action)}));
-    entry.first->second->timer.async_wait([this, number](const std::error_code& error) {
-        if (!error) {
-            EndDelay(number);
-        }
-    });
+    auto made = std::unique_ptr<Delayed>(
+        new Delayed{.responder = std::move(responder),
+                    .action = std::move(action),
+                    .user = zam_platform::LogContext::Here().user,
+                    .alarm = zam_platform::Alarm(loop_, [this, number] { EndDelay(number); })});
+    Delayed& delayed = *delayed_.emplace(number, std::move(made)).first->second;
+    delayed.alarm.RingAfter(delay);
 }
 
 void FaultInjector::EndDelay(std::uint64_t number) {
@@ -202,6 +205,7 @@ void FaultInjector::EndDelay(std::uint64_t number) {
     }
     const std::unique_ptr<Delayed> ended = std::move(entry->second);
     delayed_.erase(entry);
+    const zam_platform::LogsForUser logsForUser(ended->user);
     ended->action(std::move(ended->responder));
 }
 

@@ -70,6 +70,9 @@ void NoticeBoard::Wait(const ClientIdentity& client, std::uint32_t id,
     if (registration->HasMissed()) {
         TellMissed(*registration);
     }
+    if (registration->HasMissed()) {
+        return;  // once more; the call is given up, so that its client comes again
+    }
     registration->Wait(std::move(waiter));
 }
 
@@ -93,6 +96,15 @@ void NoticeBoard::Unregister(const ClientIdentity& client, std::uint32_t id) {
     --perUser_[client.user];
     --count_;
     registration->End();
+}
+
+void NoticeBoard::EndUntold(const ClientIdentity& client, std::uint32_t id) {
+    const auto registration = Find(client.token, id);
+    if (registration != nullptr && !registration->HasBeenWaitedFor()) {
+        Log(zor::logger::kLevelInformation, Here(kSourceFile, "EndUntold"),
+            "{} registration {:#010x} ended: its client went before it was told", rules_.sort, id);
+        Unregister(client, id);
+    }
 }
 
 void NoticeBoard::TellMissed(Registration& registration) const {

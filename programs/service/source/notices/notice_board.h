@@ -60,6 +60,10 @@ public:
     /// finds it ended.
     void Unregister(const zam_platform::ClientIdentity& client, std::uint32_t id);
 
+    /// Ends a registration whose id its client was perhaps not told, unless it has waited since: it
+    /// could never give it back.
+    void EndUntold(const zam_platform::ClientIdentity& client, std::uint32_t id);
+
     /// Tells a value to every registration.
     void Tell(std::uint32_t value) noexcept;
 

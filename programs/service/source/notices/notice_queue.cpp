@@ -22,13 +22,8 @@ bool NoticeQueue::PutBack(const Notice& notice) {
     return Insert(notice);
 }
 
-std::optional<Notice> NoticeQueue::Take() {
-    if (notices_.empty()) {
-        return std::nullopt;
-    }
-    const Notice oldest = notices_.front();
-    notices_.erase(notices_.begin());
-    return oldest;
+std::optional<Notice> NoticeQueue::Oldest() const {
+    return notices_.empty() ? std::nullopt : std::optional(notices_.front());
 }
 
 bool NoticeQueue::Insert(const Notice& notice) {

@@ -36,7 +36,8 @@ public:
     bool PutBack(const Notice& notice);
 
     /// The oldest; empty when none waits.
-    std::optional<Notice> Take();
+    std::optional<Notice> Oldest() const;
+    void TakeOldest() { notices_.erase(notices_.begin()); }
 
     bool IsEmpty() const noexcept { return notices_.empty(); }
 

@@ -22,11 +22,17 @@ void Registration::Tell(std::uint32_t value) noexcept {
     }
 }
 
-void Registration::Wait(std::unique_ptr<NoticeWaiter> waiter) {
-    if (const std::unique_ptr<NoticeWaiter> older = std::exchange(waiter_, std::move(waiter))) {
-        older->End(WaitEnd::Displaced);
+void Registration::Wait(std::unique_ptr<NoticeWaiter> waiter) noexcept {
+    hasBeenWaitedFor_ = true;
+    const std::unique_ptr<NoticeWaiter> older = std::exchange(waiter_, std::move(waiter));
+    try {
+        if (older != nullptr) {
+            older->End(WaitEnd::Displaced);
+        }
+        Serve();
+    } catch (const std::bad_alloc&) {
+        Miss();
     }
-    Serve();
 }
 
 void Registration::End() {
@@ -39,18 +45,22 @@ void Registration::Serve() {
     if (waiter_ == nullptr) {
         return;
     }
-    const std::optional<Notice> notice = queue_.Take();
+    const std::optional<Notice> notice = queue_.Oldest();
     if (!notice) {
         return;
     }
-    ++inFlight_;
-    isDropping_ = isDropping_ && !queue_.IsEmpty();
-    const std::unique_ptr<NoticeWaiter> waiter = std::move(waiter_);
-    waiter->Give(notice->value, [weak = weak_from_this(), notice = *notice](bool wasTaken) {
+    // All that takes memory is made before anything is taken.
+    NoticeWaiter::OnDelivery onDelivery = [weak = weak_from_this(),
+                                           notice = *notice](bool wasTaken) {
         if (const auto self = weak.lock()) {
             self->OnDelivery(notice, wasTaken);
         }
-    });
+    };
+    queue_.TakeOldest();
+    ++inFlight_;
+    isDropping_ = isDropping_ && !queue_.IsEmpty();
+    const std::unique_ptr<NoticeWaiter> waiter = std::move(waiter_);
+    waiter->Give(notice->value, std::move(onDelivery));
 }
 
 void Registration::OnDelivery(const Notice& notice, bool wasTaken) noexcept {

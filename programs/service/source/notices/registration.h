@@ -47,7 +47,9 @@ public:
 
     /// Takes a call that waits. Two at once help nobody: the older ends as displaced, so that a
     /// call whose connection is dead without the service knowing keeps nothing back.
-    void Wait(std::unique_ptr<NoticeWaiter> waiter);
+    void Wait(std::unique_ptr<NoticeWaiter> waiter) noexcept;
+
+    bool HasBeenWaitedFor() const noexcept { return hasBeenWaitedFor_; }
 
     /// Whether it has missed notices, which are to be told again.
     bool HasMissed() const noexcept { return hasMissed_; }
@@ -71,6 +73,7 @@ private:
     std::unique_ptr<NoticeWaiter> waiter_;
     std::size_t inFlight_ = 0;
     bool isDropping_ = false;  ///< since the queue was last empty
+    bool hasBeenWaitedFor_ = false;
     bool hasMissed_ = false;
 };
 

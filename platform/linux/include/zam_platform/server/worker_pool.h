@@ -26,8 +26,8 @@ namespace zam_platform {
 /// after the other in the order posted; lanes run side by side.
 class WorkerPool {
 public:
-    /// `limit` bounds the jobs that are queued or running. Those of one user may be a quarter of
-    /// them, at least one.
+    /// `limit` bounds the jobs that are queued or running when a user's client wants one more.
+    /// Those of one user may be a quarter of them, at least one. The service's own are not refused.
     WorkerPool(std::size_t threads, std::size_t lanes, std::size_t limit);
     WorkerPool(const WorkerPool&) = delete;
     WorkerPool& operator=(const WorkerPool&) = delete;
@@ -35,11 +35,12 @@ public:
     /// Finishes every job that was posted.
     ~WorkerPool();
 
-    /// False, with nothing queued, when the limit is reached, `Finish` has been called, or there is
-    /// no memory. A job must not throw. From any thread.
+    /// A job of the service's own. False, with nothing queued, when `Finish` has been called or
+    /// there is no memory. A job must not throw. From any thread.
     bool Post(std::size_t lane, std::function<void()> job);
 
-    /// The same for a user's client: false too when that user's share is taken.
+    /// The same for a user's client: false too when the limit is reached or that user's share is
+    /// taken.
     bool Post(std::size_t lane, uid_t user, std::function<void()> job);
 
     /// As `Post`: has `work()` run on a worker, and then `done(result)` on the thread of `loop`;
