@@ -9,7 +9,7 @@
 #include "check.h"
 #include "client/socket_channel.h"
 #include "fuzz_input.h"
-#include "quiet_logger.h"
+#include "support/quiet_logger.h"
 #include "support/wire_model.h"
 #include "zam_platform/posix_error.h"
 
@@ -255,7 +255,7 @@ private:
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    static const zam_fuzz::QuietLogger logger;
+    static const zam_test::QuietLogger logger;
     Input input(data, size);
     const std::uint8_t form = input.Byte();
     const bool inPackets = (form & 1U) != 0;

@@ -17,7 +17,7 @@
 
 #include "check.h"
 #include "fuzz_input.h"
-#include "quiet_logger.h"
+#include "support/quiet_logger.h"
 #include "support/wire_model.h"
 #include "zam_platform/server/server.h"
 #include "zam_platform/unique_fd.h"
@@ -503,7 +503,7 @@ private:
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    static const zam_fuzz::QuietLogger logger;
+    static const zam_test::QuietLogger logger;
     static World roomy({});
     // Limits that are reached soon; the model does not know them.
     static World narrow({.bufferedBytesPerUser = 3000, .queuedBytesPerUser = 4000});

@@ -1,7 +1,7 @@
 #!/bin/bash
 # units_test.sh PREFIX SCRATCH_FOLDER: systemd's own tools find nothing wrong in
 # the units and in the snippets for the service's user and directory, and an exposure of the service
-# of at most 0.6.
+# of at most 0.6; and the service has the settings that nothing else would miss.
 set -euo pipefail
 
 prefix=$1
@@ -24,6 +24,32 @@ if systemd-analyze security --help 2>&1 | grep -q -e --offline; then
         grep -E '✗|exposure' "$scratch/exposure" >&2
         exit 1
     }
+fi
+while read -r setting; do
+    grep -qxF "$setting" "$prefix/lib/systemd/system/zam_connectord.service" ||
+        { echo "the service's unit does not say $setting" >&2; exit 1; }
+done <<'EOF'
+StartLimitIntervalSec=5min
+StartLimitBurst=10
+Type=notify
+WatchdogSec=60
+Restart=on-failure
+RestartSec=1
+UMask=0027
+StateDirectoryMode=0750
+LimitNOFILE=65536
+LimitCORE=0
+TasksMax=32
+MemoryHigh=5G
+MemoryMax=6G
+OOMPolicy=stop
+LogRateLimitIntervalSec=30s
+LogRateLimitBurst=1000
+IPAddressDeny=any
+EOF
+if grep -q '^PrivateUsers=' "$prefix/lib/systemd/system/zam_connectord.service"; then
+    echo "users of peers must stay readable" >&2
+    exit 1
 fi
 systemd-sysusers --dry-run "$prefix/lib/sysusers.d/zam_connectord.conf" >"$scratch/sysusers"
 mkdir -p "$scratch/image/etc"

@@ -4,7 +4,7 @@
 
 #include "zor/logger.h"
 
-namespace zam_fuzz {
+namespace zam_test {
 
 /// Takes every record and keeps none, while it lives.
 class QuietLogger final : public zor::logger::ZORLogger {
@@ -17,4 +17,4 @@ public:
                  std::string_view /*text*/) override {}
 };
 
-}  // namespace zam_fuzz
+}  // namespace zam_test
