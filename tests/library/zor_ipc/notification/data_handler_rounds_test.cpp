@@ -17,6 +17,7 @@
 
 #include "data_handler/data_handler.h"
 #include "data_handler/data_subscriber.h"
+#include "library/zor_ipc/notification/fake_call.h"
 #include "library/zor_ipc/notification/scripted_parts.h"
 #include "zam_connector_testing/recording_logger.h"
 
@@ -24,6 +25,7 @@ namespace zam_connector::proxy {
 namespace {
 
 using test::CountingQueue;
+using test::FakeCall;
 using test::Flag;
 using test::PartsScript;
 using test::ScriptedFactory;
@@ -133,6 +135,73 @@ TEST_F(HandlerRounds, DropWhatComesDuringTheLastOfThem) {
     leave.Raise();
     client.join();
     EXPECT_THAT(Processed(), ElementsAre("1"));
+}
+
+/// Waits for an answer that never comes; returns when the call was ended, or never begun.
+void CallInVain() {
+    const FakeCall call;
+    if (call.isEntered) {
+        call.interruptions.wait(0);
+    }
+}
+
+/// The service knows of the end, and answers nothing that it was asked before.
+TEST_F(HandlerRounds, EndThoughTheirCallsAreNotAnswered) {
+    Flag inside;
+    action_ = [&](int) {
+        inside.Raise();
+        CallInVain();
+        return -5;
+    };
+    Push({1});
+    ASSERT_TRUE(inside.Wait());
+    EXPECT_EQ(handler_.Stop(), 0);
+    EXPECT_THAT(Processed(), ElementsAre("1"));
+}
+
+TEST_F(HandlerRounds, MakeNoCallsAnyMoreWhenTheServiceWasNotTold) {
+    Flag inside;
+    action_ = [&](int) {
+        inside.Raise();
+        CallInVain();
+        return -5;
+    };
+    script_.onUnsubscribe = [] { *VdZorTransport_LastStatus() = 5; };
+    Push({1});
+    ASSERT_TRUE(inside.Wait());
+    EXPECT_EQ(handler_.Stop(), 0);
+    EXPECT_EQ(*VdZorTransport_LastStatus(), 0);
+}
+
+/// The observer keeps its own calls until it returns; what its round does behind it does not.
+TEST_F(HandlerRounds, MakeNoCallsBehindAStopOfTheirOwnThatTheServiceWasNotTold) {
+    std::vector<bool> calls;
+    Flag pushed;
+    Flag done;
+    action_ = [&](int value) {
+        if (value == 1) {
+            pushed.Wait();
+        } else if (value == 2) {
+            calls.push_back(FakeCall().isEntered);
+            EXPECT_EQ(handler_.Stop(), 0);
+            calls.push_back(FakeCall().isEntered);
+        } else {
+            calls.push_back(FakeCall().isEntered);
+            done.Raise();
+        }
+        return 0;
+    };
+    script_.onUnsubscribe = [] { *VdZorTransport_LastStatus() = 5; };
+    Push({1});
+    ASSERT_TRUE(WaitUntilAsleep(script_.handlerThread));
+    Push({2, 3});  // one batch, since the thread holds another
+    pushed.Raise();
+    ASSERT_TRUE(done.Wait());
+    ASSERT_TRUE(WaitUntilGone(script_.handlerThread));
+    EXPECT_THAT(calls, ElementsAre(true, true, false));
+    EXPECT_EQ(handler_.Start(manager_), 0);  // joins the thread
+    script_.onUnsubscribe = nullptr;
+    EXPECT_EQ(handler_.Stop(), 0);
 }
 
 TEST_F(HandlerRounds, HaveEndedWhenTheStopReturns) {

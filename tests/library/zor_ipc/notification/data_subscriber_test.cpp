@@ -171,11 +171,12 @@ TEST_F(DataSubscriberTest, StaysSubscribedWhenTheProviderRefusesToEnd) {
     EXPECT_THAT(notifier_->Calls(), ElementsAre("Register", "Unregister", "Unregister"));
 }
 
-/// Waits under its thread's bounds until somebody ends the call; the farewell is reported as done
-/// though the service could not be told.
+/// Waits under its thread's bounds until somebody ends the call; the farewell is reported as done,
+/// with this status of the transport.
 class DeafProvider final : public IDataProvider<int> {
 public:
-    explicit DeafProvider(Flag& waits) : waits_(waits) {}
+    DeafProvider(Flag& waits, int farewellStatus)
+        : waits_(waits), farewellStatus_(farewellStatus) {}
 
     int Register() override { return 0; }
     int GetData(int& /*value*/) override {
@@ -187,22 +188,34 @@ public:
         return kUnspecified;
     }
     int Unregister() override {
-        *VdZorTransport_LastStatus() = 4;
+        *VdZorTransport_LastStatus() = farewellStatus_;
         return 0;
     }
 
 private:
     Flag& waits_;
+    const int farewellStatus_;
 };
 
-TEST_F(DataSubscriberTest, EndsTheWaitThatTheServiceWasNotToldOf) {
-    Flag waits;
-    CountingSubscriber subscriber(std::make_unique<DeafProvider>(waits));
-    ASSERT_EQ(subscriber.Subscribe(queue_), 0);
-    ASSERT_TRUE(waits.Wait());
-    EXPECT_EQ(subscriber.Unsubscribe(), 0);
-    EXPECT_TRUE(queue_->IsClosed());
-    EXPECT_EQ(subscriber.Subscribe(std::make_shared<Queue>()), 0) << "and can begin anew";
+class DeafDataSubscriber : public DataSubscriberTest {
+protected:
+    void EndTheWait(int farewellStatus) {
+        Flag waits;
+        CountingSubscriber subscriber(std::make_unique<DeafProvider>(waits, farewellStatus));
+        ASSERT_EQ(subscriber.Subscribe(queue_), 0);
+        ASSERT_TRUE(waits.Wait());
+        EXPECT_EQ(subscriber.Unsubscribe(), 0);
+        EXPECT_TRUE(queue_->IsClosed());
+        EXPECT_EQ(subscriber.Subscribe(std::make_shared<Queue>()), 0) << "and can begin anew";
+    }
+};
+
+TEST_F(DeafDataSubscriber, EndsTheWaitThatTheServiceWasNotToldOf) {
+    EndTheWait(4);
+}
+
+TEST_F(DeafDataSubscriber, EndsTheWaitThatTheServiceDoesNotEndThoughItWasTold) {
+    EndTheWait(0);
 }
 
 TEST_F(DataSubscriberTest, PushesTheNoticeOfTheWaitThatItsEndFinds) {

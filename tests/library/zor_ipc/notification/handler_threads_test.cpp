@@ -5,16 +5,21 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 
+#include "call_scope.h"
+#include "library/zor_ipc/notification/fake_call.h"
 #include "library/zor_ipc/notification/scripted_parts.h"
 
 namespace zam_connector::proxy {
 namespace {
 
+using test::FakeCall;
 using test::Flag;
 using test::Journal;
 using test::kBound;
@@ -186,6 +191,118 @@ TEST_F(HandlerThreadsTest, AreNotJoinedByAStartBeforeTheirRoundsAreDestroyed) {
     EXPECT_TRUE(WaitFor("second begins"));
     leave.Raise();
     threads_->Finish();
+}
+
+/// Threads whose rounds make calls, one run of them.
+class HandlerThreadsCalls : public HandlerThreadsTest {
+protected:
+    void Start(std::function<void()> rounds) {
+        threads_->Start(
+            std::make_shared<Token>(),
+            [this, rounds = std::move(rounds)] {
+                const LibraryThreadScope scope(calls_.get());
+                rounds();
+            },
+            calls_);
+    }
+
+    /// A call that nobody answers; returns when it was ended, or never begun.
+    static void CallInVain() {
+        const FakeCall call;
+        if (call.isEntered) {
+            call.interruptions.wait(0);
+        }
+    }
+
+    const std::shared_ptr<CallCanceller> calls_ = std::make_shared<CallCanceller>();
+};
+
+TEST_F(HandlerThreadsCalls, AreEndedWhenTheirTimeIsOver) {
+    Start([this] {
+        CallInVain();
+        CallInVain();
+        journal_.Add("ended");
+    });
+    threads_->Finish(std::chrono::milliseconds(1));
+    EXPECT_THAT(journal_.Entries(), ElementsAre("ended"));
+}
+
+TEST_F(HandlerThreadsCalls, AreLetFinishInTheirTime) {
+    Flag made;
+    Flag answer;
+    std::atomic<int> interruptions{0};
+    Start([&] {
+        const FakeCall call;
+        made.Raise();
+        answer.Wait();
+        interruptions = call.interruptions.load();
+    });
+    ASSERT_TRUE(made.Wait());
+    std::atomic<pid_t> number{0};
+    std::thread finishing([&] {
+        number = ThreadNumber();
+        threads_->Finish(kBound);
+    });
+    EXPECT_TRUE(WaitUntilAsleep(number));
+    answer.Raise();
+    finishing.join();
+    EXPECT_EQ(interruptions, 0);
+    EXPECT_FALSE(calls_->IsCancelled());
+}
+
+/// What an observer does, its calls included, is the application's, and has no bound.
+TEST_F(HandlerThreadsCalls, OfAnObserverAreNotEnded) {
+    Flag inside;
+    Flag leave;
+    bool isFree = false;
+    Start([&] {
+        {
+            const HandlerThreads::InObserver observer;
+            inside.Raise();
+            leave.Wait();
+            const FakeCall call;
+            isFree = call.isEntered && call.interruptions == 0;
+        }
+        CallInVain();
+    });
+    ASSERT_TRUE(inside.Wait());
+    std::atomic<pid_t> number{0};
+    std::thread finishing([&] {
+        number = ThreadNumber();
+        threads_->Finish(std::chrono::milliseconds(1));
+    });
+    EXPECT_TRUE(WaitUntilAsleep(number));
+    leave.Raise();
+    finishing.join();
+    EXPECT_TRUE(isFree);
+}
+
+/// The time is that of all of them together, so that the end has one bound.
+TEST_F(HandlerThreadsCalls, OfThreadsThatWereLeftForLaterAreEndedToo) {
+    Flag made;
+    Start([&] {
+        made.Raise();
+        CallInVain();
+    });
+    ASSERT_TRUE(made.Wait());
+    const auto token = std::make_shared<Token>();
+    threads_->Start(token, [] {});
+    token->Cancel();
+    threads_->Finish(std::chrono::milliseconds(1));
+    EXPECT_TRUE(calls_->IsCancelled());
+}
+
+TEST_F(HandlerThreadsCalls, AreEndedForAllButTheCallingThread) {
+    Start([&] {
+        threads_->EndCalls();
+        EXPECT_TRUE(FakeCall().isEntered);
+    });
+    threads_->Finish(kBound);
+    EXPECT_FALSE(calls_->IsCancelled());
+    threads_->Start(
+        std::make_shared<Token>(), [] {}, calls_);
+    threads_->EndCalls();
+    EXPECT_TRUE(calls_->IsCancelled());
 }
 
 TEST_F(HandlerThreadsTest, LeaveNothingBehindWhenTheyCannotBeStarted) {

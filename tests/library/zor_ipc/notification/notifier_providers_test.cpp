@@ -3,12 +3,14 @@
 
 #include <climits>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>
 
 #include "data_handler/zam_conn_state_provider.h"
 #include "data_handler/zam_data_provider.h"
+#include "library/zor_ipc/notification/fake_call.h"
 #include "qel/exception.h"
 #include "support/result_codes.h"
 #include "zam_connector_testing/recording_logger.h"
@@ -196,6 +198,25 @@ TYPED_TEST(NotifierProviderTest, SendsTheMessagesOfItsOperations) {
     this->ExpectMessage(calls[2], 2, 32, 32);
     EXPECT_THAT(calls[2].request, ElementsAre(1, 2, 3, 4, 0, 0, 0, 0));
     EXPECT_THAT(this->logger_.Records(), IsEmpty());
+}
+
+/// A service that answers no registration has stopped working; a wait is answered when there is
+/// something to tell.
+TYPED_TEST(NotifierProviderTest, HasABoundForTheRegistrationAlone) {
+    std::vector<std::int64_t> deadlines;
+    this->transport_.SetResponder([&](const RecordedCall& /*call*/) {
+        const VdCallBounds* const bounds = test::FakeCall::Bounds();
+        deadlines.push_back(bounds == nullptr ? 0 : bounds->deadlineNs);
+        return std::optional(testing::ScriptedAnswer{});
+    });
+    EXPECT_EQ(this->provider_.Register(), 0);
+    typename TestFixture::Value value{};
+    EXPECT_EQ(this->provider_.GetData(value), 0);
+    EXPECT_EQ(this->provider_.Unregister(), 0);
+    ASSERT_EQ(deadlines.size(), 3U);
+    EXPECT_GT(deadlines[0], 0);
+    EXPECT_EQ(deadlines[1], 0);
+    EXPECT_EQ(deadlines[2], 0) << "a farewell has its own time";
 }
 
 TYPED_TEST(NotifierProviderTest, NamesRegistrationZeroBeforeTheFirst) {

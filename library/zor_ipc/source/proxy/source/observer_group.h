@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "call_scope.h"
+#include "data_handler/handler_threads.h"
 #include "qor/mutex.h"
 #include "zam_connector/i_change_observer.h"
 #include "zam_connector/subscription_cookie.h"
@@ -49,6 +50,7 @@ public:
     void Notify(const T& value) const {
         for (const std::weak_ptr<Observer>& candidate : Observers()) {
             if (const std::shared_ptr<Observer> observer = candidate.lock()) {
+                const HandlerThreads::InObserver inside;
                 const ObserverScope scope;
                 observer->OnChange(value);
             }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <exception>
@@ -95,12 +96,14 @@ public:
     /// Returns the subscriber's code when that refuses to stop; the handler goes on then. What is
     /// in the queue is still handled, unless the handler thread is just handling what it took out
     /// before: then that is the last. Waits for an observer that is being called, but never on a
-    /// handler thread; when the service could not be told, the calls that the handler thread has
-    /// under way fail, an observer's own included.
+    /// handler thread. What the handler thread itself has asked the service for fails when that has
+    /// not come in `HandlerThreads::kLongestCalls`. When the service could not be told, all calls
+    /// that the handler thread has under way fail, an observer's own included.
     int Stop() override {
         if (token_->IsCanceled()) {
             return qel::kNoError;
         }
+        const auto begin = std::chrono::steady_clock::now();
         *VdZorTransport_LastStatus() = 0;
         const int unsubscribed = subscriber_->Unsubscribe();
         if (unsubscribed < 0) {
@@ -116,7 +119,7 @@ public:
             run_->isUntold = true;
             threads_.EndCalls();
         }
-        threads_.Finish();
+        threads_.Finish(LeftForCalls(begin));
         run_.reset();
         return qel::kNoError;
     }
@@ -173,6 +176,14 @@ private:
     std::shared_ptr<KeptObjects> Kept() {
         qor::MutexLock lock(mutex_);
         return kept_.lock();
+    }
+
+    /// Of a stop that began then: what the farewell has taken counts, but a call under way is not
+    /// ended for that alone.
+    static std::chrono::nanoseconds LeftForCalls(std::chrono::steady_clock::time_point begin) {
+        constexpr std::chrono::milliseconds kLeast{250};
+        return std::max<std::chrono::nanoseconds>(
+            kLeast, begin + HandlerThreads::kLongestCalls - std::chrono::steady_clock::now());
     }
 
     static void Close(Queue<T>& queue) {

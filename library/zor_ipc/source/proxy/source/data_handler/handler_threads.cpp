@@ -11,6 +11,60 @@ thread_local bool isHandlerThread = false;
 
 }  // namespace
 
+thread_local HandlerThreads::Progress* HandlerThreads::current_ = nullptr;
+
+HandlerThreads::InObserver::InObserver() noexcept : progress_(current_) {
+    if (progress_ != nullptr) {
+        progress_->BeginObserver();
+    }
+}
+
+HandlerThreads::InObserver::~InObserver() {
+    if (progress_ != nullptr) {
+        progress_->EndObserver();
+    }
+}
+
+void HandlerThreads::Progress::BeginObserver() noexcept {
+    const qor::MutexLock lock(mutex_);
+    isInObserver_ = true;
+    changed_.notify_all();
+}
+
+void HandlerThreads::Progress::EndObserver() noexcept {
+    const qor::MutexLock lock(mutex_);
+    isInObserver_ = false;
+    changed_.notify_all();
+}
+
+void HandlerThreads::Progress::End() noexcept {
+    const qor::MutexLock lock(mutex_);
+    hasEnded_ = true;
+    changed_.notify_all();
+}
+
+bool HandlerThreads::Progress::HasEnded() const {
+    const qor::MutexLock lock(mutex_);
+    return hasEnded_;
+}
+
+void HandlerThreads::Progress::WaitForEnd(std::chrono::nanoseconds& left) const {
+    using std::chrono::steady_clock;
+    qor::MutexLock lock(mutex_);
+    while (!hasEnded_) {
+        if (isInObserver_) {
+            lock.Wait(changed_);
+            continue;
+        }
+        if (left <= left.zero()) {
+            return;
+        }
+        const steady_clock::time_point begin = steady_clock::now();
+        lock.WaitUntil(changed_, begin + left);
+        left -= steady_clock::now() - begin;
+    }
+}
+
 bool HandlerThreads::Turn::Take(const qor::utils::CancellationToken& token) {
     qor::MutexLock lock(mutex_);
     while (taken_ && token.IsContinued()) {
@@ -50,18 +104,20 @@ bool HandlerThreads::IsCurrent() noexcept {
 void HandlerThreads::Start(std::shared_ptr<const qor::utils::CancellationToken> token,
                            std::function<void()> rounds, std::shared_ptr<CallCanceller> calls) {
     JoinEnded();
-    Entry entry{{}, std::make_shared<std::atomic<bool>>(false), std::move(calls)};
-    auto run = [turn = turn_, hasEnded = entry.hasEnded, token = std::move(token),
+    Entry entry{{}, std::make_shared<Progress>(), std::move(calls)};
+    auto run = [turn = turn_, progress = entry.progress, token = std::move(token),
                 rounds = std::move(rounds)]() mutable {
         isHandlerThread = true;
         if (turn->Take(*token)) {
+            current_ = progress.get();
             rounds();
+            current_ = nullptr;
             turn->Give();
         }
         // Before it counts as ended: a handler thread may be the one that joins it then, and must
         // not wait for the destructors of what the rounds hold.
         rounds = nullptr;
-        *hasEnded = true;
+        progress->End();
     };
     entries_.push_back(std::move(entry));
     try {
@@ -80,12 +136,16 @@ void HandlerThreads::EndCalls() noexcept {
     }
 }
 
-void HandlerThreads::Finish() {
+void HandlerThreads::Finish(std::chrono::nanoseconds longest) {
     turn_->Remind();
     if (IsCurrent()) {
         return;
     }
     for (Entry& entry : entries_) {
+        entry.progress->WaitForEnd(longest);
+        if (entry.calls && !entry.progress->HasEnded()) {
+            entry.calls->Cancel();
+        }
         entry.thread.join();
     }
     entries_.clear();
@@ -93,7 +153,7 @@ void HandlerThreads::Finish() {
 
 void HandlerThreads::JoinEnded() {
     for (auto entry = entries_.begin(); entry != entries_.end();) {
-        if (*entry->hasEnded) {
+        if (entry->progress->HasEnded()) {
             entry->thread.join();
             entry = entries_.erase(entry);
         } else {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <list>
@@ -24,7 +24,25 @@ namespace zam_connector::proxy {
 ///
 /// `Start`, `EndCalls` and `Finish` are called by one thread at a time.
 class HandlerThreads {
+    class Progress;
+
 public:
+    /// Longest time that the library's own calls, those of threads that are to end, go on.
+    static constexpr std::chrono::milliseconds kLongestCalls{750};
+
+    /// The calling thread is in an application's code while this object lives, and has all the time
+    /// it takes. Does nothing on other threads than these.
+    class InObserver {
+    public:
+        InObserver() noexcept;
+        InObserver(const InObserver&) = delete;
+        InObserver& operator=(const InObserver&) = delete;
+        ~InObserver();
+
+    private:
+        Progress* const progress_;
+    };
+
     /// `name` is that of each thread; it must have static storage. Throws `std::bad_alloc`.
     explicit HandlerThreads(const char* name) : name_(name) {}
     HandlerThreads(const HandlerThreads&) = delete;
@@ -48,10 +66,31 @@ public:
     void EndCalls() noexcept;
 
     /// To be called when the tokens of all threads are cancelled: joins them, or leaves them for
-    /// later when this is a handler thread itself.
-    void Finish();
+    /// later when this is a handler thread itself. When they have spent `longest` outside of
+    /// observers, together, the calls of those that are left end.
+    void Finish(std::chrono::nanoseconds longest = kLongestCalls);
 
 private:
+    /// Where one thread is.
+    class Progress {
+    public:
+        void BeginObserver() noexcept;
+        void EndObserver() noexcept;
+        void End() noexcept;
+        bool HasEnded() const;
+
+        /// Waits for the end, and takes the time that this was outside of observers off `left`.
+        /// Gives up when nothing is left.
+        void WaitForEnd(std::chrono::nanoseconds& left) const;
+
+    private:
+        mutable qor::Mutex mutex_;  // a leaf
+        mutable std::condition_variable changed_;
+        bool isInObserver_ QOR_GUARDED_BY(mutex_) = false;
+        bool hasEnded_ QOR_GUARDED_BY(mutex_) =
+            false;  ///< nothing is left but the thread's own end
+    };
+
     /// Goes from thread to thread; who has it may call observers.
     class Turn {
     public:
@@ -69,11 +108,13 @@ private:
 
     struct Entry {
         std::thread thread;
-        std::shared_ptr<std::atomic<bool>> hasEnded;  ///< nothing is left but the thread's own end
+        std::shared_ptr<Progress> progress;
         std::shared_ptr<CallCanceller> calls;
     };
 
     void JoinEnded();
+
+    static thread_local Progress* current_;  ///< of the calling thread's rounds
 
     const char* const name_;
     const std::shared_ptr<Turn> turn_ = std::make_shared<Turn>();
