@@ -20,9 +20,10 @@ uint32_t ServiceLocatorConnect(const char* name) {
         return zam_platform::ServiceRegistry::Instance().Connect(name == nullptr ? "" : name);
     } catch (const std::exception& exception) {
         const auto* const known = dynamic_cast<const zam_platform::PlatformError*>(&exception);
-        zam_platform::EndCall(known == nullptr ? zam_platform::kStatusResources : known->Status());
         zam_platform::Report(zor::logger::kLevelError, kSourceFile, "ServiceLocatorConnect",
                              exception.what());
+        // Behind the record: a logger may make calls of its own for it.
+        zam_platform::EndCall(known == nullptr ? zam_platform::kStatusResources : known->Status());
         return VD_ZOR_INVALID_HANDLE;
     }
 }

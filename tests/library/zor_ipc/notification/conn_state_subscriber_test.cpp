@@ -14,6 +14,7 @@
 #include "library/zor_ipc/notification/scripted_parts.h"
 #include "qel/exception.h"
 #include "support/result_codes.h"
+#include "vd/call_bounds.h"
 #include "zam_conn_state_subscriber_proxy.h"
 #include "zam_connector_testing/recording_logger.h"
 #include "zam_connector_testing/recording_observer.h"
@@ -226,6 +227,33 @@ TEST_F(ConnStateSubscriber, HasThePipelineKeepObjects) {
     const auto object = std::make_shared<int>(1);
     proxy_->KeepForThreads(object);
     EXPECT_EQ(handler_->kept, object);
+}
+
+/// The thread's last status is that of the operation, whatever came before it.
+TEST_F(ConnStateSubscriber, TellsWhatTheTransportCameTo) {
+    std::int32_t& last = *VdZorTransport_LastStatus();
+    last = 4;
+    EXPECT_EQ(Unsubscribe(99), 0);  // asks for nothing
+    EXPECT_EQ(last, 0);
+    handler_->startCode = -3;
+    handler_->onCall = [&] { last = 5; };
+    EXPECT_EQ(Subscribe().first, -3);
+    EXPECT_EQ(last, 5);
+    EXPECT_EQ(Subscribe().first, 0);  // starts nothing
+    EXPECT_EQ(last, 0);
+}
+
+TEST_F(ConnStateSubscriber, TellsNothingOfTheTransportWhenSomethingIsThrown) {
+    std::int32_t& last = *VdZorTransport_LastStatus();
+    handler_->onCall = [&] {
+        last = 5;
+        throw std::runtime_error("of the test");
+    };
+    EXPECT_EQ(Subscribe().first, kUnspecified);
+    EXPECT_EQ(last, 0);
+    EXPECT_EQ(Unsubscribe(1), kUnspecified);
+    EXPECT_EQ(last, 0);
+    handler_->onCall = nullptr;
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "library/zor_ipc/notification/scripted_parts.h"
 #include "qel/exception.h"
 #include "support/result_codes.h"
+#include "vd/call_bounds.h"
 #include "zam_connector_testing/recording_logger.h"
 #include "zam_data_change_subscriber_proxy.h"
 
@@ -268,6 +269,42 @@ TEST_F(DataChangeSubscriber, HasThePipelineKeepObjects) {
     const auto object = std::make_shared<int>(1);
     proxy_->KeepForThreads(object);
     EXPECT_EQ(handler_->kept, object);
+}
+
+/// The thread's last status is that of the operation, whatever came before it.
+TEST_F(DataChangeSubscriber, TellsWhatTheTransportCameTo) {
+    std::int32_t& last = *VdZorTransport_LastStatus();
+    for (const Kind& kind : kKinds) {
+        SCOPED_TRACE(kind.operation);
+        handler_->startCode = -3;
+        handler_->onCall = [&] { last = 5; };
+        Subscribe(kind);
+        EXPECT_EQ(last, 5) << "a start that failed says why";
+        handler_->startCode = 0;
+        handler_->onCall = nullptr;
+        Subscribe(kind);
+        EXPECT_EQ(last, 0);
+        last = 4;
+        Subscribe(kind);  // starts nothing
+        EXPECT_EQ(last, 0);
+        last = 4;
+        EXPECT_EQ(proxy_->Unsubscribe(SubscriptionCookie(99)), 0);
+        EXPECT_EQ(last, 0);
+        handler_ = std::make_shared<ChangeHandler>();
+        proxy_ = std::make_shared<ChangeProxy>(handler_);
+    }
+}
+
+TEST_F(DataChangeSubscriber, TellsNothingOfTheTransportWhenSomethingIsThrown) {
+    std::int32_t& last = *VdZorTransport_LastStatus();
+    const SubscriptionCookie cookie = Subscribe(kServerData);
+    handler_->onCall = [&] {
+        last = 5;
+        throw std::runtime_error("of the test");
+    };
+    EXPECT_EQ(proxy_->Unsubscribe(cookie), kUnspecified);
+    EXPECT_EQ(last, 0);
+    handler_->onCall = nullptr;
 }
 
 }  // namespace

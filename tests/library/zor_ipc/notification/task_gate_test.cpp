@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -157,6 +158,22 @@ TEST_F(TaskGateTest, HasTheHolderDoWhatIsLeftMeanwhile) {
     Pass("own",
          [this] { return PassOnHandlerThread("a", [this] { return PassOnHandlerThread("b"); }); });
     EXPECT_THAT(journal_.Entries(), ElementsAre("own", "a left", "b left"));
+}
+
+TEST_F(TaskGateTest, LeavesTheTransportStatusOfTheHoldersOwnTask) {
+    std::int32_t& last = *VdZorTransport_LastStatus();
+    for (const int own : {0, 3}) {
+        Pass("own", [&] {
+            PassOnHandlerThread("a", [] {
+                *VdZorTransport_LastStatus() = 4;
+                return -3;
+            });
+            last = own;
+            return 0;
+        });
+        EXPECT_EQ(last, own);
+    }
+    last = 0;
 }
 
 TEST_F(TaskGateTest, ThrowsOnlyWhenAllIsDone) {

@@ -46,6 +46,7 @@ int CaughtCodeFailure(const LogSite& site,
         const std::string_view message = caught.Text();
         detail::Format(text, format, fmt::make_format_args(code, message));
     });
+    *VdZorTransport_LastStatus() = 0;
     return qel::kUnspecifiedError;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <exception>
 #include <optional>
@@ -8,6 +9,7 @@
 
 #include "data_handler/handler_threads.h"
 #include "qor/mutex.h"
+#include "vd/call_bounds.h"
 
 namespace zam_connector::proxy {
 
@@ -34,9 +36,12 @@ public:
         } catch (...) {
             thrown = std::current_exception();
         }
+        // What the transport comes to in the others' tasks is nothing of this thread's operation.
+        const std::int32_t status = *VdZorTransport_LastStatus();
         while (const std::optional<Task> left = NextOrLeave()) {
             runLeft(*left);
         }
+        *VdZorTransport_LastStatus() = status;
         if (thrown) {
             std::rethrow_exception(thrown);
         }

@@ -12,6 +12,7 @@ namespace {
 constexpr char kSourceFile[] = "zam_conn_state_subscriber_proxy";
 
 int SubscribeThrew(const std::exception& exception) noexcept {
+    *VdZorTransport_LastStatus() = 0;  // what failed is not the transport
     return common::Failure(
         common::Here(kSourceFile, "SubscribeOnStateChange"),
         "ZamConnStateSubscriberProxy: SubscribeOnStateChange threw exception - {}",
@@ -19,6 +20,7 @@ int SubscribeThrew(const std::exception& exception) noexcept {
 }
 
 int UnsubscribeThrew(const std::exception& exception) noexcept {
+    *VdZorTransport_LastStatus() = 0;
     return common::Failure(common::Here(kSourceFile, "Unsubscribe"),
                            "ZamConnStateSubscriberProxy: Unsubscribe threw exception - {}",
                            exception.what());
@@ -48,6 +50,7 @@ ZamConnStateSubscriberProxy::~ZamConnStateSubscriberProxy() {
 
 int ZamConnStateSubscriberProxy::SubscribeOnStateChange(
     std::weak_ptr<IZamConnStateObserver> observer, SubscriptionCookie& cookie) noexcept {
+    *VdZorTransport_LastStatus() = 0;  // of an earlier operation
     try {
         cookie = observers_.Add(std::move(observer));
         return PassGate(Task::Start);
@@ -57,6 +60,7 @@ int ZamConnStateSubscriberProxy::SubscribeOnStateChange(
 }
 
 int ZamConnStateSubscriberProxy::Unsubscribe(const SubscriptionCookie& cookie) noexcept {
+    *VdZorTransport_LastStatus() = 0;
     try {
         observers_.Remove(cookie);
         return PassGate(Task::Stop);

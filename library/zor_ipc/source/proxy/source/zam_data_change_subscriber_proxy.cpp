@@ -20,6 +20,7 @@ struct ZamDataChangeSubscriberProxy::Operation {
     FailureText failure;
 
     int Failed(const std::exception& exception) const noexcept {
+        *VdZorTransport_LastStatus() = 0;  // what failed is not the transport
         return common::Failure(common::Here(kSourceFile, name), failure, exception.what());
     }
 
@@ -119,6 +120,7 @@ template <typename T>
 int ZamDataChangeSubscriberProxy::Subscribe(
     ObserverGroup<T>& group, std::weak_ptr<qor::observer::IChangeObserver<T, int>> observer,
     SubscriptionCookie& cookie, const Operation& operation) noexcept {
+    *VdZorTransport_LastStatus() = 0;  // of an earlier operation
     try {
         cookie = group.Add(std::move(observer));
         return PassGate(
@@ -129,6 +131,7 @@ int ZamDataChangeSubscriberProxy::Subscribe(
 }
 
 int ZamDataChangeSubscriberProxy::Unsubscribe(const SubscriptionCookie& cookie) noexcept {
+    *VdZorTransport_LastStatus() = 0;
     try {
         policy_.Remove(cookie);
         productSettings_.Remove(cookie);

@@ -294,6 +294,8 @@ int ZamDataProviderProxy::GetZamUpdatesStatus(
         status.second = std::move(lists);
         return qel::kNoError;
     } catch (...) {
+        // What is thrown may be a call that failed on its way.
+        const common::detail::TransportStatusKeeper keeper;
         common::CaughtCodeFailure(
             site, "GetZamUpdatesStatus: Can't get zam update status code {} description {}");
     }

@@ -2,12 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "qel/export.h"
 #include "qel/result_code.h"
+#include "vd/call_bounds.h"
 #include "zor/logger.h"
 
 /// Log records of the library. Every function here asks the root logger first and does nothing,
@@ -39,9 +41,23 @@ ZAM_API void LogFormatted(int level, const LogSite& site, fmt::string_view forma
 /// Appends a formatted text.
 ZAM_API void Format(fmt::memory_buffer& text, fmt::string_view format, fmt::format_args arguments);
 
+/// Keeps what the transport came to in the thread's operation. A logger of an application's own may
+/// make calls for a record.
+class TransportStatusKeeper {
+public:
+    TransportStatusKeeper() noexcept : status_(*VdZorTransport_LastStatus()) {}
+    TransportStatusKeeper(const TransportStatusKeeper&) = delete;
+    TransportStatusKeeper& operator=(const TransportStatusKeeper&) = delete;
+    ~TransportStatusKeeper() { *VdZorTransport_LastStatus() = status_; }
+
+private:
+    const std::int32_t status_;
+};
+
 /// Writes one record whose text `write(buffer)` makes; calls it only when the level is on.
 template <typename Write>
 void LogWith(int level, const LogSite& site, Write&& write) noexcept {
+    const TransportStatusKeeper keeper;
     zor::logger::ZORLogger& logger = zor::logger::ZORLogger::RootLogger();
     if (!logger.IsEnabled(level)) {
         return;
@@ -69,7 +85,8 @@ int Failure(const LogSite& site, fmt::format_string<const Arguments&...> format,
 }
 
 /// `Failure` with the text of the exception in flight as the one argument of `format`. To be
-/// called inside a catch block. The exception is looked at only when the level is on.
+/// called inside a catch block. The exception is looked at only when the level is on. What failed
+/// of it did not fail of the transport, which the thread's last status then tells.
 ZAM_API int CaughtFailure(const LogSite& site,
                           fmt::format_string<const std::string&> format) noexcept;
 
