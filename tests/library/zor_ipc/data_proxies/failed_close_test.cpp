@@ -3,6 +3,7 @@
 
 #include "data_rig.h"
 #include "support/literal_list.h"
+#include "zam_connector/call_deadline.h"
 
 // Transfers that fail and then cannot close their channel either: whose code is returned, and in
 // which order the records stand.
@@ -240,6 +241,60 @@ TEST(FailedCloseOfTheHolder, WinsOverATreeThatCannotBeFlattened) {
     ExpectHoldersCloseToWin("SetSettings", unflattened, [](auto& proxy, unsigned long& hash) {
         return proxy.SetSettings({zam_test::ValuelessValue()}, hash);
     });
+}
+
+Canceller* g_canceller = nullptr;
+
+/// A close that is cancelled while it is under way, as often as it is made under a canceller.
+template <typename Record, typename Request, typename Response>
+int CancelledClose(const Record* /*record*/, Request* /*request*/, vd_arena* /*requestArena*/,
+                   Response* response, vd_arena* /*responseArena*/) {
+    ++g_closesThrown;
+    VdCallBounds* const bounds = VdZorTransport_SetCallBounds(nullptr);
+    VdZorTransport_SetCallBounds(bounds);
+    g_canceller->Cancel();
+    const int status = bounds->enter != nullptr ? 10 : 0;
+    response->sessionStatus = 0;
+    return *VdZorTransport_LastStatus() = status;
+}
+
+TEST(CancelledCloseOfAChannel, IsTriedOnceMoreSoThatNoneStaysOpen) {
+    {
+        Canceller canceller;
+        g_canceller = &canceller;
+        g_closesThrown = 0;
+        HolderRig rig;
+        auto ops = qx_zam_connector_ProductDataHolder_operations;
+        ops.CloseChannel = &CancelledClose;
+        auto record = test::HolderRecord(rig.transport.Get());
+        record.ops = &ops;
+        unsigned long hash = 5;
+        const Canceller::Scope scope(canceller);
+        EXPECT_EQ(proxy::ProductDataHolderProxy(record).SetSettings({zuv::TValue(1)}, hash), 0);
+        EXPECT_EQ(g_closesThrown, 2);
+        EXPECT_EQ(rig.TakeLines(), Lines{test::TransportLine("CloseChannel", 10)});
+    }
+    auto ops = qx_zam_connector_ZamDataProvider_operations;
+    ops.CloseChannel = &CancelledClose;
+    ops.CloseZamUpdatesStatusChannel = &CancelledClose;
+    for (const bool isTree : {true, false}) {
+        Canceller canceller;
+        g_canceller = &canceller;
+        g_closesThrown = 0;
+        ProviderRig rig;
+        if (isTree) {
+            rig.Give(1);
+        }
+        auto record = test::ProviderRecord(rig.transport.Get());
+        record.ops = &ops;
+        proxy::ZamDataProviderProxy provider(record);
+        std::pair<unsigned long, ZamPolicy> policy;
+        std::pair<unsigned long, ZamUpdatesStatus> updates;
+        const Canceller::Scope scope(canceller);
+        EXPECT_EQ(isTree ? provider.GetPolicy(policy) : provider.GetZamUpdatesStatus(updates), 0);
+        EXPECT_EQ(g_closesThrown, 2);
+        EXPECT_EQ(LastTransportStatus().failure, TransportFailure::None);
+    }
 }
 
 }  // namespace

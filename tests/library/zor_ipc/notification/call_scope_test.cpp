@@ -218,19 +218,108 @@ TEST(ChannelCloseScope, HasTheProcesssTimeoutWhenThatIsLonger) {
     EXPECT_GE(TimeOfAClose(), 3'600'000);
 }
 
+/// The code of a call that others may end, by `cancel` while it is under way.
+int CallThatEnds(CallCanceller* cancel) {
+    std::int32_t& last = *VdZorTransport_LastStatus();
+    const FakeCall call;
+    if (!call.isEntered) {
+        last = 10;
+        return -1;
+    }
+    if (cancel != nullptr) {
+        cancel->Cancel();
+    }
+    last = call.interruptions == 0 ? 0 : 10;
+    return call.interruptions == 0 ? 0 : -1;
+}
+
 TEST(ChannelCloseScope, IsTriedBehindACancel) {
     CallCanceller canceller(CallCanceller::Closes::Allowed);
     const CallScope scope({.canceller = &canceller});
-    {
-        const ChannelCloseScope close;
-        const FakeCall call;
-        canceller.Cancel();
-        EXPECT_EQ(call.interruptions, 1) << "it was under way";
-    }
+    canceller.Cancel();
     EXPECT_GE(TimeOfAClose(), 750);
     EXPECT_LT(TimeOfAClose(), 60'000);
     const ChannelCloseScope close;
     EXPECT_TRUE(FakeCall().isEntered);
+}
+
+TEST(ChannelCloseScope, IsTriedOnceMoreWhenACancelEndsIt) {
+    CallCanceller canceller(CallCanceller::Closes::Allowed);
+    const CallScope scope({.canceller = &canceller});
+    int calls = 0;
+    {
+        ChannelCloseScope close;
+        EXPECT_EQ(close.Close([&] {
+            ++calls;
+            return CallThatEnds(&canceller);
+        }),
+                  0);
+        EXPECT_EQ(FakeCall::Bounds()->enter, nullptr);
+        EXPECT_GT(FakeCall::Bounds()->deadlineNs, Ns(steady_clock::now()));
+        EXPECT_LE(FakeCall::Bounds()->deadlineNs, Ns(steady_clock::now() + kCloseTimeout));
+    }
+    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(*VdZorTransport_LastStatus(), 0);
+}
+
+TEST(ChannelCloseScope, IsTriedOnceMoreWhenACancelComesBeforeItBegins) {
+    CallCanceller canceller(CallCanceller::Closes::Allowed);
+    const CallScope scope({.canceller = &canceller});
+    ChannelCloseScope close;
+    canceller.Cancel();
+    int calls = 0;
+    EXPECT_EQ(close.Close([&] {
+        ++calls;
+        return CallThatEnds(nullptr);
+    }),
+              0);
+    EXPECT_EQ(calls, 2);
+}
+
+/// The service may have closed the channel before the cancel came.
+TEST(ChannelCloseScope, FailsAsTheFirstTimeWhenItFailsAgain) {
+    CallCanceller canceller(CallCanceller::Closes::Allowed);
+    const CallScope scope({.canceller = &canceller});
+    std::int32_t& last = *VdZorTransport_LastStatus();
+    int calls = 0;
+    {
+        ChannelCloseScope close;
+        EXPECT_EQ(close.Close([&] {
+            if (++calls == 1) {
+                return CallThatEnds(&canceller);
+            }
+            last = 0;
+            return -7;
+        }),
+                  -1);
+    }
+    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(last, 10);
+    last = 0;
+}
+
+TEST(ChannelCloseScope, IsTriedOnceWhenNobodyCancelsIt) {
+    CallCanceller canceller(CallCanceller::Closes::Allowed);
+    std::int32_t& last = *VdZorTransport_LastStatus();
+    const auto fail = [&last](int& calls, std::int32_t status) {
+        ChannelCloseScope close;
+        EXPECT_EQ(close.Close([&] {
+            ++calls;
+            last = status;
+            return -7;
+        }),
+                  -7);
+    };
+    int calls = 0;
+    fail(calls, 3);
+    EXPECT_EQ(calls, 1);
+    const CallScope scope({.canceller = &canceller});
+    fail(calls, 3);
+    EXPECT_EQ(calls, 2);
+    canceller.Cancel();
+    fail(calls, 3);
+    EXPECT_EQ(calls, 3) << "it was outside of cancelling from the first";
+    last = 0;
 }
 
 TEST(ChannelCloseScope, IsNotTriedWhenTheThreadIsToEnd) {
@@ -240,8 +329,15 @@ TEST(ChannelCloseScope, IsNotTriedWhenTheThreadIsToEnd) {
     const CallScope scope({.canceller = &own});
     own.Cancel();
     run.Cancel();
-    const ChannelCloseScope close;
-    EXPECT_FALSE(FakeCall().isEntered);
+    ChannelCloseScope close;
+    int calls = 0;
+    EXPECT_LT(close.Close([&] {
+        ++calls;
+        return CallThatEnds(nullptr);
+    }),
+              0);
+    EXPECT_EQ(calls, 1);
+    *VdZorTransport_LastStatus() = 0;
 }
 
 TEST(ChannelCloseScope, TellsOfAFailedTransfer) {

@@ -156,16 +156,12 @@ bool CallScope::IsCancelled(CallCanceller::Closes closes) const noexcept {
 ChannelCloseScope::ChannelCloseScope() noexcept
     : CallScope(Bounds{}), statusBefore_(*VdZorTransport_LastStatus()), failed_{} {
     const std::int64_t deadline = DeadlineNow(links_);
-    const auto atLeast = [] { return ToNs(steady_clock::now() + kCloseTimeout); };
     if (deadline != 0) {
-        links_.deadlineNs = std::max(deadline, atLeast());
+        links_.deadlineNs = std::max(deadline, ToNs(steady_clock::now() + kCloseTimeout));
         links_.withoutDefaultTimeout = 1;
     }
     if (IsCancelled(CallCanceller::Closes::Allowed) && !IsCancelled(CallCanceller::Closes::Ended)) {
-        links_.enter = nullptr;
-        links_.leave = nullptr;
-        links_.deadlineNs = atLeast();
-        links_.withoutDefaultTimeout = 1;
+        LeaveCancellers();
     }
 }
 
@@ -173,6 +169,19 @@ ChannelCloseScope::ChannelCloseScope(const VdFailedTransfer& failed) noexcept
     : ChannelCloseScope() {
     failed_ = failed;
     links_.failedTransfer = &failed_;
+}
+
+bool ChannelCloseScope::WasCancelled() const noexcept {
+    return links_.enter != nullptr && *VdZorTransport_LastStatus() != 0 &&
+           IsCancelled(CallCanceller::Closes::Allowed) &&
+           !IsCancelled(CallCanceller::Closes::Ended);
+}
+
+void ChannelCloseScope::LeaveCancellers() noexcept {
+    links_.enter = nullptr;
+    links_.leave = nullptr;
+    links_.deadlineNs = ToNs(steady_clock::now() + kCloseTimeout);
+    links_.withoutDefaultTimeout = 1;
 }
 
 ChannelCloseScope::~ChannelCloseScope() {

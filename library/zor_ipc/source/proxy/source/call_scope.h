@@ -78,18 +78,46 @@ public:
 };
 
 /// The close of a channel: it has `kCloseTimeout` at least, whatever deadline has passed and
-/// whoever has cancelled the calls before it, or the channel would stay open for as long as the
-/// process lives. Without bounds it has none either.
+/// whoever has cancelled the calls before it or cancels this one, or the channel would stay open
+/// for as long as the process lives. Without bounds it has none either. On a library thread that is
+/// to end it is not tried.
 class ChannelCloseScope : public CallScope {
 public:
     ChannelCloseScope() noexcept;
     /// The transfer has failed: the service is to drop what it got of it.
     explicit ChannelCloseScope(const VdFailedTransfer& failed) noexcept;
+
+    /// Makes the call that closes the channel, which gives a result code. When that was cancelled
+    /// meanwhile it is made once more, where nobody can cancel it. Returns the code of the first
+    /// one unless the second succeeds. What `call` throws goes through.
+    template <typename Call>
+    int Close(Call&& call) {
+        const int code = call();
+        if (code >= 0 || !WasCancelled()) {
+            return code;
+        }
+        const std::int32_t status = *VdZorTransport_LastStatus();
+        LeaveCancellers();
+        const int again = call();
+        if (again >= 0) {
+            return again;
+        }
+        // The first may have been done before it was ended: the second says nothing then.
+        *VdZorTransport_LastStatus() = status;
+        return code;
+    }
+
     /// The thread's last status becomes that of what failed before the close, unless the close
     /// failed as well.
     ~ChannelCloseScope();
 
 private:
+    /// Whether the call that failed was one that somebody could cancel, and did.
+    bool WasCancelled() const noexcept;
+
+    /// From now on there is `kCloseTimeout`, and nobody to end it before.
+    void LeaveCancellers() noexcept;
+
     const std::int32_t statusBefore_;
     VdFailedTransfer failed_;
 };

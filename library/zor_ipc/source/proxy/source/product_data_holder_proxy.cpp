@@ -179,17 +179,17 @@ int ProductDataHolderProxy::OpenSetSettingsChannel(long& channel) {
 }
 
 int ProductDataHolderProxy::CloseChannel(long channel, unsigned long& hash) {
-    const ChannelCloseScope scope;
-    return CallCloseChannel(channel, hash);
+    ChannelCloseScope scope;
+    return scope.Close([&] { return CallCloseChannel(channel, hash); });
 }
 
 /// Closes a channel over which not all was sent.
 int ProductDataHolderProxy::AbandonChannel(long channel, unsigned long& hash) {
-    const ChannelCloseScope scope({.riid = proxy_.riid,
-                                   .operation = static_cast<std::uint16_t>(
-                                       qx_zam_connector_ProductDataHolder_operation::CloseChannel),
-                                   .channel = channel});
-    return CallCloseChannel(channel, hash);
+    ChannelCloseScope scope({.riid = proxy_.riid,
+                             .operation = static_cast<std::uint16_t>(
+                                 qx_zam_connector_ProductDataHolder_operation::CloseChannel),
+                             .channel = channel});
+    return scope.Close([&] { return CallCloseChannel(channel, hash); });
 }
 
 int ProductDataHolderProxy::CallCloseChannel(long channel, unsigned long& hash) {

@@ -157,12 +157,14 @@ int ZamDataProviderProxy::GetDataPieces(long channel, common::RawZamPieces& list
 }
 
 int ZamDataProviderProxy::CloseChannel(long channel) {
-    const ChannelCloseScope scope;
-    qx_zam_connector_ZamDataProvider_CloseChannel_req request{};
-    request.channel = channel;
-    qx_zam_connector_ZamDataProvider_CloseChannel_rsp response{};
-    return IpcTransferCallAndErrorHandle("CloseChannel", proxy_.ops->CloseChannel, proxy_, request,
-                                         nullptr, response, nullptr);
+    ChannelCloseScope scope;
+    return scope.Close([&] {
+        qx_zam_connector_ZamDataProvider_CloseChannel_req request{};
+        request.channel = channel;
+        qx_zam_connector_ZamDataProvider_CloseChannel_rsp response{};
+        return IpcTransferCallAndErrorHandle("CloseChannel", proxy_.ops->CloseChannel, proxy_,
+                                             request, nullptr, response, nullptr);
+    });
 }
 
 int ZamDataProviderProxy::GetSubscriptions(
@@ -324,14 +326,16 @@ int ZamDataProviderProxy::OpenZamUpdatesStatusChannel(long& channel, unsigned lo
 }
 
 int ZamDataProviderProxy::CloseZamUpdatesStatusChannel(long channel) noexcept {
-    const ChannelCloseScope scope;
+    ChannelCloseScope scope;
     try {
-        qx_zam_connector_ZamDataProvider_CloseZamUpdatesStatusChannel_req request{};
-        request.channel = channel;
-        qx_zam_connector_ZamDataProvider_CloseZamUpdatesStatusChannel_rsp response{};
-        const int code = IpcTransferCallAndErrorHandle("CloseZamUpdatesStatusChannel",
-                                                       proxy_.ops->CloseZamUpdatesStatusChannel,
-                                                       proxy_, request, nullptr, response, nullptr);
+        const int code = scope.Close([&] {
+            qx_zam_connector_ZamDataProvider_CloseZamUpdatesStatusChannel_req request{};
+            request.channel = channel;
+            qx_zam_connector_ZamDataProvider_CloseZamUpdatesStatusChannel_rsp response{};
+            return IpcTransferCallAndErrorHandle("CloseZamUpdatesStatusChannel",
+                                                 proxy_.ops->CloseZamUpdatesStatusChannel, proxy_,
+                                                 request, nullptr, response, nullptr);
+        });
         return code < 0 ? code : qel::kNoError;
     } catch (...) {
         return common::CaughtFailure(
