@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 #include <vector>
 
 #include "support/test_call.h"
@@ -130,6 +131,30 @@ TEST_F(FailureDelay, DoesNotCountRequestsThatWereNeverTried) {
         }
     });
     EXPECT_LT(taken, milliseconds(1000)) << "fourteen delays would take 1.7 s";
+}
+
+/// They say nothing about the service.
+TEST_F(FailureDelay, DoesNotCountWhatWasNeverMade) {
+    VdCallBounds over{};
+    over.deadlineNs = 1;
+    const auto fastest = FastestOfFive([&] {
+        Succeed();
+        for (int round = 0; round < 14; ++round) {
+            EXPECT_EQ(TestCall().Bounds(over).On(*link_), kStatusTimeout);
+            EXPECT_EQ((*link_).Lookup("endpoint", &over), VD_UNKNOWN_RIID);
+            EXPECT_THROW((*link_).Open(&over), PlatformError);
+            EXPECT_EQ(*VdZorTransport_LastStatus(), kStatusTimeout);
+        }
+        link_.RunOutOfMemoryInConnects(true);
+        for (int round = 0; round < 14; ++round) {
+            EXPECT_THROW((*link_).Open(), std::bad_alloc);
+            EXPECT_EQ(*VdZorTransport_LastStatus(), kStatusResources);
+        }
+        link_.RunOutOfMemoryInConnects(false);
+        link_.FailToConnect(kStatusUnavailable);
+        return TimeOf([this] { EXPECT_EQ(TestCall().On(*link_), kStatusUnavailable); });
+    });
+    EXPECT_LT(fastest, milliseconds(200)) << "the last delay is 250 ms";
 }
 
 TEST_F(FailureDelay, DoesNotOutlastTheDeadlineOfACall) {

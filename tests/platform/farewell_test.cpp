@@ -196,6 +196,41 @@ TEST_F(UnsaidFarewell, IsRememberedUpToALimit) {
     EXPECT_EQ(Sent(), last);
 }
 
+/// Those that are put back are older than those that came meanwhile.
+TEST_F(UnsaidFarewell, IsDroppedOldestFirstAlsoWhenItIsPutBack) {
+    for (std::uint64_t value = 1; value <= kMaxUnsaidFarewells; ++value) {
+        Fail(value);
+    }
+    Background call([this] { EXPECT_EQ(TestCall(0, kOrdinary).On(*link_), kStatusOk); });
+    {
+        const RawSocket saying = link_.Next();
+        saying.Read(HelloFrame().size());
+        saying.ReadFrame();  // all of them have been taken
+        Fail(100);
+    }
+    {
+        const RawSocket socket = link_.Next();
+        socket.Read(HelloFrame().size());
+        socket.Send(EchoOf(socket.ReadFrame()));
+        call.Join();
+    }
+    std::vector<std::uint64_t> expected;
+    for (std::uint64_t value = 2; value <= kMaxUnsaidFarewells; ++value) {
+        expected.push_back(value);
+    }
+    expected.push_back(100);
+    expected.push_back(kOrdinary);
+    EXPECT_EQ(Sent(), expected);
+}
+
+TEST_F(UnsaidFarewell, FailsNoOtherCallForWantOfMemory) {
+    Fail(5);
+    Fail(6);
+    link_.RunOutOfMemoryInTheNextSend();
+    EXPECT_THAT(Sent(1), ElementsAre(kOrdinary));
+    EXPECT_THAT(Sent(), ElementsAre(5, 6, kOrdinary));
+}
+
 TEST_F(UnsaidFarewell, IsSaidToAServiceThatDroppedItsConnection) {
     Fail(5, kStatusBroken);
     EXPECT_THAT(Sent(), ElementsAre(5, kOrdinary));

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <stdexcept>
+#include <utility>
 
 #include "client/socket_channel.h"
 #include "zam_platform/posix_error.h"
@@ -133,6 +135,22 @@ bool TestCall::OnlyUsedIsWritten() const {
                        [](unsigned char byte) { return byte == kGuard; });
 }
 
+namespace {
+
+class ChannelWithoutMemory final : public Channel {
+public:
+    bool Send(const OutgoingFrame& /*frame*/, const Deadline& /*deadline*/) override {
+        throw std::bad_alloc();
+    }
+    void Receive(IncomingFrame& /*frame*/, const Deadline& /*deadline*/) override {
+        throw std::bad_alloc();
+    }
+    void Interrupt() noexcept override {}
+    void Abandon() noexcept override {}
+};
+
+}  // namespace
+
 PairedLink::PairedLink(std::chrono::milliseconds frameTimeout)
     : frameTimeout_(frameTimeout),
       link_([this](const SessionToken& token, const Deadline&) { return Connect(token); }) {}
@@ -162,6 +180,16 @@ void PairedLink::FailToConnect(std::int32_t status) {
     failure_ = status;
 }
 
+void PairedLink::RunOutOfMemoryInTheNextSend() {
+    const std::lock_guard lock(mutex_);
+    noMemoryInNextSend_ = true;
+}
+
+void PairedLink::RunOutOfMemoryInConnects(bool out) {
+    const std::lock_guard lock(mutex_);
+    noMemoryInConnects_ = out;
+}
+
 std::vector<SessionToken> PairedLink::Tokens() const {
     const std::lock_guard lock(mutex_);
     return tokens_;
@@ -178,6 +206,9 @@ std::unique_ptr<Channel> PairedLink::Connect(const SessionToken& token) {
     if (failure_ != 0) {
         throw PlatformError(static_cast<TransportStatus>(failure_),
                             "connecting fails in this test");
+    }
+    if (noMemoryInConnects_) {
+        throw std::bad_alloc();
     }
     auto [mine, peer] = MakePair();
     if (tinyBuffers_) {
@@ -197,6 +228,9 @@ std::unique_ptr<Channel> PairedLink::Connect(const SessionToken& token) {
     peers_.push_back(std::move(peer));
     tokens_.push_back(token);
     made_.notify_all();
+    if (std::exchange(noMemoryInNextSend_, false)) {
+        return std::make_unique<ChannelWithoutMemory>();
+    }
     return std::make_unique<zam_platform::SocketChannel>(mine.Release(), token, frameTimeout_);
 }
 

@@ -107,6 +107,12 @@ public:
     /// Makes connecting fail from now on; 0 lets it succeed again.
     void FailToConnect(std::int32_t status);
 
+    /// Makes the next connection one whose send throws `std::bad_alloc`.
+    void RunOutOfMemoryInTheNextSend();
+
+    /// Whether connecting throws `std::bad_alloc` from now on.
+    void RunOutOfMemoryInConnects(bool out);
+
     /// Tokens of the connections so far.
     std::vector<SessionToken> Tokens() const;
     std::size_t Connections() const { return Tokens().size(); }
@@ -131,6 +137,8 @@ private:
     std::size_t attempts_ = 0;
     std::int32_t failure_ = 0;
     bool tinyBuffers_ = false;
+    bool noMemoryInConnects_ = false;
+    bool noMemoryInNextSend_ = false;
     ServiceLink link_;
 };
 

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
-#include <iterator>
 #include <new>
 #include <thread>
 #include <utility>
@@ -64,10 +63,16 @@ TransportStatus StatusOfCaught(const char* function) noexcept {
     }
 }
 
+/// Of a call that was never made, which says nothing about the service.
+class NotMade final : public PlatformError {
+public:
+    using PlatformError::PlatformError;
+};
+
 /// A call that would begin behind its deadline is not made: nobody knows then what became of it.
 void ThrowIfOver(const Deadline& deadline) {
     if (deadline && std::chrono::steady_clock::now() >= *deadline) {
-        throw PlatformError(kStatusTimeout, "the time for the call had run out before it began");
+        throw NotMade(kStatusTimeout, "the time for the call had run out before it began");
     }
 }
 
@@ -162,14 +167,16 @@ void ServiceLink::Open(VdCallBounds* bounds) {
         ThrowIfOver(deadline);
         GiveBack(ConnectAndSay(deadline, underWay));
         EndCall(kStatusOk);
+    } catch (const NotMade& error) {
+        EndCall(error.Status());
+        throw;
     } catch (const PlatformError& error) {
         if (EndCall(error.Status()) != kStatusCancelled) {
             DelayFailure(deadline);
         }
         throw;
     } catch (const std::bad_alloc&) {
-        EndCall(kStatusResources);
-        DelayFailure(deadline);
+        EndCall(kStatusResources);  // of this process: nothing about the service
         throw;
     }
 }
@@ -199,6 +206,7 @@ std::int32_t ServiceLink::Try(const LinkCall& call) noexcept {
         deadline = Earlier(deadline, std::chrono::steady_clock::now() + call.timeout);
     }
     std::int32_t failure = kStatusOk;
+    bool isMade = true;
     try {
         CheckRequest(call);
         const std::uint32_t arenaBytes = call.requestArena == nullptr ? 0 : call.requestArena->used;
@@ -218,12 +226,15 @@ std::int32_t ServiceLink::Try(const LinkCall& call) noexcept {
         if (!call.farewell || failure == kStatusOk) {
             return failure;
         }
+    } catch (const NotMade&) {
+        isMade = false;
+        failure = StatusOfCaught("Call");
     } catch (...) {
         failure = underWay.IsEnded() ? kStatusCancelled : StatusOfCaught("Call");
     }
     if (call.farewell) {
         ZeroFill(call, stub);
-    } else if (failure != kStatusRequestTooLarge && failure != kStatusCancelled) {
+    } else if (isMade && failure != kStatusRequestTooLarge && failure != kStatusCancelled) {
         // A request that was never tried, or given up, says nothing about the service.
         DelayFailure(deadline);
     }
@@ -265,6 +276,9 @@ std::uint16_t ServiceLink::Lookup(std::string_view endpoint, VdCallBounds* bound
             offers_.store(result.offers, std::memory_order_relaxed);
         }
         return EndCall(answer.status) == kStatusOk ? result.riid : VD_UNKNOWN_RIID;
+    } catch (const NotMade&) {
+        EndCall(StatusOfCaught("Lookup"));
+        return VD_UNKNOWN_RIID;
     } catch (...) {
         const std::int32_t failure =
             EndCall(underWay.IsEnded() ? kStatusCancelled : StatusOfCaught("Lookup"));
@@ -371,58 +385,56 @@ std::unique_ptr<Channel> ServiceLink::MakeChannel(const SessionToken& token,
 ServiceLink::Connection* ServiceLink::ConnectAndSay(const Deadline& deadline,
                                                     CallUnderWay& underWay) {
     Lease lease(*this, Connect(deadline, underWay));
-    std::vector<UnsaidFarewell> unsaid = TakeUnsaidFarewells();
+    std::list<UnsaidFarewell> unsaid = TakeUnsaidFarewells();
     if (unsaid.empty()) {
         return lease.Release();
     }
-    auto next = unsaid.begin();
+    bool wasGiven = false;
     try {
         const CallUnderWay::Detacher detacher(underWay);
         underWay.Attach(*lease->channel);
         const Deadline sayDeadline =
             Earlier(deadline, std::chrono::steady_clock::now() + kFarewellTimeout);
-        while (next != unsaid.end()) {
-            Say(*next++, *lease, sayDeadline);
+        for (; !unsaid.empty(); unsaid.pop_front()) {
+            Say(unsaid.front(), *lease, sayDeadline);
         }
         return lease.Release();
     } catch (const PlatformError& error) {
         // Not this call's failure: it gets a connection that has said nothing. The farewell that
         // the service has been given is not said again, so that nobody pays for it twice.
-        const bool wasGiven =
-            error.Status() == kStatusTimeout || error.Status() == kStatusBadRequest;
-        PutBackFarewells(std::vector<UnsaidFarewell>(
-            std::make_move_iterator(next == unsaid.begin() || wasGiven ? next : next - 1),
-            std::make_move_iterator(unsaid.end())));
+        wasGiven = error.Status() == kStatusTimeout || error.Status() == kStatusBadRequest;
+    } catch (const std::bad_alloc&) {
+        // Nor is this.
     }
+    if (wasGiven) {
+        unsaid.pop_front();
+    }
+    PutBackFarewells(std::move(unsaid));
     underWay.ThrowIfInterrupted();
     lease.Reset(Connect(deadline, underWay));
     return lease.Release();
 }
 
-void ServiceLink::Say(const UnsaidFarewell& farewell, Connection& connection,
-                      const Deadline& deadline) {
+void ServiceLink::Say(UnsaidFarewell& farewell, Connection& connection, const Deadline& deadline) {
     OutgoingFrame frame{.prelude = {.kind = FrameKind::Call, .fixedBytes = farewell.requestBytes},
                         .fixed = farewell.request.data()};
     frame.prelude.callNumber = ++connection.calls;
-    std::vector<unsigned char> response(farewell.responseBytes);
     IncomingFrame answer{.kind = FrameKind::Answer,
                          .callNumber = connection.calls,
-                         .fixed = response.data(),
-                         .fixedBytes = farewell.responseBytes};
+                         .fixed = farewell.response.data(),
+                         .fixedBytes = static_cast<std::uint32_t>(farewell.response.size())};
     if (!connection.channel->Send(frame, deadline)) {
         throw PlatformError(kStatusBroken, "the service took no byte of a farewell");
     }
     connection.channel->Receive(answer, deadline);
 }
 
-void ServiceLink::PutBackFarewells(std::vector<UnsaidFarewell> farewells) {
+void ServiceLink::PutBackFarewells(std::list<UnsaidFarewell> farewells) noexcept {
     const qor::MutexLock lock(mutex_);
-    farewells.insert(farewells.end(), std::make_move_iterator(unsaidFarewells_.begin()),
-                     std::make_move_iterator(unsaidFarewells_.end()));
-    if (farewells.size() > kMaxUnsaidFarewells) {
-        farewells.resize(kMaxUnsaidFarewells);
+    unsaidFarewells_.splice(unsaidFarewells_.begin(), farewells);
+    while (unsaidFarewells_.size() > kMaxUnsaidFarewells) {
+        unsaidFarewells_.pop_front();
     }
-    unsaidFarewells_ = std::move(farewells);
 }
 
 void ServiceLink::RememberFarewell(const LinkCall& call) noexcept {
@@ -432,25 +444,27 @@ void ServiceLink::RememberFarewell(const LinkCall& call) noexcept {
         return;
     }
     try {
-        UnsaidFarewell farewell{
-            .request = std::vector<std::uint64_t>(
-                (call.request->fixedSize + sizeof(std::uint64_t) - 1) / sizeof(std::uint64_t)),
-            .requestBytes = call.request->fixedSize,
-            .responseBytes = call.response->fixedSize};
-        std::memcpy(farewell.request.data(), call.request, call.request->fixedSize);
+        std::list<UnsaidFarewell> farewell(1);
+        farewell.front().request.resize((call.request->fixedSize + sizeof(std::uint64_t) - 1) /
+                                        sizeof(std::uint64_t));
+        farewell.front().requestBytes = call.request->fixedSize;
+        farewell.front().response.resize(call.response->fixedSize);
+        std::memcpy(farewell.front().request.data(), call.request, call.request->fixedSize);
         const qor::MutexLock lock(mutex_);
         if (unsaidFarewells_.size() >= kMaxUnsaidFarewells) {
-            unsaidFarewells_.erase(unsaidFarewells_.begin());
+            unsaidFarewells_.pop_front();
         }
-        unsaidFarewells_.push_back(std::move(farewell));
+        unsaidFarewells_.splice(unsaidFarewells_.end(), farewell);
     } catch (const std::bad_alloc&) {
         // What it would have ended ends with the session.
     }
 }
 
-std::vector<ServiceLink::UnsaidFarewell> ServiceLink::TakeUnsaidFarewells() {
+std::list<ServiceLink::UnsaidFarewell> ServiceLink::TakeUnsaidFarewells() noexcept {
+    std::list<UnsaidFarewell> farewells;
     const qor::MutexLock lock(mutex_);
-    return std::exchange(unsaidFarewells_, {});
+    farewells.swap(unsaidFarewells_);
+    return farewells;
 }
 
 void ServiceLink::GiveBack(Connection* connection) noexcept {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -80,7 +81,7 @@ private:
     struct UnsaidFarewell {
         std::vector<std::uint64_t> request;  ///< the fixed part, 8-aligned
         std::uint32_t requestBytes = 0;
-        std::uint32_t responseBytes = 0;
+        std::vector<unsigned char> response;  ///< room for the answer, so that saying it takes none
     };
 
     /// A connection in the hands of one call; closed unless it is given back.
@@ -106,10 +107,10 @@ private:
                                          const CallUnderWay& underWay) const;
 
     void RememberFarewell(const LinkCall& call) noexcept QOR_EXCLUDES(mutex_);
-    std::vector<UnsaidFarewell> TakeUnsaidFarewells() QOR_EXCLUDES(mutex_);
-    void PutBackFarewells(std::vector<UnsaidFarewell> farewells) QOR_EXCLUDES(mutex_);
-    static void Say(const UnsaidFarewell& farewell, Connection& connection,
-                    const Deadline& deadline);
+    std::list<UnsaidFarewell> TakeUnsaidFarewells() noexcept QOR_EXCLUDES(mutex_);
+    /// Takes the earlier ones of those that are remembered back.
+    void PutBackFarewells(std::list<UnsaidFarewell> farewells) noexcept QOR_EXCLUDES(mutex_);
+    static void Say(UnsaidFarewell& farewell, Connection& connection, const Deadline& deadline);
 
     /// Waits, but not beyond the deadline of the call.
     void DelayFailure(const Deadline& deadline) noexcept;
@@ -123,7 +124,7 @@ private:
     std::size_t idleCount_ QOR_GUARDED_BY(mutex_) = 0;
     Connection* all_ QOR_GUARDED_BY(mutex_) = nullptr;  ///< every one, leased ones included
 
-    std::vector<UnsaidFarewell> unsaidFarewells_ QOR_GUARDED_BY(mutex_);  ///< oldest first
+    std::list<UnsaidFarewell> unsaidFarewells_ QOR_GUARDED_BY(mutex_);  ///< oldest first
 
     std::atomic<std::uint32_t> failureDelayMs_{0};
     std::atomic<std::uint16_t> offers_{0};  ///< of `Offer`, in the service's last answer
