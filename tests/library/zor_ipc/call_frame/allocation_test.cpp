@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -8,6 +11,7 @@
 #include "common/log.h"
 #include "common/product_data_casts.h"
 #include "library/zor_ipc/call_frame/proxy_fixture.h"
+#include "observer_group.h"
 #include "qel/exception.h"
 #include "support/allocations.h"
 #include "zam_client_certs_downloader_proxy.h"
@@ -240,6 +244,23 @@ TEST(Downloads, AllocateOnceForTheBytesOfAChunk) {
     FileChunk chunk;
     EXPECT_EQ(AllocationsOf([&] { EXPECT_EQ(files.GetFileChunk({}, chunk), 0); }), 1);
     EXPECT_EQ(chunk.data.size(), 65536U);
+}
+
+/// Who cannot be told for want of memory would never be told again.
+TEST(ObserversInARound, AreToldWithoutMemory) {
+    class Observer final : public qor::observer::IChangeObserver<int, int> {
+    public:
+        int OnChange(const int& value) override { return told += value; }
+        int told = 0;
+    };
+    std::atomic<std::uint64_t> counter{0};
+    proxy::ObserverGroup<int> group(counter);
+    const auto observer = std::make_shared<Observer>();
+    group.Add(observer);
+    group.Add({});
+    group.Add(observer);
+    EXPECT_EQ(AllocationsOf([&] { group.Notify(2); }), 0);
+    EXPECT_EQ(observer->told, 4);
 }
 
 }  // namespace

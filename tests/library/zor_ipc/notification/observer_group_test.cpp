@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "library/zor_ipc/notification/fake_call.h"
 #include "library/zor_ipc/notification/scripted_parts.h"
 #include "observer_group.h"
 #include "zam_connector_testing/recording_observer.h"
@@ -109,14 +110,77 @@ TEST_F(Observers, AreHeldOnlyWhileTheyAreTold) {
     EXPECT_TRUE(weak.expired());
 }
 
+TEST_F(Observers, ThatAreRemovedAndAddedInARoundAreCountedAtOnce) {
+    SubscriptionCookie own;
+    bool isEmpty = false;
+    const auto observer = std::make_shared<IntObserver>([&](int) {
+        group_.Remove(own);
+        isEmpty = group_.IsEmpty();
+        group_.Remove(own);
+        own = group_.Add({});
+        EXPECT_FALSE(group_.IsEmpty());
+    });
+    own = group_.Add(observer);
+    group_.Notify(1);
+    EXPECT_TRUE(isEmpty);
+    group_.Notify(2);
+    EXPECT_THAT(observer->Values(), ElementsAre(1));
+    group_.Remove(own);
+    EXPECT_TRUE(group_.IsEmpty());
+}
+
+TEST_F(Observers, ThatWereRemovedBeforeARoundInsideARoundAreNotTold) {
+    const auto leaving = std::make_shared<IntObserver>();
+    SubscriptionCookie removed;
+    bool first = true;
+    const auto observer = std::make_shared<IntObserver>([&](int) {
+        if (std::exchange(first, false)) {
+            group_.Remove(removed);
+            group_.Notify(2);
+        }
+    });
+    group_.Add(observer);
+    removed = group_.Add(leaving);
+    group_.Notify(1);
+    EXPECT_THAT(observer->Values(), ElementsAre(1, 2));
+    EXPECT_THAT(leaving->Values(), ElementsAre(1)) << "of the round that it was there for";
+}
+
+/// Its destructor's calls are an application's as well.
+TEST_F(Observers, AreDestroyedWithinTheBoundsOfTheirCalls) {
+    class Leaving final : public qor::observer::IChangeObserver<int, int> {
+    public:
+        Leaving(std::shared_ptr<Leaving>& self, int& isExempt) : self_(self), isExempt_(isExempt) {}
+        ~Leaving() override { isExempt_ = test::FakeCall::Bounds()->withoutDefaultTimeout; }
+        int OnChange(const int& /*value*/) override {
+            self_.reset();
+            return 0;
+        }
+
+    private:
+        std::shared_ptr<Leaving>& self_;
+        int& isExempt_;
+    };
+    int isExempt = -1;
+    std::shared_ptr<Leaving> leaving;
+    leaving = std::make_shared<Leaving>(leaving, isExempt);
+    group_.Add(leaving);
+    const LibraryThreadScope thread(nullptr);
+    group_.Notify(1);
+    EXPECT_EQ(isExempt, 0);
+}
+
 TEST_F(Observers, AfterOneThatThrowsAreNotTold) {
     const auto throwing =
         std::make_shared<IntObserver>([](int) { throw std::runtime_error("of the test"); });
     const auto next = std::make_shared<IntObserver>();
     group_.Add(throwing);
     group_.Add(next);
+    const SubscriptionCookie last = group_.Add(next);
     EXPECT_THROW(group_.Notify(1), std::runtime_error);
     EXPECT_THAT(next->Values(), IsEmpty());
+    group_.Remove(last);
+    EXPECT_THROW(group_.Notify(1), std::runtime_error) << "and the round is over";
 }
 
 TEST_F(Observers, OfGroupsWithOneCounterHaveDifferentCookies) {
