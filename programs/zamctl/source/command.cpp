@@ -21,6 +21,14 @@ void Context::Begin() {
     }
 }
 
+void Context::ThrowIfOver(const char* action) const {
+    if (limit_ && clock.Now() >= start + *limit_) {
+        throw Failure(kExitTimedOut, fmt::format("cannot {}: the time is over", action),
+                      "It was not asked for. '--timeout SECONDS' gives it more time; 'zamctl "
+                      "doctor' checks whether the service answers.");
+    }
+}
+
 std::string Context::TakeCause() {
     std::string cause = records_.Cause();
     records_.Clear();

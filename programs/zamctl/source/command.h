@@ -68,10 +68,11 @@ public:
         }
     }
 
-    /// Makes one call and returns its code; throws `CallFailure` for a failure. `action` completes
-    /// "cannot ...".
+    /// Makes one call and returns its code; throws `CallFailure` for a failure, and `Failure` when
+    /// the time is over and the call was not made. `action` completes "cannot ...".
     template <typename Call>
     int Checked(const char* action, Call&& call) {
+        ThrowIfOver(action);
         records_.Clear();
         const int code = call();
         if (code < 0) {
@@ -95,6 +96,8 @@ public:
 
 private:
     [[noreturn]] void ThrowConnectorFailure(const std::exception& exception) const;
+
+    void ThrowIfOver(const char* action) const;
 
     /// Before anything is asked of the service. What is read before, from a pipe perhaps, takes no
     /// time from it.

@@ -1,5 +1,6 @@
 #include "fakes.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "zor/logger.h"
@@ -25,6 +26,16 @@ bool FakeClock::SleepFor(std::chrono::nanoseconds duration) {
     Advance(duration);
     interrupted = interrupted || interruptAtSleep == sleeps.size();
     return !interrupted;
+}
+
+void FakeClock::LimitRun(std::chrono::milliseconds limit, const char* message, int status) {
+    if (limit.count() == 0) {
+        runEnd.reset();
+        return;
+    }
+    runEnd = std::min(runEnd.value_or(now_ + limit), now_ + limit);
+    runMessage = message;
+    runStatus = status;
 }
 
 Clock::WallTime FakeClock::WallNow() const {
@@ -183,6 +194,9 @@ int FakeProductDataHolder::SetSettings(const zam_connector::ZamProductSettings& 
 
 ConnectorInterfaces FakeProvider::Open() {
     ++opens;
+    if (onOpen) {
+        onOpen();
+    }
     if (!logged.empty()) {
         LogError(logged);
     }

@@ -34,10 +34,7 @@ public:
 
     /// Runs the next step unless it was woken already; behind the last one comes `end`.
     Wakeup WaitForWake() override;
-    void LimitRun(std::chrono::milliseconds limit, const char* /*message*/,
-                  int /*status*/) override {
-        runLimit = limit;
-    }
+    void LimitRun(std::chrono::milliseconds limit, const char* message, int status) override;
 
     void Advance(std::chrono::nanoseconds duration) { now_ += duration; }
 
@@ -48,7 +45,9 @@ public:
     bool watchesReader = false;
     std::deque<std::function<void()>> steps;
     Wakeup end = Wakeup::Interrupted;
-    std::optional<std::chrono::milliseconds> runLimit;
+    std::optional<TimePoint> runEnd;  ///< when the process would end
+    std::string runMessage;
+    int runStatus = 0;
 
 private:
     TimePoint now_{};
@@ -183,6 +182,7 @@ public:
     std::string noService;                     ///< when not empty, why there is no service
     std::string missingEndpoint;               ///< when not empty, the endpoint that is not there
     std::string logged;                        ///< when not empty, what is logged before a throw
+    std::function<void()> onOpen;              ///< when not empty, run whenever it is opened
     int opens = 0;
 };
 

@@ -93,8 +93,19 @@ TEST_F(FileCommandTest, GetQuotesTheCauseOfAnInterruptionAndEndsInTime) {
     EXPECT_EQ(ran.out, "");
     EXPECT_THAT(ran.err, HasSubstr("\"x\" has not come whole within 2.500 s\n"));
     EXPECT_THAT(ran.err, HasSubstr("interrupted, trying again: the service closed"));
-    EXPECT_EQ(clock_.runLimit, 3500ms);
+    EXPECT_EQ(clock_.runEnd, Clock::TimePoint(3500ms));
     EXPECT_FALSE(fs::exists(file_));
+}
+
+TEST_F(FileCommandTest, GetCountsItsTimeFromMakingTheConnectorOn) {
+    provider_.onOpen = [this] { clock_.Advance(5s); };
+    provider_.fileDownloader.infoCode = zam_connector::kUnspecifiedError;
+    const Ran ran = Run({"file", "get", "x", "-o", file_, "--timeout", "6"});
+    EXPECT_EQ(ran.status, 2);
+    EXPECT_THAT(ran.err, HasSubstr("\"x\" has not come whole within 6.000 s\n"));
+    EXPECT_GE(clock_.Now(), Clock::TimePoint(6s));
+    EXPECT_LE(clock_.Now(), Clock::TimePoint(6500ms));
+    EXPECT_EQ(clock_.runEnd, Clock::TimePoint(7s));
 }
 
 TEST_F(FileCommandTest, GetPrintsALineForEachTenthWhereThereIsNoTerminal) {

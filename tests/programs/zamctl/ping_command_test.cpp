@@ -8,6 +8,7 @@ using ::testing::AllOf;
 using ::testing::Each;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::SizeIs;
 using namespace std::chrono_literals;
 
@@ -90,6 +91,16 @@ TEST_F(PingCommandTest, EndsWithoutASummaryAtTheFirstFailure) {
     EXPECT_EQ(ran.status, 2);
     EXPECT_EQ(ran.out, "call 1: 30.0 us, stopped\n");
     EXPECT_THAT(ran.err, HasSubstr("0x80000045 Access denied"));
+}
+
+TEST_F(PingCommandTest, PausesNoLongerThanTheCommandMayTake) {
+    const Ran ran = Run({"ping", "--timeout", "1", "--count", "3", "--interval", "3600000"});
+    EXPECT_EQ(ran.status, 2);
+    EXPECT_EQ(ran.out, "call 1: 30.0 us, stopped\n");
+    EXPECT_THAT(ran.err, AllOf(HasSubstr("zamctl ping: made 1 of 3 calls within 1.000 s\n"),
+                               HasSubstr("--interval"), Not(HasSubstr("done"))));
+    EXPECT_EQ(provider_.controller.stateCalls, 1);
+    EXPECT_EQ(clock_.Now(), Clock::TimePoint(1s));
 }
 
 TEST_F(PingCommandTest, RefusesWrongValues) {

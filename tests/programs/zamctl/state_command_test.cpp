@@ -7,8 +7,10 @@ namespace {
 
 using ::testing::Each;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::SizeIs;
 using zam_connector::ZamConnectorState;
+using namespace std::chrono_literals;
 
 using StateCommandTest = CommandTest;
 
@@ -120,6 +122,15 @@ TEST_F(StateCommandTest, RefusesWrongTimeouts) {
     }
     EXPECT_EQ(Run({"state", "--wait", "stopped", "--timeout", "86400"}).status, 0);
     EXPECT_EQ(provider_.opens, 1);
+}
+
+TEST_F(StateCommandTest, MakesNoCallWhenTheTimeIsOver) {
+    provider_.onOpen = [this] { clock_.Advance(1s); };
+    const Ran ran = Run({"state", "--timeout", "1"});
+    ExpectFailure(ran, 4);
+    EXPECT_THAT(ran.err, HasSubstr("cannot read the state: the time is over\n"));
+    EXPECT_THAT(ran.err, Not(HasSubstr("may have been done")));
+    EXPECT_EQ(provider_.controller.stateCalls, 0);
 }
 
 TEST_F(StateCommandTest, CanBeMadeAndCalledByItself) {

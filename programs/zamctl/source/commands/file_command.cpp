@@ -126,13 +126,13 @@ std::string FileGetCommand::Target() const {
 
 void FileGetCommand::Run(Context& context) {
     const std::string target = Target();
+    if (context.timeout) {
+        context.clock.LimitRun(*context.timeout + kGrace, kHangs, kExitFailed);
+    }
     const ConnectorInterfaces connector = context.Connector();
     context.clock.CatchInterrupt();
-    DownloadOrder order{.path = path_, .target = target, .timeout = context.timeout};
-    if (order.timeout) {
-        order.patience = *order.timeout;
-        context.clock.LimitRun(*order.timeout + kGrace, kHangs, kExitFailed);
-    }
+    const DownloadOrder order{
+        .path = path_, .target = target, .timeout = context.timeout, .start = context.start};
     DownloadReport report;
     {
         // Ends the line of its bar before the summary is printed.

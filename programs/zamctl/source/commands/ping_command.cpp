@@ -7,6 +7,7 @@
 
 #include "command_set.h"
 #include "round_trip.h"
+#include "times.h"
 #include "vocabulary/state_names.h"
 
 namespace zamctl {
@@ -64,11 +65,27 @@ void PingCommand::Run(Context& context) {
         const RoundTrip trip = TimeRoundTrip(context, connector.controller);
         times.push_back(trip.time);
         PrintCall(context, times.size(), trip);
-        if (times.size() >= count_ || !context.clock.SleepFor(interval_)) {
+        if (times.size() >= count_ || !Pause(context, times.size())) {
             break;
         }
     }
     PrintSummary(context, std::move(times));
+}
+
+bool PingCommand::Pause(Context& context, std::size_t calls) const {
+    if (!context.timeout) {
+        return context.clock.SleepFor(interval_);
+    }
+    const std::chrono::nanoseconds left = context.start + *context.timeout - context.clock.Now();
+    const bool goesOn = context.clock.SleepFor(std::min<std::chrono::nanoseconds>(interval_, left));
+    if (goesOn && interval_ >= left) {
+        throw Failure(kExitFailed,
+                      fmt::format("made {} of {} calls within {}", calls, count_,
+                                  DurationText(*context.timeout)),
+                      "Give it more time with --timeout, or ask for fewer calls or a shorter "
+                      "--interval.");
+    }
+    return goesOn;
 }
 
 void DeclarePing(CommandSet& commands) {

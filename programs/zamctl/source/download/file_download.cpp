@@ -41,8 +41,7 @@ FileDownload::FileDownload(zam_connector::IZamFileDownloader& source, Clock& clo
 
 DownloadReport FileDownload::Run(const DownloadOrder& order) {
     order_ = order;
-    start_ = clock_.Now();
-    lastProgress_ = start_;
+    lastProgress_ = clock_.Now();
     for (unsigned starts = 1;; ++starts) {
         const FileInfo info = Describe();
         report_.content = {info.sha256, info.sizeBytes};
@@ -83,7 +82,8 @@ void FileDownload::UntilReached(const char* action, Call&& call) {
         // The library's own code for a call that did not come through, and the service's for a file
         // that is being written: both pass.
         const bool mayPass = code == zam_connector::kUnspecifiedError || code == kNotReady;
-        if (!mayPass || clock_.Now() - lastProgress_ >= order_.patience) {
+        if (!mayPass || !IsPatient()) {
+            // That the file did not come is the failure, not that the last call had no answer.
             throw CallFailure(fmt::format("{} {}", action, Quote(order_.path)), code, cause,
                               zam_connector::LastTransportStatus().failure);
         }
@@ -204,11 +204,16 @@ void FileDownload::Advance(std::uint64_t bytes) {
     watcher_.Advanced(bytes, report_.content.sizeBytes);
 }
 
+/// Whether to go on asking though nothing comes. A time for the whole ends that too, by itself.
+bool FileDownload::IsPatient() const {
+    return order_.timeout || clock_.Now() - lastProgress_ < kPatience;
+}
+
 void FileDownload::CheckTime() const {
     if (clock_.Interrupted()) {
         throw Failure(kExitFailed, "interrupted", kAgain);
     }
-    if (order_.timeout && clock_.Now() - start_ >= *order_.timeout) {
+    if (order_.timeout && clock_.Now() - order_.start >= *order_.timeout) {
         throw Failure(kExitFailed,
                       fmt::format("{} has not come whole within {}", Quote(order_.path),
                                   DurationText(*order_.timeout)),

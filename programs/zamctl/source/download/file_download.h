@@ -15,10 +15,9 @@ namespace zamctl {
 struct DownloadOrder {
     std::string path;    ///< at the server
     std::string target;  ///< where the file shall stand
-    /// For the whole; none: as long as something comes.
+    /// For the whole, from `start` on; none: as long as something comes within `kPatience`.
     std::optional<std::chrono::milliseconds> timeout;
-    /// How long to go on asking when nothing comes.
-    std::chrono::milliseconds patience{30000};
+    Clock::TimePoint start{};
 };
 
 /// What became of it.
@@ -56,6 +55,9 @@ public:
     /// Times that a file which keeps changing is begun.
     static constexpr unsigned kMaxStarts = 5;
 
+    /// How long to go on asking when nothing comes.
+    static constexpr std::chrono::milliseconds kPatience{30000};
+
     /// Pauses between two calls that fail.
     static constexpr std::chrono::milliseconds kFirstPause{10};
     static constexpr std::chrono::milliseconds kLongestPause{500};
@@ -78,6 +80,7 @@ private:
     Outcome Verify(PartFile& part, zam_checksums::Sha256& hash);
     template <typename Call>
     void UntilReached(const char* action, Call&& call);
+    bool IsPatient() const;
     void CheckTime() const;
     void Advance(std::uint64_t bytes);
 
@@ -86,7 +89,6 @@ private:
     DownloadWatcher& watcher_;
     DownloadOrder order_;
     DownloadReport report_;
-    Clock::TimePoint start_{};
     Clock::TimePoint lastProgress_{};
     std::uint32_t chunkBytes_ = 0;
     std::optional<std::string> version_;  ///< of the chunks so far
