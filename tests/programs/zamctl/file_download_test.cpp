@@ -1,6 +1,9 @@
 #include <fstream>
 
 #include "download_fixture.h"
+#include "zam_connector/call_deadline.h"
+#include "zam_connector/create_zam_connector.h"
+#include "zam_connector/i_zam_connector.h"
 #include "zam_connector/result_code.h"
 
 namespace zamctl::test {
@@ -123,6 +126,19 @@ TEST_F(FileDownloadTest, GivesUpWhenNothingComesForTooLong) {
     EXPECT_GE(clock_.Now().time_since_epoch(), 30s);
     EXPECT_LE(clock_.Now().time_since_epoch(), 31s);
     EXPECT_EQ(Content(target_ + ".part"), "0123");
+}
+
+/// A file that did not come is no call that may have been done all the same.
+TEST_F(FileDownloadTest, FailsAlikeWhenTheServiceAnswersNothing) {
+    source_.onChunk = [](std::size_t /*call*/) {
+        const zam_connector::CallDeadline over(0ns);
+        std::shared_ptr<zam_connector::IZamConnector> none;
+        return zam_connector::CreateZamConnector(none, {.applicationName = "test"});
+    };
+    EXPECT_THAT(Fail(), HasSubstr("cannot read the file \"name\""));
+    EXPECT_EQ(zam_connector::LastTransportStatus().failure,
+              zam_connector::TransportFailure::TimedOut);
+    EXPECT_GE(clock_.Now().time_since_epoch(), 30s);
 }
 
 TEST_F(FileDownloadTest, KeepsToItsTime) {

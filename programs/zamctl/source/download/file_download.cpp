@@ -85,7 +85,7 @@ void FileDownload::UntilReached(const char* action, Call&& call) {
         if (!mayPass || !IsPatient()) {
             // That the file did not come is the failure, not that the last call had no answer.
             throw CallFailure(fmt::format("{} {}", action, Quote(order_.path)), code, cause,
-                              zam_connector::LastTransportStatus().failure);
+                              zam_connector::TransportFailure::None);
         }
         if (isFirst) {
             ++report_.interruptions;
