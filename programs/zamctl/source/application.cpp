@@ -21,10 +21,10 @@ std::string RemedyOf(const Failure& failure, const std::string& commandName) {
 void PrintFailure(std::ostream& err, const Failure& failure, const std::string& commandName) {
     // Messages quote arguments and what the service says: none of it may steer a terminal.
     err << fmt::format("zamctl{}{}: {}\n", commandName.empty() ? "" : " ", commandName,
-                       Printable(failure.what()));
+                       PrintableLine(failure.what()));
     const std::string remedy = RemedyOf(failure, commandName);
     if (!remedy.empty()) {
-        err << Printable(remedy) << '\n';
+        err << PrintableLine(remedy) << '\n';
     }
     err << std::flush;
 }

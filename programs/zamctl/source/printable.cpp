@@ -35,6 +35,20 @@ const char* ShortForm(char32_t code) {
     }
 }
 
+/// Escapes what is unfit for a terminal but for the layout that passes.
+template <typename PassesLayout>
+std::string WithEscapes(std::string_view text, PassesLayout&& passes) {
+    std::string out;
+    ForEachCharacter(text, [&](const Character& character, std::string_view bytes) {
+        if (IsUnfitForTerminal(character) && !passes(character.code)) {
+            PutEscaped(out, character);
+        } else {
+            out += bytes;
+        }
+    });
+    return out;
+}
+
 /// Of the escapes of JSON, which has none beyond 16 bits.
 void PutJsonEscape(std::string& out, char32_t code) {
     constexpr char32_t kFirstPair = 0x10000;
@@ -67,16 +81,11 @@ std::string Quote(std::string_view text) {
 }
 
 std::string Printable(std::string_view text) {
-    std::string out;
-    ForEachCharacter(text, [&out](const Character& character, std::string_view bytes) {
-        const bool isLayout = character.code == U'\n' || character.code == U'\t';
-        if (IsUnfitForTerminal(character) && !isLayout) {
-            PutEscaped(out, character);
-        } else {
-            out += bytes;
-        }
-    });
-    return out;
+    return WithEscapes(text, [](char32_t code) { return code == U'\n' || code == U'\t'; });
+}
+
+std::string PrintableLine(std::string_view text) {
+    return WithEscapes(text, [](char32_t /*code*/) { return false; });
 }
 
 std::string PrintableJson(std::string json) {

@@ -46,7 +46,7 @@ void RecordKeeper::LogImpl(int level, const char* file, int line, const char* fu
     const std::lock_guard lock(mutex_);
     if (verbose_) {
         err_ << fmt::format("[{}] {}:{} {}: {}\n", LevelName(level), file, line, function,
-                            Printable(text))
+                            PrintableLine(text))
              << std::flush;
     }
     if (records_.size() == kMaxRecords) {

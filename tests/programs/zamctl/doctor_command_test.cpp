@@ -135,6 +135,15 @@ TEST_F(DoctorCommandTest, AdvisesToStartAServiceWhoseSocketIsLeftOver) {
                                    "                      Start zam_connectord"));
 }
 
+TEST_F(DoctorCommandTest, LetsNoTextOfOthersLookLikeACheck) {
+    provider_.noService = "gone";
+    provider_.logged.clear();
+    system_.runtimeDirectory.directory.path = "/run/a\nok       directory";
+    const Ran ran = Run({"doctor"});
+    EXPECT_EQ(ran.status, 3);
+    EXPECT_THAT(ran.out, HasSubstr(R"(ok       runtime_dir  /run/a\x0aok       directory, from)"));
+}
+
 TEST_F(DoctorCommandTest, NamesAMissingEndpoint) {
     provider_.missingEndpoint = "fake.commands";
     const Ran ran = Run({"--json", "doctor"});

@@ -42,6 +42,14 @@ TEST(Printable, LeavesNothingThatATerminalActsUpon) {
     }
 }
 
+TEST(Printable, KeepsALineOne) {
+    for (const PrintableRow& row : kRows) {
+        const bool hasLayout = row.text.find_first_of("\n\t") != std::string::npos;
+        EXPECT_EQ(PrintableLine(row.text),
+                  hasLayout ? R"(line\x0anext\x09tab\x0d)" : row.printable);
+    }
+}
+
 TEST(Printable, EscapesJsonWithoutChangingItsMeaning) {
     const nlohmann::json texts = {
         "plain",    "\x7f", "\xc2\x9b", "\xe2\x80\xae", "\xf3\xa0\x80\x81",

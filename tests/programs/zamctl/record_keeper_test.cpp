@@ -79,6 +79,15 @@ TEST(RecordKeeper, PrintsRecordsAsTheyComeWhenVerbose) {
               "[error] file:7 Function: text\n");
 }
 
+TEST(RecordKeeper, LetsNoRecordLookLikeSeveral) {
+    std::ostringstream err;
+    RecordKeeper records(err, kLevelError);
+    records.SetVerbose(true);
+    records.LogImpl(kLevelError, "file", 7, "Function", "text\n[error] file:8 Other: forged\tone");
+    EXPECT_EQ(err.str(),
+              "[error] file:7 Function: text\\x0a[error] file:8 Other: forged\\x09one\n");
+}
+
 TEST(RecordKeeper, TakesRecordsFromManyThreads) {
     constexpr int kThreads = 4;
     constexpr int kRecords = 500;

@@ -124,6 +124,15 @@ TEST_F(StateCommandTest, RefusesWrongTimeouts) {
     EXPECT_EQ(provider_.opens, 1);
 }
 
+TEST_F(StateCommandTest, LetsNoCauseLookLikeAnotherMessage) {
+    provider_.noService = "gone";
+    provider_.logged = "why\nzamctl: all is well\tnow";
+    const Ran ran = Run({"state"});
+    ExpectFailure(ran, 3);
+    EXPECT_THAT(ran.err, HasSubstr(R"(why\x0azamctl: all is well\x09now)"
+                                   "\n"));
+}
+
 TEST_F(StateCommandTest, MakesNoCallWhenTheTimeIsOver) {
     provider_.onOpen = [this] { clock_.Advance(1s); };
     const Ran ran = Run({"state", "--timeout", "1"});

@@ -40,7 +40,7 @@ std::string Unescaped(std::string_view word) {
 
 /// No terminal is given what would steer it, and the lines of the answer stay lines.
 bool CanBeShown(const std::string& word) {
-    return Printable(word) == word && word.find_first_of("\n\t") == std::string::npos;
+    return PrintableLine(word) == word;
 }
 
 /// A place of a command line, and what is known of the words before it.

@@ -11,6 +11,7 @@
 
 #include "command_set.h"
 #include "finding.h"
+#include "printable.h"
 #include "round_trip.h"
 #include "runtime_directory_check.h"
 #include "version.h"
@@ -35,10 +36,10 @@ const char* StatusName(FindingStatus status) {
 }
 
 std::string LinesOf(const Finding& finding) {
-    std::string lines =
-        fmt::format("{:<8} {:<11}  {}\n", StatusName(finding.status), finding.check, finding.text);
+    std::string lines = fmt::format("{:<8} {:<11}  {}\n", StatusName(finding.status), finding.check,
+                                    PrintableLine(finding.text));
     if (!finding.remedy.empty()) {
-        lines += fmt::format("{:20}  {}\n", "", finding.remedy);
+        lines += fmt::format("{:20}  {}\n", "", PrintableLine(finding.remedy));
     }
     return lines;
 }

@@ -95,7 +95,7 @@ void FileInfoCommand::Run(Context& context) {
     }
     context.output.Result(fmt::format("size               {} bytes\nsha256             {}\n"
                                       "modification_time  {}\nchunk_size         {}",
-                                      info.sizeBytes, Printable(info.sha256),
+                                      info.sizeBytes, PrintableLine(info.sha256),
                                       time == 0 ? "unknown" : UtcSecondsText(time), chunks),
                           document);
 }

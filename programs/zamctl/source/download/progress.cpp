@@ -103,7 +103,7 @@ void Progress::Note(const std::string& text) {
     if (style_ == Style::None) {
         return;
     }
-    err_ << (hasBar_ ? kClearLine : "") << Printable(text) << '\n' << std::flush;
+    err_ << (hasBar_ ? kClearLine : "") << PrintableLine(text) << '\n' << std::flush;
     hasBar_ = false;
 }
 
