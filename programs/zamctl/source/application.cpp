@@ -29,9 +29,22 @@ void PrintFailure(std::ostream& err, const Failure& failure, const std::string& 
     err << std::flush;
 }
 
+/// What bounds a command, in words.
+std::string BoundOf(const Command& command, const Globals& globals) {
+    if (globals.timeout) {
+        return "--timeout alone bounds the command";
+    }
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(command.CallTimeout()).count();
+    return seconds == 0 ? "calls have no time-out" : fmt::format("each call has {} s", seconds);
+}
+
 }  // namespace
 
 void Application::RunCommand(Command& command, const Globals& globals) {
+    const std::string wrong = TakeWrongCallTimeout(surroundings_.system, BoundOf(command, globals));
+    if (!wrong.empty() && command.HasMessages()) {
+        surroundings_.err << fmt::format("zamctl: {}\n", PrintableLine(wrong)) << std::flush;
+    }
     // Who says how long the whole may take may want longer than a call has.
     SetCallTimeout(surroundings_.system,
                    globals.timeout ? std::chrono::milliseconds(0) : command.CallTimeout());

@@ -1,10 +1,12 @@
 #include "call_timeout.h"
 
+#include <fmt/format.h>
+
 #include <charconv>
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 #include <optional>
-#include <string>
 #include <system_error>
 
 #include "zam_connector/call_deadline.h"
@@ -12,17 +14,16 @@
 namespace zamctl {
 namespace {
 
-/// As the library reads it; what is no number counts as not set.
-std::optional<std::chrono::milliseconds> TimeoutOf(const SystemView& system) {
-    const std::optional<std::string> text = system.Variable("ZAM_CALL_TIMEOUT_MS");
-    if (!text) {
-        return std::nullopt;
-    }
+constexpr char kVariable[] = "ZAM_CALL_TIMEOUT_MS";
+constexpr std::int64_t kMostMilliseconds = std::numeric_limits<std::int32_t>::max();
+
+/// As the library reads it; none when it is no good.
+std::optional<std::chrono::milliseconds> ParseTimeout(const std::string& text) {
     std::int64_t milliseconds = 0;
-    const char* const end = text->data() + text->size();
-    const auto [stop, error] = std::from_chars(text->data(), end, milliseconds);
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, milliseconds);
     if (error != std::errc() || stop != end || milliseconds < 0 ||
-        milliseconds > std::numeric_limits<std::int32_t>::max()) {
+        milliseconds > kMostMilliseconds) {
         return std::nullopt;
     }
     return std::chrono::milliseconds(milliseconds);
@@ -30,8 +31,21 @@ std::optional<std::chrono::milliseconds> TimeoutOf(const SystemView& system) {
 
 }  // namespace
 
+std::string TakeWrongCallTimeout(const SystemView& system, const std::string& holds) {
+    const std::optional<std::string> text = system.Variable(kVariable);
+    if (!text || ParseTimeout(*text)) {
+        return {};
+    }
+    ::unsetenv(kVariable);
+    return fmt::format(
+        "{} is '{}', which is no whole number from 0 to {}, and counts as not set: {}", kVariable,
+        *text, kMostMilliseconds, holds);
+}
+
 void SetCallTimeout(const SystemView& system, std::chrono::milliseconds timeout) {
-    zam_connector::SetDefaultCallTimeout(TimeoutOf(system).value_or(timeout));
+    const std::optional<std::string> text = system.Variable(kVariable);
+    zam_connector::SetDefaultCallTimeout(
+        (text ? ParseTimeout(*text) : std::nullopt).value_or(timeout));
 }
 
 }  // namespace zamctl

@@ -129,6 +129,9 @@ public:
     /// Longest time for each of its calls; 0 for none.
     virtual std::chrono::milliseconds CallTimeout() const { return kCallTimeout; }
 
+    /// False for one of which nobody reads messages.
+    virtual bool HasMessages() const { return true; }
+
     /// Does the work and prints its result. Throws `Failure`, with nothing printed unless the
     /// command says otherwise; a `UsageError` before anything is sent.
     virtual void Run(Context& context) = 0;

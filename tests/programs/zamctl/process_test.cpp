@@ -81,6 +81,29 @@ TEST_F(ZamctlProcess, PrintsTheLibrarysRecordsOnlyWhenVerbose) {
     EXPECT_THAT(Run({"-v", "state"}).err, HasSubstr("[error] service_locator:"));
 }
 
+TEST_F(ZamctlProcess, SaysOnceWhatIsWrongWithTheTimeoutOfTheEnvironment) {
+    const auto run = [this](const Arguments& arguments) {
+        return RunProgram(ZAMCTL_EXECUTABLE, arguments,
+                          {.environment = {{"ZAM_RUNTIME_DIR=" + directory_.string(),
+                                            "ZAM_CALL_TIMEOUT_MS=1\ns"}}});
+    };
+    constexpr char kWrong[] =
+        R"(zamctl: ZAM_CALL_TIMEOUT_MS is '1\x0as', which is no whole number from 0 to 2147483647, )"
+        "and counts as not set: ";
+    for (const auto& [arguments, holds] : std::vector<std::pair<Arguments, std::string>>{
+             {{"-v", "state"}, "each call has 10 s\n"},
+             {{"watch"}, "calls have no time-out\n"},
+             {{"--timeout", "1", "state"}, "--timeout alone bounds the command\n"}}) {
+        SCOPED_TRACE(::testing::PrintToString(arguments));
+        const ProgramResult result = run(arguments);
+        EXPECT_EQ(result.status, 3);
+        EXPECT_THAT(result.err, ::testing::StartsWith(kWrong + holds));
+        EXPECT_EQ(result.err.find("TIMEOUT_MS"), result.err.rfind("TIMEOUT_MS"));
+        EXPECT_THAT(result.err, HasSubstr(": cannot reach the service 'zam_connector_id': socket"));
+    }
+    EXPECT_EQ(run({"complete", "--", "settings", "set", ""}).err, "");
+}
+
 TEST_F(ZamctlProcess, EndsWithStatusOneForWrongWordsAndValues) {
     for (const Arguments& arguments :
          {Arguments{}, Arguments{"stat"}, Arguments{"settings", "gett"},

@@ -20,6 +20,7 @@ public:
     /// backslash takes the meaning of the character behind it away.
     explicit CompleteCommand(std::vector<std::string> words) : words_(std::move(words)) {}
 
+    bool HasMessages() const override { return false; }
     void Run(Context& context) override;
 
 private:
