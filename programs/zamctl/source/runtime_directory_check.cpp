@@ -3,7 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
+#include <string_view>
 #include <utility>
+
+#include "printable.h"
 
 namespace zamctl {
 namespace {
@@ -27,6 +31,23 @@ Finding Problem(std::string check, std::string text, std::string remedy) {
     return {std::move(check), FindingStatus::Problem, std::move(text), std::move(remedy), {}};
 }
 
+/// A path as a word of a POSIX shell; none when a terminal would not show it as it is.
+std::optional<std::string> ShellWord(const std::string& path) {
+    constexpr std::string_view kPlain =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-+,:@%";
+    if (path.find_first_not_of(kPlain) == std::string::npos) {
+        return path;
+    }
+    if (PrintableLine(path) != path) {
+        return std::nullopt;
+    }
+    std::string word = "'";
+    for (const char letter : path) {
+        word += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
+    }
+    return word + '\'';
+}
+
 /// What to do about a directory that others may write. A sticky one is meant for all, and one of
 /// root's may be part of the system: neither is to be changed for this.
 std::string CloseRemedy(const FileDiagnosis& directory) {
@@ -35,7 +56,13 @@ std::string CloseRemedy(const FileDiagnosis& directory) {
         return "Set ZAM_RUNTIME_DIR to a directory that only its owner may write, in which "
                "zam_connectord runs.";
     }
-    return fmt::format("Run 'chmod go-w {}'.", directory.path);
+    const std::optional<std::string> word = ShellWord(directory.path);
+    if (!word) {
+        return "Take from others the right to write the directory.";
+    }
+    // Marks around quotation marks would end them.
+    return *word == directory.path ? fmt::format("Run 'chmod go-w {}'.", *word)
+                                   : fmt::format("Run: chmod go-w {}", *word);
 }
 
 Finding CheckChoice(const vd::RuntimeDirectoryDiagnosis& found) {

@@ -109,6 +109,25 @@ TEST_F(RuntimeDirectoryCheck, RefusesDirectoriesThatOthersMayWrite) {
     }
 }
 
+TEST_F(RuntimeDirectoryCheck, AdvisesCommandsThatDoAShellNoHarm) {
+    Directory() = {{}, FileFault::OthersWrite, {}, system_.user, 0777};
+    for (const auto& [path, remedy] : std::vector<std::pair<std::string, std::string>>{
+             {"/run/zam-1.0/a_b", "Run 'chmod go-w /run/zam-1.0/a_b'."},
+             {"/run/my dir;x", "Run: chmod go-w '/run/my dir;x'"},
+             {"/run/$(x)", "Run: chmod go-w '/run/$(x)'"},
+             {"/run/it's", "Run: chmod go-w '/run/it'\\''s'"},
+             {"/run/~*", "Run: chmod go-w '/run/~*'"},
+             {"/run/\xC3\xBC", "Run: chmod go-w '/run/\xC3\xBC'"},
+             {"/run/a\nb", "Take from others the right to write the directory."},
+             {"/run/\x1b[1m", "Take from others the right to write the directory."},
+             {"/run/\xE2\x80\xAE", "Take from others the right to write the directory."},
+             {"/run/\xFF", "Take from others the right to write the directory."}}) {
+        Directory().path = path;
+        ExpectProblem(1, "directory", path + ": mode 0777 lets others write; only its owner may",
+                      remedy);
+    }
+}
+
 TEST_F(RuntimeDirectoryCheck, AdvisesAnotherDirectoryWhereOthersAreMeantToWrite) {
     constexpr char kAnother[] =
         "Set ZAM_RUNTIME_DIR to a directory that only its owner may write, in which "
