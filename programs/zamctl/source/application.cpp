@@ -54,10 +54,19 @@ void Application::RunCommand(Command& command, const Globals& globals) {
 
 int Application::Run(const std::vector<std::string>& arguments) {
     Invocation invocation;
+    // The message of a failure may be what nobody reads: the failure's status stays.
+    const auto limit = [this, &invocation](int status) {
+        const std::optional<std::chrono::milliseconds> timeout = invocation.globals.timeout;
+        const auto time = invocation.command ? invocation.command->Limit(timeout) : timeout;
+        if (time) {
+            surroundings_.clock.LimitRun(*time + kGrace, "", status);
+        }
+    };
     try {
         ParseCommandLine(arguments, invocation);
         surroundings_.records.SetVerbose(invocation.globals.verbose);
         if (invocation.command == nullptr) {
+            limit(kExitFailed);
             surroundings_.out << invocation.information << '\n' << std::flush;
         } else {
             RunCommand(*invocation.command, invocation.globals);
@@ -71,9 +80,11 @@ int Application::Run(const std::vector<std::string>& arguments) {
     } catch (const ReaderGone&) {
         return kExitDone;
     } catch (const Failure& failure) {
+        limit(failure.Status());
         PrintFailure(surroundings_.err, failure, invocation.commandName);
         return failure.Status();
     } catch (const std::exception& exception) {
+        limit(kExitFailed);
         PrintFailure(surroundings_.err, Failure(kExitFailed, exception.what()),
                      invocation.commandName);
         return kExitFailed;

@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
@@ -38,9 +40,17 @@ extern "C" void OnInterrupt(int /*signal*/) {
     errno = error;
 }
 
+/// Between the end of the time and that of a message that nobody reads.
+constexpr std::chrono::milliseconds kLastWords{50};
+
+std::atomic_flag g_isEnding = ATOMIC_FLAG_INIT;
+
 extern "C" void OnLimit(int /*signal*/) {
-    [[maybe_unused]] const ssize_t written =
-        ::write(STDERR_FILENO, g_limitMessage, std::strlen(g_limitMessage));
+    // The timer goes on: where the write hangs, the next signal comes here, to any thread.
+    if (!g_isEnding.test_and_set()) {
+        [[maybe_unused]] const ssize_t written =
+            ::write(STDERR_FILENO, g_limitMessage, std::strlen(g_limitMessage));
+    }
     // Without destructors: they could wait for the very call that hangs.
     ::_exit(g_limitStatus);
 }
@@ -53,12 +63,28 @@ int MakeEvent() {
     return event;
 }
 
-void SetTimer(std::chrono::milliseconds time) {
+timeval ToTimeval(std::chrono::milliseconds time) {
     const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+    timeval value{};
+    value.tv_sec = seconds.count();
+    value.tv_usec = std::chrono::microseconds(time - seconds).count();
+    return value;
+}
+
+void SetTimer(std::chrono::milliseconds time) {
     itimerval timer{};
-    timer.it_value.tv_sec = seconds.count();
-    timer.it_value.tv_usec = std::chrono::microseconds(time - seconds).count();
+    timer.it_value = ToTimeval(time);
+    timer.it_interval = ToTimeval(kLastWords);
     ::setitimer(ITIMER_REAL, &timer, nullptr);
+}
+
+/// Whether the timer is set to an earlier moment already.
+bool IsTimerSetWithin(std::chrono::milliseconds time) {
+    itimerval timer{};
+    ::getitimer(ITIMER_REAL, &timer);
+    const timeval& left = timer.it_value;
+    return timerisset(&left) &&
+           std::chrono::seconds(left.tv_sec) + std::chrono::microseconds(left.tv_usec) <= time;
 }
 
 }  // namespace
@@ -176,10 +202,13 @@ void SystemClock::LimitRun(std::chrono::milliseconds limit, const char* message,
     if (!isLimited_) {
         struct sigaction action {};
         action.sa_handler = &OnLimit;
+        action.sa_flags = static_cast<int>(SA_NODEFER);
         ::sigaction(SIGALRM, &action, nullptr);
         isLimited_ = true;
     }
-    SetTimer(limit);
+    if (limit.count() == 0 || !IsTimerSetWithin(limit)) {
+        SetTimer(limit);
+    }
 }
 
 }  // namespace zamctl

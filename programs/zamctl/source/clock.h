@@ -49,7 +49,8 @@ public:
     virtual Wakeup WaitForWake() = 0;
 
     /// Ends the process with that status behind `limit`, wherever it hangs, with `message` on
-    /// standard error. `message` has static storage. 0 calls it off.
+    /// standard error, unless that does not take it at once. `message` has static storage. An
+    /// earlier limit stays, with what the last call says. 0 calls it off.
     virtual void LimitRun(std::chrono::milliseconds limit, const char* message, int status) = 0;
 };
 

@@ -6,6 +6,13 @@
 
 namespace zamctl {
 
+void LimitRun(Clock& clock, std::chrono::milliseconds limit) {
+    constexpr char kNotTaken[] =
+        "\nzamctl: the time is over, and what was to be printed has not been taken\n"
+        "What was asked for may have been done all the same.\n";
+    clock.LimitRun(limit + kGrace, kNotTaken, kExitFailed);
+}
+
 ConnectorInterfaces Context::Connector() {
     return Reach([](ConnectorProvider& from) { return from.Open(); });
 }
@@ -18,6 +25,7 @@ void Context::Begin() {
     start = clock.Now();
     if (limit_) {
         deadline_.emplace(*limit_);
+        LimitRun(clock, *limit_);
     }
 }
 

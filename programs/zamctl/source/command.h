@@ -22,6 +22,10 @@ inline constexpr std::chrono::seconds kCallTimeout{10};
 /// service that answers nothing.
 inline constexpr std::chrono::seconds kGrace{1};
 
+/// Ends the command behind `limit` and `kGrace` wherever it hangs then: in an output that nobody
+/// reads, most likely.
+void LimitRun(Clock& clock, std::chrono::milliseconds limit);
+
 /// Everything that a command touches; nothing is owned, and all of it must outlive the command's
 /// run.
 struct Surroundings {
@@ -52,6 +56,10 @@ public:
           start(surroundings.clock.Now()),
           limit_(limit),
           records_(surroundings.records) {}
+
+    /// Lets the time of the command begin, at the first call; what is read before, from a pipe
+    /// perhaps, takes no time from it. Connectors begin it themselves.
+    void Begin();
 
     /// The connector. Throws `ConnectorFailure` when it cannot be made.
     ConnectorInterfaces Connector();
@@ -98,10 +106,6 @@ private:
     [[noreturn]] void ThrowConnectorFailure(const std::exception& exception) const;
 
     void ThrowIfOver(const char* action) const;
-
-    /// Before anything is asked of the service. What is read before, from a pipe perhaps, takes no
-    /// time from it.
-    void Begin();
 
     const std::optional<std::chrono::milliseconds> limit_;
     std::optional<zam_connector::CallDeadline> deadline_;

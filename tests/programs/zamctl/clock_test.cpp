@@ -103,6 +103,25 @@ TEST(SystemClock, EndsTheProcessWhenItsTimeIsOver) {
     clock.LimitRun(1h, "never", 2);
 }
 
+TEST(SystemClock, KeepsToAnEarlierEndOfTheProcess) {
+    EXPECT_EXIT(
+        {
+            SystemClock clock;
+            clock.LimitRun(1ms, "first\n", 2);
+            clock.LimitRun(1h, "second\n", 3);
+            clock.SleepFor(1h);
+        },
+        ::testing::ExitedWithCode(3), "second\n");
+    EXPECT_EXIT(
+        {
+            SystemClock clock;
+            clock.LimitRun(1h, "first\n", 2);
+            clock.LimitRun(1ms, "second\n", 3);
+            clock.SleepFor(1h);
+        },
+        ::testing::ExitedWithCode(3), "second\n");
+}
+
 TEST(SystemClock, PutsTheSignalBack) {
     struct sigaction before {};
     ASSERT_EQ(::sigaction(SIGINT, nullptr, &before), 0);

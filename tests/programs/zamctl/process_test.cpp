@@ -1,8 +1,12 @@
+#include <fcntl.h>
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
+#include <future>
 #include <nlohmann/json.hpp>
 
 #include "support/program.h"
@@ -183,6 +187,57 @@ TEST_F(ZamctlProcess, SaysWhenStandardInputCannotBeRead) {
         const ProgramResult result = RunProgram("/bin/sh", {"-c", command, ZAMCTL_EXECUTABLE});
         EXPECT_EQ(result.status, 1);
         EXPECT_THAT(result.err, HasSubstr("standard input: cannot be read"));
+    }
+}
+
+/// A pipe that is full and that nobody reads.
+class FullPipe {
+public:
+    FullPipe() {
+        EXPECT_EQ(::pipe2(ends_.data(), O_CLOEXEC | O_NONBLOCK), 0);
+        const std::string piece(4096, 'x');
+        while (::write(ends_[1], piece.data(), piece.size()) > 0) {
+        }
+        ::fcntl(ends_[1], F_SETFL, 0);
+    }
+    FullPipe(const FullPipe&) = delete;
+    FullPipe& operator=(const FullPipe&) = delete;
+    ~FullPipe() {
+        ::close(ends_[0]);
+        ::close(ends_[1]);
+    }
+
+    /// For a child to open.
+    std::string Path() const { return fmt::format("/proc/{}/fd/{}", ::getpid(), ends_[1]); }
+
+private:
+    std::array<int, 2> ends_{};
+};
+
+TEST_F(ZamctlProcess, EndsInTimeThoughNobodyReadsItsOutputs) {
+    const FullPipe pipe;
+    struct Row {
+        const char* command;
+        int status;
+    };
+    // Side by side: each takes its time and a second more.
+    std::vector<std::future<int>> runs;
+    const Row rows[] = {
+        {"--timeout 0.05 explain 1 >\"$1\"", 2}, {"--timeout 0.05 explain 1 >\"$1\" 2>&1", 2},
+        {"--timeout 0.05 --help >\"$1\"", 2},    {"--timeout 0.05 doctor >\"$1\" 2>&1", 2},
+        {"--timeout 0.05 state 2>\"$1\"", 3},    {"--timeout 0.05 -v state 2>\"$1\"", 2},
+        {"--timeout 0.05 watch 2>\"$1\"", 3},    {"--timeout 0.05 file get a -o a 2>\"$1\"", 3}};
+    for (const Row& row : rows) {
+        runs.push_back(std::async(std::launch::async, [&] {
+            return RunProgram("/bin/sh",
+                              {"-c", fmt::format("exec \"$0\" {}", row.command), ZAMCTL_EXECUTABLE,
+                               pipe.Path()},
+                              {.environment = {{"ZAM_RUNTIME_DIR=" + directory_.string()}}})
+                .status;
+        }));
+    }
+    for (std::size_t at = 0; at < runs.size(); ++at) {
+        EXPECT_EQ(runs[at].get(), rows[at].status) << rows[at].command;
     }
 }
 

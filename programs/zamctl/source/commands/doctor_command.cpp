@@ -243,6 +243,7 @@ std::optional<CallFailure> CheckCalls(Report& report, Context& context) {
 }  // namespace
 
 void DoctorCommand::Run(Context& context) {
+    context.Begin();
     Report report(context.output);
     CheckVersions(report, context.system);
     CheckLogLevel(report, context.system);

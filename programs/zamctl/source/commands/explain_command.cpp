@@ -39,6 +39,7 @@ void ExplainCommand::Run(Context& context) {
     if (all_ == !codes_.empty()) {
         throw UsageError("give either result codes or --list");
     }
+    context.Begin();
     std::string lines;
     FieldList list;
     for (const int code : all_ ? KnownCodes() : ParseCodes(codes_)) {

@@ -126,10 +126,10 @@ std::string FileGetCommand::Target() const {
 
 void FileGetCommand::Run(Context& context) {
     const std::string target = Target();
+    const ConnectorInterfaces connector = context.Connector();
     if (context.timeout) {
         context.clock.LimitRun(*context.timeout + kGrace, kHangs, kExitFailed);
     }
-    const ConnectorInterfaces connector = context.Connector();
     context.clock.CatchInterrupt();
     const DownloadOrder order{
         .path = path_, .target = target, .timeout = context.timeout, .start = context.start};

@@ -65,6 +65,8 @@ void WatchCommand::Run(Context& context) {
     if (!context.output.IsQuiet()) {
         context.err << fmt::format("watching {}\n", fmt::join(NamesOf(kinds), ", ")) << std::flush;
     }
+    // What comes is waited for without limit.
+    context.clock.LimitRun({}, "", kExitDone);
     const Clock::Wakeup end = PrintNotices(context, queue);
     // Before the summary, behind which no notice may come.
     observation.reset();
