@@ -6,13 +6,17 @@
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "support/background.h"
 #include "support/lines.h"
@@ -218,6 +222,46 @@ TEST(StderrOutput, NeedsNoDescriptorThatIsLeft) {
     EXPECT_FALSE(PutLine(output, "a line without room\n"));
     ::setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_THAT(ReadAvailable(ends.read), Not(HasSubstr("without")));
+}
+
+/// Between a look at whether there is room and a write that waits for none, another writer may take
+/// it. Where the kernel cannot write to a pipe without waiting there is no other way.
+TEST(StderrOutput, WaitsForNobodyWhenOthersFillThePipeToo) {
+    const Ends ends = MakePipe();
+    const iovec nothing{.iov_base = nullptr, .iov_len = 0};
+    if (::pwritev2(ends.write.Get(), &nothing, 1, -1, RWF_NOWAIT) < 0) {
+        return;
+    }
+    rlimit before{};
+    ::getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{.rlim_cur = 1, .rlim_max = before.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    constexpr int kRounds = 200;
+    constexpr int kWriters = 4;
+    const std::string line(PIPE_BUF, 'x');
+    bool areDone = true;
+    for (int round = 0; round < kRounds && areDone; ++round) {
+        std::atomic<int> done{0};
+        std::vector<std::thread> writers;
+        for (int writer = 0; writer < kWriters; ++writer) {
+            writers.emplace_back([&] {
+                StderrOutput output(ends.write.Get());
+                while (output.Write(line, steady_clock::time_point::min())) {
+                }
+                ++done;
+            });
+        }
+        areDone = zam_test::Eventually([&done] { return done == kWriters; });
+        while (done != kWriters) {
+            ReadAvailable(ends.read);
+        }
+        for (std::thread& writer : writers) {
+            writer.join();
+        }
+        ReadAvailable(ends.read);
+    }
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_TRUE(areDone);
 }
 
 // Time as the log sees it.
