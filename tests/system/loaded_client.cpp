@@ -118,7 +118,7 @@ private:
         }
         unsigned long hash = 0;
         if (connection_.ProductDataHolder().SetSettings({map}, hash) == 0) {
-            log_.Write("upload " + std::to_string(hash));
+            log_.Write("upload " + std::to_string(hash) + ' ' + std::to_string(number));
         }
     }
 
