@@ -243,6 +243,7 @@ TEST_F(HandlerRounds, EndWithAnExceptionUntilTheNextStart) {
     const std::vector<LogRecord> records = logger_.Records();
     ASSERT_EQ(records.size(), 1U);
     EXPECT_EQ(records[0].level, 4);
+    EXPECT_EQ(records[0].file, "data_handler");
     EXPECT_EQ(records[0].function, "RunDataHandler");
     EXPECT_EQ(records[0].text, "DataHandler: ProcessData threw exception: of the test");
 
@@ -382,6 +383,8 @@ TEST_F(HandlerRounds, EndWithAnythingThrown) {
     const std::vector<LogRecord> records = logger_.Records();
     ASSERT_EQ(records.size(), 1U);
     EXPECT_EQ(records[0].level, 4);
+    EXPECT_EQ(records[0].file, "data_handler");
+    EXPECT_EQ(records[0].function, "RunDataHandler");
     EXPECT_EQ(records[0].text, "DataHandler: ProcessData threw exception: non-std exception");
 }
 

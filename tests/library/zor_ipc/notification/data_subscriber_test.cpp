@@ -240,10 +240,13 @@ TEST_F(DataSubscriberTest, LogsAFailureAndTriesAgainAtOnce) {
     ASSERT_EQ(subscriber_.Unsubscribe(), 0);
     const std::vector<LogRecord> records = logger_.Records();
     ASSERT_EQ(records.size(), 2U);
-    EXPECT_EQ(records[0].level, 3);
-    EXPECT_EQ(records[0].function, "RunGetData");
+    for (const LogRecord& record : records) {
+        EXPECT_EQ(record.level, 3);
+        EXPECT_EQ(record.file, "data_subscriber");
+        EXPECT_GT(record.line, 0);
+        EXPECT_EQ(record.function, "RunGetData");
+    }
     EXPECT_EQ(records[0].text, "DataSubscriber: GetData terminated with error -5");
-    EXPECT_EQ(records[1].level, 3);
     EXPECT_EQ(records[1].text, "DataSubscriber: GetData terminated with error -2147483573");
     EXPECT_EQ(queue_->pushes, 1);
 }
@@ -348,6 +351,9 @@ TEST_F(DataSubscriberTest, TakesWhatTheProviderThrowsForAFailure) {
     const std::vector<LogRecord> records = logger_.Records();
     ASSERT_EQ(records.size(), 2U);
     for (const LogRecord& record : records) {
+        EXPECT_EQ(record.level, 3);
+        EXPECT_EQ(record.file, "data_subscriber");
+        EXPECT_EQ(record.function, "RunGetData");
         EXPECT_EQ(record.text, "DataSubscriber: GetData terminated with error -2147483573");
     }
 }

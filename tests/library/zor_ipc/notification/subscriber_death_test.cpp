@@ -34,13 +34,17 @@ std::unique_ptr<BlockingSubscriber> SubscriberOf(const std::shared_ptr<Notifier<
 }
 
 /// A provider that waits for ever and throws when that is to end.
+template <typename Thrown>
 class EndlessProvider final : public IDataProvider<int> {
 public:
+    explicit EndlessProvider(const Thrown& thrown) : thrown_(thrown) {}
+
     int Register() override { return 0; }
     int GetData(int& /*value*/) override { return never_.Wait() ? 0 : 1; }
-    int Unregister() override { throw std::runtime_error("of the test"); }
+    int Unregister() override { throw thrown_; }
 
 private:
+    const Thrown thrown_;
     test::Flag never_;
 };
 
@@ -102,14 +106,18 @@ TEST_F(SubscriberDeathTest, EndsTheProcessWhenTheProviderRefusesToEnd) {
     EXPECT_EXIT(EndWhileTheProviderRefuses(), KilledBySignal(SIGABRT), "terminate");
 }
 
-void EndWhileTheProviderThrows() {
-    BlockingSubscriber subscriber(std::make_unique<EndlessProvider>());
+template <typename Thrown>
+void EndWhileTheProviderThrows(const Thrown& thrown) {
+    BlockingSubscriber subscriber(std::make_unique<EndlessProvider<Thrown>>(thrown));
     subscriber.Subscribe(std::make_shared<BlockingQueue<int>>());
 }
 
 TEST_F(SubscriberDeathTest, LogsWhatTheProviderThrowsBeforeItEndsTheProcess) {
-    EXPECT_EXIT(EndWhileTheProviderThrows(), KilledBySignal(SIGABRT),
-                "DataSubscriber: Unsubscribe threw exception");
+    constexpr char kRecord[] =
+        " E .data_subscriber:[0-9]+ ~DataSubscriber. DataSubscriber: Unsubscribe threw exception";
+    EXPECT_EXIT(EndWhileTheProviderThrows(std::runtime_error("of the test")),
+                KilledBySignal(SIGABRT), kRecord);
+    EXPECT_EXIT(EndWhileTheProviderThrows(5), KilledBySignal(SIGABRT), kRecord);
 }
 
 void EndAHandlerWhileTheProviderRefuses() {
