@@ -45,8 +45,9 @@ protected:
 /// Closing a channel is tried for 0.75 s all the same, so that none stays open; ends of
 /// subscriptions have 0.75 s of their own.
 ///
-/// To be destroyed on the thread that made it, in the reverse order. Costs no system call besides a
-/// look at the clock.
+/// To be destroyed on the thread that made it, in the reverse order. Costs each call a look at the
+/// clock; a system call more the first time that a connection waits under a deadline, when less
+/// time is left than it was told before, or far more, and with less than 20 ms left.
 class CallDeadline final : private detail::CallScopeRoom {
 public:
     /// `within` from now; what has passed already makes every call fail.

@@ -32,8 +32,6 @@ public:
     /// Returns the service's result for what was sent; `hash` is written when the call itself
     /// succeeded, whatever that result is.
     int CloseChannel(long channel, unsigned long& hash);
-    int AbandonChannel(long channel, unsigned long& hash);
-    int CallCloseChannel(long channel, unsigned long& hash);
 
     /// Flattens a tree and sends it over an open channel, in pieces of at most 10 records and
     /// 675999 bytes of values and paths. A none tree sends nothing. A single record above that size
@@ -46,6 +44,8 @@ public:
 
 private:
     int OpenSetSettingsChannel(long& channel);
+    int AbandonChannel(long channel, unsigned long& hash);
+    int CallCloseChannel(long channel, unsigned long& hash);
     template <typename MakeTree>
     int Transfer(const char* function, int (ProductDataHolderProxy::*open)(long&),
                  const MakeTree& makeTree, unsigned long& hash) noexcept;
