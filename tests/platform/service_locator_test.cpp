@@ -5,10 +5,12 @@
 #include <chrono>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "support/descriptors.h"
 #include "support/scoped_environment.h"
 #include "support/test_server.h"
+#include "vd/call_bounds.h"
 #include "vd/zor_transport.h"
 #include "zam_connector_testing/recording_logger.h"
 
@@ -95,6 +97,27 @@ TEST_F(ServiceLocator, HasNoHandleForAServiceThatIsNotThere) {
                                      "/missing': No such file or directory");
     const ScopedEnvironment relative("ZAM_RUNTIME_DIR", "run");
     ExpectNoHandle(kTestService, "runtime directory 'run': the path must be absolute");
+}
+
+/// A logger of an application may make calls for the record; these do not tell why connecting
+/// failed.
+TEST_F(ServiceLocator, TellsWhyItFailedBehindItsRecord) {
+    class CallingLogger final : public zor::logger::ZORLogger {
+    public:
+        CallingLogger() { InstallRootLogger(this); }
+        CallingLogger(const CallingLogger&) = delete;
+        CallingLogger& operator=(const CallingLogger&) = delete;
+        ~CallingLogger() override { InstallRootLogger(nullptr); }
+
+        bool IsEnabled(int /*level*/) const override { return true; }
+        void LogImpl(int /*level*/, const char* /*file*/, int /*line*/, const char* /*function*/,
+                     std::string_view /*text*/) override {
+            *VdZorTransport_LastStatus() = kStatusOk;
+        }
+    };
+    const CallingLogger logger;
+    EXPECT_EQ(ServiceLocatorConnect("absent"), VD_ZOR_INVALID_HANDLE);
+    EXPECT_EQ(*VdZorTransport_LastStatus(), kStatusUnavailable);
 }
 
 TEST_F(ServiceLocator, GivesTheRiidOfAnEndpoint) {
