@@ -32,10 +32,18 @@ bool Fails() {
     return left == 0 && (g_keepFailing || g_allocationsLeft.compare_exchange_strong(left, -1));
 }
 
-void* Allocation(std::size_t size) {
+/// Counts one more, and tells whether it is to fail.
+bool CountAndFail() noexcept {
     ++g_allocations;
     if (g_allocationsLeft >= 0 && MayFail() && Fails()) {
         g_failed = true;
+        return true;
+    }
+    return false;
+}
+
+void* Allocation(std::size_t size) {
+    if (CountAndFail()) {
         throw std::bad_alloc();
     }
     void* const bytes = std::malloc(size == 0 ? 1 : size);
@@ -57,6 +65,17 @@ void Free(void* bytes) noexcept {
 
 }  // namespace
 }  // namespace zam_test
+
+/// What Asio keeps handlers in. A sanitizer has its own.
+#ifdef ZAM_TEST_ALIGNED_ALLOC
+extern "C" void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept {
+    void* bytes = nullptr;
+    if (zam_test::CountAndFail() || ::posix_memalign(&bytes, alignment, size) != 0) {
+        return nullptr;
+    }
+    return bytes;
+}
+#endif
 
 void* operator new(std::size_t size) {
     return zam_test::Allocation(size);

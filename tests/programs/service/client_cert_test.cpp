@@ -139,6 +139,37 @@ TEST_F(CertFileTest, HoldsTextsOrNamesFiles) {
     EXPECT_TRUE(held.holdsKey);
 }
 
+TEST_F(CertFileTest, FindsItsKeyWhateverStandsAroundIt) {
+    const std::string cert = R"("certificate_file": "c.pem")";
+    const std::string key = InJson(made_.key);
+    for (const std::string& text : {
+             R"({"name": "private_key", )" + cert + R"(, "private_key": )" + key + "}",
+             R"({"private_key": )" + key + ", " + cert + R"(, "name": "private_key\""})",
+             R"(/* "private_key": "x" */ {"private_key" // "private_key": "y"
+                 : /**/ )" +
+                 key + ", " + cert + "}",
+             "\xEF\xBB\xBF{" + cert + R"(, "private_key":)" + key + "}",
+         }) {
+        const CertFile held = Read(text);
+        EXPECT_EQ(held.cert.info.privateKey, made_.key) << text;
+        EXPECT_TRUE(held.holdsKey);
+    }
+}
+
+TEST_F(CertFileTest, TellsThePlaceOfWhatIsNoTextInItsKey) {
+    for (const std::string& wrong : {std::string("\x01"), std::string("\xFF"), std::string("\\q"),
+                                     std::string("\\ud800"), std::string("\\u00g1")}) {
+        EXPECT_THAT(ErrorOf("{\n\"private_key\": \"abc" + wrong + "PRIVATE KEY\"}"),
+                    HasSubstr("own.json:2:"))
+            << wrong;
+    }
+    for (const std::string& cut :
+         {std::string("{\"private_key\": \""), std::string("{\"private_key\": \"a"),
+          std::string("{\"private_key\": \"a\\"), std::string("{\"")}) {
+        EXPECT_THAT(ErrorOf(cut), HasSubstr("own.json:1:")) << cut;
+    }
+}
+
 TEST_F(CertFileTest, IsRefusedWithThePlaceOfWhatIsWrong) {
     const std::pair<std::string, std::string> rows[] = {
         {"{}", "neither \"certificate\" nor \"certificate_file\" is there"},

@@ -131,17 +131,31 @@ bool Holds(pid_t process, const std::string& text) {
     return false;
 }
 
-/// A description of a certificate in `own.pem` with the key of `made` in its file or in the text.
-std::string Description(const MadeCert& made, bool isKeyInText) {
-    return isKeyInText
-               ? nlohmann::json{{"certificate_file", "own.pem"}, {"private_key", made.key}}.dump()
-               : R"({"certificate_file": "own.pem", "private_key_file": "own.key"})";
+/// A description of a certificate in `own.pem` with the key of `made`.
+using Description = std::string (*)(const MadeCert& made);
+
+std::string WithFile(const MadeCert& /*made*/) {
+    return R"({"certificate_file": "own.pem", "private_key_file": "own.key"})";
 }
 
-class ClientCertKeys : public ::testing::TestWithParam<bool> {};
+std::string WithText(const MadeCert& made) {
+    return nlohmann::json{{"certificate_file", "own.pem"}, {"private_key", made.key}}.dump();
+}
 
-INSTANTIATE_TEST_SUITE_P(InTheirText, ClientCertKeys, ::testing::Values(true));
-INSTANTIATE_TEST_SUITE_P(InTheirFiles, ClientCertKeys, ::testing::Values(false));
+/// As encoders write it that escape more than they must.
+std::string WithEscapes(const MadeCert& made) {
+    std::string literal;
+    for (const char next : made.key) {
+        literal += next == '\n' ? "\\u000a" : next == '+' ? "\\u002B" : std::string(1, next);
+    }
+    return R"(/* "private_key": "none" */ {"certificate_file": "own.pem", "private_key" : ")" +
+           literal + "\"}";
+}
+
+class ClientCertKeys : public ::testing::TestWithParam<Description> {};
+
+INSTANTIATE_TEST_SUITE_P(InFiles, ClientCertKeys, ::testing::Values(&WithFile));
+INSTANTIATE_TEST_SUITE_P(InTexts, ClientCertKeys, ::testing::Values(&WithText, &WithEscapes));
 
 TEST_P(ClientCertKeys, AreNotInTheServicesMemoryWhenTheyAreServedNoMore) {
     const MadeCert made = MakeCert("own");
@@ -152,8 +166,7 @@ TEST_P(ClientCertKeys, AreNotInTheServicesMemoryWhenTheyAreServedNoMore) {
     // An answer with all of them is more than a socket takes at once.
     constexpr std::size_t kCerts = 150;
     for (std::size_t cert = 0; cert < kCerts; ++cert) {
-        service.WriteData("client_certs/own" + std::to_string(cert) + ".json",
-                          Description(made, GetParam()));
+        service.WriteData("client_certs/own" + std::to_string(cert) + ".json", GetParam()(made));
     }
     service.Start();
     ::setenv("ZAM_RUNTIME_DIR", service.RuntimeDirectory().c_str(), 1);

@@ -17,7 +17,7 @@ using Clock = std::chrono::steady_clock;
 class Alarm::Bell : public std::enable_shared_from_this<Bell> {
 public:
     Bell(asio::io_context& loop, std::function<void()> ring)
-        : timer_(loop), ring_(std::move(ring)) {}
+        : loop_(loop), timer_(loop), ring_(std::move(ring)) {}
 
     void RingAt(TimePoint time) noexcept {
         due_ = time;
@@ -46,7 +46,7 @@ private:
             timer_.async_wait(InRoom(room_, look));
         } catch (const std::bad_alloc&) {
             // The loop has no room for one more timer: time is looked at in every round meanwhile.
-            asio::post(timer_.get_executor(), InRoom(room_, std::move(look)));
+            asio::post(loop_, InRoom(room_, std::move(look)));
         }
     }
 
@@ -63,6 +63,7 @@ private:
         ring_();
     }
 
+    asio::io_context& loop_;
     HandlerRoom room_;
     asio::steady_timer timer_;
     const std::function<void()> ring_;

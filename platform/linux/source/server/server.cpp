@@ -166,8 +166,13 @@ void Server::Guard(Part part) {
 }
 
 void Server::RunOne() {
+    const auto work = asio::make_work_guard(context_);
     context_.restart();
-    Guard([this] { context_.run_one(); });
+    try {
+        context_.run_one();
+    } catch (const std::bad_alloc&) {
+        Report(zor::logger::kLevelError, kSourceFile, "RunOne", "out of memory");
+    }
 }
 
 void Server::RunReady() {

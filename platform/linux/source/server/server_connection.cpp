@@ -292,7 +292,7 @@ void ServerConnection::KeepRest(std::size_t offset) {
 void ServerConnection::ReleaseLarge() noexcept {
     if (!large_.empty()) {
         Usage().bufferedBytes -= large_.size();
-        large_ = {};
+        large_ = std::vector<unsigned char>();  // not `{}`, which keeps the memory
     }
 }
 

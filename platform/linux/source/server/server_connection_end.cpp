@@ -165,8 +165,8 @@ void ServerConnection::Close() noexcept {
     ReleaseLarge();
     UserUsage& usage = Usage();
     usage.queuedBytes -= queue_.size() - queueSent_ + queueBehind_.size();
-    queue_ = {};
-    queueBehind_ = {};
+    queue_ = WipedBytes();  // not `{}`, which keeps the memory
+    queueBehind_ = WipedBytes();
     queueSent_ = 0;
     --usage.connections;
     if (greeted_) {

@@ -2,7 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <charconv>
+#include <cstddef>
 #include <memory>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
@@ -10,7 +14,6 @@
 
 #include "certs/wipe.h"
 #include "json_text/json_document.h"
-#include "json_text/json_text.h"
 
 namespace zam_service {
 
@@ -24,7 +27,7 @@ constexpr char kName[] = "name";
 constexpr char kCertificate[] = "certificate";
 constexpr char kCertificateFile[] = "certificate_file";
 constexpr char kPrivateKey[] = "private_key";
-constexpr char kPrivateKeyPlace[] = "/private_key";
+constexpr char kPrivateKeyEnd[] = "private_key\"";  ///< of the literal
 constexpr char kPrivateKeyFile[] = "private_key_file";
 
 /// Stands in front of every private key that is PEM.
@@ -62,55 +65,101 @@ std::optional<std::string> ReadPem(const JsonValue& root, const char* textMember
     return file ? std::optional(readBeside(FileName(*file), isKey)) : std::nullopt;
 }
 
-/// The end of the literal of a text that begins at `begin`; empty when it has none.
-std::optional<std::size_t> EndOfLiteral(std::string_view text, std::size_t begin) {
-    for (std::size_t index = begin + 1; index < text.size(); ++index) {
-        if (text[index] == '"') {
-            return index;
-        }
-        index += text[index] == '\\' ? 1U : 0U;
+/// Behind the literal, comment or other character that stands at `at`.
+std::size_t Behind(std::string_view text, std::size_t at) {
+    if (text.substr(at, 2) == "//") {
+        return std::min(text.find('\n', at), text.size());
     }
-    return std::nullopt;
+    if (text.substr(at, 2) == "/*") {
+        return std::min(text.find("*/", at + 2), text.size() - 2) + 2;
+    }
+    if (text[at] != '"') {
+        return at + 1;
+    }
+    std::size_t end = at + 1;
+    while (end < text.size() && text[end] != '"') {
+        end += text[end] == '\\' ? 2U : 1U;
+    }
+    return std::min(end + 1, text.size());
 }
 
-/// What the inside of a literal stands for; empty when it has characters that no PEM has.
-std::optional<std::string> Unescaped(std::string_view literal) {
-    constexpr std::string_view kEscapes = "nrt/\\\"";
-    constexpr std::string_view kMeant = "\n\r\t/\\\"";
-    std::string text;
-    text.reserve(literal.size());  // so that no copy of a part is left where it grew
-    for (std::size_t index = 0; index < literal.size(); ++index) {
-        char next = literal[index];
-        if (next == '\\') {
-            const std::size_t escape = kEscapes.find(literal[++index]);
-            if (escape == std::string_view::npos) {
-                return std::nullopt;
-            }
-            next = kMeant[escape];
-        } else if (static_cast<unsigned char>(next) < ' ') {
-            return std::nullopt;
-        }
-        text.push_back(next);
+/// The first token at or behind `at`.
+std::size_t NextToken(std::string_view text, std::size_t at) {
+    constexpr std::string_view kBlanks = " \t\r\n";
+    while (at < text.size() &&
+           (text[at] == '/' || kBlanks.find(text[at]) != std::string_view::npos)) {
+        at = Behind(text, at);
     }
-    return text;
+    return at;
 }
 
-/// Takes a key that stands in the text itself out of it: spaces take its place, so that no parser
-/// leaves copies of it behind. Empty when there is none, or none of PEM, which is for the parser to
-/// find.
+/// The inside of the literal that is the private key's value; none without one. No parser finds it,
+/// because parsers keep copies of what they pass.
+std::string_view FindKey(std::string_view text) {
+    const auto isAt = [text](std::size_t at, char token) {
+        return at < text.size() && text[at] == token;
+    };
+    for (std::size_t at = NextToken(text, 0); at < text.size();) {
+        const std::size_t end = Behind(text, at);
+        const std::size_t colon = NextToken(text, end);
+        const std::size_t value = NextToken(text, colon + 1);
+        if (isAt(at, '"') && text.substr(at + 1, end - at - 1) == kPrivateKeyEnd &&
+            isAt(colon, ':') && isAt(value, '"')) {
+            return text.substr(value + 1, Behind(text, value) - value - 2);
+        }
+        at = colon;
+    }
+    return {};
+}
+
+/// Takes the character or escape at the front of `rest` over into `key` and returns its length; 0
+/// for what is for the parser to judge.
+std::size_t TakeCharacter(std::string_view rest, std::string& key) {
+    constexpr std::string_view kEscapes = "nrtbf/\\\"";
+    constexpr std::string_view kMeant = "\n\r\t\b\f/\\\"";
+    const auto first = static_cast<unsigned char>(rest.front());
+    if (first != '\\') {
+        key.push_back(rest.front());
+        return first >= ' ' && first < 0x80 ? 1 : 0;
+    }
+    const std::size_t escape = rest.size() > 1 ? kEscapes.find(rest[1]) : std::string_view::npos;
+    if (escape != std::string_view::npos) {
+        key.push_back(kMeant[escape]);
+        return 2;
+    }
+    constexpr std::size_t kUnicodeBytes = 6;
+    unsigned code = 0;
+    if (rest.size() < kUnicodeBytes || rest[1] != 'u' ||
+        std::from_chars(rest.data() + 2, rest.data() + kUnicodeBytes, code, 16).ptr !=
+            rest.data() + kUnicodeBytes ||
+        code >= 0x80) {
+        key.push_back('?');  // no PEM has it
+        return 0;
+    }
+    key.push_back(static_cast<char>(code));
+    return kUnicodeBytes;
+}
+
+/// Takes a key that stands in the text itself out of it, so that no parser leaves copies behind:
+/// spaces take the place of what a key is made of. The rest stays for the parser to judge.
 std::optional<std::string> TakeKey(std::string& text) {
-    const std::size_t mark = text.size() - zam_json::WithoutByteOrderMark(text).size();
-    const auto begin = zam_json::FindInJson(std::string_view(text).substr(mark), kPrivateKeyPlace,
-                                            zam_json::JsonPart::Value);
-    if (!begin || text[mark + *begin] != '"') {
+    const std::string_view place = FindKey(text);
+    if (place.empty()) {
         return std::nullopt;
     }
-    const std::size_t first = mark + *begin + 1;
-    const auto end = EndOfLiteral(text, first - 1);
-    auto key = end ? Unescaped(std::string_view(text).substr(first, *end - first)) : std::nullopt;
-    if (key) {
-        Wipe(text.data() + first, *end - first);
-        text.replace(first, *end - first, *end - first, ' ');
+    const auto begin = static_cast<std::size_t>(place.data() - text.data());
+    std::optional<std::string> key;
+    try {
+        key.emplace().reserve(place.size());  // so that no copy of a part is left where it grew
+    } catch (const std::bad_alloc&) {
+        Wipe(text.data(), text.size());
+        throw;
+    }
+    const std::size_t end = begin + place.size();
+    for (std::size_t at = begin; at < end;) {
+        const std::size_t taken = TakeCharacter(std::string_view(text).substr(at, end - at), *key);
+        std::fill_n(text.begin() + static_cast<std::ptrdiff_t>(at), taken, ' ');
+        at += std::max<std::size_t>(taken, 1);
     }
     return key;
 }

@@ -168,7 +168,7 @@ CertFolder::CertFolder(asio::io_context& loop, zam_platform::WorkerPool& workers
                 .onGone = [this](const std::string& /*name*/) { ReadSoon(); },
                 .onLost = [this] { ReadSoon(); },
                 .onFolder = [this] { Reattach(); }}),
-      settle_(loop, [this] { reader_.Start(); }),
+      settle_(loop, [this] { std::exchange(isUnwatched_, false) ? Reattach() : reader_.Start(); }),
       reader_(loop, workers, kReadLane, [this] { return Read(); }) {
     try {
         const UniqueFd folder = OpenCerts(files_);
@@ -176,6 +176,8 @@ CertFolder::CertFolder(asio::io_context& loop, zam_platform::WorkerPool& workers
         if (folder) {
             Publish(Scan(folder.Get()).Read());
         }
+    } catch (const std::bad_alloc&) {
+        AttachLater();
     } catch (const std::exception& exception) {
         watcher_.Watch(-1);
         Log(zor::logger::kLevelError, Here(kSourceFile, "CertFolder"),
@@ -204,12 +206,22 @@ bool CertFolder::Attach() {
     }
     try {
         watcher_.Watch(OpenCerts(files_).Get());
+    } catch (const std::bad_alloc&) {
+        AttachLater();
+        return false;
     } catch (const std::exception& exception) {
         Log(zor::logger::kLevelError, Here(kSourceFile, "Attach"),
             "{}: the last good version stays", exception.what());
         return false;
     }
     return true;
+}
+
+void CertFolder::AttachLater() noexcept {
+    Log(zor::logger::kLevelError, Here(kSourceFile, "Attach"),
+        "out of memory: what was read last stays until it can be read again");
+    isUnwatched_ = true;
+    settle_.RingAfter(kMemoryDelay);
 }
 
 void CertFolder::ReadSoon() {

@@ -55,6 +55,7 @@ private:
 
     bool Attach();
     void ReadSoon();
+    void AttachLater() noexcept;
     std::function<void()> Read();
     void OnRead(const std::optional<Entries>& entries, const std::string& failure);
     void Publish(const Entries& entries);
@@ -63,6 +64,7 @@ private:
     const FolderFiles& files_;
     FolderWatcher watcher_;
     zam_platform::Alarm settle_;
+    bool isUnwatched_ = false;  ///< for want of memory, until the alarm rings
     Rereader reader_;
     std::map<std::string, ClientCert> certs_;
     std::map<std::string, std::string> complaints_;  ///< the last one about each file

@@ -1,18 +1,9 @@
 #include "data/rereader.h"
 
-#include <chrono>
 #include <new>
 #include <utility>
 
 namespace zam_service {
-namespace {
-
-/// Before something is read again for which memory was wanting: it may be large, and be read in
-/// vain for long.
-constexpr std::chrono::milliseconds kMemoryDelay{2000};
-
-}  // namespace
-
 Rereader::Rereader(asio::io_context& loop, zam_platform::WorkerPool& workers, Lane lane, Read read,
                    std::function<bool()> canRead)
     : loop_(loop),

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <asio/io_context.hpp>
+#include <chrono>
 #include <functional>
 #include <optional>
 
@@ -9,6 +10,10 @@
 #include "zam_platform/server/worker_pool.h"
 
 namespace zam_service {
+
+/// Before something is read again for which memory was wanting: it may be large, and be read in
+/// vain for long.
+inline constexpr std::chrono::milliseconds kMemoryDelay{2000};
 
 /// Reads something again when it has changed: on a worker, one reading at a time, once more when it
 /// changed meanwhile, and a little later when memory was wanting. On the

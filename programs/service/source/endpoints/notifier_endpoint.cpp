@@ -1,6 +1,7 @@
 #include "endpoints/notifier_endpoint.h"
 
 #include <memory>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -193,7 +194,11 @@ void NotifierEndpoint::AnswerHeld() {
     while (!held_.empty() && held_.begin()->first <= now) {
         HeldAnswer answer = std::move(held_.begin()->second);
         held_.erase(held_.begin());
-        Answer(std::move(answer.responder), 0, answer.status);
+        try {
+            Answer(std::move(answer.responder), 0, answer.status);
+        } catch (const std::bad_alloc&) {
+            // Its responder has failed the call; the others are answered.
+        }
     }
     Arm();
 }
