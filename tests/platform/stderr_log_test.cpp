@@ -228,10 +228,12 @@ TEST(StderrOutput, NeedsNoDescriptorThatIsLeft) {
 /// it. Where the kernel cannot write to a pipe without waiting there is no other way.
 TEST(StderrOutput, WaitsForNobodyWhenOthersFillThePipeToo) {
     const Ends ends = MakePipe();
-    const iovec nothing{.iov_base = nullptr, .iov_len = 0};
-    if (::pwritev2(ends.write.Get(), &nothing, 1, -1, RWF_NOWAIT) < 0) {
+    char byte = 'x';
+    const iovec one{.iov_base = &byte, .iov_len = 1};
+    if (::pwritev2(ends.write.Get(), &one, 1, -1, RWF_NOWAIT) != 1) {
         return;
     }
+    ReadAvailable(ends.read);
     rlimit before{};
     ::getrlimit(RLIMIT_NOFILE, &before);
     const rlimit none{.rlim_cur = 1, .rlim_max = before.rlim_max};

@@ -161,8 +161,8 @@ TEST_F(KilledUnderLoad, LosesRepeatsAndTearsNothingAndHoldsNobodyUp) {
         EXPECT_THAT(Told(client, "wrong"), ::testing::IsEmpty());
         EXPECT_THAT(Told(client, "told"), ::testing::Not(Contains("-1")));
         ASSERT_EQ(Told(client, "longest").size(), 1U);
-        // 2 s of the deadline, 0.75 s of a close and 0.25 s of spacing.
-        EXPECT_LE(std::stol(Told(client, "longest").front()), 3'000);
+        // 2 s of the deadline and 0.75 s of a close, and what a loaded machine adds.
+        EXPECT_LE(std::stol(Told(client, "longest").front()), 2'750 + 1'000);
         if (IsFullSize()) {
             RecordProperty("longest" + std::to_string(client), Told(client, "longest").front());
         }

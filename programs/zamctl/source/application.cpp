@@ -43,6 +43,10 @@ std::string BoundOf(const Command& command, const Globals& globals) {
 void Application::RunCommand(Command& command, const Globals& globals) {
     const std::string wrong = TakeWrongCallTimeout(surroundings_.system, BoundOf(command, globals));
     if (!wrong.empty() && command.HasMessages()) {
+        // Also when nobody reads it.
+        if (const auto time = command.Limit(globals.timeout)) {
+            surroundings_.clock.LimitRun(*time + kGrace, "", kExitFailed);
+        }
         surroundings_.err << fmt::format("zamctl: {}\n", PrintableLine(wrong)) << std::flush;
     }
     // Who says how long the whole may take may want longer than a call has.

@@ -19,15 +19,24 @@ constexpr std::chrono::seconds kLongLook{10};
 
 /// Says why no connector could be made, as far as looking at the services tells.
 [[noreturn]] void ThrowFor(int code) {
-    const bool wasSilent =
-        zam_connector::LastTransportStatus().failure == zam_connector::TransportFailure::TimedOut;
+    using zam_connector::TransportFailure;
+    const TransportFailure failure = zam_connector::LastTransportStatus().failure;
+    const bool wasSilent = failure == TransportFailure::TimedOut;
     // A service that has let the library wait would let the look at it wait as long.
     const zam_connector::CallDeadline within(wasSilent ? kShortLook : kLongLook);
     for (const std::string& service : ConnectorServices()) {
-        for (const EndpointReport& endpoint : ProbeEndpoints(service)) {
-            if (!endpoint.riid) {
-                throw MissingEndpoint(service, endpoint.name);
+        try {
+            for (const EndpointReport& endpoint : ProbeEndpoints(service)) {
+                if (!endpoint.riid) {
+                    throw MissingEndpoint(service, endpoint.name);
+                }
             }
+        } catch (const SilentService&) {
+            if (failure == TransportFailure::Unavailable) {
+                // The library found nobody there; there was no time left for a second look.
+                throw UnreachableService(service, "nobody is there");
+            }
+            throw;
         }
     }
     throw std::runtime_error(DescribeCode(code));

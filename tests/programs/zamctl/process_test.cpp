@@ -225,8 +225,8 @@ TEST_F(ZamctlProcess, EndsInTimeThoughNobodyReadsItsOutputs) {
     const Row rows[] = {
         {"--timeout 0.05 explain 1 >\"$1\"", 2}, {"--timeout 0.05 explain 1 >\"$1\" 2>&1", 2},
         {"--timeout 0.05 --help >\"$1\"", 2},    {"--timeout 0.05 doctor >\"$1\" 2>&1", 2},
-        {"--timeout 0.05 state 2>\"$1\"", 3},    {"--timeout 0.05 -v state 2>\"$1\"", 2},
-        {"--timeout 0.05 watch 2>\"$1\"", 3},    {"--timeout 0.05 file get a -o a 2>\"$1\"", 3}};
+        {"--timeout 1 state 2>\"$1\"", 3},       {"--timeout 0.05 -v state 2>\"$1\"", 2},
+        {"--timeout 1 watch 2>\"$1\"", 3},       {"--timeout 1 file get a -o a 2>\"$1\"", 3}};
     for (const Row& row : rows) {
         runs.push_back(std::async(std::launch::async, [&] {
             return RunProgram("/bin/sh",

@@ -127,7 +127,9 @@ protected:
         ProgramResult result;
         for (const char* const timeout : {"0.2", "1", "5", "25"}) {
             result = Run(words, timeout, row.input);
-            if (result.err.find("is there, but answers nothing") == std::string::npos) {
+            // Made just before the end it leaves the close of a channel no room either.
+            if (result.err.find("is there, but answers nothing") == std::string::npos &&
+                result.err.find("has not been taken") == std::string::npos) {
                 break;
             }
         }

@@ -101,7 +101,7 @@ public:
         // Whatever other writers do meanwhile: pipes of newer kernels can.
         const iovec piece{.iov_base = const_cast<char*>(text.data()), .iov_len = text.size()};
         const ssize_t written = ::pwritev2(descriptor_, &piece, 1, -1, RWF_NOWAIT);
-        if (written >= 0 || (errno != EOPNOTSUPP && errno != ENOSYS && errno != EPERM)) {
+        if (written >= 0 || errno == EAGAIN || errno == EINTR || errno == EPIPE || errno == EBADF) {
             return written;
         }
         // Older kernels, terminals and filters of system calls leave a gap: another writer may take

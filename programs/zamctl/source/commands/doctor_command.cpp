@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <exception>
 #include <filesystem>
 #include <optional>
 #include <vector>
@@ -214,7 +215,8 @@ std::optional<ConnectorFailure> CheckConnector(Report& report, Context& context)
 }
 
 /// Times some calls. Gives the failure in which that ends.
-std::optional<CallFailure> CheckCalls(Report& report, Context& context) {
+/// The failure, when there is one.
+std::exception_ptr CheckCalls(Report& report, Context& context) {
     try {
         const ConnectorInterfaces connector = context.Connector();
         std::array<std::chrono::nanoseconds, kRoundTrips> times{};
@@ -233,10 +235,10 @@ std::optional<CallFailure> CheckCalls(Report& report, Context& context) {
              fmt::format("{:.1f} us, median of {} calls; state {}", median, kRoundTrips, state),
              {},
              {{"median_us", median}, {"calls", kRoundTrips}, {"state", state}}});
-        return std::nullopt;
-    } catch (const CallFailure& failure) {
+        return nullptr;
+    } catch (const Failure& failure) {
         report.Add({"round_trip", FindingStatus::Problem, failure.what(), failure.Remedy(), {}});
-        return failure;
+        return std::current_exception();
     }
 }
 
@@ -260,14 +262,14 @@ void DoctorCommand::Run(Context& context) {
     if (!failedService) {
         failedService = CheckConnector(report, context);
     }
-    std::optional<CallFailure> failedCall;
+    std::exception_ptr failedCall;
     if (!failedService) {
         failedCall = CheckCalls(report, context);
     }
     // Whole, also before a failure: the report is what was asked for.
     report.End();
     if (failedCall) {
-        throw CallFailure(*failedCall);
+        std::rethrow_exception(failedCall);
     }
     if (report.HasProblem()) {
         throw ConnectorFailure("the connector cannot be made",

@@ -48,7 +48,8 @@ bool HandlerThreads::Progress::HasEnded() const {
     return hasEnded_;
 }
 
-void HandlerThreads::Progress::WaitForEnd(std::chrono::nanoseconds& left) const {
+void HandlerThreads::Progress::WaitForEnd(std::chrono::nanoseconds& left,
+                                          CallCanceller* calls) const {
     using std::chrono::steady_clock;
     qor::MutexLock lock(mutex_);
     while (!hasEnded_) {
@@ -57,6 +58,10 @@ void HandlerThreads::Progress::WaitForEnd(std::chrono::nanoseconds& left) const 
             continue;
         }
         if (left <= left.zero()) {
+            // Still held, so that no observer has been begun meanwhile, whose calls are its own.
+            if (calls != nullptr) {
+                calls->Cancel();
+            }
             return;
         }
         const steady_clock::time_point begin = steady_clock::now();
@@ -142,10 +147,7 @@ void HandlerThreads::Finish(std::chrono::nanoseconds longest) {
         return;
     }
     for (Entry& entry : entries_) {
-        entry.progress->WaitForEnd(longest);
-        if (entry.calls && !entry.progress->HasEnded()) {
-            entry.calls->Cancel();
-        }
+        entry.progress->WaitForEnd(longest, entry.calls.get());
         entry.thread.join();
     }
     entries_.clear();

@@ -80,11 +80,11 @@ private:
         bool HasEnded() const;
 
         /// Waits for the end, and takes the time that this was outside of observers off `left`.
-        /// Gives up when nothing is left.
-        void WaitForEnd(std::chrono::nanoseconds& left) const;
+        /// When nothing is left it ends `calls`, which may be null, and waits no longer.
+        void WaitForEnd(std::chrono::nanoseconds& left, CallCanceller* calls) const;
 
     private:
-        mutable qor::Mutex mutex_;  // a leaf
+        mutable qor::Mutex mutex_;  // held outside of a canceller's
         mutable std::condition_variable changed_;
         bool isInObserver_ QOR_GUARDED_BY(mutex_) = false;
         bool hasEnded_ QOR_GUARDED_BY(mutex_) =
