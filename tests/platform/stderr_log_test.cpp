@@ -234,36 +234,52 @@ TEST(StderrOutput, WaitsForNobodyWhenOthersFillThePipeToo) {
         return;
     }
     ReadAvailable(ends.read);
+    constexpr int kRounds = 200;
+    constexpr int kWriters = 4;
+    const std::string line(PIPE_BUF, 'x');
+    std::atomic<int> round{0};
+    std::atomic<int> done{0};
+    std::atomic<int> begun{0};
+    std::vector<std::thread> writers;
+    for (int writer = 0; writer < kWriters; ++writer) {
+        writers.emplace_back([&] {
+            StderrOutput output(ends.write.Get());
+            ++begun;
+            const auto await = [&round](int own) {
+                while (round < own) {
+                    std::this_thread::yield();
+                }
+            };
+            for (int own = 1; own <= kRounds; ++own) {
+                await(own);
+                while (output.Write(line, steady_clock::time_point::min())) {
+                }
+                ++done;
+            }
+            await(kRounds + 1);
+        });
+    }
+    // A sanitizer wants descriptors where a thread begins and where it ends.
+    ASSERT_TRUE(zam_test::Eventually([&] { return begun == kWriters; }));
     rlimit before{};
     ::getrlimit(RLIMIT_NOFILE, &before);
     const rlimit none{.rlim_cur = 1, .rlim_max = before.rlim_max};
     ::setrlimit(RLIMIT_NOFILE, &none);
-    constexpr int kRounds = 200;
-    constexpr int kWriters = 4;
-    const std::string line(PIPE_BUF, 'x');
-    bool areDone = true;
-    for (int round = 0; round < kRounds && areDone; ++round) {
-        std::atomic<int> done{0};
-        std::vector<std::thread> writers;
-        for (int writer = 0; writer < kWriters; ++writer) {
-            writers.emplace_back([&] {
-                StderrOutput output(ends.write.Get());
-                while (output.Write(line, steady_clock::time_point::min())) {
-                }
-                ++done;
-            });
-        }
-        areDone = zam_test::Eventually([&done] { return done == kWriters; });
-        while (done != kWriters) {
+    int stuck = 0;
+    while (round < kRounds) {
+        const int allDone = ++round * kWriters;
+        stuck += zam_test::Eventually([&] { return done == allDone; }) ? 0 : 1;
+        while (done != allDone) {
             ReadAvailable(ends.read);
-        }
-        for (std::thread& writer : writers) {
-            writer.join();
         }
         ReadAvailable(ends.read);
     }
     ::setrlimit(RLIMIT_NOFILE, &before);
-    EXPECT_TRUE(areDone);
+    ++round;
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    EXPECT_EQ(stuck, 0);
 }
 
 // Time as the log sees it.
