@@ -190,6 +190,9 @@ TEST_F(ZamctlProcess, SaysWhenStandardInputCannotBeRead) {
     }
 }
 
+// ThreadSanitizer holds signals back while a write blocks.
+#ifndef ZAM_TEST_HOLDS_SIGNALS_BACK
+
 /// A pipe that is full and that nobody reads.
 class FullPipe {
 public:
@@ -240,6 +243,8 @@ TEST_F(ZamctlProcess, EndsInTimeThoughNobodyReadsItsOutputs) {
         EXPECT_EQ(runs[at].get(), rows[at].status) << rows[at].command;
     }
 }
+
+#endif
 
 TEST_F(ZamctlProcess, EndsAsEverWithoutStandardError) {
     const ProgramResult result =

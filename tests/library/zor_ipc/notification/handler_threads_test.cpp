@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <future>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -293,10 +294,13 @@ TEST_F(HandlerThreadsCalls, OfThreadsThatWereLeftForLaterAreEndedToo) {
 }
 
 TEST_F(HandlerThreadsCalls, AreEndedForAllButTheCallingThread) {
-    Start([&] {
+    std::promise<void> isStarted;
+    Start([&, started = isStarted.get_future().share()] {
+        started.wait();  // one thread at a time
         threads_->EndCalls();
         EXPECT_TRUE(FakeCall().isEntered);
     });
+    isStarted.set_value();
     threads_->Finish(kBound);
     EXPECT_FALSE(calls_->IsCancelled());
     threads_->Start(
