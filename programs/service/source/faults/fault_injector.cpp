@@ -104,9 +104,13 @@ private:
 /// A call that waits. The injector owns it, not the timer's handler, so that nothing is answered
 /// when the loop goes.
 struct FaultInjector::Delayed {
+    Delayed(asio::io_context& loop, Responder waiting, Action then, std::function<void()> ring)
+        : responder(std::move(waiting)), action(std::move(then)), alarm(loop, std::move(ring)) {}
+
     Responder responder;
     Action action;
-    const std::optional<uid_t> user;  ///< whose call it is
+    /// Whose call it is.
+    const std::optional<uid_t> user = zam_platform::LogContext::Here().user;
     zam_platform::Alarm alarm;
 };
 
@@ -189,11 +193,8 @@ void FaultInjector::Delay(std::chrono::milliseconds delay, Responder responder, 
         return;
     }
     const std::uint64_t number = ++lastDelayed_;
-    auto made = std::unique_ptr<Delayed>(
-        new Delayed{.responder = std::move(responder),
-                    .action = std::move(action),
-                    .user = zam_platform::LogContext::Here().user,
-                    .alarm = zam_platform::Alarm(loop_, [this, number] { EndDelay(number); })});
+    auto made = std::make_unique<Delayed>(loop_, std::move(responder), std::move(action),
+                                          [this, number] { EndDelay(number); });
     Delayed& delayed = *delayed_.emplace(number, std::move(made)).first->second;
     delayed.alarm.RingAfter(delay);
 }
