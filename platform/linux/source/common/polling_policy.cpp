@@ -1,0 +1,290 @@
+#include "common/polling_policy.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace zam_platform {
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+// -- The gap's code.
+
+/// Below 16 units a code is the number of units, from there on one of 16 steps of its octave.
+constexpr std::int64_t kGapUnitNs = 64;
+constexpr unsigned kMantissaBits = 4;
+constexpr std::uint64_t kMantissas = 1U << kMantissaBits;
+constexpr std::uint8_t kLastGapCode = 255;
+
+// -- The budget of a process.
+
+/// Part of the wall time that polls may take, in percent: what nobody notices in a machine's load.
+constexpr int kBudgetPercent = 5;
+
+/// What is saved up at most: as many vain polls as end a series of bursts (20 of the longest), and
+/// no more than a scheduler's tick or so.
+constexpr Nanoseconds kGreatestBudget = milliseconds(1);
+
+/// The time in which that is saved up.
+constexpr Nanoseconds kBudgetTime = kGreatestBudget * (100 / kBudgetPercent);
+
+/// CPU that a call by socket costs both sides, as a part of its round trip, in percent: 55 of 73 us
+/// on two cores. The rest is the time that a sleeping core takes to wake.
+constexpr int kSocketCpuPercent = 75;
+
+// -- Pre-emption.
+
+/// Longer than any interrupt takes that is not somebody else's time slice; the shortest slice is
+/// many times as long.
+constexpr Nanoseconds kLongestInterrupt = microseconds(30);
+
+/// A few time slices: whoever needed the CPU for one of them may be done by then.
+constexpr Nanoseconds kFirstPause = milliseconds(10);
+
+/// A neighbour that stays costs one poll and one slice a second.
+constexpr Nanoseconds kGreatestPause = seconds(1);
+
+/// After the end of a pause. Polls that find nobody for as long as the longest pause show that the
+/// neighbour has gone: one that is still there shows itself within a few slices of polling. It
+/// counts from the pause's end since nothing is learned within a pause.
+constexpr Nanoseconds kPauseMemory = seconds(1);
+
+// -- The service.
+
+/// Least poll: covers what a client does between two calls of a burst.
+constexpr Nanoseconds kLeastPoll = microseconds(20);
+
+/// How many usual gaps a poll lasts beyond that: gaps vary.
+constexpr int kPolledGaps = 2;
+
+/// Bounds of the credit, in calls by socket. Savings pay for at most 9 vain polls, so those of long
+/// ago for no more; a debt is worked off in at most 160 calls.
+constexpr int kGreatestCredit = 8;
+
+/// What a call that follows closely pays in: this part of a call by socket. Half of the tenth that
+/// the channel may cost more than the socket.
+constexpr int kTrialPart = 20;
+
+/// The weight of vain polls doubles up to this while there is no hit among them.
+constexpr int kGreatestWeight = 8;
+
+// -- The client.
+
+/// So many close calls in a row make a connection hot: what they would have saved is more than what
+/// making the memory costs.
+constexpr int kHotScore = 16;
+
+/// What one call that is not close takes away, so that a connection is hot as long as four of five
+/// calls are close: with fewer of them, polls for calls at the break-even cost more than the
+/// socket.
+constexpr int kFarPrice = 4;
+
+/// Samples are cut off here, four times what can be close: one silence must not hide the burst that
+/// follows it.
+constexpr Nanoseconds kLongestSample = 4 * kGreatestCap;
+
+/// Part of a new sample in the usual value: one silence leaves the gap of a burst below the
+/// break-even.
+constexpr int kSmoothing = 8;
+
+/// How fast the usual round trip is forgotten while calls go by socket: after some 40 calls one
+/// that was too long by far is tried again.
+constexpr int kForgetting = 32;
+
+/// How many usual round trips a client looks for its answer.
+constexpr int kSpunRoundTrips = 4;
+
+/// Least of it: ten round trips without any work in between.
+constexpr Nanoseconds kLeastSpin = microseconds(5);
+
+// -- Asking for memory.
+
+constexpr seconds kFirstWait{1};     ///< short enough for a peak of other clients to pass
+constexpr seconds kLongestWait{30};  ///< a request costs the service as much as a call
+
+/// As long as memory is kept that nobody uses: who lost it earlier was driven out by others.
+constexpr seconds kLongLife{10};
+
+Nanoseconds Cut(Nanoseconds sample) noexcept {
+    return std::clamp(sample, Nanoseconds(0), kLongestSample);
+}
+
+}  // namespace
+
+std::uint8_t EncodeGap(Nanoseconds gap) noexcept {
+    if (gap >= kLongestGap) {
+        return kLastGapCode;
+    }
+    const std::int64_t positive = std::max<std::int64_t>(gap.count(), 0);
+    auto units = static_cast<std::uint64_t>((positive + kGapUnitNs / 2) / kGapUnitNs);
+    if (units < kMantissas) {
+        return static_cast<std::uint8_t>(units);
+    }
+    unsigned shift = static_cast<unsigned>(std::bit_width(units)) - kMantissaBits - 1;
+    // From the nanoseconds, as rounding twice would be off by more.
+    const auto step = static_cast<std::uint64_t>(kGapUnitNs) << shift;
+    std::uint64_t mantissa = (static_cast<std::uint64_t>(positive) + step / 2) / step;
+    if (mantissa == 2 * kMantissas) {
+        mantissa = kMantissas;
+        ++shift;
+    }
+    const std::uint64_t code = (shift + 1) * kMantissas + (mantissa - kMantissas);
+    return static_cast<std::uint8_t>(std::min<std::uint64_t>(code, kLastGapCode));
+}
+
+Nanoseconds DecodeGap(std::uint8_t code) noexcept {
+    const unsigned exponent = code >> kMantissaBits;
+    const std::uint64_t mantissa = code % kMantissas;
+    const std::uint64_t units =
+        exponent == 0 ? mantissa : (kMantissas + mantissa) << (exponent - 1);
+    return Nanoseconds(static_cast<std::int64_t>(units) * kGapUnitNs);
+}
+
+PollingLeave::PollingLeave(Nanoseconds cap, Nanoseconds socketRoundTrip, TimePoint now) noexcept
+    : socketRoundTrip_(std::max(socketRoundTrip, Nanoseconds(0))),
+      cap_(std::clamp(cap, Nanoseconds(0), std::min(socketRoundTrip_, kGreatestCap))),
+      budget_(kGreatestBudget),
+      budgetAt_(now),
+      pauseEnd_(now) {}
+
+Nanoseconds PollingLeave::Budget(TimePoint now) const noexcept {
+    const Nanoseconds passed =
+        std::clamp<Nanoseconds>(now - budgetAt_, Nanoseconds(0), 2 * kBudgetTime);
+    return std::min(budget_ + passed * kBudgetPercent / 100, kGreatestBudget);
+}
+
+bool PollingLeave::Allows(TimePoint now) const noexcept {
+    return cap_.count() > 0 && now >= pauseEnd_ && Budget(now) >= cap_;
+}
+
+void PollingLeave::EndPoll(TimePoint now, Nanoseconds polled, bool hit) noexcept {
+    const Nanoseconds cost = hit ? polled - std::min(polled, socketRoundTrip_) : polled;
+    // No more is owed than can be saved: most of a poll of that length was somebody else's time.
+    budget_ = std::max(Budget(now) - cost, -kGreatestBudget);
+    budgetAt_ = now;
+}
+
+bool PollingLeave::NoticeHole(TimePoint now, Nanoseconds hole) noexcept {
+    if (hole <= kLongestInterrupt) {
+        return false;
+    }
+    if (pause_.count() > 0 && now < pauseEnd_) {
+        return true;  // another thread's poll met the same neighbour
+    }
+    const bool isForgotten = pause_.count() == 0 || now - pauseEnd_ > kPauseMemory;
+    pause_ = isForgotten ? kFirstPause : std::min(2 * pause_, kGreatestPause);
+    pauseEnd_ = now + pause_;
+    return true;
+}
+
+Nanoseconds PollingLeave::BreakEven() const noexcept {
+    return std::min(cap_, SocketCpu());
+}
+
+Nanoseconds PollingLeave::SocketCpu() const noexcept {
+    return socketRoundTrip_ * kSocketCpuPercent / 100;
+}
+
+Nanoseconds ServicePolling::AfterAnswer(const PollingLeave& leave, TimePoint now, Nanoseconds gap,
+                                        bool otherCpu) noexcept {
+    limit_ = Nanoseconds(0);
+    unit_ = leave.SocketCpu();
+    if (gap > leave.BreakEven()) {
+        // What was saved in better times does not pay for polls when they come again; what is owed
+        // stays.
+        credit_ = std::min(credit_, std::max(credit_ - unit_, Nanoseconds(0)));
+        return limit_;
+    }
+    Pay(unit_ / kTrialPart);
+    if (otherCpu && credit_.count() >= 0 && leave.Allows(now)) {
+        limit_ = std::min(leave.Cap(), kLeastPoll + kPolledGaps * gap);
+        saving_ = unit_ - std::min(gap, unit_);
+    }
+    return limit_;
+}
+
+void ServicePolling::EndPoll(bool hit) noexcept {
+    if (limit_.count() == 0) {
+        return;
+    }
+    if (hit) {
+        weight_ = 1;
+        Pay(saving_);
+    } else {
+        Pay(-limit_ * weight_);
+        weight_ = std::min(2 * weight_, kGreatestWeight);
+    }
+    limit_ = Nanoseconds(0);
+}
+
+void ServicePolling::Pay(Nanoseconds amount) noexcept {
+    credit_ = std::clamp(credit_ + amount, -kGreatestCredit * unit_, kGreatestCredit * unit_);
+}
+
+int ServicePolling::Credit() const noexcept {
+    if (unit_.count() == 0) {
+        return 0;
+    }
+    const std::int64_t whole = credit_ / unit_;
+    const bool isRest = credit_.count() < 0 && (credit_ % unit_).count() != 0;
+    return static_cast<int>(isRest ? whole - 1 : whole);
+}
+
+void ClientPolling::Begin(TimePoint now) noexcept {
+    begin_ = now;
+    if (!hasEnded_) {
+        return;
+    }
+    const Nanoseconds gap = Cut(now - end_);
+    gap_ += (gap - gap_) / kSmoothing;
+    Judge(gap + roundTrip_ <= breakEven_);
+}
+
+void ClientPolling::End(TimePoint now, bool throughMemory) noexcept {
+    end_ = now;
+    hasEnded_ = true;
+    if (!throughMemory) {
+        roundTrip_ -= roundTrip_ / kForgetting;
+        return;
+    }
+    const Nanoseconds roundTrip = Cut(now - begin_);
+    roundTrip_ =
+        roundTrip_.count() == 0 ? roundTrip : roundTrip_ + (roundTrip - roundTrip_) / kSmoothing;
+    if (roundTrip > breakEven_) {
+        Judge(false);
+    }
+}
+
+void ClientPolling::Judge(bool isClose) noexcept {
+    score_ = isClose ? std::min(score_ + 1, kHotScore) : std::max(score_ - kFarPrice, 0);
+    if (score_ == kHotScore) {
+        isHot_ = true;
+    } else if (score_ == 0) {
+        isHot_ = false;
+    }
+}
+
+Nanoseconds ClientPolling::SpinLimit(Nanoseconds cap) const noexcept {
+    if (roundTrip_.count() == 0) {
+        return cap;  // this call finds out
+    }
+    return std::min(cap, std::max(kSpunRoundTrips * roundTrip_, kLeastSpin));
+}
+
+void MemoryRequestBackoff::Refused(TimePoint now) noexcept {
+    wait_ = wait_.count() == 0 ? kFirstWait : std::min(2 * wait_, kLongestWait);
+    next_ = now + wait_;
+}
+
+void MemoryRequestBackoff::Lost(TimePoint now) noexcept {
+    if (now - granted_ < kLongLife) {
+        Refused(now);
+        return;
+    }
+    wait_ = seconds(0);
+    next_ = now;
+}
+
+}  // namespace zam_platform

@@ -1,0 +1,145 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+namespace zam_platform {
+
+// When a side of the fast channel polls, and for how long. Values in, values out: no clock, no I/O.
+// No class here may be used by two threads at once.
+
+using Nanoseconds = std::chrono::nanoseconds;
+using TimePoint = std::chrono::steady_clock::time_point;
+
+/// The gap between two calls as it rides in a frame: 4 bits of exponent, 4 of mantissa. Rounds to
+/// the nearest, at most 3.2 % off from 1 us up; monotonic; saturates at `kLongestGap`.
+std::uint8_t EncodeGap(Nanoseconds gap) noexcept;
+Nanoseconds DecodeGap(std::uint8_t code) noexcept;
+
+/// What 255 stands for: 32.5 ms. Tells the service not to poll.
+inline constexpr Nanoseconds kLongestGap{(31LL << 14U) * 64};
+
+/// One process's leave to poll: how much polling may cost it, and what pre-emption teaches it.
+class PollingLeave {
+public:
+    /// `cap` is the longest poll that is wished for, 0 for none at all; the round trip of a call by
+    /// socket, measured on this machine, and 50 us bound it as well.
+    PollingLeave(Nanoseconds cap, Nanoseconds socketRoundTrip, TimePoint now) noexcept;
+
+    /// Whether a poll as long as the cap may begin: its budget is there, and no pause is under way.
+    bool Allows(TimePoint now) const noexcept;
+
+    /// A poll has ended. Charged in full; a hit gives back at most what the socket call would have
+    /// cost. A hit is a poll that ended because what it waited for came through memory.
+    void EndPoll(TimePoint now, Nanoseconds polled, bool hit) noexcept;
+
+    /// Two looks within one poll lie `hole` apart. True when somebody else needed the CPU: the poll
+    /// is to end, and there are none for a while.
+    bool NoticeHole(TimePoint now, Nanoseconds hole) noexcept;
+
+    /// The longest poll, 0 for none at all.
+    Nanoseconds Cap() const noexcept { return cap_; }
+
+    /// What both sides together may poll for one call: more costs more CPU than the socket.
+    Nanoseconds BreakEven() const noexcept;
+
+    /// What a call by socket costs both sides in CPU.
+    Nanoseconds SocketCpu() const noexcept;
+
+private:
+    Nanoseconds Budget(TimePoint now) const noexcept;
+
+    Nanoseconds socketRoundTrip_;
+    Nanoseconds cap_;
+    Nanoseconds budget_;  ///< at `budgetAt_`; below 0 when overdrawn
+    TimePoint budgetAt_;
+    Nanoseconds pause_{0};  ///< the last one; 0 before the first
+    TimePoint pauseEnd_;
+};
+
+/// The service's view of one connection: whether and how long to poll for its next call.
+///
+/// The credit is an account of CPU in units of one call by socket, -8 to 8. A hit pays in what it
+/// saved against the socket, a vain poll takes out what it cost, the more the more of them follow
+/// one another; each call that follows closely pays in a little, so that a connection that lost its
+/// credit is tried again. Polls are made while nothing is owed. So all that polling wastes is at
+/// most what it saved before and a twentieth of what the calls would have cost by socket.
+class ServicePolling {
+public:
+    /// A call was answered (or will be, later) whose client says that its calls are `gap` apart,
+    /// end of one to begin of the next, and whether it runs on another CPU. Returns how long to
+    /// poll; 0: not at all.
+    Nanoseconds AfterAnswer(const PollingLeave& leave, TimePoint now, Nanoseconds gap,
+                            bool otherCpu) noexcept;
+
+    /// The poll that `AfterAnswer` asked for has ended, for whatever reason; a hit as in
+    /// `PollingLeave::EndPoll`. Without such a poll nothing happens.
+    void EndPoll(bool hit) noexcept;
+
+    /// -8 to 8; below 0: something is owed.
+    int Credit() const noexcept;
+
+private:
+    void Pay(Nanoseconds amount) noexcept;
+
+    Nanoseconds unit_{0};    ///< CPU of a call by socket
+    Nanoseconds credit_{0};  ///< within 8 units
+    Nanoseconds limit_{0};   ///< of the poll under way; 0: none
+    Nanoseconds saving_{0};  ///< if it hits
+    int weight_ = 1;         ///< of the next vain poll
+};
+
+/// The longest poll that any machine gains by.
+inline constexpr Nanoseconds kGreatestCap = std::chrono::microseconds(50);
+
+/// The client's view of one connection.
+class ClientPolling {
+public:
+    /// `breakEven` is `PollingLeave::BreakEven` of this process.
+    explicit ClientPolling(Nanoseconds breakEven = kGreatestCap) noexcept : breakEven_(breakEven) {}
+
+    /// A call begins. Takes note of the gap since the last one's end.
+    void Begin(TimePoint now) noexcept;
+
+    /// It has its answer. `throughMemory`: its request went that way.
+    void End(TimePoint now, bool throughMemory) noexcept;
+
+    /// Its calls come close together and are answered soon: worth asking the service for memory,
+    /// and going through it.
+    bool IsHot() const noexcept { return isHot_; }
+
+    /// What to tell the service: the usual gap between calls while hot, else the longest.
+    Nanoseconds Gap() const noexcept { return isHot_ ? gap_ : kLongestGap; }
+
+    /// How long to look for an answer in memory before blocking.
+    Nanoseconds SpinLimit(Nanoseconds cap) const noexcept;
+
+private:
+    void Judge(bool isClose) noexcept;
+
+    Nanoseconds breakEven_;
+    TimePoint begin_;
+    TimePoint end_;
+    Nanoseconds gap_{0};        ///< smoothed; 0 at first
+    Nanoseconds roundTrip_{0};  ///< through memory, smoothed; 0: not known
+    int score_ = 0;
+    bool hasEnded_ = false;
+    bool isHot_ = false;
+};
+
+/// When to ask again for memory that was refused or taken away. One per connection.
+class MemoryRequestBackoff {
+public:
+    bool Allows(TimePoint now) const noexcept { return now >= next_; }
+    void Refused(TimePoint now) noexcept;
+    void Granted(TimePoint now) noexcept { granted_ = now; }
+    /// The service has given up the memory. Counts as refused when it did so soon.
+    void Lost(TimePoint now) noexcept;
+
+private:
+    std::chrono::seconds wait_{0};
+    TimePoint next_ = TimePoint::min();
+    TimePoint granted_;
+};
+
+}  // namespace zam_platform
