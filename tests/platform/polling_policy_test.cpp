@@ -144,12 +144,12 @@ protected:
 
 TEST_F(Leave, IsForAMillisecondOfVainPollsAtFirstAndAfterAnyTime) {
     EXPECT_EQ(VainPolls(kDawn), 20);
-    EXPECT_EQ(VainPolls(kDawn + hours(100'000)), 20);
+    EXPECT_EQ(VainPolls(kDawn + hours(1'000'000)), 20);
     Spend(kDawn);
     EXPECT_EQ(VainPolls(kDawn + milliseconds(20) - kTick), 19);
     EXPECT_EQ(VainPolls(kDawn + milliseconds(20)), 20);
     EXPECT_EQ(VainPolls(kDawn + milliseconds(20) + kTick), 20);
-    EXPECT_EQ(VainPolls(kDawn + hours(100'000)), 20);
+    EXPECT_EQ(VainPolls(kDawn + hours(1'000'000)), 20);
 }
 
 TEST_F(Leave, ComesBackAtATwentiethOfTheTime) {
@@ -159,6 +159,15 @@ TEST_F(Leave, ComesBackAtATwentiethOfTheTime) {
     EXPECT_FALSE(leave_.Allows(kDawn + milliseconds(1) - kTick));
     EXPECT_TRUE(leave_.Allows(kDawn + milliseconds(1)));
     EXPECT_TRUE(leave_.Allows(kDawn + milliseconds(1) + kTick));
+}
+
+TEST_F(Leave, IsNotGivenTwiceForTheSameTime) {
+    Spend(kDawn);
+    leave_.EndPoll(kDawn - seconds(1), Nanoseconds(0), true);
+    EXPECT_FALSE(leave_.Allows(kDawn));
+    leave_ = PollingLeave(kGreatestCap, kSocketTrip, kDawn);
+    leave_.EndPoll(kDawn - seconds(1), Nanoseconds(0), true);
+    EXPECT_EQ(VainPolls(kDawn), 20) << "nor is any taken";
 }
 
 TEST_F(Leave, IsForATwentiethOfTheTimeInTheLongRun) {
@@ -539,7 +548,19 @@ TEST_F(ClientSide, TakesAnAnswerBeyondTheBreakEvenForFar) {
         EXPECT_TRUE(client_.IsHot());
         client_.Begin(now_);
         EXPECT_EQ(client_.IsHot(), staysHot) << roundTrip.count();
+        Call(milliseconds(1));
+        EXPECT_EQ(client_.IsHot(), staysHot) << roundTrip.count();
     }
+}
+
+TEST_F(ClientSide, TakesEachSlowAnswerForFarWhateverIsUsual) {
+    BecomeHot();
+    Calls(3, milliseconds(1));
+    Call(Nanoseconds(0), microseconds(1), true);
+    Call(Nanoseconds(0), microseconds(100), true);
+    EXPECT_TRUE(client_.IsHot());
+    Call(milliseconds(1));
+    EXPECT_FALSE(client_.IsHot());
 }
 
 TEST_F(ClientSide, TellsItsUsualGapWhileHot) {
@@ -661,6 +682,58 @@ TEST(MemoryRequestBackoff, TakesMemoryThatWasLostWithin10SecondsForRefused) {
         EXPECT_TRUE(backoff.Allows(lost + seconds(2)));
         backoff.Refused(lost + seconds(2));
         EXPECT_EQ(backoff.Allows(lost + seconds(3)), !isRefused) << "the doubling begins anew";
+    }
+}
+
+// -- Parting a service and a client that share a CPU.
+
+class Trials : public ::testing::Test {
+protected:
+    /// Which of so many calls in a row at that time is a trial, counted from 1; 0: none.
+    int TrialAmong(int calls, TimePoint now, bool otherCpu = false) {
+        for (int call = 1; call <= calls; ++call) {
+            if (trials_.AfterAnswer(now, otherCpu)) {
+                return call;
+            }
+        }
+        return 0;
+    }
+
+    SameCpuTrials trials_;
+};
+
+TEST_F(Trials, BeginAfter16CallsInARowOnOneCpu) {
+    EXPECT_EQ(TrialAmong(15, kDawn), 0);
+    EXPECT_EQ(TrialAmong(100, kDawn, true), 0);
+    EXPECT_EQ(TrialAmong(17, kDawn), 16);
+}
+
+TEST_F(Trials, FollowOneAnotherLessAndLessOften) {
+    TimePoint now = kDawn;
+    ASSERT_EQ(TrialAmong(16, now), 16);
+    for (const int wait : {200, 400, 800, 1600, 3200, 6400, 12'800, 25'600, 30'000, 30'000}) {
+        now += milliseconds(wait);
+        EXPECT_EQ(TrialAmong(100, now - kTick), 0) << wait;
+        EXPECT_EQ(TrialAmong(1, now), 1) << "as soon as there may be one: " << wait;
+    }
+}
+
+TEST_F(Trials, NeedNewCallsOnOneCpuEach) {
+    ASSERT_EQ(TrialAmong(16, kDawn), 16);
+    EXPECT_EQ(TrialAmong(100, kDawn + seconds(100)), 16);
+}
+
+TEST_F(Trials, AreAsFrequentAsAtFirstOnceBothHaveBeenApartFor16Calls) {
+    for (const auto& [callsApart, waitMs] : {std::pair(15, 400), std::pair(16, 200)}) {
+        trials_ = SameCpuTrials();
+        ASSERT_EQ(TrialAmong(16, kDawn), 16);
+        TrialAmong(callsApart, kDawn, true);
+        TrialAmong(1, kDawn);
+        TrialAmong(1, kDawn, true);
+        const TimePoint second = kDawn + milliseconds(200);
+        ASSERT_EQ(TrialAmong(16, second), 16);
+        EXPECT_EQ(TrialAmong(100, second + milliseconds(waitMs) - kTick), 0);
+        EXPECT_EQ(TrialAmong(100, second + milliseconds(waitMs)), 1);
     }
 }
 

@@ -30,7 +30,8 @@ public:
     bool Allows(TimePoint now) const noexcept;
 
     /// A poll has ended. Charged in full; a hit gives back at most what the socket call would have
-    /// cost. A hit is a poll that ended because what it waited for came through memory.
+    /// cost. A hit is a poll that ended because what it waited for came through memory. Who polls
+    /// for several connections at once tells each stretch of time once.
     void EndPoll(TimePoint now, Nanoseconds polled, bool hit) noexcept;
 
     /// Two looks within one poll lie `hole` apart. True when somebody else needed the CPU: the poll
@@ -140,6 +141,24 @@ private:
     std::chrono::seconds wait_{0};
     TimePoint next_ = TimePoint::min();
     TimePoint granted_;
+};
+
+/// The service's view of a connection whose client is hot and runs on the service's own CPU, where
+/// nobody can poll: when to try to part the two.
+class SameCpuTrials {
+public:
+    /// How long the service spins behind the answer of a trial: the scheduler moves a woken client
+    /// to an idle CPU when it finds its own one busy for so long.
+    static constexpr Nanoseconds kSpin = std::chrono::microseconds(60);
+
+    /// A call was answered. True: its answer's wake-up is to be a trial.
+    bool AfterAnswer(TimePoint now, bool otherCpu) noexcept;
+
+private:
+    int together_ = 0;  ///< calls in a row on one CPU
+    int apart_ = 0;     ///< and on two
+    Nanoseconds wait_{0};
+    TimePoint next_ = TimePoint::min();
 };
 
 }  // namespace zam_platform
