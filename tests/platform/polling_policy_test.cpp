@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <random>
 #include <vector>
 
 namespace zam_platform::testing {
@@ -447,6 +448,32 @@ TEST_F(ServiceSide, CountsAPollOnce) {
     EXPECT_EQ(service_.Credit(), 1);
     service_.EndPoll(false);
     EXPECT_EQ(service_.Credit(), 1);
+}
+
+TEST_F(ServiceSide, WastesNoMoreThanItSavedAndATwentiethOfTheCalls) {
+    for (unsigned seed = 1; seed <= 20; ++seed) {
+        std::mt19937 random(seed);
+        service_ = ServicePolling();
+        Nanoseconds wasted{0};
+        Nanoseconds allowed = kGreatestCap;  // the poll that finds out
+        std::mt19937::result_type hitsOf8 = 0;
+        for (int call = 0; call < 2000; ++call) {
+            if (call % 100 == 0) {
+                hitsOf8 = random() % 9;
+            }
+            const Nanoseconds gap(static_cast<std::int64_t>(random() % 60'000));
+            allowed += kSocketCpu / 20;
+            const Nanoseconds limit = Answer(gap);
+            if (limit.count() == 0) {
+                continue;
+            }
+            const bool hit = random() % 8 < hitsOf8;
+            service_.EndPoll(hit);
+            (hit ? allowed : wasted) += hit ? kSocketCpu - gap : limit;
+            ASSERT_LE(wasted, allowed) << seed << ' ' << call;
+        }
+        EXPECT_GT(wasted, Nanoseconds(0)) << seed;
+    }
 }
 
 // -- The client's view.
