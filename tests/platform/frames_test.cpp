@@ -48,6 +48,18 @@ std::vector<GoldenPrelude> GoldenPreludes() {
         {{.kind = FrameKind::Refusal, .status = 19},
          "5A 41 4D 46 01 00 06 00 00 00 00 00 00 00 00 00 "
          "00 00 00 00 00 00 00 00 13 00 00 00 00 00 00 00"},
+        {{.kind = FrameKind::MemoryRequest,
+          .callNumber = 17,
+          .fixedBytes = 8,
+          .flags = CallHints{.gap = 0x2A, .cpu = 3}.Flags()},
+         "5A 41 4D 46 01 00 07 00 11 00 00 00 00 00 00 00 "
+         "08 00 00 00 00 00 00 00 00 00 00 00 00 2A 03 00"},
+        {{.kind = FrameKind::MemoryAnswer, .callNumber = 17, .fixedBytes = 8},
+         "5A 41 4D 46 01 00 08 00 11 00 00 00 00 00 00 00 "
+         "08 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"},
+        {{.kind = FrameKind::Look, .callNumber = 18},
+         "5A 41 4D 46 01 00 09 00 12 00 00 00 00 00 00 00 "
+         "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"},
     };
 }
 
@@ -98,12 +110,14 @@ TEST(Frame, EachByteOfAFieldStandsInItsPlace) {
     expectOnly({.kind = static_cast<FrameKind>(0xA5)}, 6);
 }
 
-TEST(Frame, HasOneFlagAndThatInACallOnly) {
-    for (std::uint16_t kind = 1; kind <= 6; ++kind) {
+TEST(Frame, HasOneFlagInCallsAndHintsInCallsAndMemoryRequests) {
+    constexpr int kFirstHint = 8;
+    for (std::uint16_t kind = 1; kind <= 9; ++kind) {
         for (int bit = 0; bit < 32; ++bit) {
             const std::uint32_t flags = 1U << bit;
             const Bytes bytes = Encoded({.kind = static_cast<FrameKind>(kind), .flags = flags});
-            const bool known = kind == 4 && bit == 0;
+            const bool known =
+                (kind == 4 && bit == 0) || ((kind == 4 || kind == 7) && bit >= kFirstHint);
             Prelude decoded;
             EXPECT_EQ(DecodePrelude(bytes.data(), decoded),
                       known ? FrameFault::None : FrameFault::Flags)
@@ -111,6 +125,13 @@ TEST(Frame, HasOneFlagAndThatInACallOnly) {
             EXPECT_EQ(decoded.flags, known ? flags : 0U);
         }
     }
+}
+
+TEST(Frame, HintsStandInTheirPlacesInTheFlags) {
+    EXPECT_EQ((CallHints{.gap = 0xAB, .cpu = 0x1234}.Flags()), 0x1234AB00U);
+    const CallHints read = CallHints::Of(0x1234ABFFU);
+    EXPECT_EQ(read.gap, 0xAB);
+    EXPECT_EQ(read.cpu, 0x1234);
 }
 
 TEST(Frame, CountsThePreludeAndBothParts) {
@@ -136,9 +157,9 @@ TEST(Frame, NamesWhatIsWrongWithAPrelude) {
         {4, FromHex("00 00"), FrameFault::Version, "frame version is 0, not 1"},
         {4, FromHex("02 00"), FrameFault::Version, "frame version is 2, not 1"},
         {4, FromHex("01 01"), FrameFault::Version, "frame version is 257, not 1"},
-        {6, FromHex("00 00"), FrameFault::Kind, "frame kind is 0, not 1 to 6"},
-        {6, FromHex("07 00"), FrameFault::Kind, "frame kind is 7, not 1 to 6"},
-        {6, FromHex("04 80"), FrameFault::Kind, "frame kind is 32772, not 1 to 6"},
+        {6, FromHex("00 00"), FrameFault::Kind, "frame kind is 0, not 1 to 9"},
+        {6, FromHex("0A 00"), FrameFault::Kind, "frame kind is 10, not 1 to 9"},
+        {6, FromHex("04 80"), FrameFault::Kind, "frame kind is 32772, not 1 to 9"},
         {16, FromHex("01 10 00 00"), FrameFault::FixedBytes,
          "fixed part of 4097 bytes exceeds 4096"},
         {16, FromHex("FF FF FF FF"), FrameFault::FixedBytes,
@@ -148,7 +169,7 @@ TEST(Frame, NamesWhatIsWrongWithAPrelude) {
         {20, FromHex("FF FF FF FF"), FrameFault::ArenaBytes,
          "arena of 4294967295 bytes exceeds 1048576"},
         {28, FromHex("03"), FrameFault::Flags, "unknown flags 0x2 of the frame"},
-        {31, FromHex("80"), FrameFault::Flags, "unknown flags 0x80000000 of the frame"},
+        {28, FromHex("80"), FrameFault::Flags, "unknown flags 0x80 of the frame"},
     };
     for (const WrongPrelude& row : rows) {
         SCOPED_TRACE(row.text);

@@ -142,7 +142,7 @@ public:
     bool Send(const OutgoingFrame& /*frame*/, const Deadline& /*deadline*/) override {
         throw std::bad_alloc();
     }
-    void Receive(IncomingFrame& /*frame*/, const Deadline& /*deadline*/) override {
+    bool Receive(IncomingFrame& /*frame*/, const Deadline& /*deadline*/) override {
         throw std::bad_alloc();
     }
     void Interrupt() noexcept override {}

@@ -51,9 +51,10 @@ public:
     virtual bool Send(const OutgoingFrame& frame, const Deadline& deadline) = 0;
 
     /// Waits for the answer, without limit but for `deadline`; once its first byte has come the
-    /// rest must follow within `kFrameTimeout`. Throws `PlatformError`, after which the channel is
-    /// of no more use.
-    virtual void Receive(IncomingFrame& frame, const Deadline& deadline) = 0;
+    /// rest must follow within `kFrameTimeout`. False when the peer is gone and has not taken a
+    /// single byte of the request after all, so that it may be sent elsewhere. Throws
+    /// `PlatformError` for every other failure. After either the channel is of no more use.
+    virtual bool Receive(IncomingFrame& frame, const Deadline& deadline) = 0;
 
     /// Makes what another thread is doing on this channel, and all that follows, fail. From any
     /// thread, while the channel lives; does not block.

@@ -28,18 +28,22 @@ inline constexpr std::uint32_t kMaxEndpointNameBytes = 256;
 using SessionToken = std::array<unsigned char, kTokenBytes>;
 
 enum class FrameKind : std::uint16_t {
-    Hello = 1,         ///< client, first on a connection: the session token; not answered
-    Lookup = 2,        ///< client: an endpoint name
-    LookupAnswer = 3,  ///< server: `LookupResult`
-    Call = 4,          ///< client: a request message and its arena
-    Answer = 5,        ///< server: a response message and its arena, or only a transport status
-    Refusal = 6,       ///< server: a transport status; the connection is closed behind it
+    Hello = 1,          ///< client, first on a connection: the session token; not answered
+    Lookup = 2,         ///< client: an endpoint name
+    LookupAnswer = 3,   ///< server: `LookupResult`
+    Call = 4,           ///< client: a request message and its arena
+    Answer = 5,         ///< server: a response message and its arena, or only a transport status
+    Refusal = 6,        ///< server: a transport status; the connection is closed behind it
+    MemoryRequest = 7,  ///< client: `MemoryWish`; to a service that offers shared memory
+    MemoryAnswer = 8,   ///< server: `MemoryGrant` and two files, or only a transport status
+    Look = 9,           ///< either: the frame of this number stands in shared memory; not answered
 };
 
 /// What a service understands beyond the first version, told in each `LookupAnswer`. A client sends
 /// it to no service that has not offered it: others refuse it.
 enum Offer : std::uint16_t {
     kOfferFailedTransfer = 1,  ///< calls with `kFlagFailedTransfer`
+    kOfferSharedMemory = 2,    ///< `MemoryRequest`
 };
 
 /// The fixed part of a `LookupAnswer`.
@@ -50,10 +54,41 @@ struct LookupResult {
 };
 static_assert(sizeof(LookupResult) == 8);
 
+/// The fixed part of a `MemoryRequest`.
+struct MemoryWish {
+    std::uint32_t roundTripNs;  ///< of the client's calls through the socket
+    std::uint32_t reserved;
+};
+static_assert(sizeof(MemoryWish) == 8);
+
+/// The fixed part of a `MemoryAnswer`.
+struct MemoryGrant {
+    std::uint32_t slotBytes;  ///< of each of the two slots
+    std::uint32_t reserved;
+};
+static_assert(sizeof(MemoryGrant) == 8);
+
 /// Flags of a call.
 enum CallFlag : std::uint32_t {
     /// This closes a channel whose transfer failed at the client: nothing is to be kept of it.
     kFlagFailedTransfer = 1,
+    /// What a client says of itself, see `CallHints`. In a `MemoryRequest`, and from then on in the
+    /// connection's calls.
+    kHintFlags = 0xFFFFFF00U,
+};
+
+/// What tells a service whether looking for a client's next call is worth it.
+struct CallHints {
+    std::uint8_t gap = 0;   ///< usual time between two calls, as `EncodeGap` writes it
+    std::uint16_t cpu = 0;  ///< the client's CPU plus 1; 0: unknown
+
+    static constexpr CallHints Of(std::uint32_t flags) noexcept {
+        return {.gap = static_cast<std::uint8_t>(flags >> 8U),
+                .cpu = static_cast<std::uint16_t>(flags >> 16U)};
+    }
+    constexpr std::uint32_t Flags() const noexcept {
+        return std::uint32_t{gap} << 8U | std::uint32_t{cpu} << 16U;
+    }
 };
 
 /// The head of a frame; the fixed part and then the arena bytes follow it.
@@ -63,7 +98,7 @@ struct Prelude {
     std::uint32_t fixedBytes = 0;
     std::uint32_t arenaBytes = 0;
     std::int32_t status = 0;
-    std::uint32_t flags = 0;  ///< of `CallFlag`; 0 but in calls
+    std::uint32_t flags = 0;  ///< of `CallFlag`; 0 but in calls and memory requests
 
     std::size_t FrameBytes() const noexcept {
         return kPreludeBytes + std::size_t{fixedBytes} + arenaBytes;

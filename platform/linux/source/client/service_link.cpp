@@ -309,7 +309,8 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
         }
         underWay.Attach(*lease->channel);
         frame.prelude.callNumber = ++lease->calls;
-        if (lease->channel->Send(frame, deadline)) {
+        answer.callNumber = frame.prelude.callNumber;
+        if (lease->channel->Send(frame, deadline) && lease->channel->Receive(answer, deadline)) {
             break;
         }
         if (fresh) {
@@ -322,8 +323,6 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
         underWay.Detach();
         lease.Reset(nullptr);
     }
-    answer.callNumber = frame.prelude.callNumber;
-    lease->channel->Receive(answer, deadline);
     if (isMessage && answer.status == kStatusOk &&
         std::memcmp(&stubBytes, answer.fixed, kStubBytes) != 0) {
         throw PlatformError(kStatusProtocol, "the answer's header is not that of its request");

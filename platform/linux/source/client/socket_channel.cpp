@@ -14,8 +14,13 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <span>
+#include <tuple>
+#include <utility>
 
+#include "client/answer_head.h"
+#include "client/call_bounds.h"
 #include "zam_platform/peer_credentials.h"
 #include "zam_platform/posix_error.h"
 
@@ -70,15 +75,58 @@ bool IsPeerGone(int errorNumber) {
     return errorNumber == EPIPE || errorNumber == ECONNRESET || errorNumber == ENOTCONN;
 }
 
+/// Room for the files that may come with a read. Of more than there is room for, the kernel closes
+/// the rest.
+class FileRoom {
+public:
+    explicit FileRoom(msghdr& message) noexcept {
+        message.msg_control = bytes_.data();
+        message.msg_controllen = bytes_.size();
+    }
+
+    /// Takes what has come.
+    static void Take(msghdr& message, PassedFiles& files) noexcept {
+        std::size_t count = 0;
+        for (cmsghdr* control = CMSG_FIRSTHDR(&message); control != nullptr;
+             control = CMSG_NXTHDR(&message, control)) {
+            if (control->cmsg_level != SOL_SOCKET || control->cmsg_type != SCM_RIGHTS) {
+                continue;
+            }
+            const std::size_t came = (control->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+            for (std::size_t index = 0; index < came; ++index) {
+                int descriptor = -1;
+                std::memcpy(&descriptor, CMSG_DATA(control) + index * sizeof(int), sizeof(int));
+                UniqueFd file(descriptor);
+                if (count < files.size()) {
+                    files[count++] = std::move(file);
+                }
+            }
+        }
+    }
+
+private:
+    alignas(cmsghdr) std::array<unsigned char,
+                                CMSG_SPACE(std::tuple_size_v<PassedFiles> * sizeof(int))> bytes_{};
+};
+
 /// One read into the parts. Gives 0 when nothing has come before `deadline`. One that blocks in the
-/// read itself saves the wait. Throws at the end of the connection.
-std::size_t ReadSome(int socket, std::span<iovec> parts, const Deadline& deadline, bool blocks) {
-    msghdr message{};
-    message.msg_iov = parts.data();
-    message.msg_iovlen = parts.size();
+/// read itself saves the wait. Throws at the end of the connection. `files` may be null.
+std::size_t ReadSome(int socket, std::span<iovec> parts, const Deadline& deadline, bool blocks,
+                     PassedFiles* files) {
     for (;;) {
-        const ssize_t got = ::recvmsg(socket, &message, blocks ? 0 : MSG_DONTWAIT);
+        msghdr message{};
+        message.msg_iov = parts.data();
+        message.msg_iovlen = parts.size();
+        std::optional<FileRoom> room;
+        if (files != nullptr) {
+            room.emplace(message);
+        }
+        const ssize_t got =
+            ::recvmsg(socket, &message, MSG_CMSG_CLOEXEC | (blocks ? 0 : MSG_DONTWAIT));
         if (got > 0) {
+            if (files != nullptr) {
+                FileRoom::Take(message, *files);
+            }
             return static_cast<std::size_t>(got);
         }
         if (got == 0) {
@@ -134,51 +182,6 @@ void ConnectTo(int socket, const sockaddr_un& address, const Deadline& deadline,
         // The option bounds writes as well, which have their own way to keep the deadline.
         SetTimeLimit(socket, SO_SNDTIMEO, {});
     }
-}
-
-PlatformError Refused(const Prelude& refusal) {
-    return {static_cast<TransportStatus>(refusal.status),
-            fmt::format("the service refused the connection: {}", DescribeStatus(refusal.status))};
-}
-
-/// Checks an answer's head against what is awaited.
-void CheckAnswer(const Prelude& prelude, const IncomingFrame& frame) {
-    if (prelude.kind == FrameKind::Refusal && prelude.status != kStatusOk) {
-        throw Refused(prelude);
-    }
-    if (prelude.kind != frame.kind) {
-        throw PlatformError(kStatusProtocol, fmt::format("answer of frame kind {}, not {}",
-                                                         static_cast<unsigned>(prelude.kind),
-                                                         static_cast<unsigned>(frame.kind)));
-    }
-    if (prelude.callNumber != frame.callNumber) {
-        throw PlatformError(kStatusProtocol, fmt::format("answer to call {}, not {}",
-                                                         prelude.callNumber, frame.callNumber));
-    }
-    const std::uint32_t fixedBytes = prelude.status == 0 ? frame.fixedBytes : 0;
-    if (prelude.fixedBytes != fixedBytes) {
-        throw PlatformError(kStatusProtocol, fmt::format("answer with a fixed part of {} bytes, "
-                                                         "not {}",
-                                                         prelude.fixedBytes, fixedBytes));
-    }
-    const std::uint32_t arenaBytes =
-        prelude.status == 0 && frame.arena != nullptr ? frame.arena->capacity : 0;
-    if (prelude.arenaBytes > arenaBytes) {
-        throw PlatformError(kStatusAnswerTooLarge,
-                            fmt::format("answer with an arena of {} bytes, more than {}",
-                                        prelude.arenaBytes, arenaBytes));
-    }
-}
-
-Prelude ReadHead(const unsigned char* head, const IncomingFrame& frame) {
-    Prelude prelude;
-    const FrameFault fault = DecodePrelude(head, prelude);
-    if (fault != FrameFault::None) {
-        throw PlatformError(fault == FrameFault::Version ? kStatusVersion : kStatusProtocol,
-                            DescribeFault(fault, head));
-    }
-    CheckAnswer(prelude, frame);
-    return prelude;
 }
 
 /// A service that closes a connection says why before it does; throws that when it is there.
@@ -252,13 +255,6 @@ UniqueFd ConnectToService(const RuntimeDirectory& directory, const std::string& 
     return socket;
 }
 
-ChannelFactory MakeChannelFactory(const std::string& directory, const std::string& service) {
-    return [directory, service](const SessionToken& token, const Deadline& deadline) {
-        return std::make_unique<SocketChannel>(
-            ConnectToService(RuntimeDirectory(directory), service, deadline), token);
-    };
-}
-
 SocketChannel::SocketChannel(UniqueFd socket, const SessionToken& token,
                              std::chrono::milliseconds frameTimeout) noexcept
     : socket_(std::move(socket)), token_(token), frameTimeout_(frameTimeout) {}
@@ -312,7 +308,7 @@ bool SocketChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
     return true;
 }
 
-void SocketChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
+bool SocketChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
     alignas(8) std::array<unsigned char, kPreludeBytes> head;
     std::array<iovec, 3> buffers = {Part(head.data(), head.size()),
                                     Part(frame.fixed, frame.fixedBytes), iovec{}};
@@ -323,40 +319,77 @@ void SocketChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
 
     // The head, the fixed part and the arena are read straight to where they belong; most answers
     // come whole with the first read.
-    std::span<iovec> parts(buffers.data(), count);
-    const std::size_t bytesBeforeArena = kPreludeBytes + frame.fixedBytes;
-    std::size_t got = 0;
-    std::size_t wanted = kPreludeBytes;
-    bool headKnown = false;
     Prelude prelude;
-    Deadline limit = deadline;
-    while (got < wanted) {
-        const bool blocks = !limit || (got == 0 && BoundReads(*limit));
-        const std::size_t bytes = ReadSome(socket_.Get(), parts, limit, blocks);
-        if (bytes == 0) {
-            throw NotInTime(got, wanted);
-        }
-        const bool first = got == 0;
-        got += bytes;
-        parts = Advance(parts, bytes);
-        if (frame.arena != nullptr && got > bytesBeforeArena) {
-            frame.arena->used = static_cast<std::uint32_t>(got - bytesBeforeArena);
-        }
-        if (!headKnown && got >= kPreludeBytes) {
-            headKnown = true;
-            prelude = ReadHead(head.data(), frame);
-            wanted = prelude.FrameBytes();
-        }
-        if (first && got < wanted) {
-            limit = std::chrono::steady_clock::now() + frameTimeout_;
-            limit = deadline ? std::min(deadline, limit) : limit;
-        }
-    }
+    const std::size_t bytesBeforeArena = kPreludeBytes + frame.fixedBytes;
+    bool headKnown = false;
+    std::size_t wanted = kPreludeBytes;
+    const std::size_t got =
+        ReadAll(std::span(buffers.data(), count), 0, deadline, deadline, [&](std::size_t have) {
+            if (frame.arena != nullptr && have > bytesBeforeArena) {
+                frame.arena->used = static_cast<std::uint32_t>(have - bytesBeforeArena);
+            }
+            if (!headKnown && have >= kPreludeBytes) {
+                headKnown = true;
+                prelude = ReadHead(head.data());
+                CheckAnswer(prelude, frame);
+                wanted = prelude.FrameBytes();
+            }
+            return wanted;
+        });
     if (got > wanted) {
         throw PlatformError(kStatusProtocol, fmt::format("{} bytes behind an answer of {} bytes",
                                                          got - wanted, wanted));
     }
     frame.status = prelude.status;
+    return true;
+}
+
+Prelude SocketChannel::ReceiveHead(const Deadline& deadline, PassedFiles* files) {
+    alignas(8) std::array<unsigned char, kPreludeBytes> head;
+    std::array<iovec, 1> parts = {Part(head.data(), head.size())};
+    ReadAll(
+        parts, 0, deadline, deadline, [](std::size_t /*have*/) { return kPreludeBytes; }, files);
+    return ReadHead(head.data());
+}
+
+void SocketChannel::ReceiveBody(const Prelude& prelude, IncomingFrame& frame,
+                                const Deadline& deadline) {
+    CheckAnswer(prelude, frame);
+    std::array<iovec, 2> parts = {Part(frame.fixed, prelude.fixedBytes), iovec{}};
+    std::size_t count = 1;
+    if (prelude.arenaBytes != 0) {
+        parts[count++] = Part(frame.arena->base, prelude.arenaBytes);
+    }
+    const std::size_t bytesBeforeArena = kPreludeBytes + prelude.fixedBytes;
+    const Deadline limit = Earlier(deadline, std::chrono::steady_clock::now() + frameTimeout_);
+    ReadAll(std::span(parts.data(), count), kPreludeBytes, limit, deadline, [&](std::size_t have) {
+        if (have > bytesBeforeArena) {
+            frame.arena->used = static_cast<std::uint32_t>(have - bytesBeforeArena);
+        }
+        return prelude.FrameBytes();
+    });
+    frame.status = prelude.status;
+}
+
+template <typename Wanted>
+std::size_t SocketChannel::ReadAll(std::span<iovec> parts, std::size_t have, Deadline limit,
+                                   const Deadline& deadline, Wanted&& wanted, PassedFiles* files) {
+    std::size_t total = wanted(have);
+    while (have < total) {
+        const bool blocks = !limit || (have == 0 && BoundReads(*limit));
+        const std::size_t bytes = ReadSome(socket_.Get(), parts, limit, blocks, files);
+        if (bytes == 0) {
+            throw NotInTime(have, total);
+        }
+        const bool first = have == 0;
+        have += bytes;
+        parts = Advance(parts, bytes);
+        total = wanted(have);
+        if (first && have < total) {
+            limit = Earlier(deadline, std::chrono::steady_clock::now() + frameTimeout_);
+        }
+    }
+    return have;
 }
 
 bool SocketChannel::BoundReads(const std::chrono::steady_clock::time_point& deadline) {

@@ -1,6 +1,11 @@
 #pragma once
 
+#include <sys/uio.h>
+
+#include <array>
 #include <chrono>
+#include <cstddef>
+#include <span>
 #include <string>
 
 #include "zam_platform/channel.h"
@@ -16,6 +21,9 @@ namespace zam_platform {
 UniqueFd ConnectToService(const RuntimeDirectory& directory, const std::string& service,
                           const Deadline& deadline = {});
 
+/// Open files that a service sends along with a frame.
+using PassedFiles = std::array<UniqueFd, 2>;
+
 /// A channel over a Unix stream socket.
 class SocketChannel final : public Channel {
 public:
@@ -25,11 +33,26 @@ public:
                   std::chrono::milliseconds frameTimeout = kFrameTimeout) noexcept;
 
     bool Send(const OutgoingFrame& frame, const Deadline& deadline) override;
-    void Receive(IncomingFrame& frame, const Deadline& deadline) override;
+    bool Receive(IncomingFrame& frame, const Deadline& deadline) override;
     void Interrupt() noexcept override;
     void Abandon() noexcept override;
 
+    /// Receives a frame in two steps, for connections on which other frames may come in front of
+    /// the answer. The body of a frame that is none is not to be received. Throws `PlatformError`.
+    /// Files that come with the head are put into `files`, which may be null.
+    Prelude ReceiveHead(const Deadline& deadline, PassedFiles* files = nullptr);
+    void ReceiveBody(const Prelude& prelude, IncomingFrame& frame, const Deadline& deadline);
+
+    int Descriptor() const noexcept { return socket_.Get(); }
+
 private:
+    /// Reads into the parts, of whose frame the first `have` bytes have been read, until there are
+    /// as many as `wanted(have)` says; gives how many there are. `limit` ends it, and once the
+    /// first byte has come, the time for a frame or `deadline`.
+    template <typename Wanted>
+    std::size_t ReadAll(std::span<iovec> parts, std::size_t have, Deadline limit,
+                        const Deadline& deadline, Wanted&& wanted, PassedFiles* files = nullptr);
+
     /// Has the kernel end a blocking read at the deadline or before. False when too little time is
     /// left for that.
     bool BoundReads(const std::chrono::steady_clock::time_point& deadline);

@@ -28,11 +28,18 @@ static_assert(offsetof(WirePrelude, status) == 24);
 static_assert(offsetof(WirePrelude, flags) == 28);
 
 constexpr auto kFirstKind = static_cast<std::uint16_t>(FrameKind::Hello);
-constexpr auto kLastKind = static_cast<std::uint16_t>(FrameKind::Refusal);
+constexpr auto kLastKind = static_cast<std::uint16_t>(FrameKind::Look);
 
 /// The flags that a frame of this kind may have.
 constexpr std::uint32_t FlagsOf(std::uint16_t kind) noexcept {
-    return kind == static_cast<std::uint16_t>(FrameKind::Call) ? kFlagFailedTransfer : 0U;
+    switch (static_cast<FrameKind>(kind)) {
+        case FrameKind::Call:
+            return kFlagFailedTransfer | kHintFlags;
+        case FrameKind::MemoryRequest:
+            return kHintFlags;
+        default:
+            return 0;
+    }
 }
 
 }  // namespace

@@ -147,11 +147,19 @@ Nanoseconds DecodeGap(std::uint8_t code) noexcept {
 }
 
 PollingLeave::PollingLeave(Nanoseconds cap, Nanoseconds socketRoundTrip, TimePoint now) noexcept
-    : socketRoundTrip_(std::max(socketRoundTrip, Nanoseconds(0))),
-      cap_(std::clamp(cap, Nanoseconds(0), std::min(socketRoundTrip_, kGreatestCap))),
+    : wishedCap_(cap),
+      socketRoundTrip_(0),
+      cap_(0),
       budget_(kGreatestBudget),
       budgetAt_(now),
-      pauseEnd_(now) {}
+      pauseEnd_(now) {
+    NoteRoundTrip(socketRoundTrip);
+}
+
+void PollingLeave::NoteRoundTrip(Nanoseconds roundTrip) noexcept {
+    socketRoundTrip_ = std::max(socketRoundTrip_, roundTrip);
+    cap_ = std::clamp(wishedCap_, Nanoseconds(0), std::min(socketRoundTrip_, kGreatestCap));
+}
 
 Nanoseconds PollingLeave::Budget(TimePoint now) const noexcept {
     const Nanoseconds passed =
@@ -192,7 +200,7 @@ Nanoseconds PollingLeave::SocketCpu() const noexcept {
 }
 
 Nanoseconds ServicePolling::AfterAnswer(const PollingLeave& leave, TimePoint now, Nanoseconds gap,
-                                        bool otherCpu) noexcept {
+                                        bool otherCpu, bool sleeps) noexcept {
     limit_ = Nanoseconds(0);
     unit_ = leave.SocketCpu();
     if (gap > leave.BreakEven()) {
@@ -203,7 +211,8 @@ Nanoseconds ServicePolling::AfterAnswer(const PollingLeave& leave, TimePoint now
     }
     Pay(unit_ / kTrialPart);
     if (otherCpu && credit_.count() >= 0 && leave.Allows(now)) {
-        limit_ = std::min(leave.Cap(), kLeastPoll + kPolledGaps * gap);
+        const Nanoseconds wakeUp = sleeps ? leave.WakeUp() : Nanoseconds(0);
+        limit_ = std::min(leave.Cap(), wakeUp + kLeastPoll + kPolledGaps * gap);
         saving_ = unit_ - std::min(gap, unit_);
     }
     return limit_;
@@ -249,11 +258,12 @@ void ClientPolling::Begin(TimePoint now) noexcept {
 void ClientPolling::End(TimePoint now, bool throughMemory) noexcept {
     end_ = now;
     hasEnded_ = true;
+    const Nanoseconds roundTrip = Cut(now - begin_);
     if (!throughMemory) {
         roundTrip_ -= roundTrip_ / kForgetting;
+        socketRoundTrip_ += (roundTrip - socketRoundTrip_) / kSmoothing;
         return;
     }
-    const Nanoseconds roundTrip = Cut(now - begin_);
     roundTrip_ =
         roundTrip_.count() == 0 ? roundTrip : roundTrip_ + (roundTrip - roundTrip_) / kSmoothing;
     if (roundTrip > breakEven_) {

@@ -26,6 +26,10 @@ public:
     /// socket, measured on this machine, and 50 us bound it as well.
     PollingLeave(Nanoseconds cap, Nanoseconds socketRoundTrip, TimePoint now) noexcept;
 
+    /// Takes note of what a call by socket has taken; the longest holds, since it is the one between
+    /// two CPUs.
+    void NoteRoundTrip(Nanoseconds roundTrip) noexcept;
+
     /// Whether a poll as long as the cap may begin: its budget is there, and no pause is under way.
     bool Allows(TimePoint now) const noexcept;
 
@@ -44,12 +48,16 @@ public:
     /// What both sides together may poll for one call: more costs more CPU than the socket.
     Nanoseconds BreakEven() const noexcept;
 
+    /// How long a side that sleeps takes to wake.
+    Nanoseconds WakeUp() const noexcept { return socketRoundTrip_ / 2; }
+
     /// What a call by socket costs both sides in CPU.
     Nanoseconds SocketCpu() const noexcept;
 
 private:
     Nanoseconds Budget(TimePoint now) const noexcept;
 
+    Nanoseconds wishedCap_;
     Nanoseconds socketRoundTrip_;
     Nanoseconds cap_;
     Nanoseconds budget_;  ///< at `budgetAt_`; below 0 when overdrawn
@@ -68,10 +76,10 @@ private:
 class ServicePolling {
 public:
     /// A call was answered (or will be, later) whose client says that its calls are `gap` apart,
-    /// end of one to begin of the next, and whether it runs on another CPU. Returns how long to
-    /// poll; 0: not at all.
+    /// end of one to begin of the next, and whether it runs on another CPU. One whose answer goes
+    /// by socket has to wake first. Returns how long to poll; 0: not at all.
     Nanoseconds AfterAnswer(const PollingLeave& leave, TimePoint now, Nanoseconds gap,
-                            bool otherCpu) noexcept;
+                            bool otherCpu, bool sleeps = false) noexcept;
 
     /// The poll that `AfterAnswer` asked for has ended, for whatever reason; a hit as in
     /// `PollingLeave::EndPoll`. Without such a poll nothing happens.
@@ -99,6 +107,8 @@ public:
     /// `breakEven` is `PollingLeave::BreakEven` of this process.
     explicit ClientPolling(Nanoseconds breakEven = kGreatestCap) noexcept : breakEven_(breakEven) {}
 
+    void SetBreakEven(Nanoseconds breakEven) noexcept { breakEven_ = breakEven; }
+
     /// A call begins. Takes note of the gap since the last one's end.
     void Begin(TimePoint now) noexcept;
 
@@ -112,6 +122,9 @@ public:
     /// What to tell the service: the usual gap between calls while hot, else the longest.
     Nanoseconds Gap() const noexcept { return isHot_ ? gap_ : kLongestGap; }
 
+    /// What its calls by socket take lately; 0 before the first.
+    Nanoseconds SocketRoundTrip() const noexcept { return socketRoundTrip_; }
+
     /// How long to look for an answer in memory before blocking.
     Nanoseconds SpinLimit(Nanoseconds cap) const noexcept;
 
@@ -123,6 +136,7 @@ private:
     TimePoint end_;
     Nanoseconds gap_{0};        ///< smoothed; 0 at first
     Nanoseconds roundTrip_{0};  ///< through memory, smoothed; 0: not known
+    Nanoseconds socketRoundTrip_{0};
     int score_ = 0;
     bool hasEnded_ = false;
     bool isHot_ = false;

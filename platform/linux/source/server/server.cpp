@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "server/server_connection.h"
+#include "server/slot_poller.h"
 #include "vd/service_locator.h"
 #include "zam_platform/posix_error.h"
 #include "zam_platform/report.h"
@@ -72,10 +73,24 @@ struct Server::Listener {
     bool isPausing = false;  ///< out of descriptors or memory since it was logged
 };
 
+class Server::LoopScope {
+public:
+    explicit LoopScope(Server& server) noexcept : server_(server) {
+        server_.loopThread_ = std::this_thread::get_id();
+    }
+    LoopScope(const LoopScope&) = delete;
+    LoopScope& operator=(const LoopScope&) = delete;
+    ~LoopScope() { server_.loopThread_ = std::thread::id(); }
+
+private:
+    Server& server_;
+};
+
 Server::Server(std::vector<EndpointRule> endpoints, AdmissionPolicy admission, ServerLimits limits)
     : endpoints_(std::move(endpoints)),
       admission_(admission),
       limits_(limits),
+      poller_(std::make_unique<SlotPoller>(context_, limits.spinCap)),
       sessions_(context_, limits.sessionGrace, limits.sessionsPerUser) {}
 
 Server::~Server() {
@@ -96,6 +111,7 @@ Server::~Server() {
     for (const auto& connection : connections) {
         connection->Close();
     }
+    const LoopScope loopScope(*this);
     context_.restart();
     context_.poll();
 }
@@ -148,8 +164,18 @@ void Server::NoticeBroken(const SessionToken& client) {
 
 void Server::Run() {
     const LogsWithoutWaiting logsWithoutWaiting;
+    const LoopScope loopScope(*this);
     const auto work = asio::make_work_guard(context_);
-    Guard([this] { context_.run(); });
+    Guard([this] {
+        while (!context_.stopped()) {
+            if (poller_->IsPolling()) {
+                poller_->Poll();
+            } else {
+                context_.run_one();
+            }
+        }
+    });
+    poller_->Stop();
 }
 
 template <typename Part>
@@ -166,6 +192,7 @@ void Server::Guard(Part part) {
 }
 
 void Server::RunOne() {
+    const LoopScope loopScope(*this);
     const auto work = asio::make_work_guard(context_);
     context_.restart();
     try {
@@ -176,6 +203,7 @@ void Server::RunOne() {
 }
 
 void Server::RunReady() {
+    const LoopScope loopScope(*this);
     bool isReady = true;
     while (isReady) {
         context_.restart();
@@ -266,6 +294,11 @@ const EndpointRule* Server::FindEndpoint(std::uint16_t riid) const noexcept {
         std::find_if(endpoints_.begin(), endpoints_.end(),
                      [riid](const EndpointRule& endpoint) { return endpoint.riid == riid; });
     return found == endpoints_.end() ? nullptr : &*found;
+}
+
+std::uint16_t Server::Offers() const noexcept {
+    const std::uint16_t memory = poller_->IsOn() ? kOfferSharedMemory : 0;
+    return kOfferFailedTransfer | memory;
 }
 
 std::uint16_t Server::FindRiid(std::string_view endpoint) const noexcept {

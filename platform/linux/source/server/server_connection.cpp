@@ -1,4 +1,5 @@
 #include "server/server_connection.h"
+#include "server/slot_poller.h"
 
 #include <fmt/format.h>
 #include <asio/buffer.hpp>
@@ -137,9 +138,13 @@ bool ServerConnection::CheckHead(const Prelude& prelude, const unsigned char* bo
             return true;
         case FrameKind::Call:
             return CheckCall(prelude, body, bodyBytes);
+        case FrameKind::Look:
+        case FrameKind::MemoryRequest:
+            return CheckMemoryFrame(prelude);
         case FrameKind::LookupAnswer:
         case FrameKind::Answer:
         case FrameKind::Refusal:
+        case FrameKind::MemoryAnswer:
             break;
     }
     return refuse(fmt::format("frame kind {} from a client", static_cast<unsigned>(prelude.kind)));
@@ -153,6 +158,9 @@ bool ServerConnection::CheckCall(const Prelude& prelude, const unsigned char* bo
     };
     if (callPending_) {
         return refuse("call while another is in flight on the same connection");
+    }
+    if (!hasAgreed_ && (prelude.flags & kHintFlags) != 0) {
+        return refuse(fmt::format("flags {:#x} of a call without shared memory", prelude.flags));
     }
     if (prelude.fixedBytes < kHeaderBytes) {
         return refuse(fmt::format("call with a fixed part of {} bytes, less than the header's {}",
@@ -184,9 +192,14 @@ bool ServerConnection::CheckCall(const Prelude& prelude, const unsigned char* bo
 }
 
 void ServerConnection::HandleFrame(const Prelude& prelude, const unsigned char* body) {
+    if (prelude.kind == FrameKind::Look) {
+        return HandleLook(prelude);  // may be older than the last answer
+    }
     // Clients read an answer before they send another frame.
     EndWatch(true);
     switch (prelude.kind) {
+        case FrameKind::MemoryRequest:
+            return HandleMemoryRequest(prelude, body);
         case FrameKind::Hello:
             return HandleHello(body);
         case FrameKind::Lookup:
@@ -214,9 +227,10 @@ void ServerConnection::HandleHello(const unsigned char* body) {
 
 void ServerConnection::HandleLookup(const Prelude& prelude, const unsigned char* body) {
     lastCallBytes_ = 0;
+    lastNumber_ = prelude.callNumber;
     const std::string_view name(reinterpret_cast<const char*>(body), prelude.fixedBytes);
     const LookupResult result{
-        .riid = server_.FindRiid(name), .offers = kOfferFailedTransfer, .reserved = {}};
+        .riid = server_.FindRiid(name), .offers = server_.Offers(), .reserved = {}};
     SendNow({.kind = FrameKind::LookupAnswer,
              .callNumber = prelude.callNumber,
              .fixedBytes = sizeof(result)},
@@ -230,7 +244,7 @@ void ServerConnection::HandleCall(const Prelude& prelude, const unsigned char* b
     Request request{.operation = header.operation,
                     .rule = &rule,
                     .client = client_,
-                    .flags = prelude.flags,
+                    .flags = prelude.flags & ~std::uint32_t{kHintFlags},
                     .message = reinterpret_cast<const vd_message_header*>(body)};
     // A view of the received bytes; handlers read it only.
     vd_arena_init(&request.arena, const_cast<unsigned char*>(body) + prelude.fixedBytes,
@@ -238,6 +252,8 @@ void ServerConnection::HandleCall(const Prelude& prelude, const unsigned char* b
     request.arena.used = prelude.arenaBytes;
     lastCallBytes_ = std::min<std::size_t>(prelude.fixedBytes, lastCall_.size());
     std::memcpy(lastCall_.data(), body, lastCallBytes_);
+    lastNumber_ = prelude.callNumber;
+    hints_ = CallHints::Of(prelude.flags);
     callPending_ = true;
     try {
         endpoint.handler->OnCall(request,
@@ -328,7 +344,7 @@ void ServerConnection::StartFrameTimer() {
 
 void ServerConnection::Send(const Prelude& prelude, const void* message, const void* arena,
                             DeliveryWatch watch) noexcept {
-    if (server_.context_.get_executor().running_in_this_thread()) {
+    if (server_.IsLoopThread()) {
         Guard([&] { SendNow(prelude, message, arena, std::move(watch)); });
         return;
     }
@@ -361,6 +377,17 @@ void ServerConnection::SendNow(const Prelude& prelude, const void* message, cons
     if (prelude.kind == FrameKind::Answer) {
         callPending_ = false;
         watch_ = std::move(watch);
+        if (slot_ != nullptr) {
+            const bool byMemory = isServingMemory_ && !watch_ && ServerSlot::Fits(prelude);
+            server_.poller_->BeforeAnswer(*this, hints_, byMemory);
+            if (byMemory) {
+                if (!slot_->Answer(prelude, message, arena)) {
+                    SendNow({.kind = FrameKind::Look, .callNumber = prelude.callNumber}, nullptr,
+                            nullptr);
+                }
+                return;
+            }
+        }
     }
     std::array<unsigned char, kPreludeBytes> head;
     EncodePrelude(prelude, head.data());

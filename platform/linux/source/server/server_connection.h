@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "server/server_slot.h"
 #include "zam_platform/frame.h"
 #include "zam_platform/server/handler_room.h"
 #include "zam_platform/server/server.h"
@@ -62,6 +63,15 @@ public:
     /// Closes at once. On the loop thread, or when the loop does not run.
     void Close() noexcept;
 
+    /// What follows is for the looks at the memory that is shared with the client; see
+    /// `SlotPoller`. Whether there is a request, or what should be one.
+    bool HasRequest() const noexcept;
+    void ServeFromMemory();
+    void TellPolling(bool isPolling) noexcept;
+
+    /// Lets go of the memory, behind a last look at it.
+    void GiveUpMemory();
+
     /// Ends when the client has given the connection up, also when not all that it sent has been
     /// read yet. On the loop thread.
     void NoticeEnd();
@@ -107,6 +117,14 @@ private:
     void HandleHello(const unsigned char* body);
     void HandleLookup(const Prelude& prelude, const unsigned char* body);
     void HandleCall(const Prelude& prelude, const unsigned char* body);
+    void HandleLook(const Prelude& prelude);
+    void HandleMemoryRequest(const Prelude& prelude, const unsigned char* body);
+    bool CheckMemoryFrame(const Prelude& prelude);
+    bool ReadFromMemory(Prelude& prelude);
+    bool MakeSlot(const CallHints& hints, std::chrono::nanoseconds roundTrip) noexcept;
+    void SendSlot(const Prelude& prelude, const MemoryGrant& grant);
+    bool HasUnservedRequest() const noexcept;
+    LostCall UnservedCall() const noexcept;
 
     /// Moves what is left to the front of a buffer that holds the frame it begins.
     void KeepRest(std::size_t offset);
@@ -140,6 +158,13 @@ private:
     bool frameTimed_ = false;
 
     DeliveryWatch watch_;  ///< of the last answer
+
+    std::unique_ptr<ServerSlot> slot_;
+    std::uint64_t lastNumber_ = 0;    ///< of the last lookup or call, whichever way it came
+    std::uint64_t memoryNumber_ = 0;  ///< of the last that came through memory
+    CallHints hints_;                 ///< of the last call
+    bool hasAgreed_ = false;          ///< the client has been given memory once
+    bool isServingMemory_ = false;    ///< while a call that came through memory is being handled
 
     std::array<unsigned char, LostCall::kKeptBytes> lastCall_{};  ///< how its fixed part begins
     std::size_t lastCallBytes_ = 0;

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "server/server_connection.h"
+#include "server/slot_poller.h"
 #include "zam_platform/report.h"
 #include "zam_platform/server/log_context.h"
 
@@ -24,7 +25,7 @@ constexpr char kSourceFile[] = "server_connection";
 }  // namespace
 
 void ServerConnection::Drop() noexcept {
-    if (server_.context_.get_executor().running_in_this_thread()) {
+    if (server_.IsLoopThread()) {
         Break(LastCall());
     } else if (!isDropping_.exchange(true)) {
         asio::post(server_.context_, InRoom(dropRoom_, [self = shared_from_this()] {
@@ -115,6 +116,9 @@ LostCall ServerConnection::Lost() noexcept {
     if (!queue_.empty()) {
         return LastCall();
     }
+    if (HasUnservedRequest()) {
+        return UnservedCall();
+    }
     std::array<unsigned char, kPreludeBytes + LostCall::kKeptBytes> unread;
     const ssize_t got =
         ::recv(socket_.native_handle(), unread.data(), unread.size(), MSG_PEEK | MSG_DONTWAIT);
@@ -123,7 +127,7 @@ LostCall ServerConnection::Lost() noexcept {
 }
 
 void ServerConnection::EndAfterClient() {
-    if (have_ != 0 || callPending_ || !queue_.empty()) {
+    if (have_ != 0 || callPending_ || !queue_.empty() || HasUnservedRequest()) {
         Break(Lost());
     } else {
         EndWatch(true);
@@ -162,6 +166,8 @@ void ServerConnection::Close() noexcept {
     frameTimer_.cancel();
     std::error_code ignored;
     socket_.close(ignored);
+    server_.poller_->Remove(*this);
+    slot_.reset();
     ReleaseLarge();
     UserUsage& usage = Usage();
     usage.queuedBytes -= queue_.size() - queueSent_ + queueBehind_.size();

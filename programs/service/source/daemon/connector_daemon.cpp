@@ -18,6 +18,7 @@
 #include "lanes.h"
 #include "link/connection_plan.h"
 #include "qx/endpoint_names.h"
+#include "zam_platform/spin_setting.h"
 
 namespace zam_service {
 namespace {
@@ -29,6 +30,7 @@ zam_platform::ServerLimits Limits() {
         limits.connectionsPerUser =
             ConnectionsOfUser(descriptors.rlim_cur, limits.connectionsPerUser);
     }
+    limits.spinCap = zam_platform::SpinCap();
     return limits;
 }
 

@@ -4,6 +4,7 @@
 
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -13,6 +14,7 @@
 #include <set>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include "zam_platform/peer_credentials.h"
@@ -20,6 +22,8 @@
 #include "zam_platform/server/session_registry.h"
 
 namespace zam_platform {
+
+class SlotPoller;
 
 /// Whom a server serves: always its own user and root, and the members of one group.
 struct AdmissionPolicy {
@@ -38,6 +42,9 @@ struct ServerLimits {
     std::chrono::milliseconds frameTimeout{5000};  ///< from a frame's first byte to its last
     std::chrono::milliseconds sessionGrace{2000};  ///< from a session's last connection to its end
     std::chrono::milliseconds acceptPause{100};    ///< after running out of descriptors
+
+    /// Longest look for a client's next call in shared memory; 0: calls come through sockets alone.
+    std::chrono::nanoseconds spinCap{0};
 };
 
 /// What a user's connections hold.
@@ -113,6 +120,9 @@ private:
     using Socket = asio::local::stream_protocol::socket;
     struct Listener;
 
+    /// The calling thread runs the loop while this lives.
+    class LoopScope;
+
     /// Runs a part of the loop. What lacks memory is given up.
     template <typename Part>
     void Guard(Part part);
@@ -123,11 +133,19 @@ private:
     void OnAccepted(Socket socket);
     const EndpointRule* FindEndpoint(std::uint16_t riid) const noexcept;
     std::uint16_t FindRiid(std::string_view endpoint) const noexcept;
+    std::uint16_t Offers() const noexcept;
+
+    /// Whether the calling thread runs the loop. The looks at shared memory are none of the
+    /// context's handlers, so that it does not know.
+    bool IsLoopThread() const noexcept {
+        return loopThread_.load(std::memory_order_relaxed) == std::this_thread::get_id();
+    }
 
     std::vector<EndpointRule> endpoints_;  ///< constant once calls come
     const AdmissionPolicy admission_;
     const ServerLimits limits_;
     asio::io_context context_{1};
+    const std::unique_ptr<SlotPoller> poller_;
     SessionRegistry sessions_;
     BreakObserver onBroken_;
     std::map<uid_t, UserUsage> usage_;
@@ -135,6 +153,7 @@ private:
     std::map<SessionToken, std::set<ServerConnection*>> greeted_;  ///< those of them that have
     std::vector<std::unique_ptr<Listener>> listeners_;
     bool isClosing_ = false;
+    std::atomic<std::thread::id> loopThread_;
 };
 
 }  // namespace zam_platform

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string_view>
+
+namespace zam_platform {
+
+/// Longest look of either side for what the other puts into shared memory. Beyond it a call through
+/// the socket costs no more.
+inline constexpr std::chrono::microseconds kMaxSpin{50};
+
+/// Reads a number of microseconds from 0 to `kMaxSpin`; empty for anything else.
+std::optional<std::chrono::microseconds> ParseSpin(std::string_view text) noexcept;
+
+/// How long this process looks: `ZAM_SPIN`, in microseconds, else `kMaxSpin`; 0, for not at all,
+/// where there is one CPU only. Set-uid programs do not read the variable. A text that is no such
+/// number is told in the log and not heeded.
+std::chrono::nanoseconds SpinCap() noexcept;
+
+}  // namespace zam_platform

@@ -1,0 +1,24 @@
+#include <memory>
+#include <string>
+
+#include "client/shared_channel.h"
+#include "client/socket_channel.h"
+#include "zam_platform/channel.h"
+#include "zam_platform/runtime_directory.h"
+#include "zam_platform/spin_setting.h"
+
+namespace zam_platform {
+
+ChannelFactory MakeChannelFactory(const std::string& directory, const std::string& service) {
+    return [directory, service](const SessionToken& token,
+                                const Deadline& deadline) -> std::unique_ptr<Channel> {
+        UniqueFd socket = ConnectToService(RuntimeDirectory(directory), service, deadline);
+        static const Nanoseconds cap = SpinCap();
+        if (cap.count() == 0) {
+            return std::make_unique<SocketChannel>(std::move(socket), token);
+        }
+        return std::make_unique<SharedChannel>(std::move(socket), token, cap);
+    };
+}
+
+}  // namespace zam_platform

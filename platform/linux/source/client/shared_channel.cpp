@@ -1,0 +1,314 @@
+#include "client/shared_channel.h"
+
+#include <fmt/format.h>
+#include <sched.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <utility>
+
+#include "client/answer_head.h"
+#include "shared/pause.h"
+#include "shared/shared_pages.h"
+
+namespace zam_platform {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// Looked up only for what the service offers; no endpoint is called so.
+constexpr char kNoEndpoint[] = "?";
+
+bool IsGone(const PlatformError& error) noexcept {
+    return error.Status() == kStatusBroken || error.Status() == kStatusUnavailable;
+}
+
+}  // namespace
+
+SharedChannel::SharedChannel(UniqueFd socket, const SessionToken& token, Nanoseconds cap,
+                             std::chrono::milliseconds frameTimeout) noexcept
+    : socket_(std::move(socket), token, frameTimeout), leave_(cap, Nanoseconds(0), Clock::now()) {}
+
+bool SharedChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
+    way_ = Way::Socket;
+    if (frame.prelude.kind != FrameKind::Call) {
+        number_ = frame.prelude.callNumber;
+        return socket_.Send(frame, deadline);
+    }
+    const auto now = Clock::now();
+    polling_.Begin(now);
+    if (polling_.IsHot()) {
+        if (!memory_.requests && mayAsk_ && backoff_.Allows(now) && !AskForMemory(deadline)) {
+            return false;
+        }
+        if (memory_.requests) {
+            const std::uint64_t polling = memory_.answers->polling.load();
+            if (polling == kPolling && Fits(frame) && leave_.Allows(now)) {
+                return SendThroughMemory(frame, deadline);
+            }
+            if (polling == kGivenUp) {
+                memory_ = {};
+                backoff_.Lost(now);
+            }
+        }
+    }
+    return SendThroughSocket(frame, deadline);
+}
+
+bool SharedChannel::SendThroughSocket(OutgoingFrame frame, const Deadline& deadline) {
+    number_ = frame.prelude.callNumber;
+    if (hasAgreed_) {
+        frame.prelude.flags |= Hints();
+    }
+    return socket_.Send(frame, deadline);
+}
+
+bool SharedChannel::Fits(const OutgoingFrame& frame) const noexcept {
+    return kPreludeBytes + SlotRoom(frame.prelude.fixedBytes) +
+               SlotRoom(frame.prelude.arenaBytes) <=
+           kSlotBytes;
+}
+
+std::uint32_t SharedChannel::Hints() const noexcept {
+    const int cpu = ::sched_getcpu();
+    const bool isKnown = cpu >= 0 && cpu < std::numeric_limits<std::uint16_t>::max();
+    return CallHints{.gap = EncodeGap(polling_.Gap()),
+                     .cpu = static_cast<std::uint16_t>(isKnown ? cpu + 1 : 0)}
+        .Flags();
+}
+
+bool SharedChannel::SendThroughMemory(const OutgoingFrame& frame, const Deadline& deadline) {
+    number_ = frame.prelude.callNumber;
+    way_ = Way::Memory;
+    Prelude prelude = frame.prelude;
+    prelude.flags |= Hints();
+    alignas(8) std::array<unsigned char, kPreludeBytes> head;
+    EncodePrelude(prelude, head.data());
+    RequestPages& pages = *memory_.requests.operator->();
+    std::size_t offset = WriteSlot(pages.slot, 0, head.data(), head.size());
+    offset = WriteSlot(pages.slot, offset, frame.fixed, prelude.fixedBytes);
+    WriteSlot(pages.slot, offset, frame.arena, prelude.arenaBytes);
+    pages.waiting.store(number_);
+    pages.request.store(number_);
+    if (memory_.answers->polling.load() == kPolling) {
+        return true;
+    }
+    // The service looks no more, or has looked once more behind that: then this comes too late and
+    // is passed over.
+    const OutgoingFrame look{.prelude = {.kind = FrameKind::Look, .callNumber = number_}};
+    return socket_.Send(look, deadline) || memory_.answers->taken.load() == number_;
+}
+
+bool SharedChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
+    if (way_ == Way::Socket) {
+        ReceiveThroughSocket(frame, deadline);
+        if (frame.kind == FrameKind::Answer) {
+            polling_.End(Clock::now(), false);
+        }
+        return true;
+    }
+    if (AwaitInMemory()) {
+        TakeFromMemory(frame);
+        polling_.End(Clock::now(), true);
+        return true;
+    }
+    memory_.requests->waiting.store(0);
+    if (IsAnswered()) {
+        mayHaveLook_ = true;
+        TakeFromMemory(frame);
+    } else {
+        try {
+            if (!ReceiveBehindLooks(frame, deadline)) {
+                return false;
+            }
+        } catch (const PlatformError& error) {
+            if (!IsGone(error)) {
+                throw;
+            }
+            // Who reads a byte of a request says so before.
+            if (memory_.answers->taken.load() != number_) {
+                return false;
+            }
+            if (!IsAnswered()) {
+                throw;
+            }
+            TakeFromMemory(frame);  // its last deed
+        }
+    }
+    polling_.End(Clock::now(), false);
+    return true;
+}
+
+void SharedChannel::ReceiveThroughSocket(IncomingFrame& frame, const Deadline& deadline) {
+    if (mayHaveLook_) {
+        ReceiveBehindLooks(frame, deadline);
+    } else {
+        socket_.Receive(frame, deadline);
+    }
+}
+
+bool SharedChannel::IsAnswered() const noexcept {
+    return memory_.answers->answer.load() == number_;
+}
+
+bool SharedChannel::AwaitInMemory() noexcept {
+    const auto begin = Clock::now();
+    const Nanoseconds limit = polling_.SpinLimit(leave_.Cap());
+    auto last = begin;
+    for (;;) {
+        if (IsAnswered()) {
+            leave_.EndPoll(last, last - begin, true);
+            return true;
+        }
+        Pause();
+        const auto now = Clock::now();
+        const bool isPreempted = leave_.NoticeHole(now, now - last);
+        last = now;
+        if (isPreempted || now - begin >= limit) {
+            break;
+        }
+    }
+    leave_.EndPoll(last, last - begin, false);
+    return false;
+}
+
+void SharedChannel::TakeFromMemory(IncomingFrame& frame) {
+    const SharedSlot& slot = memory_.answers->slot;
+    alignas(8) std::array<unsigned char, kPreludeBytes> head;
+    std::size_t offset = ReadSlot(slot, 0, head.data(), head.size());
+    const Prelude prelude = ReadHead(head.data());
+    CheckAnswer(prelude, frame);
+    if (kPreludeBytes + SlotRoom(prelude.fixedBytes) + prelude.arenaBytes > kSlotBytes) {
+        throw PlatformError(kStatusProtocol, fmt::format("answer of {} bytes in a slot of {}",
+                                                         prelude.FrameBytes(), kSlotBytes));
+    }
+    offset = ReadSlot(slot, offset, frame.fixed, prelude.fixedBytes);
+    if (prelude.arenaBytes != 0) {
+        frame.arena->used = prelude.arenaBytes;
+        ReadSlot(slot, offset, frame.arena->base, prelude.arenaBytes);
+    }
+    frame.status = prelude.status;
+}
+
+Prelude SharedChannel::ReceiveHeadBehindLooks(const Deadline& deadline, PassedFiles* files) {
+    for (;;) {
+        const Prelude prelude = socket_.ReceiveHead(deadline, files);
+        if (prelude.kind != FrameKind::Look) {
+            mayHaveLook_ = false;  // it would have come before
+            return prelude;
+        }
+        const bool isAwaited = way_ == Way::Memory && prelude.callNumber == number_;
+        if (prelude.callNumber <= lastLook_ || prelude.callNumber > number_ ||
+            prelude.FrameBytes() != kPreludeBytes) {
+            throw PlatformError(kStatusProtocol,
+                                fmt::format("look at call {} while waiting for call {}",
+                                            prelude.callNumber, number_));
+        }
+        lastLook_ = prelude.callNumber;
+        if (isAwaited) {
+            return prelude;
+        }
+    }
+}
+
+bool SharedChannel::ReceiveBehindLooks(IncomingFrame& frame, const Deadline& deadline) {
+    const Prelude prelude = ReceiveHeadBehindLooks(deadline);
+    if (prelude.kind != FrameKind::Look) {
+        socket_.ReceiveBody(prelude, frame, deadline);
+        return true;
+    }
+    if (IsAnswered()) {
+        TakeFromMemory(frame);
+        return true;
+    }
+    // The service gave the memory up in between, and sends the look back.
+    if (memory_.answers->polling.load() == kGivenUp && memory_.answers->taken.load() != number_) {
+        return false;
+    }
+    throw PlatformError(kStatusProtocol,
+                        fmt::format("look at call {}, which is not answered", number_));
+}
+
+bool SharedChannel::AskForMemory(const Deadline& deadline) {
+    try {
+        if (!isOffered_ && !AskForOffers(deadline)) {
+            return false;
+        }
+        if (!isOffered_) {
+            mayAsk_ = false;
+            return true;
+        }
+        const MemoryWish wish{.roundTripNs = static_cast<std::uint32_t>(std::min<Nanoseconds::rep>(
+                                  polling_.SocketRoundTrip().count(), std::numeric_limits<std::uint32_t>::max())),
+                              .reserved = 0};
+        const OutgoingFrame request{.prelude = {.kind = FrameKind::MemoryRequest,
+                                                .callNumber = number_,
+                                                .fixedBytes = sizeof(wish),
+                                                .flags = Hints()},
+                                    .fixed = &wish};
+        if (!socket_.Send(request, deadline)) {
+            return false;
+        }
+        TakeGrant(deadline);
+        return true;
+    } catch (const PlatformError& error) {
+        if (error.Status() == kStatusTimeout) {
+            throw;
+        }
+        return false;
+    }
+}
+
+bool SharedChannel::AskForOffers(const Deadline& deadline) {
+    LookupResult result{};
+    const OutgoingFrame lookup{.prelude = {.kind = FrameKind::Lookup,
+                                           .callNumber = number_,
+                                           .fixedBytes = sizeof(kNoEndpoint) - 1},
+                               .fixed = kNoEndpoint};
+    IncomingFrame answer{.kind = FrameKind::LookupAnswer,
+                         .callNumber = number_,
+                         .fixed = &result,
+                         .fixedBytes = sizeof(result)};
+    if (!socket_.Send(lookup, deadline)) {
+        return false;
+    }
+    ReceiveThroughSocket(answer, deadline);
+    isOffered_ = answer.status == kStatusOk && (result.offers & kOfferSharedMemory) != 0;
+    return true;
+}
+
+void SharedChannel::TakeGrant(const Deadline& deadline) {
+    MemoryGrant grant{};
+    IncomingFrame answer{.kind = FrameKind::MemoryAnswer,
+                         .callNumber = number_,
+                         .fixed = &grant,
+                         .fixedBytes = sizeof(grant)};
+    PassedFiles files;
+    socket_.ReceiveBody(ReceiveHeadBehindLooks(deadline, &files), answer, deadline);
+    if (answer.status != kStatusOk) {
+        backoff_.Refused(Clock::now());
+        return;
+    }
+    hasAgreed_ = true;
+    try {
+        if (grant.slotBytes != kSlotBytes) {
+            throw PlatformError(kStatusProtocol, fmt::format("slots of {} bytes, not {}",
+                                                             grant.slotBytes, kSlotBytes));
+        }
+        memory_ = MapClientMemory(files[0], files[1]);
+        leave_.NoteRoundTrip(polling_.SocketRoundTrip());
+        polling_.SetBreakEven(leave_.BreakEven());
+        backoff_.Granted(Clock::now());
+    } catch (const PlatformError&) {
+        mayAsk_ = false;  // what this service gives is of no use, or this process can't use it
+    }
+}
+
+void SharedChannel::Abandon() noexcept {
+    memory_.requests.Abandon();
+    memory_.answers.Abandon();
+    socket_.Abandon();
+}
+
+}  // namespace zam_platform

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+#include "client/socket_channel.h"
+#include "common/polling_policy.h"
+#include "shared/shared_file.h"
+#include "zam_platform/channel.h"
+
+namespace zam_platform {
+
+/// A channel whose calls go through memory while they come close together and the service looks for
+/// them on another CPU, and else over a socket. Whatever fails on the way to the memory means the
+/// socket. `docs/architecture.md` describes both ways, and why no call is lost or served twice
+/// between them.
+class SharedChannel final : public Channel {
+public:
+    /// Takes a connected socket. `cap` bounds one wait for an answer in memory.
+    SharedChannel(UniqueFd socket, const SessionToken& token, Nanoseconds cap,
+                  std::chrono::milliseconds frameTimeout = kFrameTimeout) noexcept;
+
+    bool Send(const OutgoingFrame& frame, const Deadline& deadline) override;
+    bool Receive(IncomingFrame& frame, const Deadline& deadline) override;
+    void Interrupt() noexcept override { socket_.Interrupt(); }
+    void Abandon() noexcept override;
+
+private:
+    enum class Way { Socket, Memory };
+
+    bool SendThroughMemory(const OutgoingFrame& frame, const Deadline& deadline);
+    bool SendThroughSocket(OutgoingFrame frame, const Deadline& deadline);
+    bool Fits(const OutgoingFrame& frame) const noexcept;
+
+    /// Whether the answer has come while it was looked for.
+    bool AwaitInMemory() noexcept;
+    bool IsAnswered() const noexcept;
+    void TakeFromMemory(IncomingFrame& frame);
+    void ReceiveThroughSocket(IncomingFrame& frame, const Deadline& deadline);
+
+    /// False when the service has sent back what it will not serve.
+    bool ReceiveBehindLooks(IncomingFrame& frame, const Deadline& deadline);
+
+    /// Passes over looks that came too late. What it gives is one only where that is awaited.
+    Prelude ReceiveHeadBehindLooks(const Deadline& deadline, PassedFiles* files = nullptr);
+
+    /// Asks the service for memory. False when the connection is of no more use.
+    bool AskForMemory(const Deadline& deadline);
+    bool AskForOffers(const Deadline& deadline);
+    void TakeGrant(const Deadline& deadline);
+    std::uint32_t Hints() const noexcept;
+
+    SocketChannel socket_;
+    ClientMemory memory_;
+    ClientPolling polling_;
+    PollingLeave leave_;
+    MemoryRequestBackoff backoff_;
+    std::uint64_t number_ = 0;    ///< of the call that is under way, or was last
+    std::uint64_t lastLook_ = 0;  ///< number of the last look frame
+    Way way_ = Way::Socket;
+    bool mayAsk_ = true;        ///< until the service is known to have no memory to give
+    bool isOffered_ = false;    ///< the service has said that it knows of memory
+    bool hasAgreed_ = false;    ///< the service has given memory once
+    bool mayHaveLook_ = false;  ///< one that came too late may be on the socket
+};
+
+}  // namespace zam_platform

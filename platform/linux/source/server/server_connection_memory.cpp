@@ -1,0 +1,211 @@
+#include <fmt/format.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "server/server_connection.h"
+#include "server/slot_poller.h"
+#include "zam_platform/posix_error.h"
+#include "zam_platform/server/log_context.h"
+
+/// Calls that come through memory, and the answers to them.
+
+namespace zam_platform {
+
+bool ServerConnection::HasRequest() const noexcept {
+    return slot_ != nullptr && slot_->RequestNumber() != memoryNumber_;
+}
+
+bool ServerConnection::HasUnservedRequest() const noexcept {
+    return slot_ != nullptr && slot_->RequestNumber() == lastNumber_ + 1;
+}
+
+void ServerConnection::TellPolling(bool isPolling) noexcept {
+    slot_->Tell(isPolling ? kPolling : kAsleep);
+}
+
+void ServerConnection::ServeFromMemory() {
+    if (server_.isClosing_) {
+        return;
+    }
+    const auto self = shared_from_this();
+    const LogsForUser logsForUser(client_.user);
+    Guard([this] {
+        Prelude prelude;
+        if (ReadFromMemory(prelude)) {
+            isServingMemory_ = true;
+            HandleFrame(prelude, server_.poller_->Frame() + kPreludeBytes);
+            isServingMemory_ = false;
+        }
+    });
+}
+
+bool ServerConnection::ReadFromMemory(Prelude& prelude) {
+    const auto refuse = [this](std::string_view why) {
+        Refuse(kStatusBadRequest, why, UnservedCall());
+        return false;
+    };
+    const std::uint64_t number = slot_->RequestNumber();
+    if (number != lastNumber_ + 1) {
+        return refuse(fmt::format("request {} in shared memory, not {}", number, lastNumber_ + 1));
+    }
+    slot_->Take(number);
+    memoryNumber_ = number;
+    unsigned char* const frame = server_.poller_->Frame();
+    std::size_t offset = slot_->Read(0, frame, kPreludeBytes);
+    const FrameFault fault = DecodePrelude(frame, prelude);
+    if (fault != FrameFault::None) {
+        return refuse(DescribeFault(fault, frame));
+    }
+    if (prelude.kind != FrameKind::Call || prelude.callNumber != number) {
+        return refuse(fmt::format("frame {} of kind {} in shared memory, not call {}",
+                                  prelude.callNumber, static_cast<unsigned>(prelude.kind), number));
+    }
+    if (!ServerSlot::Fits(prelude)) {
+        return refuse(
+            fmt::format("frame of {} bytes in a slot of {}", prelude.FrameBytes(), kSlotBytes));
+    }
+    unsigned char* const body = frame + kPreludeBytes;
+    offset = slot_->Read(offset, body, prelude.fixedBytes);
+    slot_->Read(offset, body + prelude.fixedBytes, prelude.arenaBytes);
+    return CheckHead(prelude, body, std::size_t{prelude.fixedBytes} + prelude.arenaBytes);
+}
+
+bool ServerConnection::CheckMemoryFrame(const Prelude& prelude) {
+    const auto refuse = [this](std::string_view why) {
+        Refuse(kStatusBadRequest, why);
+        return false;
+    };
+    if (!server_.poller_->IsOn()) {
+        return refuse(fmt::format("frame kind {}, which was not offered",
+                                  static_cast<unsigned>(prelude.kind)));
+    }
+    if (prelude.kind == FrameKind::Look) {
+        if (!hasAgreed_) {
+            return refuse("look at memory that is not shared");
+        }
+        if (prelude.fixedBytes != 0 || prelude.arenaBytes != 0) {
+            return refuse(fmt::format("look of {} and {} bytes, not 0 and 0", prelude.fixedBytes,
+                                      prelude.arenaBytes));
+        }
+        return true;
+    }
+    if (prelude.fixedBytes != sizeof(MemoryWish) || prelude.arenaBytes != 0) {
+        return refuse(fmt::format("memory request of {} and {} bytes, not {} and 0",
+                                  prelude.fixedBytes, prelude.arenaBytes, sizeof(MemoryWish)));
+    }
+    if (callPending_ || slot_ != nullptr) {
+        return refuse(slot_ != nullptr ? "second memory request"
+                                       : "memory request while a call is in flight");
+    }
+    return true;
+}
+
+void ServerConnection::HandleLook(const Prelude& prelude) {
+    if (prelude.callNumber <= lastNumber_) {
+        return;  // served before the look came
+    }
+    if (slot_ == nullptr && prelude.callNumber == lastNumber_ + 1) {
+        // The memory was given up before the request was there: it was not looked at.
+        SendNow({.kind = FrameKind::Look, .callNumber = prelude.callNumber}, nullptr, nullptr);
+        return;
+    }
+    if (slot_ == nullptr || prelude.callNumber != lastNumber_ + 1 ||
+        slot_->RequestNumber() != prelude.callNumber) {
+        Refuse(kStatusBadRequest,
+               fmt::format("look at call {}, which is not in shared memory", prelude.callNumber));
+        return;
+    }
+    ServeFromMemory();
+}
+
+void ServerConnection::HandleMemoryRequest(const Prelude& prelude, const unsigned char* body) {
+    MemoryWish wish;
+    std::memcpy(&wish, body, sizeof(wish));
+    const Prelude answer{.kind = FrameKind::MemoryAnswer, .callNumber = prelude.callNumber};
+    if (!MakeSlot(CallHints::Of(prelude.flags), std::chrono::nanoseconds(wish.roundTripNs))) {
+        Prelude refusal = answer;
+        refusal.status = kStatusQuota;
+        SendNow(refusal, nullptr, nullptr);
+        return;
+    }
+    SendSlot(answer, {.slotBytes = kSlotBytes, .reserved = 0});
+}
+
+bool ServerConnection::MakeSlot(const CallHints& hints,
+                                std::chrono::nanoseconds roundTrip) noexcept {
+    SlotPoller& poller = *server_.poller_;
+    if (!poller.IsOn() || !SlotPoller::IsElsewhere(hints)) {
+        return false;
+    }
+    try {
+        slot_ = std::make_unique<ServerSlot>();
+        if (poller.Admit(*this, client_.user, roundTrip)) {
+            hasAgreed_ = true;
+            memoryNumber_ = 0;
+            return true;
+        }
+    } catch (const PlatformError&) {
+        // The socket carries on alone.
+    } catch (const std::bad_alloc&) {
+    }
+    slot_.reset();
+    return false;
+}
+
+void ServerConnection::SendSlot(const Prelude& prelude, const MemoryGrant& grant) {
+    std::array<unsigned char, kPreludeBytes + sizeof(grant)> frame;
+    Prelude head = prelude;
+    head.fixedBytes = sizeof(grant);
+    EncodePrelude(head, frame.data());
+    std::memcpy(frame.data() + kPreludeBytes, &grant, sizeof(grant));
+
+    const std::array<int, 2> files = {slot_->RequestFile().Get(), slot_->AnswerFile().Get()};
+    alignas(cmsghdr) std::array<unsigned char, CMSG_SPACE(sizeof(files))> control{};
+    iovec part{.iov_base = frame.data(), .iov_len = frame.size()};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    cmsghdr* const rights = CMSG_FIRSTHDR(&message);
+    rights->cmsg_level = SOL_SOCKET;
+    rights->cmsg_type = SCM_RIGHTS;
+    rights->cmsg_len = CMSG_LEN(sizeof(files));
+    std::memcpy(CMSG_DATA(rights), files.data(), sizeof(files));
+
+    const ssize_t sent =
+        queue_.empty() ? ::sendmsg(Descriptor(), &message, MSG_NOSIGNAL | MSG_DONTWAIT) : -1;
+    if (sent != static_cast<ssize_t>(frame.size())) {
+        Break(LastCall());  // a client that leaves so much unread does not read this either
+        return;
+    }
+    slot_->RequestFile().Reset();
+    slot_->AnswerFile().Reset();
+}
+
+void ServerConnection::GiveUpMemory() {
+    const auto self = shared_from_this();
+    server_.poller_->Remove(*this);
+    slot_->Tell(kGivenUp);
+    if (HasRequest()) {
+        ServeFromMemory();
+    }
+    slot_.reset();
+}
+
+LostCall ServerConnection::UnservedCall() const noexcept {
+    if (!HasUnservedRequest()) {
+        return {};
+    }
+    alignas(8) std::array<unsigned char, kPreludeBytes + LostCall::kKeptBytes> frame;
+    static_assert(std::tuple_size_v<decltype(frame)> % sizeof(SharedWord) == 0);
+    slot_->Read(0, frame.data(), frame.size());
+    return CallIn(frame.data(), frame.size());
+}
+
+}  // namespace zam_platform

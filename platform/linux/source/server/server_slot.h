@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+
+#include "shared/shared_file.h"
+#include "shared/shared_pages.h"
+#include "zam_platform/frame.h"
+
+namespace zam_platform {
+
+/// The service's end of the memory that it shares with one connection. It knows the order of loads
+/// and stores, and no reasons. On the loop thread.
+class ServerSlot {
+public:
+    /// Throws `PlatformError`.
+    ServerSlot() : memory_(MakeServiceMemory()) {}
+
+    /// Files for the client, to be closed when they have been sent.
+    UniqueFd& RequestFile() noexcept { return memory_.requestFile; }
+    UniqueFd& AnswerFile() noexcept { return memory_.answerFile; }
+
+    /// The number of the newest request; the client may write anything there.
+    std::uint64_t RequestNumber() const noexcept { return memory_.requests->request.load(); }
+
+    /// What clients are told of whether their requests are looked for. After any change but to
+    /// `kPolling` the request's number is to be looked at once more.
+    Polling State() const noexcept { return state_; }
+    void Tell(Polling state) noexcept;
+
+    /// Tells that bytes of this request are about to be read.
+    void Take(std::uint64_t number) noexcept { memory_.answers->taken.store(number); }
+
+    /// Copies out of the request's slot.
+    std::size_t Read(std::size_t offset, void* to, std::size_t bytes) const noexcept {
+        return ReadSlot(memory_.requests->slot, offset, to, bytes);
+    }
+
+    static bool Fits(const Prelude& prelude) noexcept {
+        return kPreludeBytes + SlotRoom(prelude.fixedBytes) + SlotRoom(prelude.arenaBytes) <=
+               kSlotBytes;
+    }
+
+    /// Answers with a frame that fits. False when the client looks for it no more, and has to be
+    /// told by a look frame.
+    bool Answer(const Prelude& prelude, const void* message, const void* arena) noexcept;
+
+private:
+    ServiceMemory memory_;
+    Polling state_ = kAsleep;
+};
+
+}  // namespace zam_platform

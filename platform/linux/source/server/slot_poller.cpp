@@ -1,0 +1,216 @@
+#include "server/slot_poller.h"
+
+#include <sched.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "server/server_connection.h"
+#include "shared/pause.h"
+
+namespace zam_platform {
+namespace {
+
+/// How often the rest of the loop is run between two looks.
+constexpr std::chrono::microseconds kLoopPeriod{5};
+
+/// Memory that has not been used for so long is given up.
+constexpr std::chrono::seconds kUnusedFor{10};
+
+/// A connection keeps its memory against others for so long after a call.
+constexpr std::chrono::milliseconds kHotFor{100};
+
+std::uint16_t OwnCpu() noexcept {
+    const int cpu = ::sched_getcpu();
+    return cpu >= 0 && cpu < std::numeric_limits<std::uint16_t>::max()
+               ? static_cast<std::uint16_t>(cpu + 1)
+               : 0;
+}
+
+}  // namespace
+
+SlotPoller::SlotPoller(asio::io_context& loop, Nanoseconds cap)
+    : loop_(loop),
+      isOn_(cap.count() != 0),
+      leave_(cap, Nanoseconds(0), Clock::now()),
+      unused_(loop, [this] { GiveUpUnused(); }) {}
+
+bool SlotPoller::IsElsewhere(const CallHints& hints) noexcept {
+    return hints.cpu != 0 && hints.cpu != OwnCpu();
+}
+
+SlotPoller::Place* SlotPoller::PlaceOf(const ServerConnection& connection) noexcept {
+    const auto found =
+        std::find_if(places_.begin(), places_.end(),
+                     [&connection](const Place& place) { return place.connection == &connection; });
+    return found == places_.end() ? nullptr : &*found;
+}
+
+SlotPoller::Place* SlotPoller::YieldingTo(uid_t user) noexcept {
+    Place* oldest = nullptr;
+    Place* oldestOfMost = nullptr;
+    const auto now = Clock::now();
+    for (Place& place : places_) {
+        if (place.connection == nullptr) {
+            return &place;
+        }
+        if (now - place.lastUse >= kHotFor && (!oldest || place.lastUse < oldest->lastUse)) {
+            oldest = &place;
+        }
+        const auto ofUser =
+            std::count_if(places_.begin(), places_.end(),
+                          [&place](const Place& other) { return other.user == place.user; });
+        if (place.user != user && static_cast<std::size_t>(ofUser) > kMaxSlots / 2 &&
+            (!oldestOfMost || place.lastUse < oldestOfMost->lastUse)) {
+            oldestOfMost = &place;
+        }
+    }
+    return oldest != nullptr ? oldest : oldestOfMost;
+}
+
+bool SlotPoller::Admit(ServerConnection& connection, uid_t user, Nanoseconds roundTrip) {
+    Place* const place = YieldingTo(user);
+    if (place == nullptr) {
+        return false;
+    }
+    if (place->connection != nullptr) {
+        place->connection->GiveUpMemory();
+    }
+    leave_.NoteRoundTrip(roundTrip);
+    *place = {.connection = &connection,
+              .user = user,
+              .lastUse = Clock::now(),
+              .until = {},
+              .policy = {},
+              .isPolled = false};
+    if (!unused_.IsSet()) {
+        unused_.RingAfter(kUnusedFor);
+    }
+    return true;
+}
+
+void SlotPoller::Remove(const ServerConnection& connection) noexcept {
+    if (Place* const place = PlaceOf(connection)) {
+        if (place->isPolled) {
+            --polled_;
+        }
+        *place = {};
+    }
+}
+
+void SlotPoller::GiveUpUnused() {
+    auto next = Clock::time_point::max();
+    for (Place& place : places_) {
+        if (place.connection == nullptr) {
+            continue;
+        }
+        const auto due = place.lastUse + kUnusedFor;
+        if (due <= Clock::now()) {
+            place.connection->GiveUpMemory();
+        } else {
+            next = std::min(next, due);
+        }
+    }
+    if (next != Clock::time_point::max()) {
+        unused_.RingAt(next);
+    }
+}
+
+void SlotPoller::BeforeAnswer(ServerConnection& connection, const CallHints& hints, bool byMemory) {
+    Place* const place = PlaceOf(connection);
+    if (place == nullptr) {
+        return;
+    }
+    const auto now = Clock::now();
+    place->lastUse = now;
+    if (place->isPolled) {
+        place->policy.EndPoll(false);  // what it found has ended it before
+    }
+    const Nanoseconds time =
+        place->policy.AfterAnswer(leave_, now, DecodeGap(hints.gap), IsElsewhere(hints), !byMemory);
+    place->until = now + time;
+    SetPolled(*place, time.count() > 0);
+}
+
+void SlotPoller::SetPolled(Place& place, bool isPolled) noexcept {
+    if (place.isPolled != isPolled) {
+        place.isPolled = isPolled;
+        isPolled ? ++polled_ : --polled_;
+        place.connection->TellPolling(isPolled);
+    }
+}
+
+bool SlotPoller::Look(Place& place) {
+    if (!place.connection->HasRequest()) {
+        return false;
+    }
+    if (place.isPolled) {
+        place.policy.EndPoll(true);
+    }
+    place.connection->ServeFromMemory();
+    // Whoever says that it looks no more looks once more behind that.
+    if (place.connection != nullptr && !place.isPolled && place.connection->HasRequest()) {
+        place.connection->ServeFromMemory();
+    }
+    return true;
+}
+
+void SlotPoller::StopAll() {
+    for (Place& place : places_) {
+        if (place.isPolled) {
+            SetPolled(place, false);
+            Look(place);
+        }
+    }
+}
+
+void SlotPoller::Poll() {
+    auto begin = Clock::now();
+    auto last = begin;
+    auto nextRound = begin + kLoopPeriod;
+    while (polled_ != 0 && !loop_.stopped()) {
+        const auto now = Clock::now();
+        if (leave_.NoticeHole(now, now - last)) {
+            StopAll();
+        }
+        bool hasServed = false;
+        for (Place& place : places_) {
+            if (!place.isPolled) {
+                continue;
+            }
+            if (Look(place)) {
+                hasServed = true;
+            } else if (now >= place.until) {
+                place.policy.EndPoll(false);
+                SetPolled(place, false);
+                hasServed = Look(place) || hasServed;
+            }
+        }
+        last = now;
+        if (hasServed) {
+            leave_.EndPoll(now, now - begin, true);
+            begin = last = Clock::now();
+        }
+        if (last >= nextRound) {
+            if (loop_.poll() != 0) {
+                const auto end = Clock::now();
+                begin += end - last;
+                last = end;
+            }
+            nextRound = last + kLoopPeriod;
+        } else if (!hasServed) {
+            Pause();
+        }
+    }
+    leave_.EndPoll(last, last - begin, false);
+}
+
+void SlotPoller::Stop() noexcept {
+    for (Place& place : places_) {
+        if (place.isPolled) {
+            SetPolled(place, false);
+        }
+    }
+}
+
+}  // namespace zam_platform

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <array>
+#include <asio/io_context.hpp>
+#include <chrono>
+#include <cstddef>
+#include <memory>
+
+#include "common/polling_policy.h"
+#include "shared/shared_pages.h"
+#include "zam_platform/frame.h"
+#include "zam_platform/server/alarm.h"
+
+namespace zam_platform {
+
+class ServerConnection;
+
+/// Most connections whose calls may go through memory at a time.
+inline constexpr std::size_t kMaxSlots = 8;
+
+/// Looks for requests in the memory that connections share with their clients, while
+/// `ServicePolling` finds it worth it. On the loop thread.
+class SlotPoller {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// `cap` bounds one wait for a request; 0: none goes through memory.
+    SlotPoller(asio::io_context& loop, Nanoseconds cap);
+    SlotPoller(const SlotPoller&) = delete;
+    SlotPoller& operator=(const SlotPoller&) = delete;
+
+    bool IsOn() const noexcept { return isOn_; }
+
+    /// Takes one more connection in, whose client's calls through the socket take `roundTrip`;
+    /// another one may have to give its memory up. False when there
+    /// is no room. Takes no memory.
+    bool Admit(ServerConnection& connection, uid_t user, Nanoseconds roundTrip);
+    void Remove(const ServerConnection& connection) noexcept;
+
+    /// Decides whether the connection's next request is looked for, and tells its client. Before
+    /// an answer is sent.
+    void BeforeAnswer(ServerConnection& connection, const CallHints& hints, bool byMemory);
+
+    bool IsPolling() const noexcept { return polled_ != 0; }
+
+    /// Whether a client that tells this of itself runs on another CPU than this thread.
+    static bool IsElsewhere(const CallHints& hints) noexcept;
+
+    /// Tells the clients that nobody looks any more, and does not look again.
+    void Stop() noexcept;
+
+    /// Looks until nothing is worth looking for any more; runs the loop now and then.
+    void Poll();
+
+    /// Where a frame is copied to from memory before it is looked at: one is handled at a time.
+    unsigned char* Frame() noexcept { return frame_.data(); }
+
+private:
+    struct Place {
+        ServerConnection* connection = nullptr;
+        uid_t user = 0;
+        Clock::time_point lastUse;
+        Clock::time_point until;
+        ServicePolling policy;
+        bool isPolled = false;
+    };
+
+    Place* PlaceOf(const ServerConnection& connection) noexcept;
+    Place* YieldingTo(uid_t user) noexcept;
+    void SetPolled(Place& place, bool isPolled) noexcept;
+    void GiveUpUnused();
+
+    /// Serves the request of one connection if there is one.
+    bool Look(Place& place);
+    void StopAll();
+
+    asio::io_context& loop_;
+    const bool isOn_;
+    PollingLeave leave_;
+    std::array<Place, kMaxSlots> places_;
+    std::size_t polled_ = 0;
+    Alarm unused_;
+    alignas(8) std::array<unsigned char, kSlotBytes> frame_;
+};
+
+}  // namespace zam_platform

@@ -1,0 +1,119 @@
+#include "shared/shared_file.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "shared/shared_pages.h"
+#include "zam_platform/posix_error.h"
+
+// Newer than the oldest headers that this is built with.
+#ifndef F_SEAL_FUTURE_WRITE
+#define F_SEAL_FUTURE_WRITE 0x0010
+#endif
+#ifndef MFD_NOEXEC_SEAL
+#define MFD_NOEXEC_SEAL 0x0008U
+#endif
+
+namespace zam_platform {
+namespace {
+
+constexpr int kSizeSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL;
+
+UniqueFd NewFile(const char* name, std::size_t bytes) {
+    UniqueFd file(::memfd_create(name, MFD_CLOEXEC | MFD_ALLOW_SEALING | MFD_NOEXEC_SEAL));
+    if (!file && errno == EINVAL) {
+        file = UniqueFd(::memfd_create(name, MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    }
+    if (!file) {
+        throw PosixError("new file of shared memory", errno);
+    }
+    if (::ftruncate(file.Get(), static_cast<off_t>(bytes)) != 0) {
+        throw PosixError("size of a file of shared memory", errno);
+    }
+    return file;
+}
+
+void Seal(const UniqueFd& file, int seals) {
+    if (::fcntl(file.Get(), F_ADD_SEALS, seals) != 0) {
+        throw PosixError("seals of a file of shared memory", errno);
+    }
+}
+
+template <typename Pages>
+SharedMapping<Pages> Map(const UniqueFd& file, std::size_t bytes, int protection) {
+    void* const address = ::mmap(nullptr, bytes, protection, MAP_SHARED, file.Get(), 0);
+    if (address == MAP_FAILED) {
+        throw PosixError("mapping of shared memory", errno);
+    }
+    SharedMapping<Pages> mapping(static_cast<Pages*>(address), bytes);
+    // A child would share the parent's calls.
+    if (::madvise(address, bytes, MADV_DONTFORK) != 0) {
+        throw PosixError("mapping of shared memory", errno);
+    }
+    return mapping;
+}
+
+void Check(const UniqueFd& file, std::size_t bytes) {
+    const int seals = ::fcntl(file.Get(), F_GET_SEALS);
+    if (seals < 0) {
+        throw PosixError("seals of a file of shared memory", errno);
+    }
+    if ((seals & kSizeSeals) != kSizeSeals) {
+        throw PlatformError(
+            kStatusProtocol,
+            fmt::format("shared memory with the seals {:#x}, not {:#x}", seals, kSizeSeals));
+    }
+    struct stat status {};
+    if (::fstat(file.Get(), &status) != 0) {
+        throw PosixError("file of shared memory", errno);
+    }
+    if (status.st_size != static_cast<off_t>(bytes)) {
+        throw PlatformError(kStatusProtocol, fmt::format("shared memory of {} bytes, not {}",
+                                                         status.st_size, bytes));
+    }
+}
+
+}  // namespace
+
+template <typename Pages>
+SharedMapping<Pages>::~SharedMapping() {
+    if (pages_ != nullptr) {
+        ::munmap(const_cast<std::remove_const_t<Pages>*>(pages_), bytes_);
+    }
+}
+
+template class SharedMapping<RequestPages>;
+template class SharedMapping<const RequestPages>;
+template class SharedMapping<AnswerPages>;
+template class SharedMapping<const AnswerPages>;
+
+ServiceMemory MakeServiceMemory() {
+    ServiceMemory memory;
+    memory.requestFile = NewFile("zam_requests", kRequestFileBytes);
+    memory.answerFile = NewFile("zam_answers", kAnswerFileBytes);
+    memory.requests = Map<const RequestPages>(memory.requestFile, kRequestFileBytes, PROT_READ);
+    memory.answers = Map<AnswerPages>(memory.answerFile, kAnswerFileBytes, PROT_READ | PROT_WRITE);
+    Seal(memory.requestFile, kSizeSeals);
+    // Before Linux 5.1 there is no such seal, and a client could spoil the answers to itself.
+    if (::fcntl(memory.answerFile.Get(), F_ADD_SEALS, F_SEAL_FUTURE_WRITE) != 0 &&
+        errno != EINVAL) {
+        throw PosixError("seals of a file of shared memory", errno);
+    }
+    Seal(memory.answerFile, kSizeSeals);
+    return memory;
+}
+
+ClientMemory MapClientMemory(const UniqueFd& requestFile, const UniqueFd& answerFile) {
+    Check(requestFile, kRequestFileBytes);
+    Check(answerFile, kAnswerFileBytes);
+    ClientMemory memory;
+    memory.requests = Map<RequestPages>(requestFile, kRequestFileBytes, PROT_READ | PROT_WRITE);
+    memory.answers = Map<const AnswerPages>(answerFile, kAnswerFileBytes, PROT_READ);
+    return memory;
+}
+
+}  // namespace zam_platform
