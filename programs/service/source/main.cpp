@@ -69,7 +69,8 @@ void Serve(const DaemonOptions& options) {
     }
     zam_service::ConnectorDaemon daemon({.dataFolder = sample ? sample->Path() : options.dataFolder,
                                          .runtimeDirectory = options.runtimeDirectory,
-                                         .group = options.group});
+                                         .group = options.group,
+                                         .spin = options.spin});
     zam_service::ServiceManager manager(daemon.Context());
     const zam_platform::ServiceLog log(daemon.Context());
     asio::signal_set signals(daemon.Context(), SIGINT, SIGTERM);

@@ -60,17 +60,19 @@ TEST(DaemonOptions, TakeDefaults) {
     EXPECT_EQ(parsed.options->runtimeDirectory, "/somewhere");
     EXPECT_FALSE(parsed.options->group);
     EXPECT_EQ(parsed.options->readyFd, -1);
+    EXPECT_FALSE(parsed.options->spin);
     EXPECT_THAT(parsed.out + parsed.err, IsEmpty());
 }
 
 TEST(DaemonOptions, TakeEveryOption) {
-    const Parsed parsed =
-        Parse({"--data", "d", "--runtime-dir", "/r", "--group", "root", "--ready-fd", "7"});
+    const Parsed parsed = Parse({"--data", "d", "--runtime-dir", "/r", "--group", "root", "--spin",
+                                 "7", "--ready-fd", "8"});
     ASSERT_TRUE(parsed.options);
     EXPECT_EQ(parsed.options->dataFolder, "d");
     EXPECT_EQ(parsed.options->runtimeDirectory, "/r");
     EXPECT_EQ(parsed.options->group, gid_t{0});
-    EXPECT_EQ(parsed.options->readyFd, 7);
+    EXPECT_EQ(parsed.options->spin, std::chrono::microseconds(7));
+    EXPECT_EQ(parsed.options->readyFd, 8);
     EXPECT_EQ(Parse({"--init", "i"}).options->initFolder, "i");
 }
 

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "client/answer_head.h"
+#include "shared/cpu_share.h"
 #include "shared/pause.h"
 #include "shared/shared_pages.h"
 
@@ -38,7 +39,7 @@ bool SharedChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
     }
     const auto now = Clock::now();
     polling_.Begin(now);
-    if (polling_.IsHot()) {
+    if (polling_.IsHot() && HasCpuForPolling(now)) {
         if (!memory_.requests && mayAsk_ && backoff_.Allows(now) && !AskForMemory(deadline)) {
             return false;
         }
@@ -239,9 +240,10 @@ bool SharedChannel::AskForMemory(const Deadline& deadline) {
             mayAsk_ = false;
             return true;
         }
-        const MemoryWish wish{.roundTripNs = static_cast<std::uint32_t>(std::min<Nanoseconds::rep>(
-                                  polling_.SocketRoundTrip().count(), std::numeric_limits<std::uint32_t>::max())),
-                              .reserved = 0};
+        const MemoryWish wish{
+            .roundTripNs = static_cast<std::uint32_t>(std::min<Nanoseconds::rep>(
+                polling_.SocketRoundTrip().count(), std::numeric_limits<std::uint32_t>::max())),
+            .reserved = 0};
         const OutgoingFrame request{.prelude = {.kind = FrameKind::MemoryRequest,
                                                 .callNumber = number_,
                                                 .fixedBytes = sizeof(wish),

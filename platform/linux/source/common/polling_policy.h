@@ -26,8 +26,8 @@ public:
     /// socket, measured on this machine, and 50 us bound it as well.
     PollingLeave(Nanoseconds cap, Nanoseconds socketRoundTrip, TimePoint now) noexcept;
 
-    /// Takes note of what a call by socket has taken; the longest holds, since it is the one between
-    /// two CPUs.
+    /// Takes note of what a call by socket has taken; the longest holds, since it is the one
+    /// between two CPUs.
     void NoteRoundTrip(Nanoseconds roundTrip) noexcept;
 
     /// Whether a poll as long as the cap may begin: its budget is there, and no pause is under way.

@@ -255,6 +255,7 @@ void ServerConnection::HandleCall(const Prelude& prelude, const unsigned char* b
     lastNumber_ = prelude.callNumber;
     hints_ = CallHints::Of(prelude.flags);
     callPending_ = true;
+    isServingMemory_ = isServingMemory_ && !rule.isSecret;
     try {
         endpoint.handler->OnCall(request,
                                  Responder(shared_from_this(), prelude.callNumber, header, rule));

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "server/server_connection.h"
+#include "shared/cpu_share.h"
 #include "shared/pause.h"
 
 namespace zam_platform {

@@ -23,14 +23,14 @@
 namespace zam_service {
 namespace {
 
-zam_platform::ServerLimits Limits() {
+zam_platform::ServerLimits Limits(const DaemonConfig& config) {
     zam_platform::ServerLimits limits;
     rlimit descriptors{};
     if (::getrlimit(RLIMIT_NOFILE, &descriptors) == 0) {
         limits.connectionsPerUser =
             ConnectionsOfUser(descriptors.rlim_cur, limits.connectionsPerUser);
     }
-    limits.spinCap = zam_platform::SpinCap();
+    limits.spinCap = config.spin ? *config.spin : zam_platform::SpinCap();
     return limits;
 }
 
@@ -40,7 +40,7 @@ ConnectorDaemon::ConnectorDaemon(const DaemonConfig& config)
     : runtime_(zam_platform::PrepareRuntimeDirectory(config.runtimeDirectory)),
       lock_(runtime_),
       files_(config.dataFolder),
-      server_({}, {.ownUser = ::geteuid(), .group = config.group}, Limits()),
+      server_({}, {.ownUser = ::geteuid(), .group = config.group}, Limits(config)),
       workers_(kWorkerThreads, kLaneCount, kMaxJobs),
       history_(server_.Context(), workers_, files_),
       settings_(server_.Context(), workers_, files_),

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <asio/io_context.hpp>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -37,6 +38,9 @@ struct DaemonConfig {
     std::string dataFolder;
     std::string runtimeDirectory;  ///< made when missing, its last component only
     std::optional<gid_t> group;    ///< whose members are served besides the own user and root
+
+    /// Longest look for a client's next call in shared memory; none: as the process's setting says.
+    std::optional<std::chrono::microseconds> spin = {};
 };
 
 /// The connector service and the file-downloader service: one thread runs them, a few workers help

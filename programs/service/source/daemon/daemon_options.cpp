@@ -4,9 +4,11 @@
 
 #include <CLI/CLI.hpp>
 #include <array>
+#include <cstdint>
 #include <ostream>
 
 #include "zam_platform/runtime_directory.h"
+#include "zam_platform/spin_setting.h"
 
 namespace zam_service {
 namespace {
@@ -32,6 +34,7 @@ std::optional<DaemonOptions> ParseOptions(int argc, const char* const* argv, std
                                           std::ostream& err, int& status) {
     DaemonOptions options;
     std::string groupName;
+    std::optional<std::int64_t> spin;
     CLI::App app(
         "Host connector service: serves the connector's endpoints out of a folder of "
         "files.",
@@ -50,6 +53,11 @@ std::optional<DaemonOptions> ParseOptions(int argc, const char* const* argv, std
                    "$XDG_RUNTIME_DIR/zam_connector, else /run/zam_connector")
         ->type_name("DIR");
     app.add_option("--group", groupName, "Serve members of this group too")->type_name("NAME");
+    app.add_option("--spin", spin,
+                   "Longest look for a client's next call in shared memory, in microseconds, 0 to "
+                   "50; 0: calls come through sockets alone; default: $ZAM_SPIN, else 50")
+        ->type_name("US")
+        ->check(CLI::Range(std::int64_t{0}, std::int64_t{zam_platform::kMaxSpin.count()}));
     app.add_option("--ready-fd", options.readyFd,
                    "Write a newline to this descriptor when calls are accepted, and close it")
         ->type_name("N")
@@ -72,6 +80,9 @@ std::optional<DaemonOptions> ParseOptions(int argc, const char* const* argv, std
             << "\nRun zam_connectord --help for the options.\n";
         status = kExitUsage;
         return std::nullopt;
+    }
+    if (spin) {
+        options.spin = std::chrono::microseconds(*spin);
     }
     if (options.runtimeDirectory.empty()) {
         options.runtimeDirectory = zam_platform::RuntimeDirectoryPath();

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -14,7 +15,8 @@ struct DaemonOptions {
     std::string initFolder;        ///< not empty: write the sample there, and no more
     std::string runtimeDirectory;  ///< where the socket goes
     std::optional<gid_t> group;    ///< whose members are served besides the own user and root
-    int readyFd = -1;              ///< told when calls are accepted; -1: nobody
+    std::optional<std::chrono::microseconds> spin;  ///< longest look for a call in shared memory
+    int readyFd = -1;                               ///< told when calls are accepted; -1: nobody
 };
 
 /// Exit statuses of `zam_connectord`.

@@ -91,12 +91,15 @@ zam_platform::EndpointRule RuleOf(const Endpoint& endpoint,
                                     .riid = endpoint.riid,
                                     .operations = {},
                                     .handler = &handler};
+    // Certificates come with their keys, which are wiped wherever they pass.
+    const bool isSecret = endpoint.name == qx::kClientCertsDownloaderEndpoint;
     for (const qx::OperationInfo& operation : endpoint.operations) {
         rule.operations.push_back({.name = std::string(operation.name),
                                    .requestBytes = operation.requestSize,
                                    .responseBytes = operation.responseSize,
                                    .requestArenaBytes = operation.requestArena,
-                                   .responseArenaBytes = operation.responseArena});
+                                   .responseArenaBytes = operation.responseArena,
+                                   .isSecret = isSecret});
     }
     return rule;
 }

@@ -27,6 +27,7 @@ struct OperationRule {
     std::uint32_t responseBytes = 0;       ///< exact size of the response's fixed part
     std::uint32_t requestArenaBytes = 0;   ///< most arena bytes of a request
     std::uint32_t responseArenaBytes = 0;  ///< most arena bytes of a response
+    bool isSecret = false;  ///< its answers are not left in memory that is shared with the client
 };
 
 /// Who calls: the client process and handle, and the user that it runs as.
