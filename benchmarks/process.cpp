@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -78,6 +79,7 @@ Child::Child(const std::function<void()>& body) : process_(::fork()) {
         throw std::runtime_error("cannot fork");
     }
     if (process_ == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         int status = 0;
         try {
             body();

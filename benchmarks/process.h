@@ -32,7 +32,7 @@ double NowMicroseconds();
 void Run(const std::vector<std::string>& command);
 
 /// A forked process that runs `body` and ends; killed, if it still runs, and reaped at the end of
-/// this object's life.
+/// this object's life. It does not outlive the thread that made it.
 class Child {
 public:
     explicit Child(const std::function<void()>& body);

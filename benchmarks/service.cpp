@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "process.h"
 #include "qx/endpoint_names.h"
 
 namespace zam_bench {
@@ -39,7 +40,7 @@ Service::Service(const std::vector<std::string>& arguments) : process_(ZAM_CONNE
 Service::Service(const std::string& policy) : process_(ZAM_CONNECTORD) {
     process_.WriteData("policy.json", policy);
     Start();
-    AwaitPolicy();
+    Child(&AwaitPolicy).Join();
 }
 
 std::string Service::SocketPath() const {
@@ -48,6 +49,10 @@ std::string Service::SocketPath() const {
 
 void Service::Start(const std::vector<std::string>& arguments) {
     process_.Start(arguments);
+    PointClients();
+}
+
+void Service::PointClients() const {
     ::setenv("ZAM_RUNTIME_DIR", process_.RuntimeDirectory().c_str(), 1);
 }
 

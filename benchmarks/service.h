@@ -10,7 +10,9 @@
 
 namespace zam_bench {
 
-/// A real service in a process of its own; this process's clients are pointed at it.
+/// A real service in a process of its own; this process's clients are pointed at it. Making one
+/// uses the library in another process alone, so that later children of this one read their
+/// environment anew.
 class Service {
 public:
     Service();
@@ -22,6 +24,9 @@ public:
     explicit Service(const std::string& policy);
 
     pid_t Pid() const noexcept { return process_.Pid(); }
+
+    /// Points clients at it again that this process, or a child of it, makes from now on.
+    void PointClients() const;
 
     /// Path of the connector service's socket.
     std::string SocketPath() const;

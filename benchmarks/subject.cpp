@@ -58,7 +58,7 @@ double Subject::Round() {
     return time;
 }
 
-std::vector<double> MeasureInTurns(std::vector<std::unique_ptr<Subject>>& subjects) {
+std::vector<std::vector<double>> RoundsInTurns(const std::vector<Subject*>& subjects) {
     std::vector<std::vector<double>> times(subjects.size());
     for (int round = -1; round < kRounds; ++round) {  // the first is for warming up
         for (std::size_t index = 0; index < subjects.size(); ++index) {
@@ -68,10 +68,18 @@ std::vector<double> MeasureInTurns(std::vector<std::unique_ptr<Subject>>& subjec
             }
         }
     }
+    return times;
+}
+
+std::vector<double> MeasureInTurns(std::vector<std::unique_ptr<Subject>>& subjects) {
+    std::vector<Subject*> all;
+    for (const auto& subject : subjects) {
+        all.push_back(subject.get());
+    }
     std::vector<double> medians;
-    medians.reserve(times.size());
-    for (auto& all : times) {
-        medians.push_back(Median(std::move(all)));
+    medians.reserve(all.size());
+    for (std::vector<double>& times : RoundsInTurns(all)) {
+        medians.push_back(Median(std::move(times)));
     }
     return medians;
 }

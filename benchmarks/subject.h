@@ -40,6 +40,9 @@ private:
     Child child_;
 };
 
+/// Times of each, measured in turns, round by round.
+std::vector<std::vector<double>> RoundsInTurns(const std::vector<Subject*>& subjects);
+
 /// Middle times of all, measured in turns.
 std::vector<double> MeasureInTurns(std::vector<std::unique_ptr<Subject>>& subjects);
 

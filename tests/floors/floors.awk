@@ -24,6 +24,7 @@ BEGIN {
     Area("tests", 14)
     Area("benchmarks", 15)
     Area("examples", 15)
+    Area("tests/benchmarks", 16)
 
     # Who may know the operating system beyond the seam.
     Knows("platform/linux", "programs/service")
