@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "memory_ping_pong.h"
 #include "ping_pong.h"
 #include "process.h"
 #include "service.h"
@@ -53,6 +54,7 @@ void MeasureGetState(Report& report) {
         ServePings(sockets.server.Get(), kGetStateExchange);
     });
     sockets.server.Reset();
+    MemoryPeer memoryPeer;
 
     for (const Placement& placement : kPlacements) {
         Pin(0, placement.client);
@@ -63,6 +65,11 @@ void MeasureGetState(Report& report) {
         std::vector<double> callCpu;
         std::vector<double> pingCpu;
         std::vector<double> boundCalls;
+        std::vector<double> memoryPings;
+        const bool isApart = placement.client >= 0 && placement.client != placement.server;
+        if (isApart) {
+            Pin(memoryPeer.Pid(), placement.server);
+        }
         for (int round = 0; round < kRounds; ++round) {
             const Cost ping = Measure(
                 bareServer.Pid(), [&sockets] { Ping(sockets.client.Get(), kGetStateExchange); });
@@ -71,6 +78,11 @@ void MeasureGetState(Report& report) {
                 const zam_connector::CallDeadline within(kDeadline);
                 GetState(connection);
             });
+            if (isApart) {
+                memoryPeer.Begin(kWarmUpCalls + kCalls);
+                memoryPings.push_back(
+                    Measure(memoryPeer.Pid(), [&memoryPeer] { memoryPeer.Ping(); }).p50);
+            }
             pings.push_back(ping.p50);
             boundCalls.push_back(bound.p50);
             pingCpu.push_back(ping.cpu);
@@ -78,10 +90,14 @@ void MeasureGetState(Report& report) {
             callCpu.push_back(call.cpu);
         }
         const std::string where = placement.name;
-        report.Add({"call.getstate", where + ".p50", "us", Median(calls), Median(pings)});
-        report.Add({"call.getstate", where + ".cpu", "us", Median(callCpu), Median(pingCpu)});
+        report.Add(Compared("call.getstate", where + ".p50", "us", calls, pings));
+        report.Add(Compared("call.getstate", where + ".cpu", "us", callCpu, pingCpu));
+        if (isApart) {
+            // The same calls, beside what two sides need that wait awake.
+            report.Add(Compared("call.getstate", where + ".memory", "us", calls, memoryPings));
+        }
         // The floor is the call without one.
-        report.Add({"call.deadline", where + ".p50", "us", Median(boundCalls), Median(calls)});
+        report.Add(Compared("call.deadline", where + ".p50", "us", boundCalls, calls));
     }
     Pin(0, -1);
 }

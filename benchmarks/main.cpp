@@ -20,7 +20,7 @@ struct Suite {
 
 constexpr std::array kSuites = std::to_array<Suite>({
     {"call.getstate", &zam_bench::MeasureGetState}, {"call.deadline", &zam_bench::MeasureGetState},
-        {"call.channel", &zam_bench::MeasureChannels},
+        {"call.channel", &zam_bench::MeasureChannels}, {"call.idle", &zam_bench::MeasureIdleness},
         {"call.clients8", &zam_bench::MeasureEightClients},
         {"call.allocations", &zam_bench::MeasureAllocations}, {"tree", &zam_bench::MeasureTrees},
         {"pull.policy", &zam_bench::MeasurePulls}, {"push.settings", &zam_bench::MeasurePushes},

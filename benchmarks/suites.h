@@ -7,6 +7,7 @@ namespace zam_bench {
 /// Each suite measures the rows of one name and throws `std::exception` when it cannot.
 void MeasureGetState(Report& report);      ///< `call.getstate`, `call.deadline`
 void MeasureChannels(Report& report);      ///< `call.channel`
+void MeasureIdleness(Report& report);      ///< `call.idle`
 void MeasureEightClients(Report& report);  ///< `call.clients8`
 void MeasureAllocations(Report& report);   ///< `call.allocations`
 void MeasureTrees(Report& report);         ///< `tree.*`, `peer.*` but the next
