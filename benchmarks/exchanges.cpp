@@ -72,7 +72,8 @@ void ExchangeClient::Run(int socket) {
     }
 }
 
-void ServeExchanges(int socket, const Exchanges& exchanges) {
+void ServeExchanges(int socket, const Exchanges& exchanges,
+                    const std::function<void()>& beforeLast) {
     std::vector<unsigned char> request(LargestFrame(exchanges));
     std::vector<std::vector<unsigned char>> answers;
     answers.reserve(exchanges.size());
@@ -81,8 +82,13 @@ void ServeExchanges(int socket, const Exchanges& exchanges) {
     }
     for (;;) {
         for (std::size_t index = 0; index < exchanges.size(); ++index) {
-            if (!ReceiveAll(socket, request.data(), exchanges[index].requestBytes) ||
-                !SendAll(socket, answers[index].data(), answers[index].size())) {
+            if (!ReceiveAll(socket, request.data(), exchanges[index].requestBytes)) {
+                return;
+            }
+            if (beforeLast && index + 1 == exchanges.size()) {
+                beforeLast();
+            }
+            if (!SendAll(socket, answers[index].data(), answers[index].size())) {
                 return;
             }
         }

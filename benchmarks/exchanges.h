@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <vector>
 
 #include "param_list.h"
@@ -31,7 +32,9 @@ private:
 };
 
 /// Answers a transfer's exchanges over and over until the client is gone. Each answer has memory of
-/// its own, as the pieces that a service holds have.
-void ServeExchanges(int socket, const Exchanges& exchanges);
+/// its own, as the pieces that a service holds have. `beforeLast`, if any, is called before the
+/// last one is answered.
+void ServeExchanges(int socket, const Exchanges& exchanges,
+                    const std::function<void()>& beforeLast = {});
 
 }  // namespace zam_bench
