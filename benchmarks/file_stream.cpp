@@ -13,14 +13,18 @@
 #include "process.h"
 #include "qx/zam_file_downloader.h"
 #include "service.h"
+#include "subject.h"
 #include "suites.h"
+#include "way.h"
 #include "zam_connector/zam_connector.h"
 #include "zam_platform/frame.h"
 
 namespace zam_bench {
 namespace {
 
-constexpr int kRounds = 3;
+constexpr int kGetRounds = 3;
+constexpr Size kOneStream{"1g", 1, 1};
+constexpr double kNsPerSecond = 1e9;
 constexpr std::uint64_t kFileBytes = std::uint64_t{1} << 30;
 constexpr std::uint32_t kChunkBytes = 65536;
 constexpr std::uint64_t kChunks = kFileBytes / kChunkBytes;
@@ -71,40 +75,39 @@ void Stream(zam_connector::IZamFileDownloader& downloader) {
     }
 }
 
-/// A file of 1 GiB in a service's folder, and the same bytes over a bare socket.
-class Files {
+Work StreamWork() {
+    std::shared_ptr<zam_connector::IZamFileDownloader> downloader;
+    if (zam_connector::CreateZamFileDownloader("", downloader) != 0 || downloader == nullptr) {
+        throw std::runtime_error("CreateZamFileDownloader failed");
+    }
+    zam_connector::FileInfo info;
+    if (downloader->GetFileInfo({kName}, info) != 0 || info.sizeBytes != kFileBytes) {
+        throw std::runtime_error("GetFileInfo failed");
+    }
+    return {[downloader] { Stream(*downloader); }, [] {}};
+}
+
+/// The same bytes over a bare socket.
+class BareFile {
 public:
-    Files() {
-        std::filesystem::create_directories(service_.DataPath("files"));
-        WriteFile(Path());
-        if (zam_connector::CreateZamFileDownloader("", downloader_) != 0 ||
-            downloader_ == nullptr) {
-            throw std::runtime_error("CreateZamFileDownloader failed");
-        }
-        sockets_.server.Reset();
-        zam_connector::FileInfo info;
-        if (downloader_->GetFileInfo({kName}, info) != 0 || info.sizeBytes != kFileBytes) {
-            throw std::runtime_error("GetFileInfo failed");
-        }
-    }
+    BareFile() { sockets_.server.Reset(); }
 
-    std::string Path() const { return service_.DataPath("files/") + kName; }
-    const Service& Server() const { return service_; }
+    pid_t Pid() const noexcept { return server_.Pid(); }
 
-    double StreamSeconds() const {
-        return SecondsOf([this] { Stream(*downloader_); });
-    }
-
-    double BareSeconds() {
-        return SecondsOf([this] {
-            for (std::uint64_t chunk = 0; chunk < kChunks; ++chunk) {
-                if (!SendAll(sockets_.client.Get(), bytes_.data(), kChunkExchange.requestBytes) ||
-                    !ReceiveAll(sockets_.client.Get(), bytes_.data(),
-                                kChunkExchange.responseBytes)) {
-                    throw std::runtime_error("the bare server is gone");
-                }
-            }
-        });
+    Work Client() const {
+        const auto bytes =
+            std::make_shared<std::vector<unsigned char>>(kChunkExchange.responseBytes);
+        return {[this, bytes] {
+                    for (std::uint64_t chunk = 0; chunk < kChunks; ++chunk) {
+                        if (!SendAll(sockets_.client.Get(), bytes->data(),
+                                     kChunkExchange.requestBytes) ||
+                            !ReceiveAll(sockets_.client.Get(), bytes->data(),
+                                        kChunkExchange.responseBytes)) {
+                            throw std::runtime_error("the bare server is gone");
+                        }
+                    }
+                },
+                [] {}};
     }
 
 private:
@@ -115,44 +118,103 @@ private:
         }
     }
 
-    Service service_;
     SocketPair sockets_ = MakeSocketPair();
-    Child bareServer_{[this] {
+    Child server_{[this] {
         sockets_.client.Reset();
         Serve(sockets_.server.Get());
     }};
-    std::vector<unsigned char> bytes_ = std::vector<unsigned char>(kChunkExchange.responseBytes);
-    std::shared_ptr<zam_connector::IZamFileDownloader> downloader_;
 };
+
+/// A file of 1 GiB in the folders of two services whose calls go either way.
+class Files {
+public:
+    Files() {
+        std::filesystem::create_directories(socket_->DataPath("files"));
+        std::filesystem::create_directories(free_->DataPath("files"));
+        WriteFile(Path());
+        std::filesystem::create_hard_link(Path(), socket_->DataPath("files/") + kName);
+    }
+
+    std::string Path() const { return free_->DataPath("files/") + kName; }
+    std::string TargetPath() const { return free_->DataPath("got.bin"); }
+
+    /// MiB/s round by round: of the bare socket, of the socket way, and of the other.
+    std::vector<std::vector<double>> Speeds(const Placement& placement) {
+        const auto start = [&placement](const std::function<Work()>& prepare) {
+            return std::make_unique<Subject>("file.stream", kOneStream, [&placement, &prepare] {
+                Pin(0, placement.client);
+                return prepare();
+            });
+        };
+        Pin(bare_.Pid(), placement.server);
+        Pin(socket_->Pid(), placement.server);
+        Pin(free_->Pid(), placement.server);
+        const auto bare = start([this] { return bare_.Client(); });
+        const auto socket = [&] {
+            const auto environment = Take(Way::Socket);
+            socket_->PointClients();
+            return start(&StreamWork);
+        }();
+        free_->PointClients();
+        const auto free = start(&StreamWork);
+        auto rounds = RoundsInTurns({bare.get(), socket.get(), free.get()});
+        for (std::vector<double>& times : rounds) {
+            for (double& time : times) {
+                time = static_cast<double>(kFileBytes) / kMebi / (time / kNsPerSecond);
+            }
+        }
+        return rounds;
+    }
+
+private:
+    static std::unique_ptr<Service> Start(Way way) {
+        const auto environment = Take(way);
+        return std::make_unique<Service>();
+    }
+
+    const std::unique_ptr<Service> socket_ = Start(Way::Socket);
+    const std::unique_ptr<Service> free_ = Start(Way::Free);
+    const BareFile bare_;
+};
+
+void MeasureStreams(Report& report, Files& files, const Placement& placement,
+                    const std::string& metric) {
+    const auto speeds = files.Speeds(placement);
+    report.Add(Compared("file.stream", metric, "MiB/s", speeds[2], speeds[0]));
+    report.Add(Compared("file.stream", metric + ".socket", "MiB/s", speeds[2], speeds[1]));
+}
+
+/// A verified download beside the time that streaming and summing the file take one after the
+/// other.
+void MeasureGets(Report& report, Files& files, const Placement& unpinned) {
+    std::vector<double> sums;
+    std::vector<double> gets;
+    for (int round = 0; round < kGetRounds; ++round) {
+        sums.push_back(SecondsOf([&] { Run({"sha256sum", files.Path()}); }));
+        gets.push_back(SecondsOf([&] {
+            Run({ZAMCTL, "--quiet", "file", "get", kName, "--output", files.TargetPath()});
+        }));
+        std::filesystem::remove(files.TargetPath());
+    }
+    const double mebi = static_cast<double>(kFileBytes) / kMebi;
+    const double stream = mebi / Median(files.Speeds(unpinned)[2]);
+    report.Add(
+        {"file.get", "per_second", "MiB/s", mebi / Median(gets), mebi / (Median(sums) + stream)});
+}
 
 }  // namespace
 
 void MeasureFiles(Report& report) {
     Files files;
-    const std::string target = files.Server().DataPath("got.bin");
-    std::vector<double> bare;
-    std::vector<double> stream;
-    std::vector<double> sums;
-    std::vector<double> gets;
-    for (int round = 0; round < kRounds; ++round) {
-        bare.push_back(files.BareSeconds());
-        stream.push_back(files.StreamSeconds());
-        if (report.Wants("file.get")) {
-            sums.push_back(SecondsOf([&] { Run({"sha256sum", files.Path()}); }));
-            gets.push_back(SecondsOf([&] {
-                Run({ZAMCTL, "--quiet", "file", "get", kName, "--output", target});
-            }));
-            std::filesystem::remove(target);
-        }
+    const auto [oneCore, twoCores, unpinned] = kPlacements;
+    if (report.Wants("file.stream.per_second")) {
+        MeasureStreams(report, files, unpinned, "per_second");
     }
-    const auto perSecond = [](double seconds) {
-        return static_cast<double>(kFileBytes) / kMebi / seconds;
-    };
-    report.Add(
-        {"file.stream", "per_second", "MiB/s", perSecond(Median(stream)), perSecond(Median(bare))});
-    if (!gets.empty()) {
-        report.Add({"file.get", "per_second", "MiB/s", perSecond(Median(gets)),
-                    perSecond(Median(sums) + Median(stream))});
+    if (report.Wants("file.stream.two_cores")) {
+        MeasureStreams(report, files, twoCores, "two_cores.per_second");
+    }
+    if (report.Wants("file.get")) {
+        MeasureGets(report, files, unpinned);
     }
 }
 

@@ -17,6 +17,7 @@
 #include "subject.h"
 #include "suites.h"
 #include "tree_json/tree_json.h"
+#include "way.h"
 
 namespace zam_bench {
 namespace {
@@ -42,12 +43,19 @@ struct Transfer {
         : tree(MakePolicyTree(nodes)),
           list(Flatten(tree)),
           pieces(zam_service::CutIntoPieces(list)),
-          service(zam_connector::tree_json::Write(tree)) {}
+          socketService(StartService(Way::Socket)),
+          service(StartService(Way::Free)) {}
+
+    std::unique_ptr<Service> StartService(Way way) const {
+        const auto environment = Take(way);
+        return std::make_unique<Service>(zam_connector::tree_json::Write(tree));
+    }
 
     const zuv::TValue tree;
     const ParamList list;
     const Pieces pieces;
-    const Service service;
+    const std::unique_ptr<Service> socketService;
+    const std::unique_ptr<Service> service;
 };
 
 Work PullWork(const zuv::TValue& tree) {
@@ -61,14 +69,24 @@ Work PullWork(const zuv::TValue& tree) {
     return {[connection, policy] { GetPolicy(*connection, *policy); }, [policy] { *policy = {}; }};
 }
 
+std::unique_ptr<Subject> PullSubject(const Size& size, const Transfer& transfer, Way way,
+                                     int core = -1) {
+    const auto environment = Take(way);
+    (way == Way::Socket ? transfer.socketService : transfer.service)->PointClients();
+    return std::make_unique<Subject>("pull.policy", size, [&transfer, core] {
+        Pin(0, core);
+        return PullWork(transfer.tree);
+    });
+}
+
 /// ns per node.
 struct Costs {
     double pull = 0;
-    double floor = 0;  ///< the bytes over a bare socket, and the list made a tree
     double grpc = 0;
 };
 
-Costs MeasureCosts(const Size& size, const Transfer& transfer) {
+/// The floor is the bytes over a bare socket, and the list made a tree.
+Costs MeasureCosts(Report& report, const Size& size, const Transfer& transfer) {
     const Exchanges exchanges = PullExchanges(transfer.pieces);
     SocketPair sockets = MakeSocketPair();
     const Child bareServer([&] {
@@ -83,21 +101,49 @@ Costs MeasureCosts(const Size& size, const Transfer& transfer) {
     const auto add = [&](const char* name, const std::function<Work()>& prepare) {
         subjects.push_back(std::make_unique<Subject>(name, size, prepare));
     };
-    add("pull.policy", [&] { return PullWork(transfer.tree); });
     add("bare transfer", [&] {
         return Work{[&] { bareClient.Run(sockets.client.Get()); }, [] {}};
     });
     add("deserialize", [&] {
         return Work{[&] { copy = Rebuild(transfer.list); }, [&copy] { copy = {}; }};
     });
+    subjects.push_back(PullSubject(size, transfer, Way::Socket));
+    subjects.push_back(PullSubject(size, transfer, Way::Free));
 #if ZAM_BENCH_GRPC
     const GrpcServer grpcServer(transfer.tree);
     if (size.nodes == kMiddle.nodes) {
         add("peer.grpc.pull", [&] { return GrpcPullWork(grpcServer); });
     }
 #endif
-    const std::vector<double> medians = MeasureInTurns(subjects);
-    return {medians[0], medians[1] + medians[2], medians.size() > 3 ? medians[3] : 0};
+    std::vector<Subject*> all;
+    for (const auto& subject : subjects) {
+        all.push_back(subject.get());
+    }
+    const auto rounds = RoundsInTurns(all);
+    std::vector<double> floors = rounds[0];
+    for (std::size_t round = 0; round < floors.size(); ++round) {
+        floors[round] += rounds[1][round];
+    }
+    const std::string metric = size.name;
+    report.Add(Compared("pull.policy", metric, "ns/node", rounds[3], floors));
+    report.Add(Compared("pull.policy", metric + ".socket", "ns/node", rounds[3], rounds[2]));
+    return {Median(rounds[3]), rounds.size() > 4 ? Median(rounds[4]) : 0};
+}
+
+/// The same calls with both sides held to cores, beside those over the socket.
+void MeasurePinned(Report& report, const Size& size, const Transfer& transfer) {
+    for (const Placement& placement : kPlacements) {
+        const std::string metric = std::string(size.name) + "." + placement.name + ".socket";
+        if (placement.client < 0 || !report.Wants("pull.policy." + metric)) {
+            continue;
+        }
+        Pin(transfer.socketService->Pid(), placement.server);
+        Pin(transfer.service->Pid(), placement.server);
+        const auto socket = PullSubject(size, transfer, Way::Socket, placement.client);
+        const auto free = PullSubject(size, transfer, Way::Free, placement.client);
+        const auto rounds = RoundsInTurns({socket.get(), free.get()});
+        report.Add(Compared("pull.policy", metric, "ns/node", rounds[1], rounds[0]));
+    }
 }
 
 /// Heap of the list as the pieces fill it.
@@ -127,8 +173,10 @@ double ExtraBytes(const Pieces& pieces) {
 
 Costs MeasureSize(Report& report, const Size& size) {
     const Transfer transfer(size.nodes);
-    const Costs costs = MeasureCosts(size, transfer);
-    report.Add({"pull.policy", size.name, "ns/node", costs.pull, costs.floor});
+    const Costs costs = MeasureCosts(report, size, transfer);
+    if (size.nodes == kMiddle.nodes) {
+        MeasurePinned(report, size, transfer);
+    }
     if (costs.grpc != 0) {
         report.Add({"peer.grpc.pull", size.name, "ns/node", costs.grpc, costs.pull});
     }
@@ -147,10 +195,24 @@ void MeasurePulls(Report& report) {
         MeasureSize(report, kMiddle);
         return;
     }
-    const Costs small = MeasureSize(report, kSmall);
-    MeasureSize(report, kMiddle);
-    const Costs large = MeasureSize(report, kLarge);
-    report.Add({"pull.policy", "growth", "ns/node", large.pull, small.pull});
+    const auto isWanted = [&report](const std::string& metric) {
+        return report.Wants("pull.policy." + metric);
+    };
+    const bool isGrowthWanted = isWanted("growth");
+    Costs small;
+    Costs large;
+    if (isGrowthWanted || isWanted(kSmall.name)) {
+        small = MeasureSize(report, kSmall);
+    }
+    if (isWanted(kMiddle.name) || report.Wants("peer.grpc.pull")) {
+        MeasureSize(report, kMiddle);
+    }
+    if (isGrowthWanted || isWanted(kLarge.name)) {
+        large = MeasureSize(report, kLarge);
+    }
+    if (isGrowthWanted) {
+        report.Add({"pull.policy", "growth", "ns/node", large.pull, small.pull});
+    }
 }
 
 }  // namespace zam_bench
