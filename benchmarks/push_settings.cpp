@@ -37,7 +37,7 @@ bool IsThere(const Disk& disk) {
     const bool isThere =
         ::statfs(disk.folder, &status) == 0 && (status.f_type == TMPFS_MAGIC) == disk.isMemory;
     if (!isThere) {
-        std::fprintf(stderr, "%s is no %s: left out\n", disk.folder, disk.name);
+        static_cast<void>(std::fprintf(stderr, "%s is no %s: left out\n", disk.folder, disk.name));
     }
     return isThere;
 }

@@ -16,7 +16,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr char kLine[] = "{:<18} {:<34} {:>12} {:>12} {:>8} {:>14}  {}\n";
+constexpr char kLine[] = "{:<20} {:<34} {:>12} {:>12} {:>8} {:>14}  {}\n";
 
 std::optional<double> RatioOf(const Row& row) {
     return row.floor ? std::optional(row.value / *row.floor) : std::nullopt;
