@@ -16,6 +16,7 @@
 
 #include "data_fixture.h"
 #include "support/real_subscribers.h"
+#include "transfer_channels.h"
 #include "zam_connector_testing/recording_observer.h"
 
 namespace zam_connector::test {
@@ -222,11 +223,12 @@ protected:
     static constexpr char kRefusedFarewell[] =
         R"({"endpoint": "zamDataNotifier", "operation": "Unregister", "transport_status": 5},)";
 
-    void BeginFetch(const std::string& farewellRule) {
+    void BeginFetch(const std::string& farewellRule, const char* operation = "*") {
         service_.WriteData("policy.json", R"({"number": 1})");
         service_.WriteData("connection.json", kQuickLink);
         service_.WriteData("faults.json", R"({"rules": [)" + farewellRule + R"(
-            {"endpoint": "zamDataProvider", "operation": "*", "delay_ms": 86400000}]})");
+            {"endpoint": "zamDataProvider", "delay_ms": 86400000, "operation": ")" +
+                                              operation + R"("}]})");
         StartLoud();
         subscribers_ = std::make_unique<RealSubscribers>();
         ASSERT_EQ(subscribers_->Data()->SubscribeOnPolicyChange(policies_, policyCookie_), 0);
@@ -254,6 +256,13 @@ TEST_F(FetchUnderWay, HoldsUpNoEndThatTheServiceWasToldOf) {
     EXPECT_LT(steady_clock::now() - begin, kLongestEnd);
     EXPECT_EQ(policies_->Count(), 0U);
     EXPECT_EQ(State(), ZamConnectorState::Stopped) << "the client's own calls go on";
+}
+
+TEST_F(FetchUnderWay, LeavesNoChannelOpenWhenTheServiceWasToldOfTheEnd) {
+    BeginFetch("", "GetData");
+    EXPECT_EQ(subscribers_->Data()->Unsubscribe(policyCookie_), 0);
+    EXPECT_EQ(policies_->Count(), 0U);
+    EXPECT_FALSE(TransferChannels().IsLastTreeOpen());
 }
 
 /// An observer on one pipeline's thread ends the other pipeline, whose thread is left to be joined

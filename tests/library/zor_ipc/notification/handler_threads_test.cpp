@@ -198,13 +198,7 @@ TEST_F(HandlerThreadsTest, AreNotJoinedByAStartBeforeTheirRoundsAreDestroyed) {
 class HandlerThreadsCalls : public HandlerThreadsTest {
 protected:
     void Start(std::function<void()> rounds) {
-        threads_->Start(
-            std::make_shared<Token>(),
-            [this, rounds = std::move(rounds)] {
-                const LibraryThreadScope scope(calls_.get());
-                rounds();
-            },
-            calls_);
+        threads_->Start(std::make_shared<Token>(), std::move(rounds), calls_);
     }
 
     /// A call that nobody answers; returns when it was ended, or never begun.
@@ -248,7 +242,6 @@ TEST_F(HandlerThreadsCalls, AreLetFinishInTheirTime) {
     answer.Raise();
     finishing.join();
     EXPECT_EQ(interruptions, 0);
-    EXPECT_FALSE(calls_->IsCancelled());
 }
 
 /// What an observer does, its calls included, is the application's, and has no bound.
@@ -278,19 +271,63 @@ TEST_F(HandlerThreadsCalls, OfAnObserverAreNotEnded) {
     EXPECT_TRUE(isFree);
 }
 
+/// What was fetched just before the time was over is still told.
+TEST_F(HandlerThreadsCalls, OfAnObserverThatBeginsWhenTheTimeIsOverAreNotEnded) {
+    bool isFree = false;
+    Start([&] {
+        CallInVain();
+        {
+            const HandlerThreads::InObserver observer;
+            const FakeCall call;
+            isFree = call.isEntered && call.interruptions == 0;
+        }
+        CallInVain();
+    });
+    threads_->Finish(std::chrono::milliseconds(1));
+    EXPECT_TRUE(isFree);
+}
+
+TEST_F(HandlerThreadsCalls, CloseTheirChannelsWhenTheTimeIsOver) {
+    Start([this] {
+        CallInVain();
+        ChannelCloseScope scope;
+        EXPECT_NE(FakeCall::Bounds()->deadlineNs, 0);
+        const int code = scope.Close([] { return FakeCall().isEntered ? 0 : -1; });
+        journal_.Add(code == 0 ? "closed" : "left open");
+    });
+    threads_->Finish(std::chrono::milliseconds(1));
+    EXPECT_THAT(journal_.Entries(), ElementsAre("closed"));
+}
+
+TEST_F(HandlerThreadsCalls, CloseNoChannelsWhenAllCallsWereEnded) {
+    Flag made;
+    Start([&] {
+        made.Raise();
+        CallInVain();
+        ChannelCloseScope scope;
+        const int code = scope.Close([] { return FakeCall().isEntered ? 0 : -1; });
+        journal_.Add(code == 0 ? "closed" : "left open");
+    });
+    ASSERT_TRUE(made.Wait());
+    threads_->EndCalls();
+    threads_->Finish(std::chrono::milliseconds(1));
+    EXPECT_THAT(journal_.Entries(), ElementsAre("left open"));
+}
+
 /// The time is that of all of them together, so that the end has one bound.
 TEST_F(HandlerThreadsCalls, OfThreadsThatWereLeftForLaterAreEndedToo) {
     Flag made;
     Start([&] {
         made.Raise();
         CallInVain();
+        journal_.Add("ended");
     });
     ASSERT_TRUE(made.Wait());
     const auto token = std::make_shared<Token>();
     threads_->Start(token, [] {});
     token->Cancel();
     threads_->Finish(std::chrono::milliseconds(1));
-    EXPECT_TRUE(calls_->IsCancelled());
+    EXPECT_THAT(journal_.Entries(), ElementsAre("ended"));
 }
 
 TEST_F(HandlerThreadsCalls, AreEndedForAllButTheCallingThread) {

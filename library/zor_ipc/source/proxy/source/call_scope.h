@@ -79,8 +79,8 @@ public:
 
 /// The close of a channel: it has `kCloseTimeout` at least, whatever deadline has passed and
 /// whoever has cancelled the calls before it or cancels this one, or the channel would stay open
-/// for as long as the process lives. Without bounds it has none either. On a library thread that is
-/// to end it is not tried.
+/// for as long as the process lives. Without bounds it has none either. On a library thread whose
+/// service could not be told of its end it is not tried.
 class ChannelCloseScope : public CallScope {
 public:
     ChannelCloseScope() noexcept;

@@ -155,10 +155,7 @@ private:
         std::shared_ptr<IDataProcessor<T>> processor;
         std::shared_ptr<const Token> token;
 
-        void operator()() const {
-            const LibraryThreadScope scope(run->calls.get());
-            RunDataHandler(*run, *processor, *token);
-        }
+        void operator()() const { RunDataHandler(*run, *processor, *token); }
     };
 
     /// Shared with the threads of earlier runs that are still inside an observer: what those use

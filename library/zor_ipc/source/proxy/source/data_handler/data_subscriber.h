@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <memory>
@@ -88,6 +89,7 @@ public:
         }
         token_->Cancel();
         *VdZorTransport_LastStatus() = 0;
+        const auto begin = std::chrono::steady_clock::now();
         const int unregistered = provider_->Unregister();
         if (unregistered < 0) {
             return unregistered;
@@ -95,7 +97,9 @@ public:
         if (*VdZorTransport_LastStatus() != 0) {
             calls_->Cancel();  // the service does not know that it is to let the thread go
         }
-        if (hasEnded_.wait_for(kLongestWait) != std::future_status::ready) {
+        if (hasEnded_.wait_until(
+                std::max(begin + kLongestWait, std::chrono::steady_clock::now() + kLeastWait)) !=
+            std::future_status::ready) {
             calls_->Cancel();  // it was told, and does not
         }
         if (thread_.joinable()) {
@@ -111,8 +115,10 @@ private:
 
     static constexpr char kSourceFile[] = "data_subscriber";
 
-    /// Longest time that the service has to end the waiting call behind an `Unregister`.
+    /// Longest time that the service has to end the waiting call, with what the `Unregister` itself
+    /// has taken, and the time that it has in any case.
     static constexpr std::chrono::milliseconds kLongestWait{750};
+    static constexpr std::chrono::milliseconds kLeastWait{100};
 
     /// The pause before a value is pushed again for which there was no memory.
     static constexpr std::chrono::milliseconds kMemoryPause{100};

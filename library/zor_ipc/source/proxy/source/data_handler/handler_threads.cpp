@@ -25,15 +25,27 @@ HandlerThreads::InObserver::~InObserver() {
     }
 }
 
+void HandlerThreads::Progress::BeginRounds() noexcept {
+    ownScope_.emplace(CallScope::Bounds{.canceller = &ownCalls_});
+}
+
+void HandlerThreads::Progress::EndRounds() noexcept {
+    ownScope_.reset();
+}
+
 void HandlerThreads::Progress::BeginObserver() noexcept {
-    const qor::MutexLock lock(mutex_);
-    isInObserver_ = true;
-    changed_.notify_all();
+    ownScope_.reset();
+    SetInObserver(true);
 }
 
 void HandlerThreads::Progress::EndObserver() noexcept {
+    SetInObserver(false);
+    BeginRounds();
+}
+
+void HandlerThreads::Progress::SetInObserver(bool isInObserver) noexcept {
     const qor::MutexLock lock(mutex_);
-    isInObserver_ = false;
+    isInObserver_ = isInObserver;
     changed_.notify_all();
 }
 
@@ -48,8 +60,7 @@ bool HandlerThreads::Progress::HasEnded() const {
     return hasEnded_;
 }
 
-void HandlerThreads::Progress::WaitForEnd(std::chrono::nanoseconds& left,
-                                          CallCanceller* calls) const {
+void HandlerThreads::Progress::WaitForEnd(std::chrono::nanoseconds& left) {
     using std::chrono::steady_clock;
     qor::MutexLock lock(mutex_);
     while (!hasEnded_) {
@@ -58,10 +69,7 @@ void HandlerThreads::Progress::WaitForEnd(std::chrono::nanoseconds& left,
             continue;
         }
         if (left <= left.zero()) {
-            // Still held, so that no observer has been begun meanwhile, whose calls are its own.
-            if (calls != nullptr) {
-                calls->Cancel();
-            }
+            ownCalls_.Cancel();
             return;
         }
         const steady_clock::time_point begin = steady_clock::now();
@@ -110,12 +118,15 @@ void HandlerThreads::Start(std::shared_ptr<const qor::utils::CancellationToken> 
                            std::function<void()> rounds, std::shared_ptr<CallCanceller> calls) {
     JoinEnded();
     Entry entry{{}, std::make_shared<Progress>(), std::move(calls)};
-    auto run = [turn = turn_, progress = entry.progress, token = std::move(token),
-                rounds = std::move(rounds)]() mutable {
+    auto run = [turn = turn_, progress = entry.progress, calls = entry.calls,
+                token = std::move(token), rounds = std::move(rounds)]() mutable {
         isHandlerThread = true;
         if (turn->Take(*token)) {
+            const LibraryThreadScope scope(calls.get());
             current_ = progress.get();
+            progress->BeginRounds();
             rounds();
+            progress->EndRounds();
             current_ = nullptr;
             turn->Give();
         }
@@ -147,7 +158,7 @@ void HandlerThreads::Finish(std::chrono::nanoseconds longest) {
         return;
     }
     for (Entry& entry : entries_) {
-        entry.progress->WaitForEnd(longest, entry.calls.get());
+        entry.progress->WaitForEnd(longest);
         entry.thread.join();
     }
     entries_.clear();

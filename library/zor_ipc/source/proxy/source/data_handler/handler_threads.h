@@ -5,9 +5,11 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "call_canceller.h"
+#include "call_scope.h"
 #include "qor/mutex.h"
 #include "qor/utils/cancellation_token.h"
 
@@ -31,7 +33,8 @@ public:
     static constexpr std::chrono::milliseconds kLongestCalls{750};
 
     /// The calling thread is in an application's code while this object lives, and has all the time
-    /// it takes. Does nothing on other threads than these.
+    /// it takes: neither that nor the calls made in it are bounded by a `Finish`. Every scope of
+    /// calls that the rounds have made must have ended. Does nothing on other threads than these.
     class InObserver {
     public:
         InObserver() noexcept;
@@ -57,7 +60,8 @@ public:
 
     /// Starts a thread that runs `rounds` when the threads of earlier runs have ended, and not at
     /// all when `token` is cancelled before. `rounds` must not throw, and is destroyed on that
-    /// thread; the calls that it makes are under `calls`, which may be null. Throws
+    /// thread; the calls that it makes are under `calls`, which may be null, and those outside of
+    /// observers under what `Finish` ends. Throws
     /// `std::system_error` and `std::bad_alloc`; nothing has been started then.
     void Start(std::shared_ptr<const qor::utils::CancellationToken> token,
                std::function<void()> rounds, std::shared_ptr<CallCanceller> calls = nullptr);
@@ -67,25 +71,34 @@ public:
 
     /// To be called when the tokens of all threads are cancelled: joins them, or leaves them for
     /// later when this is a handler thread itself. When they have spent `longest` outside of
-    /// observers, together, the calls of those that are left end.
+    /// observers, together, the calls of those that are left end, but for an observer's and for
+    /// the close of a channel, which has `kCloseTimeout` from then on.
     void Finish(std::chrono::nanoseconds longest = kLongestCalls);
 
 private:
     /// Where one thread is.
     class Progress {
     public:
+        /// These five are called by the thread itself.
+        void BeginRounds() noexcept;
+        void EndRounds() noexcept;
         void BeginObserver() noexcept;
         void EndObserver() noexcept;
         void End() noexcept;
+
         bool HasEnded() const;
 
         /// Waits for the end, and takes the time that this was outside of observers off `left`.
-        /// When nothing is left it ends `calls`, which may be null, and waits no longer.
-        void WaitForEnd(std::chrono::nanoseconds& left, CallCanceller* calls) const;
+        /// When nothing is left it ends the calls outside of observers, and waits no longer.
+        void WaitForEnd(std::chrono::nanoseconds& left);
 
     private:
-        mutable qor::Mutex mutex_;  // held outside of a canceller's
-        mutable std::condition_variable changed_;
+        void SetInObserver(bool isInObserver) noexcept;
+
+        CallCanceller ownCalls_{CallCanceller::Closes::Allowed};
+        std::optional<CallScope> ownScope_;  ///< while the rounds are outside of observers
+        mutable qor::Mutex mutex_;
+        std::condition_variable changed_;
         bool isInObserver_ QOR_GUARDED_BY(mutex_) = false;
         bool hasEnded_ QOR_GUARDED_BY(mutex_) =
             false;  ///< nothing is left but the thread's own end
