@@ -5,8 +5,8 @@
 #include <chrono>
 #include <cstring>
 #include <string>
-#include <string_view>
 
+#include "support/calling_logger.h"
 #include "support/descriptors.h"
 #include "support/scoped_environment.h"
 #include "support/test_server.h"
@@ -102,22 +102,10 @@ TEST_F(ServiceLocator, HasNoHandleForAServiceThatIsNotThere) {
 /// A logger of an application may make calls for the record; these do not tell why connecting
 /// failed.
 TEST_F(ServiceLocator, TellsWhyItFailedBehindItsRecord) {
-    class CallingLogger final : public zor::logger::ZORLogger {
-    public:
-        CallingLogger() { InstallRootLogger(this); }
-        CallingLogger(const CallingLogger&) = delete;
-        CallingLogger& operator=(const CallingLogger&) = delete;
-        ~CallingLogger() override { InstallRootLogger(nullptr); }
-
-        bool IsEnabled(int /*level*/) const override { return true; }
-        void LogImpl(int /*level*/, const char* /*file*/, int /*line*/, const char* /*function*/,
-                     std::string_view /*text*/) override {
-            *VdZorTransport_LastStatus() = kStatusOk;
-        }
-    };
-    const CallingLogger logger;
+    zam_test::CallingLogger logger([] { *VdZorTransport_LastStatus() = kStatusOk; });
     EXPECT_EQ(ServiceLocatorConnect("absent"), VD_ZOR_INVALID_HANDLE);
     EXPECT_EQ(*VdZorTransport_LastStatus(), kStatusUnavailable);
+    EXPECT_EQ(logger.records, 1);
 }
 
 TEST_F(ServiceLocator, GivesTheRiidOfAnEndpoint) {

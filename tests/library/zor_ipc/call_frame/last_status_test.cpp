@@ -8,6 +8,7 @@
 #include "common/connection_casts.h"
 #include "library/zor_ipc/call_frame/proxy_fixture.h"
 #include "product_data_holder_proxy.h"
+#include "support/calling_logger.h"
 #include "zam_client_certs_downloader_proxy.h"
 #include "zam_connector/call_deadline.h"
 #include "zam_data_provider_proxy.h"
@@ -19,34 +20,6 @@ namespace {
 using test::kUnspecified;
 
 constexpr int kTimedOut = 4;
-
-/// A logger of an application that makes a call for each record; the call succeeds.
-class CallingLogger final : public zor::logger::ZORLogger {
-public:
-    CallingLogger() { InstallRootLogger(this); }
-    CallingLogger(const CallingLogger&) = delete;
-    CallingLogger& operator=(const CallingLogger&) = delete;
-    ~CallingLogger() override { InstallRootLogger(nullptr); }
-
-    bool IsEnabled(int level) const override { return level >= zor::logger::kLevelError; }
-    void LogImpl(int /*level*/, const char* /*file*/, int /*line*/, const char* /*function*/,
-                 std::string_view /*text*/) override {
-        ++records;
-        EXPECT_EQ(sender_.ScheduleSync(), 0);
-    }
-
-    int records = 0;
-
-private:
-    static testing::ScriptedTransport& Answering(testing::ScriptedTransport& transport) {
-        transport.SetDefault({});
-        return transport;
-    }
-
-    testing::ScriptedTransport transport_;
-    proxy::ZamConnCommandSenderProxy sender_{
-        test::CommandSenderRecord(Answering(transport_).Get())};
-};
 
 class LastStatus : public test::ProxyTest {
 protected:
@@ -99,7 +72,10 @@ TEST_F(LastStatus, IsThatOfAStreamThatBroke) {
 }
 
 TEST_F(LastStatus, IsNotThatOfCallsThatALoggerMakes) {
-    CallingLogger logger;
+    testing::ScriptedTransport answering;
+    answering.SetDefault({});
+    proxy::ZamConnCommandSenderProxy sender(test::CommandSenderRecord(answering.Get()));
+    zam_test::CallingLogger logger([&sender] { EXPECT_EQ(sender.ScheduleSync(), 0); });
     TimeOut();
     EXPECT_EQ(logger.records, 1);
     proxy::ZamDataProviderProxy provider(RecordOf(&qx_zam_connector_ZamDataProvider_proxy_init));
