@@ -218,8 +218,7 @@ bool CertFolder::Attach() {
 }
 
 void CertFolder::AttachLater() noexcept {
-    Log(zor::logger::kLevelError, Here(kSourceFile, "Attach"),
-        "out of memory: what was read last stays until it can be read again");
+    Log(zor::logger::kLevelError, Here(kSourceFile, "Attach"), "{}", kMemoryLacks);
     isUnwatched_ = true;
     settle_.RingAfter(kMemoryDelay);
 }
@@ -236,8 +235,7 @@ std::function<void()> CertFolder::Read() {
         const UniqueFd folder = OpenCerts(files_);
         entries = folder ? Scan(folder.Get()).Read() : Entries();
     } catch (const std::bad_alloc&) {
-        Log(zor::logger::kLevelError, Here(kSourceFile, "Read"),
-            "out of memory: what was read last stays until it can be read again");
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Read"), "{}", kMemoryLacks);
         throw;
     } catch (const std::exception& exception) {
         failure = exception.what();

@@ -81,8 +81,7 @@ DataFolder::Outcome DataFolder::Read(const ServedFile& file) const {
         const bool exists = text.has_value();
         return {.publish = file.read(std::move(text)), .exists = exists, .error = {}};
     } catch (const std::bad_alloc&) {
-        Log(zor::logger::kLevelError, Here(kSourceFile, "Read"),
-            "{}: out of memory: what was read last stays until it can be read again", file.name);
+        Log(zor::logger::kLevelError, Here(kSourceFile, "Read"), "{}: {}", file.name, kMemoryLacks);
         throw;
     } catch (const std::exception& exception) {
         return {.publish = nullptr, .exists = true, .error = exception.what()};

@@ -15,9 +15,12 @@ namespace zam_service {
 /// vain for long.
 inline constexpr std::chrono::milliseconds kMemoryDelay{2000};
 
+/// What the log is told then.
+inline constexpr char kMemoryLacks[] =
+    "out of memory: what was read last stays until it can be read again";
+
 /// Reads something again when it has changed: on a worker, one reading at a time, once more when it
-/// changed meanwhile, and a little later when memory was wanting. On the
-/// loop thread only.
+/// changed meanwhile, and a little later when memory was wanting. On the loop thread only.
 class Rereader {
 public:
     /// Runs on a worker and must throw nothing but `std::bad_alloc`. What it returns is called on
