@@ -137,6 +137,18 @@ TEST(CallScope, HasCallsInsideACallEndWithThat) {
     canceller.Cancel();  // finds nobody
 }
 
+TEST(CallScope, BeginsNoCallBehindACancelHoweverOftenItIsTried) {
+    CallCanceller outer;
+    CallCanceller inner;
+    const CallScope around({.canceller = &outer});
+    outer.Cancel();
+    EXPECT_FALSE(FakeCall().isEntered);
+    EXPECT_FALSE(FakeCall().isEntered);
+    const CallScope within({.canceller = &inner});
+    EXPECT_FALSE(FakeCall().isEntered);
+    EXPECT_FALSE(FakeCall().isEntered);
+}
+
 TEST(CallScope, BoundsNothingInAChild) {
     CallCanceller canceller;
     EXPECT_EXIT(
@@ -149,6 +161,13 @@ TEST(CallScope, BoundsNothingInAChild) {
             if (child == 0) {
                 canceller.Cancel();
                 bool isFree = FakeCall::Bounds() == nullptr && FakeCall().isEntered;
+                {
+                    CallCanceller own(CallCanceller::Closes::Allowed);
+                    const CallScope scope({.canceller = &own});
+                    own.Cancel();
+                    const ChannelCloseScope close;
+                    isFree = isFree && FakeCall().isEntered;
+                }
                 inner.reset();
                 isFree = isFree && FakeCall::Bounds() == nullptr;
                 isFree = isFree && TimeOfAClose() == std::nullopt;
@@ -296,6 +315,21 @@ TEST(ChannelCloseScope, FailsAsTheFirstTimeWhenItFailsAgain) {
     EXPECT_EQ(calls, 2);
     EXPECT_EQ(last, 10);
     last = 0;
+}
+
+TEST(ChannelCloseScope, IsTriedOnceWhenTheServiceRefusesItBesideACancel) {
+    CallCanceller canceller(CallCanceller::Closes::Allowed);
+    const CallScope scope({.canceller = &canceller});
+    int calls = 0;
+    ChannelCloseScope close;
+    EXPECT_EQ(close.Close([&] {
+        ++calls;
+        canceller.Cancel();
+        *VdZorTransport_LastStatus() = 0;
+        return -7;
+    }),
+              -7);
+    EXPECT_EQ(calls, 1);
 }
 
 TEST(ChannelCloseScope, IsTriedOnceWhenNobodyCancelsIt) {

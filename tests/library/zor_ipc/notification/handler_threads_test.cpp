@@ -194,6 +194,29 @@ TEST_F(HandlerThreadsTest, AreNotJoinedByAStartBeforeTheirRoundsAreDestroyed) {
     threads_->Finish();
 }
 
+/// Each run would leave one behind otherwise.
+TEST_F(HandlerThreadsTest, AreLetGoByAStartWhenTheyHaveEnded) {
+    auto calls = std::make_shared<CallCanceller>();
+    const std::weak_ptr<const void> held = calls;
+    threads_->Start(
+        std::make_shared<Token>(), [] {}, std::move(calls));
+    const auto cancelled = std::make_shared<Token>();
+    cancelled->Cancel();
+    EXPECT_TRUE(zam_test::Eventually([&] {
+        threads_->Start(cancelled, [] {});
+        return held.expired();
+    }));
+}
+
+TEST(HandlerThreadsTime, CountsWhatTheFarewellHasTaken) {
+    using std::chrono::milliseconds;
+    EXPECT_EQ(HandlerThreads::LeftForCalls(milliseconds(0)), HandlerThreads::kLongestCalls);
+    EXPECT_EQ(HandlerThreads::LeftForCalls(milliseconds(1)), milliseconds(749));
+    EXPECT_EQ(HandlerThreads::LeftForCalls(milliseconds(500)), milliseconds(250));
+    EXPECT_EQ(HandlerThreads::LeftForCalls(milliseconds(501)), milliseconds(250));
+    EXPECT_EQ(HandlerThreads::LeftForCalls(std::chrono::hours(1)), milliseconds(250));
+}
+
 /// Threads whose rounds make calls, one run of them.
 class HandlerThreadsCalls : public HandlerThreadsTest {
 protected:
@@ -267,6 +290,33 @@ TEST_F(HandlerThreadsCalls, OfAnObserverAreNotEnded) {
     });
     EXPECT_TRUE(WaitUntilAsleep(number));
     leave.Raise();
+    finishing.join();
+    EXPECT_TRUE(isFree);
+}
+
+TEST_F(HandlerThreadsCalls, AreNotEndedForTheTimeThatAnObserverTook) {
+    constexpr std::chrono::milliseconds kLongest{400};
+    std::atomic<pid_t> number{0};
+    Flag inside;
+    bool isFree = false;
+    Start([&] {
+        {
+            const HandlerThreads::InObserver observer;
+            inside.Raise();
+            EXPECT_TRUE(WaitUntilAsleep(number));
+            // Longer than what all of it has.
+            const auto end = std::chrono::steady_clock::now() + kLongest * 5 / 4;
+            while (std::chrono::steady_clock::now() < end) {
+                std::this_thread::yield();
+            }
+        }
+        isFree = FakeCall().isEntered;
+    });
+    ASSERT_TRUE(inside.Wait());
+    std::thread finishing([&] {
+        number = ThreadNumber();
+        threads_->Finish(kLongest);
+    });
     finishing.join();
     EXPECT_TRUE(isFree);
 }

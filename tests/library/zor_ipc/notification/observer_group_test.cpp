@@ -50,6 +50,42 @@ TEST_F(Observers, AreToldInTheOrderOfTheirCookies) {
     EXPECT_THAT(second->Values(), ElementsAre(5));
 }
 
+/// The thread's own calls have ended: those of its observers have not.
+TEST_F(Observers, MakeTheirOwnCallsOnAThreadThatIsToEnd) {
+    std::vector<bool> calls;
+    const auto observer = std::make_shared<IntObserver>(
+        [&calls](int) { calls.push_back(test::FakeCall().isEntered); });
+    group_.Add(observer);
+    group_.Add(observer);
+    HandlerThreads threads("threads");
+    threads.Start(std::make_shared<qor::utils::CancellationToken>(), [&] {
+        {
+            const test::FakeCall inVain;
+            if (inVain.isEntered) {
+                inVain.interruptions.wait(0);
+            }
+        }
+        group_.Notify(1);
+        calls.push_back(test::FakeCall().isEntered);
+    });
+    threads.Finish(std::chrono::milliseconds(1));
+    EXPECT_THAT(calls, ElementsAre(true, true, false));
+}
+
+TEST_F(Observers, LeaveNothingBehindThatAreRemovedWhileTheyAreTold) {
+    // A deleter goes when nobody knows of the object any more, its weak owners included.
+    auto token = std::make_shared<int>(0);
+    const std::weak_ptr<int> known = token;
+    SubscriptionCookie cookie;
+    auto observer = std::shared_ptr<IntObserver>(
+        new IntObserver([&](int) { group_.Remove(cookie); }),
+        [token = std::move(token)](const IntObserver* object) { delete object; });
+    cookie = group_.Add(observer);
+    group_.Notify(1);
+    observer.reset();
+    EXPECT_TRUE(known.expired());
+}
+
 TEST_F(Observers, ThatHaveExpiredAreSkippedAndStay) {
     const auto living = std::make_shared<IntObserver>();
     const SubscriptionCookie expired = group_.Add(std::make_shared<IntObserver>());

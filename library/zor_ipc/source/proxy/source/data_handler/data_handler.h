@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <exception>
@@ -119,7 +118,7 @@ public:
             run_->isUntold = true;
             threads_.EndCalls();
         }
-        threads_.Finish(LeftForCalls(begin));
+        threads_.Finish(HandlerThreads::LeftForCalls(std::chrono::steady_clock::now() - begin));
         run_.reset();
         return qel::kNoError;
     }
@@ -173,14 +172,6 @@ private:
     std::shared_ptr<KeptObjects> Kept() {
         qor::MutexLock lock(mutex_);
         return kept_.lock();
-    }
-
-    /// Of a stop that began then: what the farewell has taken counts, but a call under way is not
-    /// ended for that alone.
-    static std::chrono::nanoseconds LeftForCalls(std::chrono::steady_clock::time_point begin) {
-        constexpr std::chrono::milliseconds kLeast{250};
-        return std::max<std::chrono::nanoseconds>(
-            kLeast, begin + HandlerThreads::kLongestCalls - std::chrono::steady_clock::now());
     }
 
     static void Close(Queue<T>& queue) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -31,6 +32,13 @@ class HandlerThreads {
 public:
     /// Longest time that the library's own calls, those of threads that are to end, go on.
     static constexpr std::chrono::milliseconds kLongestCalls{750};
+
+    /// What is left of that when an end has taken `spent` already: a call under way is not ended
+    /// for that alone.
+    static constexpr std::chrono::nanoseconds LeftForCalls(std::chrono::nanoseconds spent) {
+        constexpr std::chrono::milliseconds kLeast{250};
+        return std::max<std::chrono::nanoseconds>(kLeast, kLongestCalls - spent);
+    }
 
     /// The calling thread is in an application's code while this object lives, and has all the time
     /// it takes: neither that nor the calls made in it are bounded by a `Finish`. Every scope of
