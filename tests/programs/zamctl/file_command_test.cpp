@@ -84,7 +84,8 @@ TEST_F(FileCommandTest, GetRefusesWhatIsNoRegularFile) {
 }
 
 TEST_F(FileCommandTest, GetQuotesTheCauseOfAnInterruptionAndEndsInTime) {
-    provider_.fileDownloader.onChunk = [](std::size_t /*call*/) {
+    provider_.fileDownloader.onChunk = [this](std::size_t /*call*/) {
+        EXPECT_THAT(clock_.runMessage, HasSubstr("neither the service nor the disk"));
         LogError("the service closed the connection");
         return zam_connector::kUnspecifiedError;
     };
@@ -106,6 +107,14 @@ TEST_F(FileCommandTest, GetCountsItsTimeFromMakingTheConnectorOn) {
     EXPECT_GE(clock_.Now(), Clock::TimePoint(6s));
     EXPECT_LE(clock_.Now(), Clock::TimePoint(6500ms));
     EXPECT_EQ(clock_.runEnd, Clock::TimePoint(7s));
+}
+
+TEST_F(FileCommandTest, GetGoesOnAskingForAllItsTimeThoughNothingComes) {
+    provider_.fileDownloader.infoCode = zam_connector::kUnspecifiedError;
+    const Ran ran = Run({"file", "get", "x", "-o", file_, "--timeout", "60"});
+    EXPECT_EQ(ran.status, 2);
+    EXPECT_THAT(ran.err, HasSubstr("\"x\" has not come whole within 60.0 s\n"));
+    EXPECT_GE(clock_.Now(), Clock::TimePoint(60s));
 }
 
 TEST_F(FileCommandTest, GetPrintsALineForEachTenthWhereThereIsNoTerminal) {

@@ -108,6 +108,22 @@ TEST_F(ZamctlProcess, SaysOnceWhatIsWrongWithTheTimeoutOfTheEnvironment) {
     EXPECT_EQ(run({"complete", "--", "settings", "set", ""}).err, "");
 }
 
+TEST_F(ZamctlProcess, TakesWholeNumbersOfThirtyOneBitsForATimeoutOfTheEnvironment) {
+    for (const auto& [text, isGood] :
+         std::vector<std::pair<std::string, bool>>{{"0", true},
+                                                   {"2147483647", true},
+                                                   {"2147483648", false},
+                                                   {"-1", false},
+                                                   {"", false},
+                                                   {"9223372036854775808", false}}) {
+        const ProgramResult result =
+            RunProgram(ZAMCTL_EXECUTABLE, {"state"},
+                       {.environment = {{"ZAM_RUNTIME_DIR=" + directory_.string(),
+                                         "ZAM_CALL_TIMEOUT_MS=" + text}}});
+        EXPECT_EQ(result.err.find("counts as not set") == std::string::npos, isGood) << text;
+    }
+}
+
 TEST_F(ZamctlProcess, EndsWithStatusOneForWrongWordsAndValues) {
     for (const Arguments& arguments :
          {Arguments{}, Arguments{"stat"}, Arguments{"settings", "gett"},

@@ -142,6 +142,21 @@ TEST_F(StateCommandTest, MakesNoCallWhenTheTimeIsOver) {
     EXPECT_EQ(provider_.controller.stateCalls, 0);
 }
 
+TEST_F(StateCommandTest, HasATimeThatBeginsOnceWithTheFirstLookAtTheService) {
+    std::istringstream in;
+    std::ostringstream out;
+    std::ostringstream err;
+    RecordKeeper records(err, zor::logger::kLevelError);
+    Context context({in, out, err, provider_, records, clock_, system_}, {}, 1s, 1s);
+    clock_.Advance(5s);  // as reading from a pipe may take
+    context.Begin();
+    EXPECT_EQ(context.start, clock_.Now());
+    EXPECT_EQ(clock_.runEnd, clock_.Now() + 2s);
+    clock_.Advance(1s);
+    context.Begin();
+    EXPECT_THROW(context.Checked("ask", [] { return 0; }), Failure);
+}
+
 TEST_F(StateCommandTest, CanBeMadeAndCalledByItself) {
     std::istringstream in;
     std::ostringstream out;

@@ -57,6 +57,13 @@ TEST_F(WatchCommandTest, PrintsADocumentForEveryKind) {
     EXPECT_THAT(ran.err, HasSubstr("8 notices in "));
 }
 
+TEST_F(WatchCommandTest, WaitsWithoutLimitForWhatComes) {
+    bool isLimited = true;
+    clock_.steps = {[&] { isLimited = clock_.runEnd.has_value(); }};
+    EXPECT_EQ(Run({"--timeout", "1", "watch"}).status, 0);
+    EXPECT_FALSE(isLimited);
+}
+
 TEST_F(WatchCommandTest, PrintsALineForEachNoticeAndTheTimeSinceTheOneBefore) {
     FakeDataChangeSubscriber& data = provider_.dataChangeSubscriber;
     clock_.steps = {[&] { data.synced.Tell(7); },
