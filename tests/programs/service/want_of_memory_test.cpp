@@ -11,17 +11,22 @@
 #include <utility>
 #include <vector>
 
+#include "data/history.h"
 #include "data/tree_snapshot.h"
+#include "data/upload_file.h"
 #include "fake_waiter.h"
 #include "lanes.h"
 #include "link/connector_link.h"
 #include "notices/notice_board.h"
+#include "result_codes.h"
 #include "run_until.h"
 #include "support/allocations.h"
+#include "support/flattened.h"
 #include "support/quiet_logger.h"
 #include "support/temporary_folder.h"
 #include "zam_connector_testing/recording_logger.h"
 #include "zam_platform/server/alarm.h"
+#include "zam_platform/server/session_registry.h"
 
 // Parts of the service whose allocations fail one after the other: nothing is lost by it that
 // nobody was told of.
@@ -159,6 +164,58 @@ TEST_P(WantOfMemoryInTheService, ServesNoTreeWithoutAPiece) {
     });
 }
 
+TEST_P(WantOfMemoryInTheService, IsNoFaultOfAnUploadedTree) {
+    const zam_test::TemporaryFolder folder;
+    const FolderFiles files(folder.Path(""));
+    zuv::Map map;
+    map["a name that is no short text, and so takes memory"] = zuv::TValue(1);
+    const zuv::TValue tree(std::move(map));
+    Sweep(GetParam(), [&](const std::function<void()>& begin) {
+        auto records = zam_test::Flattened(tree);
+        int code = kInsufficientResources;
+        begin();
+        try {
+            code = StoreTree(files, UploadKind::Settings, std::move(records)).code;
+        } catch (const std::bad_alloc&) {
+            // The upload before stands.
+        }
+        Stop();
+        ASSERT_TRUE(code == kNoError || code == kInsufficientResources) << code;
+    });
+}
+
+TEST_P(WantOfMemoryInTheService, IsNoFailureOfTheDisk) {
+    const zam_test::TemporaryFolder folder;
+    const FolderFiles files(folder.Path(""));
+    const std::vector<std::string> lines = {"a line that is no short text, and so takes memory\n"};
+    Sweep(GetParam(), [&](const std::function<void()>& begin) {
+        HistoryFile file(files);
+        begin();
+        const HistoryFile::Result result = file.Append(lines);
+        Stop();
+        ASSERT_EQ(result.lacksMemory, result.written == 0) << result.error;
+    });
+}
+
+/// The worker's, which writes the lines.
+TEST_P(WantOfMemoryInTheService, IsToldToWhomALineIsOf) {
+    const zam_test::TemporaryFolder folder;
+    const FolderFiles files(folder.Path(""));
+    asio::io_context loop;
+    zam_platform::WorkerPool workers(1, kLaneCount, 8);
+    Sweep(GetParam(), [&](const std::function<void()>& begin) {
+        History history(loop, workers, files);
+        std::optional<int> code;
+        zam_test::g_failingThreads = zam_test::FailingThreads::Unmarked;
+        begin();
+        history.Append("a line that is no short text, and so takes memory\n",
+                       [&code](int told) { code = told; });
+        EXPECT_TRUE(RunUntil(loop, [&code] { return code.has_value(); }));
+        Stop();
+        ASSERT_TRUE(code == kNoError || code == kInsufficientResources) << *code;
+    });
+}
+
 TEST(WantOfMemoryOfTheLoop, KeepsNoAlarmFromRinging) {
     zam_test::g_isMarkedThread = true;
     zam_test::g_failingThreads = zam_test::FailingThreads::Marked;
@@ -186,6 +243,43 @@ TEST(WantOfMemoryOfTheLoop, KeepsNoAlarmFromRinging) {
     std::sort(rung.begin(), rung.end());
     EXPECT_EQ(rung, (std::vector<std::size_t>{0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
     EXPECT_TRUE(zam_test::g_failed) << "the loop itself wanted some for so many";
+}
+
+TEST(WantOfMemoryOfTheLoop, IsNoneForAnAlarmThatIsSetAgain) {
+    asio::io_context loop;
+    bool hasRung = false;
+    zam_platform::Alarm alarm(loop, [&hasRung] { hasRung = true; });
+    alarm.RingAfter(std::chrono::hours(1));
+    const int before = zam_test::g_allocations;
+    alarm.RingAfter(std::chrono::hours(2));
+    alarm.RingAfter(std::chrono::milliseconds(1));
+    alarm.Cancel();
+    alarm.RingAfter(std::chrono::milliseconds(1));
+    EXPECT_EQ(zam_test::g_allocations, before);
+    loop.run();
+    EXPECT_TRUE(hasRung);
+}
+
+TEST_P(WantOfMemoryInTheService, LeavesNoHalfOfASession) {
+    Sweep(GetParam(), [](const std::function<void()>& begin) {
+        asio::io_context loop;
+        zam_platform::SessionRegistry sessions(loop, {}, 1);
+        std::size_t ended = 0;
+        sessions.OnEnd([&ended](const zam_platform::SessionToken&) { ++ended; });
+        std::optional<zam_platform::Attachment> attached;
+        begin();
+        try {
+            attached = sessions.Attach(ClientOf(1));
+        } catch (const std::bad_alloc&) {
+            // Its client comes again.
+        }
+        Stop();
+        ASSERT_EQ(attached ? *attached : sessions.Attach(ClientOf(1)),
+                  zam_platform::Attachment::Done);
+        sessions.Detach(ClientOf(1).token);
+        ASSERT_TRUE(RunUntil(loop, [&ended] { return ended == 1; }));
+        ASSERT_EQ(sessions.Attach(ClientOf(2)), zam_platform::Attachment::Done);
+    });
 }
 
 /// A link whose history is on the disk.
