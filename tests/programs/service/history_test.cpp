@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 
 #include <csignal>
+#include <deque>
 #include <filesystem>
 #include <future>
 #include <nlohmann/json.hpp>
@@ -283,6 +284,27 @@ TEST_F(HistoryTest, KeepsAPlaceForALineThatMustNotBeRefused) {
     ASSERT_TRUE(RunUntil(loop_, [&] { return code.has_value(); }));
     EXPECT_EQ(code, kNoError);
     EXPECT_EQ(Lines(folder_.Read(kHistory)).size(), kMaxUserWaitingLines + 1);
+}
+
+TEST_F(HistoryTest, BoundsThePlacesOfAllUsersTogether) {
+    const zam_connector::testing::RecordingLogger logger;
+    std::deque<History::Place> places;
+    const auto reserve = [&](std::size_t number) {
+        std::optional<History::Place> place =
+            history_.Reserve(static_cast<uid_t>(number / kMaxUserWaitingLines));
+        if (place) {
+            places.push_back(*std::move(place));
+        }
+    };
+    for (std::size_t number = 0; number <= kMaxWaitingLines; ++number) {
+        reserve(number);
+    }
+    EXPECT_EQ(places.size(), kMaxWaitingLines);
+    EXPECT_EQ(logger.Records().back().text,
+              "no place for a line: 1024 lines wait, at most 1024 may");
+    places.pop_front();
+    reserve(kMaxWaitingLines);
+    EXPECT_EQ(places.size(), kMaxWaitingLines);
 }
 
 TEST_F(HistoryTest, GivesBackPlacesThatNoLineCameFor) {

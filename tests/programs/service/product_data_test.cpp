@@ -134,6 +134,25 @@ TEST_F(ProductDataTest, DropsATransferThatFailedAtItsClientAndGivesTheHashOfWhat
     EXPECT_EQ(client.AbandonUpload(eulas), (Closed{0, 0, kAbsentHash})) << "each kind has its own";
 }
 
+TEST_F(ProductDataTest, GivesTheHashThatStaysOfEveryKindAlsoBehindARestart) {
+    const auto ofWhatStays = [](DataClient& client) {
+        EXPECT_EQ(client.AbandonUpload(client.OpenEulas()), (Closed{0, 0, HashOf(Tree(3))}));
+        EXPECT_EQ(client.AbandonUpload(client.OpenUpdates()), (Closed{0, 0, kAbsentHash}));
+    };
+    Begin();
+    {
+        DataClient client;
+        const std::int64_t channel = client.OpenEulas();
+        EXPECT_EQ(client.Send(channel, Flattened(Tree(3))), 0);
+        EXPECT_EQ(client.CloseUpload(channel), (Closed{0, 0, HashOf(Tree(3))}));
+        ofWhatStays(client);
+    }
+    End();
+    Begin();
+    DataClient client;
+    ofWhatStays(client);
+}
+
 /// Its client is told what failed there, not that the service had found out.
 TEST_F(ProductDataTest, DropsATransferThatFailedHereAsWell) {
     Begin();

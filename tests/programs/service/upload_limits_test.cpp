@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <future>
 #include <optional>
 #include <string>
 #include <thread>
@@ -169,10 +170,10 @@ TEST_F(UploadLimits, CountAllUploadsOfAUserTogether) {
     EXPECT_EQ(Upload(first, 0).code, 0) << "what ended is given back";
 }
 
-TEST_F(UploadLimits, GiveALargeUploadsShareBackWhenItIsGone) {
+TEST_F(UploadLimits, GiveTheSharesOfLargeUploadsBackWhenTheyAreGone) {
     zuv::Vector many(3000);
     const RawList records = Flattened(zuv::TValue(std::move(many)));
-    Begin(SizeOf(records), SizeOf(records));
+    Begin(2 * SizeOf(records), 2 * SizeOf(records));
     const auto sendAll = [&](std::int64_t channel) {
         int status = 0;
         for (std::size_t first = 0; first < records.size() && status == 0; first += 100) {
@@ -183,15 +184,40 @@ TEST_F(UploadLimits, GiveALargeUploadsShareBackWhenItIsGone) {
         return status;
     };
     const std::int64_t failing = client_->OpenEulas();
+    const std::int64_t failingToo = client_->OpenUpdates();
     ASSERT_EQ(sendAll(failing), 0);
-    EXPECT_EQ(client_->Send(failing, {}), -1) << "an empty piece";
+    ASSERT_EQ(sendAll(failingToo), 0);
+    for (const std::int64_t channel : {failing, failingToo}) {
+        EXPECT_EQ(client_->Send(channel, {}), -1) << "an empty piece";
+    }
+    // The first is on its way to its end when the second comes.
+    std::promise<void> release;
+    ASSERT_TRUE(workers_.Post(kUploadLane, [&] { release.get_future().wait(); }));
     EXPECT_EQ(client_->CloseUpload(failing), kRefused);
+    EXPECT_EQ(client_->CloseUpload(failingToo), kRefused);
+    release.set_value();
+    // One record, whose end is no more than its close.
+    RawList probe;
+    for (std::size_t bytes = 1000; SizeOf(probe) <= SizeOf(records) * 5 / 4; bytes += 1000) {
+        probe = Flattened(zuv::TValue(std::string(bytes, 'x')));
+    }
+    ASSERT_LE(SizeOf(probe), 2 * SizeOf(records));
     EXPECT_TRUE(zam_test::Eventually([&] {
         const std::int64_t next = client_->OpenUpdates();
-        const int status = sendAll(next);
+        const int status = client_->Send(next, probe);
         client_->CloseUpload(next);
         return status == 0;
     }));
+}
+
+TEST_F(UploadLimits, KeepNoAbandonedUploadUnansweredWhenItsUserHasNoPlaceLeft) {
+    Begin(1000, 1000);
+    std::promise<void> release;
+    const std::shared_future<void> released = release.get_future().share();
+    while (workers_.Post(kUploadLane, ::geteuid(), [released] { released.wait(); })) {
+    }
+    EXPECT_EQ(client_->AbandonUpload(client_->OpenEulas()), (Closed{0, 0, kAbsentHash}));
+    release.set_value();
 }
 
 TEST_F(UploadLimits, RefuseChannelsBeyondThoseOfTheUser) {
