@@ -270,6 +270,14 @@ TEST_F(UnsaidFarewell, FailsNoOtherCallWhenItFailsAgain) {
     EXPECT_THAT(Sent(), ElementsAre(5, kOrdinary));
 }
 
+TEST_F(UnsaidFarewell, IsNotSaidAgainToAServiceThatCannotReadIt) {
+    Fail(5);
+    Fail(6);
+    link_.Prepare(StatusFrame(FrameKind::Refusal, 0, kStatusBadRequest));
+    EXPECT_THAT(Sent(1), ElementsAre(kOrdinary));
+    EXPECT_THAT(Sent(), ElementsAre(6, kOrdinary));
+}
+
 TEST_F(Farewell, IsNotAnyOtherCall) {
     link_.FailToConnect(kStatusUnavailable);
     EXPECT_EQ(TestCall(2, 9).On(*link_), kStatusUnavailable);

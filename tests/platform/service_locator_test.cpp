@@ -157,7 +157,9 @@ TEST_F(ServiceLocator, LeavesTheHandleOfABadTransportAllOnes) {
         VdZorTransport_Init(&transport, row, 0, flags);
         EXPECT_NE(transport.ops, nullptr);
         EXPECT_EQ(transport.handle, VD_ZOR_INVALID_HANDLE);
+        *VdZorTransport_LastStatus() = kStatusOk;
         EXPECT_EQ(TestCall().On(transport), kStatusBadTransport);
+        EXPECT_EQ(*VdZorTransport_LastStatus(), kStatusBadTransport);
         VdZorTransport_SetFarewell(&transport, kTestRiid, 0);
         EXPECT_EQ(TestCall().On(transport), kStatusBadTransport);
     }

@@ -104,6 +104,11 @@ TEST_F(ServiceLogTest, TellsWhatItLeftOutByATimer) {
     Report(4, "file", "Function", "again", 7);
     EXPECT_TRUE(zam_test::Eventually([this] { return LogLines().size() == 2; }));
     EXPECT_THAT(LogLines().back(), EndsWith("left out: 1 repeated"));
+    for (int number = 0; number < 3; ++number) {
+        Report(4, "file", "Function", "and again", 7);
+    }
+    EXPECT_TRUE(zam_test::Eventually([this] { return LogLines().size() == 4; }));
+    EXPECT_THAT(LogLines().back(), EndsWith("left out: 2 repeated"));
 }
 
 TEST_F(ServiceLogTest, TellsWhatItLeftOutAtItsEnd) {
@@ -112,6 +117,15 @@ TEST_F(ServiceLogTest, TellsWhatItLeftOutAtItsEnd) {
     EndLog();
     EXPECT_THAT(LogLines().back(), EndsWith("left out: 1 repeated"));
     EXPECT_EQ(&zor::logger::ZORLogger::RootLogger(), &zor::logger::DefaultLoggerImpl::Instance());
+}
+
+TEST(LogsForUser, GivesTheThreadBackToWhomItSawToBefore) {
+    const LogsForUser outer(1);
+    {
+        const LogsForUser inner(2);
+        EXPECT_EQ(LogContext::Here().user, uid_t{2});
+    }
+    EXPECT_EQ(LogContext::Here().user, uid_t{1});
 }
 
 TEST_F(ServiceLogTest, KnowsTheThreadThatMustNotWait) {

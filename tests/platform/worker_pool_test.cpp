@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <asio/io_context.hpp>
 #include <atomic>
 #include <future>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "support/background.h"
@@ -25,6 +27,24 @@ TEST(WorkerPool, RunsTheJobsOfALaneInOrder) {
     for (int job = 0; job < kJobs; ++job) {
         ASSERT_EQ(order[static_cast<std::size_t>(job)], job);
     }
+}
+
+TEST(WorkerPool, LogsForTheUserWhoseJobItIs) {
+    constexpr uid_t kUser = 1000;
+    const auto user = [] { return LogContext::Here().user; };
+    asio::io_context loop;
+    std::vector<std::optional<uid_t>> users;
+    {
+        WorkerPool pool(1, 1, 10);
+        const auto done = [&](std::optional<std::optional<uid_t>> ofWork) {
+            users.push_back(ofWork.value_or(std::nullopt));
+            users.push_back(user());
+        };
+        ASSERT_TRUE(pool.PostTo(loop, 0, kUser, user, done));
+        ASSERT_TRUE(pool.PostTo(loop, 0, user, done));
+    }
+    loop.run();
+    EXPECT_EQ(users, (std::vector<std::optional<uid_t>>{kUser, kUser, {}, {}}));
 }
 
 TEST(WorkerPool, RunsLanesSideBySide) {
