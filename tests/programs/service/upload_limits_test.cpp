@@ -187,12 +187,12 @@ TEST_F(UploadLimits, GiveTheSharesOfLargeUploadsBackWhenTheyAreGone) {
     const std::int64_t failingToo = client_->OpenUpdates();
     ASSERT_EQ(sendAll(failing), 0);
     ASSERT_EQ(sendAll(failingToo), 0);
-    for (const std::int64_t channel : {failing, failingToo}) {
-        EXPECT_EQ(client_->Send(channel, {}), -1) << "an empty piece";
-    }
     // The first is on its way to its end when the second comes.
     std::promise<void> release;
     ASSERT_TRUE(workers_.Post(kUploadLane, [&] { release.get_future().wait(); }));
+    for (const std::int64_t channel : {failing, failingToo}) {
+        EXPECT_EQ(client_->Send(channel, {}), -1) << "an empty piece";
+    }
     EXPECT_EQ(client_->CloseUpload(failing), kRefused);
     EXPECT_EQ(client_->CloseUpload(failingToo), kRefused);
     release.set_value();
