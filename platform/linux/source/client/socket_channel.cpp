@@ -20,7 +20,6 @@
 #include <utility>
 
 #include "client/answer_head.h"
-#include "client/call_bounds.h"
 #include "zam_platform/peer_credentials.h"
 #include "zam_platform/posix_error.h"
 
@@ -361,7 +360,7 @@ void SocketChannel::ReceiveBody(const Prelude& prelude, IncomingFrame& frame,
         parts[count++] = Part(frame.arena->base, prelude.arenaBytes);
     }
     const std::size_t bytesBeforeArena = kPreludeBytes + prelude.fixedBytes;
-    const Deadline limit = Earlier(deadline, std::chrono::steady_clock::now() + frameTimeout_);
+    const Deadline limit = EndOfFrame(deadline);
     ReadAll(std::span(parts.data(), count), kPreludeBytes, limit, deadline, [&](std::size_t have) {
         if (have > bytesBeforeArena) {
             frame.arena->used = static_cast<std::uint32_t>(have - bytesBeforeArena);
@@ -386,10 +385,15 @@ std::size_t SocketChannel::ReadAll(std::span<iovec> parts, std::size_t have, Dea
         parts = Advance(parts, bytes);
         total = wanted(have);
         if (first && have < total) {
-            limit = Earlier(deadline, std::chrono::steady_clock::now() + frameTimeout_);
+            limit = EndOfFrame(deadline);
         }
     }
     return have;
+}
+
+Deadline SocketChannel::EndOfFrame(const Deadline& deadline) const {
+    const auto end = std::chrono::steady_clock::now() + frameTimeout_;
+    return deadline ? std::min(*deadline, end) : end;
 }
 
 bool SocketChannel::BoundReads(const std::chrono::steady_clock::time_point& deadline) {

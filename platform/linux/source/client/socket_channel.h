@@ -53,6 +53,9 @@ private:
     std::size_t ReadAll(std::span<iovec> parts, std::size_t have, Deadline limit,
                         const Deadline& deadline, Wanted&& wanted, PassedFiles* files = nullptr);
 
+    /// By when a frame that begins now must be whole.
+    Deadline EndOfFrame(const Deadline& deadline) const;
+
     /// Has the kernel end a blocking read at the deadline or before. False when too little time is
     /// left for that.
     bool BoundReads(const std::chrono::steady_clock::time_point& deadline);
