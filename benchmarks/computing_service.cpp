@@ -12,6 +12,7 @@
 #include "zam_platform/runtime_directory.h"
 #include "zam_platform/server/listening_socket.h"
 #include "zam_platform/server/server.h"
+#include "zam_platform/spin_setting.h"
 
 namespace zam_bench {
 namespace {
@@ -39,7 +40,9 @@ void Serve(const std::string& folder, int ready) {
     static_cast<void>(::signal(SIGPIPE, SIG_IGN));
     const zam_platform::RuntimeDirectory directory(folder);
     ComputingEndpoint endpoint;
-    zam_platform::Server server({endpoint.Rule()}, {.ownUser = ::geteuid(), .group = {}}, {});
+    zam_platform::ServerLimits limits;
+    limits.spinCap = zam_platform::SpinCap();
+    zam_platform::Server server({endpoint.Rule()}, {.ownUser = ::geteuid(), .group = {}}, limits);
     zam_platform::ListeningSocket socket(directory, kComputingService, false);
     server.Accept(socket.Release());
     const unsigned char byte = 0;

@@ -13,6 +13,7 @@
 #include "support/lines.h"
 #include "support/temporary_folder.h"
 #include "support/test_server.h"
+#include "zam_connector_testing/recording_logger.h"
 #include "zam_platform/report.h"
 
 namespace zam_platform::testing {

@@ -12,6 +12,7 @@
 #include <new>
 #include <utility>
 
+#include "server/quiet_users.h"
 #include "server/server_connection.h"
 #include "server/slot_poller.h"
 #include "vd/service_locator.h"
@@ -91,6 +92,7 @@ Server::Server(std::vector<EndpointRule> endpoints, AdmissionPolicy admission, S
       admission_(admission),
       limits_(limits),
       poller_(std::make_unique<SlotPoller>(context_, limits.spinCap)),
+      quiet_(std::make_unique<QuietUsers>()),
       sessions_(context_, limits.sessionGrace, limits.sessionsPerUser) {}
 
 Server::~Server() {

@@ -43,6 +43,9 @@ void ServerConnection::Start() {
 }
 
 void ServerConnection::ReadMore() {
+    if (have_ == 0) {
+        *Buffer() = kNothingRead;
+    }
     socket_.async_read_some(asio::buffer(Buffer() + have_, Capacity() - have_),
                             InRoom(readRoom_, [self = shared_from_this()](
                                                   const std::error_code& error, std::size_t bytes) {
@@ -65,6 +68,16 @@ void ServerConnection::OnRead(std::size_t bytes) {
     if (server_.isClosing_) {
         return;
     }
+    HandleFrames(bytes);
+    if (open_) {
+        ReadMore();
+        if (turn_) {
+            server_.quiet_->OnRead(*turn_, bytes);
+        }
+    }
+}
+
+void ServerConnection::HandleFrames(std::size_t bytes) {
     have_ += bytes;
     std::size_t offset = 0;
     bool hasHandled = false;
@@ -77,7 +90,6 @@ void ServerConnection::OnRead(std::size_t bytes) {
     KeepRest(offset);
     if (open_) {
         WatchRest(hasHandled);
-        ReadMore();
     }
 }
 
@@ -223,6 +235,7 @@ void ServerConnection::HandleHello(const unsigned char* body) {
     }
     greeted_ = true;
     server_.greeted_[client_.token].insert(this);
+    turn_ = server_.quiet_->Enter(*this, client_.user);
 }
 
 void ServerConnection::HandleLookup(const Prelude& prelude, const unsigned char* body) {
@@ -390,6 +403,7 @@ void ServerConnection::SendNow(const Prelude& prelude, const void* message, cons
             }
         }
     }
+    server_.quiet_->OnAnswer(prelude.FrameBytes());
     std::array<unsigned char, kPreludeBytes> head;
     EncodePrelude(prelude, head.data());
     const std::array<asio::const_buffer, 3> parts = {asio::buffer(head),

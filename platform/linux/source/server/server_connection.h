@@ -9,9 +9,11 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
+#include "server/quiet_users.h"
 #include "server/server_slot.h"
 #include "zam_platform/frame.h"
 #include "zam_platform/server/handler_room.h"
@@ -76,9 +78,26 @@ public:
     /// read yet. On the loop thread.
     void NoticeEnd();
 
+    /// Whether the next frame may be taken before the connection's turn: nothing of another has
+    /// been read, no call waits, and no answer is under way.
+    bool MayServeEarly() const noexcept {
+        return open_ && have_ == 0 && large_.empty() && inline_[0] == kNothingRead &&
+               !callPending_ && queue_.empty();
+    }
+
+    /// Handles what can be read when that is one whole frame and `MayServeEarly`, and nothing
+    /// otherwise; the read that is under way goes on and finds what comes behind the frame. On the
+    /// loop thread, not from within a handler.
+    void ServeEarly() noexcept;
+
 private:
     /// Frames up to this size, which most are, need no buffer of their own.
     static constexpr std::size_t kInlineBytes = 1024;
+
+    /// Stands where a read will put the first byte of a frame, none of which begins with it. Asio
+    /// may have read already what it will tell of later, and nothing may be taken before that.
+    static constexpr unsigned char kNothingRead = 0;
+    static_assert(kNothingRead != (kFrameMagic & 0xFFU));
 
     /// Runs what the loop has for this connection, which ends when that throws.
     template <typename Body>
@@ -108,6 +127,11 @@ private:
 
     void ReadMore();
     void OnRead(std::size_t bytes);
+    /// Handles the whole frames in the buffer, of which so many bytes are new, and keeps the rest.
+    void HandleFrames(std::size_t bytes);
+    /// Whether this client has given up another of its connections and the loop has not come to
+    /// that.
+    bool HasEndedElsewhere() const noexcept;
     /// Handles the frame at `offset` when it is whole. False when more bytes are needed or the
     /// connection has closed; otherwise `offset` is behind the frame.
     bool HandleFrameAt(std::size_t& offset);
@@ -156,6 +180,8 @@ private:
     bool greeted_ = false;
     bool callPending_ = false;
     bool frameTimed_ = false;
+
+    std::optional<QuietUsers::Turn> turn_;  ///< once greeted
 
     DeliveryWatch watch_;  ///< of the last answer
 

@@ -175,6 +175,9 @@ void ServerConnection::Close() noexcept {
     queueBehind_ = WipedBytes();
     queueSent_ = 0;
     --usage.connections;
+    if (const auto turn = std::exchange(turn_, std::nullopt)) {
+        server_.quiet_->Leave(*turn);
+    }
     if (greeted_) {
         const auto ofClient = server_.greeted_.find(client_.token);
         if (ofClient != server_.greeted_.end()) {

@@ -54,6 +54,8 @@ struct UserUsage {
     std::size_t queuedBytes = 0;
 };
 
+class QuietUsers;
+
 /// Accepts connections, checks what comes over them against the endpoints' rules, and hands calls
 /// to their handlers. One thread runs the loop; handlers run on it. What breaks a rule is logged
 /// and closes its connection, after a refusal frame that tells the client why.
@@ -144,6 +146,7 @@ private:
     std::vector<EndpointRule> endpoints_;  ///< constant once calls come
     const AdmissionPolicy admission_;
     const ServerLimits limits_;
+    const std::unique_ptr<QuietUsers> quiet_;
     asio::io_context context_{1};
     const std::unique_ptr<SlotPoller> poller_;
     SessionRegistry sessions_;
