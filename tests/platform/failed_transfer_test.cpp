@@ -75,5 +75,32 @@ TEST_F(FailedTransfer, IsNoneWithoutAnother) {
     EXPECT_EQ(FlagsAfterOffers(1), 0U);
 }
 
+/// Its predecessor on the same socket may have offered what it does not understand.
+TEST_F(FailedTransfer, IsToldToWhoeverIsThereNowAndNotToItsPredecessor) {
+    for (const unsigned char offers : {0, 1}) {
+        SCOPED_TRACE(static_cast<unsigned>(offers));
+        EXPECT_EQ(FlagsAfterOffers(1 - offers), 1U - offers);
+        link_.Prepare(FrameOf({.kind = FrameKind::LookupAnswer, .callNumber = 1},
+                              Bytes{0xFF, 0xFF, offers, 0, 0, 0, 0, 0}) +
+                      AnswerFrame(2, 1, {}, call_.request.header.operation));
+        EXPECT_EQ(call_.On(*link_), kStatusOk);
+        const RawSocket successor = link_.Next();
+        successor.Read(HelloFrame().size());
+        const Frame lookup = successor.ReadFrame();
+        EXPECT_EQ(lookup.prelude.kind, FrameKind::Lookup);
+        EXPECT_EQ(ToHex(lookup.fixed), ToHex(BytesOf("?")));
+        EXPECT_EQ(successor.ReadFrame().prelude.flags, offers);
+    }
+}
+
+TEST_F(FailedTransfer, OtherCallsDoNotAskForOffers) {
+    bounds_.failedTransfer = nullptr;
+    link_.Prepare(AnswerFrame(1, 1, {}, call_.request.header.operation));
+    EXPECT_EQ(call_.On(*link_), kStatusOk);
+    const RawSocket peer = link_.Next();
+    peer.Read(HelloFrame().size());
+    EXPECT_EQ(peer.ReadFrame().prelude.kind, FrameKind::Call);
+}
+
 }  // namespace
 }  // namespace zam_platform::testing

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 /// Frames as they stand on a connection; `docs/wire.md` describes them. No I/O here. Thread-safe.
 
@@ -24,6 +25,9 @@ inline constexpr std::uint32_t kMaxArenaBytes = 1U << 20U;
 inline constexpr std::size_t kTokenBytes = 16;
 /// Longest endpoint name in a lookup.
 inline constexpr std::uint32_t kMaxEndpointNameBytes = 256;
+
+/// Looked up for what the service offers: no endpoint is called so.
+inline constexpr std::string_view kNoEndpoint = "?";
 
 using SessionToken = std::array<unsigned char, kTokenBytes>;
 

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <exception>
 #include <new>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -113,7 +114,8 @@ void ZeroFill(const LinkCall& call, const vd_message_header& stub) {
 
 struct ServiceLink::Connection {
     std::unique_ptr<Channel> channel;
-    std::uint64_t calls = 0;  ///< made on this channel; numbers them
+    std::uint64_t calls = 0;              ///< made on this channel; numbers them
+    std::optional<std::uint16_t> offers;  ///< of `Offer`, once its service was asked
     Connection* nextIdle = nullptr;
     Connection* next = nullptr;
     Connection* previous = nullptr;
@@ -241,13 +243,12 @@ std::int32_t ServiceLink::Try(const LinkCall& call) noexcept {
     return failure;
 }
 
-std::uint32_t ServiceLink::FlagsOf(const LinkCall& call) const noexcept {
+std::uint32_t ServiceLink::FlagsOf(const LinkCall& call) noexcept {
     const VdFailedTransfer* const failed =
         call.bounds == nullptr ? nullptr : call.bounds->failedTransfer;
     std::int64_t channel = 0;
-    if (failed == nullptr ||
-        (offers_.load(std::memory_order_relaxed) & kOfferFailedTransfer) == 0 ||
-        failed->riid != call.request->riid || failed->operation != call.request->operation ||
+    if (failed == nullptr || failed->riid != call.request->riid ||
+        failed->operation != call.request->operation ||
         call.request->fixedSize < sizeof(vd_message_header) + sizeof(channel)) {
         return 0;
     }
@@ -272,9 +273,6 @@ std::uint16_t ServiceLink::Lookup(std::string_view endpoint, VdCallBounds* bound
         IncomingFrame answer{
             .kind = FrameKind::LookupAnswer, .fixed = &result, .fixedBytes = sizeof(result)};
         Exchange(frame, answer, deadline, underWay);
-        if (answer.status == kStatusOk) {
-            offers_.store(result.offers, std::memory_order_relaxed);
-        }
         return EndCall(answer.status) == kStatusOk ? result.riid : VD_UNKNOWN_RIID;
     } catch (const NotMade&) {
         EndCall(StatusOfCaught("Lookup"));
@@ -292,6 +290,7 @@ std::uint16_t ServiceLink::Lookup(std::string_view endpoint, VdCallBounds* bound
 void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Deadline& deadline,
                            CallUnderWay& underWay) {
     const bool isMessage = answer.kind == FrameKind::Answer;
+    const std::uint32_t flags = frame.prelude.flags;
     std::uint64_t stubBytes = 0;
     static_assert(sizeof(stubBytes) == kStubBytes);
     if (isMessage) {
@@ -308,9 +307,12 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
             fresh = true;
         }
         underWay.Attach(*lease->channel);
+        const bool isThere = flags == 0 || AskForOffers(*lease, deadline);
+        frame.prelude.flags = (lease->offers.value_or(0) & kOfferFailedTransfer) != 0 ? flags : 0;
         frame.prelude.callNumber = ++lease->calls;
         answer.callNumber = frame.prelude.callNumber;
-        if (lease->channel->Send(frame, deadline) && lease->channel->Receive(answer, deadline)) {
+        if (isThere && lease->channel->Send(frame, deadline) &&
+            lease->channel->Receive(answer, deadline)) {
             break;
         }
         if (fresh) {
@@ -327,10 +329,41 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
         std::memcmp(&stubBytes, answer.fixed, kStubBytes) != 0) {
         throw PlatformError(kStatusProtocol, "the answer's header is not that of its request");
     }
+    if (!isMessage) {
+        NoteOffers(*lease, answer);
+    }
     if (underWay.Detach()) {
         lease.GiveBack();
     }
     ForgetFailures();
+}
+
+bool ServiceLink::AskForOffers(Connection& connection, const Deadline& deadline) {
+    if (connection.offers) {
+        return true;
+    }
+    LookupResult result{};
+    OutgoingFrame frame{.prelude = {.kind = FrameKind::Lookup, .fixedBytes = kNoEndpoint.size()},
+                        .fixed = kNoEndpoint.data()};
+    frame.prelude.callNumber = ++connection.calls;
+    IncomingFrame answer{.kind = FrameKind::LookupAnswer,
+                         .callNumber = connection.calls,
+                         .fixed = &result,
+                         .fixedBytes = sizeof(result)};
+    if (!connection.channel->Send(frame, deadline)) {
+        return false;
+    }
+    connection.channel->Receive(answer, deadline);
+    NoteOffers(connection, answer);
+    return true;
+}
+
+void ServiceLink::NoteOffers(Connection& connection, const IncomingFrame& answer) noexcept {
+    LookupResult result{};
+    if (answer.status == kStatusOk) {
+        std::memcpy(&result, answer.fixed, sizeof(result));
+    }
+    connection.offers = result.offers;
 }
 
 ServiceLink::Connection* ServiceLink::TakeIdle() noexcept {

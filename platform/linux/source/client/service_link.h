@@ -99,7 +99,13 @@ private:
     void Unlink(Connection* connection) noexcept QOR_REQUIRES(mutex_);
 
     std::int32_t Try(const LinkCall& call) noexcept;
-    std::uint32_t FlagsOf(const LinkCall& call) const noexcept;
+    /// What the call's bounds want the service to be told, if it understands.
+    static std::uint32_t FlagsOf(const LinkCall& call) noexcept;
+
+    /// Learns what the process at the other end offers: its predecessor may have offered other
+    /// things. False when it is gone.
+    static bool AskForOffers(Connection& connection, const Deadline& deadline);
+    static void NoteOffers(Connection& connection, const IncomingFrame& answer) noexcept;
 
     /// A connection of this call's own, on which what was left to say has been said.
     Connection* ConnectAndSay(const Deadline& deadline, CallUnderWay& underWay);
@@ -127,7 +133,6 @@ private:
     std::list<UnsaidFarewell> unsaidFarewells_ QOR_GUARDED_BY(mutex_);  ///< oldest first
 
     std::atomic<std::uint32_t> failureDelayMs_{0};
-    std::atomic<std::uint16_t> offers_{0};  ///< of `Offer`, in the service's last answer
 };
 
 }  // namespace zam_platform

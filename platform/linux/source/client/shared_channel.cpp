@@ -18,9 +18,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Looked up only for what the service offers; no endpoint is called so.
-constexpr char kNoEndpoint[] = "?";
-
 bool IsGone(const PlatformError& error) noexcept {
     return error.Status() == kStatusBroken || error.Status() == kStatusUnavailable;
 }
@@ -266,8 +263,8 @@ bool SharedChannel::AskForOffers(const Deadline& deadline) {
     LookupResult result{};
     const OutgoingFrame lookup{.prelude = {.kind = FrameKind::Lookup,
                                            .callNumber = number_,
-                                           .fixedBytes = sizeof(kNoEndpoint) - 1},
-                               .fixed = kNoEndpoint};
+                                           .fixedBytes = kNoEndpoint.size()},
+                               .fixed = kNoEndpoint.data()};
     IncomingFrame answer{.kind = FrameKind::LookupAnswer,
                          .callNumber = number_,
                          .fixed = &result,

@@ -91,8 +91,8 @@ Server::Server(std::vector<EndpointRule> endpoints, AdmissionPolicy admission, S
     : endpoints_(std::move(endpoints)),
       admission_(admission),
       limits_(limits),
-      poller_(std::make_unique<SlotPoller>(context_, limits.spinCap)),
       quiet_(std::make_unique<QuietUsers>()),
+      poller_(std::make_unique<SlotPoller>(context_, limits.spinCap)),
       sessions_(context_, limits.sessionGrace, limits.sessionsPerUser) {}
 
 Server::~Server() {

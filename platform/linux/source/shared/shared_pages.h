@@ -46,12 +46,17 @@ struct AnswerPages {
     alignas(kSharedLine) SharedSlot slot;
 };
 
+static_assert(offsetof(RequestPages, waiting) == 8 && offsetof(RequestPages, slot) == 64);
+static_assert(offsetof(AnswerPages, taken) == 64 && offsetof(AnswerPages, answer) == 128 &&
+              offsetof(AnswerPages, slot) == 192);
+
 /// Sizes of the two files: whole pages.
 inline constexpr std::size_t kSharedPage = 4096;
 inline constexpr std::size_t kRequestFileBytes =
     (sizeof(RequestPages) + kSharedPage - 1) / kSharedPage * kSharedPage;
 inline constexpr std::size_t kAnswerFileBytes =
     (sizeof(AnswerPages) + kSharedPage - 1) / kSharedPage * kSharedPage;
+static_assert(kRequestFileBytes == 20480 && kAnswerFileBytes == 20480);
 
 /// What `bytes` take in a slot.
 constexpr std::size_t SlotRoom(std::size_t bytes) noexcept {
