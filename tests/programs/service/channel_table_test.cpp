@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "channels/upload_quota.h"
 #include "run_until.h"
+#include "support/calling_logger.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_service {
@@ -125,6 +127,44 @@ TEST_F(ChannelTableTest, DropsWhatNobodyUses) {
         EXPECT_EQ(LastRecord(),
                   "test channel " + std::to_string(idle) + " dropped: not used for 30 ms");
     }
+}
+
+/// What is longer on its way to its end than others may be kept waiting.
+struct LongEnd {
+    void operator()(const Clock::time_point* /*content*/) const {
+        const auto end = Clock::now() + kLongestIdleStretch;
+        while (Clock::now() < end) {
+        }
+    }
+};
+
+TEST_F(ChannelTableTest, DropsWhatNobodyUsesInStretches) {
+    const Clock::time_point content;
+    ChannelTable<std::unique_ptr<const Clock::time_point, LongEnd>> table(
+        loop_, ids_, quota_, "test", {.idle = std::chrono::milliseconds(1)});
+    constexpr std::size_t kChannels = 3;
+    for (std::size_t number = 0; number < kChannels; ++number) {
+        table.Open(CallerWith(1), std::unique_ptr<const Clock::time_point, LongEnd>(&content));
+    }
+    const auto due = Clock::now() + std::chrono::milliseconds(1);
+    while (Clock::now() <= due) {
+    }
+    std::vector<std::size_t> counts;
+    while (table.Count() != 0 && loop_.run_one() != 0) {
+        counts.push_back(table.Count());
+    }
+    EXPECT_EQ(counts, (std::vector<std::size_t>{2, 1, 0}));
+}
+
+TEST_F(ChannelTableTest, LogsForTheUserOfAChannelThatNobodyUses) {
+    constexpr uid_t kUser = 1234;
+    std::vector<std::optional<uid_t>> users;
+    zam_test::CallingLogger logger(
+        [&users] { users.push_back(zam_platform::LogContext::Here().user); });
+    ChannelTable<int> table(loop_, ids_, quota_, "test", {.idle = std::chrono::milliseconds(1)});
+    table.Open(CallerWith(1, kUser), 1);
+    EXPECT_TRUE(RunUntil(loop_, [&] { return table.Count() == 0; }));
+    EXPECT_EQ(users, (std::vector<std::optional<uid_t>>{kUser}));
 }
 
 TEST_F(ChannelTableTest, CountsTheIdleTimeFromTheLastUse) {
