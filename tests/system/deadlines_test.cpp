@@ -140,6 +140,7 @@ TEST_F(Deadlines, OfTheProcessHoldForEveryCall) {
         EXPECT_EQ(GetState(), kUnspecifiedError);
         EXPECT_EQ(LastTransportStatus().failure, TransportFailure::TimedOut);
     }
+    SetDefaultCallTimeout(zam_test::kBound);
     EXPECT_EQ(CommandSender().ScheduleSync(), 0);
 }
 
