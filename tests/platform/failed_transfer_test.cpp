@@ -77,12 +77,13 @@ TEST_F(FailedTransfer, IsNoneWithoutAnother) {
 
 /// Its predecessor on the same socket may have offered what it does not understand.
 TEST_F(FailedTransfer, IsToldToWhoeverIsThereNowAndNotToItsPredecessor) {
-    for (const unsigned char offers : {0, 1}) {
-        SCOPED_TRACE(static_cast<unsigned>(offers));
-        EXPECT_EQ(FlagsAfterOffers(1 - offers), 1U - offers);
-        link_.Prepare(FrameOf({.kind = FrameKind::LookupAnswer, .callNumber = 1},
-                              Bytes{0xFF, 0xFF, offers, 0, 0, 0, 0, 0}) +
-                      AnswerFrame(2, 1, {}, call_.request.header.operation));
+    for (const std::uint16_t offers : {std::uint16_t{0}, std::uint16_t{1}}) {
+        SCOPED_TRACE(offers);
+        EXPECT_EQ(FlagsAfterOffers(offers == 0 ? 1 : 0), offers == 0 ? 1U : 0U);
+        link_.Prepare(
+            FrameOf({.kind = FrameKind::LookupAnswer, .callNumber = 1},
+                    Bytes{0xFF, 0xFF, static_cast<unsigned char>(offers), 0, 0, 0, 0, 0}) +
+            AnswerFrame(2, 1, {}, call_.request.header.operation));
         EXPECT_EQ(call_.On(*link_), kStatusOk);
         const RawSocket successor = link_.Next();
         successor.Read(HelloFrame().size());

@@ -11,7 +11,8 @@ namespace zam_platform {
 std::optional<double> CpuQuota(std::string_view cpuMax) noexcept;
 
 /// Whether the process may use two CPUs at once as far as its control groups go: with less, whoever
-/// polls takes the time of whom it waits for. Looks at most every 2 s. Thread-safe; takes no memory.
+/// polls takes the time of whom it waits for. Looks at most every 2 s. Thread-safe; takes no
+/// memory.
 bool HasCpuForPolling(std::chrono::steady_clock::time_point now) noexcept;
 
 }  // namespace zam_platform
