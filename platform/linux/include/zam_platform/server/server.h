@@ -140,14 +140,15 @@ private:
     /// Whether the calling thread runs the loop. The looks at shared memory are none of the
     /// context's handlers, so that it does not know.
     bool IsLoopThread() const noexcept {
-        return loopThread_.load(std::memory_order_relaxed) == std::this_thread::get_id();
+        return loopThread_.load(std::memory_order_relaxed) == std::this_thread::get_id() ||
+               context_.get_executor().running_in_this_thread();
     }
 
     std::vector<EndpointRule> endpoints_;  ///< constant once calls come
     const AdmissionPolicy admission_;
     const ServerLimits limits_;
     const std::unique_ptr<QuietUsers> quiet_;
-    asio::io_context context_{1};
+    mutable asio::io_context context_{1};  ///< `get_executor` is not const
     const std::unique_ptr<SlotPoller> poller_;
     SessionRegistry sessions_;
     BreakObserver onBroken_;
