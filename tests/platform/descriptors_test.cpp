@@ -1,22 +1,17 @@
 #include "support/descriptors.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <asio/error.hpp>
-#include <cerrno>
-#include <system_error>
 #include <vector>
 
+#include "support/no_descriptors_left.h"
 #include "support/scoped_environment.h"
 #include "support/temporary_folder.h"
 #include "support/test_server.h"
 #include "vd/service_locator.h"
 #include "zam_connector_testing/recording_logger.h"
-#include "zam_platform/posix_error.h"
-#include "zam_platform/report.h"
 
 namespace zam_platform::testing {
 namespace {
@@ -103,47 +98,6 @@ TEST_F(Descriptors, DoNotLeakThroughFailures) {
     EXPECT_EQ(ServiceLocatorConnect("leak"), VD_ZOR_INVALID_HANDLE);
     EXPECT_TRUE(NewSince(before).empty()) << Describe(NewSince(before));
 }
-
-/// Leaves the process no descriptor until the end of the scope.
-class NoDescriptorsLeft {
-public:
-    NoDescriptorsLeft() {
-        MeetTheErrorTypes();
-        ::getrlimit(RLIMIT_NOFILE, &before_);
-        // All below the lowest free number are in use.
-        const int lowestFree = ::dup(STDERR_FILENO);
-        ::close(lowestFree);
-        rlimit none = before_;
-        none.rlim_cur = static_cast<rlim_t>(lowestFree);
-        ::setrlimit(RLIMIT_NOFILE, &none);
-    }
-    NoDescriptorsLeft(const NoDescriptorsLeft&) = delete;
-    NoDescriptorsLeft& operator=(const NoDescriptorsLeft&) = delete;
-    ~NoDescriptorsLeft() { ::setrlimit(RLIMIT_NOFILE, &before_); }
-
-private:
-    /// UndefinedBehaviorSanitizer opens a pipe when it meets an object of a type for the first
-    /// time, and takes the object for broken when it cannot. So it meets here what reports the lack
-    /// of descriptors.
-    static void MeetTheErrorTypes() {
-        try {
-            const std::error_code code(EMFILE, std::system_category());
-            const std::error_code ofTheLoop = asio::error::operation_aborted;
-            EXPECT_NE(code, std::errc::interrupted);
-            EXPECT_NE(ofTheLoop, std::errc::interrupted);
-            EXPECT_NE(code, ofTheLoop);
-            EXPECT_NE(ofTheLoop, code);
-            throw PosixError(code.message(), EMFILE);
-        } catch (const PlatformError& error) {
-            const std::exception& base = error;
-            EXPECT_EQ(error.Status(), kStatusResources);
-            EXPECT_STREQ(error.what(), base.what());
-            Report(zor::logger::kLevelTrace, "descriptors_test", "MeetTheErrorTypes", base.what());
-        }
-    }
-
-    rlimit before_{};
-};
 
 TEST_F(Descriptors, ThatRunOutFailTheClientsCall) {
     TestServer server;

@@ -26,7 +26,15 @@ bool IsGone(const PlatformError& error) noexcept {
 
 SharedChannel::SharedChannel(UniqueFd socket, const SessionToken& token, Nanoseconds cap,
                              std::chrono::milliseconds frameTimeout) noexcept
-    : socket_(std::move(socket), token, frameTimeout), leave_(cap, Nanoseconds(0), Clock::now()) {}
+    : SharedChannel(std::move(socket), token, ClientPolling(),
+                    PollingLeave(cap, Nanoseconds(0), Clock::now()), frameTimeout) {
+    isOnAnyCpu_ = false;
+}
+
+SharedChannel::SharedChannel(UniqueFd socket, const SessionToken& token,
+                             const ClientPolling& polling, const PollingLeave& leave,
+                             std::chrono::milliseconds frameTimeout) noexcept
+    : socket_(std::move(socket), token, frameTimeout), polling_(polling), leave_(leave) {}
 
 bool SharedChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
     way_ = Way::Socket;
@@ -36,7 +44,7 @@ bool SharedChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
     }
     const auto now = Clock::now();
     polling_.Begin(now);
-    if (polling_.IsHot() && HasCpuForPolling(now)) {
+    if (polling_.IsHot() && (isOnAnyCpu_ || HasCpuForPolling(now))) {
         if (!memory_.requests && mayAsk_ && backoff_.Allows(now) && !AskForMemory(deadline)) {
             return false;
         }

@@ -20,6 +20,11 @@ public:
     SharedChannel(UniqueFd socket, const SessionToken& token, Nanoseconds cap,
                   std::chrono::milliseconds frameTimeout = kFrameTimeout) noexcept;
 
+    /// One with given ways to decide, wherever it runs.
+    SharedChannel(UniqueFd socket, const SessionToken& token, const ClientPolling& polling,
+                  const PollingLeave& leave,
+                  std::chrono::milliseconds frameTimeout = kFrameTimeout) noexcept;
+
     bool Send(const OutgoingFrame& frame, const Deadline& deadline) override;
     bool Receive(IncomingFrame& frame, const Deadline& deadline) override;
     void Interrupt() noexcept override { socket_.Interrupt(); }
@@ -55,6 +60,7 @@ private:
     ClientPolling polling_;
     PollingLeave leave_;
     MemoryRequestBackoff backoff_;
+    bool isOnAnyCpu_ = true;      ///< whatever share of the CPUs this process has
     std::uint64_t number_ = 0;    ///< of the call that is under way, or was last
     std::uint64_t lastLook_ = 0;  ///< number of the last look frame
     Way way_ = Way::Socket;

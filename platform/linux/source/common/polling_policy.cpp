@@ -75,11 +75,6 @@ constexpr int kGreatestWeight = 8;
 /// making the memory costs.
 constexpr int kHotScore = 16;
 
-/// What one call that is not close takes away, so that a connection is hot as long as four of five
-/// calls are close: with fewer of them, polls for calls at the break-even cost more than the
-/// socket.
-constexpr int kFarPrice = 4;
-
 /// Samples are cut off here, four times what can be close: one silence must not hide the burst that
 /// follows it.
 constexpr Nanoseconds kLongestSample = 4 * kGreatestCap;
@@ -150,10 +145,18 @@ PollingLeave::PollingLeave(Nanoseconds cap, Nanoseconds socketRoundTrip, TimePoi
     : wishedCap_(cap),
       socketRoundTrip_(0),
       cap_(0),
+      greatestBudget_(kGreatestBudget),
+      longestHole_(kLongestInterrupt),
       budget_(kGreatestBudget),
       budgetAt_(now),
       pauseEnd_(now) {
     NoteRoundTrip(socketRoundTrip);
+}
+
+PollingLeave PollingLeave::Boundless(TimePoint now) noexcept {
+    PollingLeave leave(kGreatestCap, kGreatestCap, now);
+    leave.budget_ = leave.greatestBudget_ = leave.longestHole_ = std::chrono::hours(24);
+    return leave;
 }
 
 void PollingLeave::NoteRoundTrip(Nanoseconds roundTrip) noexcept {
@@ -164,7 +167,7 @@ void PollingLeave::NoteRoundTrip(Nanoseconds roundTrip) noexcept {
 Nanoseconds PollingLeave::Budget(TimePoint now) const noexcept {
     const Nanoseconds passed =
         std::clamp<Nanoseconds>(now - budgetAt_, Nanoseconds(0), 2 * kBudgetTime);
-    return std::min(budget_ + passed * kBudgetPercent / 100, kGreatestBudget);
+    return std::min(budget_ + passed * kBudgetPercent / 100, greatestBudget_);
 }
 
 bool PollingLeave::Allows(TimePoint now) const noexcept {
@@ -174,12 +177,12 @@ bool PollingLeave::Allows(TimePoint now) const noexcept {
 void PollingLeave::EndPoll(TimePoint now, Nanoseconds polled, bool hit) noexcept {
     const Nanoseconds cost = hit ? polled - std::min(polled, socketRoundTrip_) : polled;
     // No more is owed than can be saved: most of a poll of that length was somebody else's time.
-    budget_ = std::max(Budget(now) - cost, -kGreatestBudget);
+    budget_ = std::max(Budget(now) - cost, -greatestBudget_);
     budgetAt_ = std::max(budgetAt_, now);  // threads may tell of their polls in another order
 }
 
 bool PollingLeave::NoticeHole(TimePoint now, Nanoseconds hole) noexcept {
-    if (hole <= kLongestInterrupt) {
+    if (hole <= longestHole_) {
         return false;
     }
     if (pause_.count() > 0 && now < pauseEnd_) {
@@ -245,6 +248,14 @@ int ServicePolling::Credit() const noexcept {
     return static_cast<int>(isRest ? whole - 1 : whole);
 }
 
+ClientPolling ClientPolling::AlwaysHot() noexcept {
+    ClientPolling polling;
+    polling.farPrice_ = 0;
+    polling.score_ = kHotScore;
+    polling.isHot_ = true;
+    return polling;
+}
+
 void ClientPolling::Begin(TimePoint now) noexcept {
     begin_ = now;
     if (!hasEnded_) {
@@ -272,7 +283,7 @@ void ClientPolling::End(TimePoint now, bool throughMemory) noexcept {
 }
 
 void ClientPolling::Judge(bool isClose) noexcept {
-    score_ = isClose ? std::min(score_ + 1, kHotScore) : std::max(score_ - kFarPrice, 0);
+    score_ = isClose ? std::min(score_ + 1, kHotScore) : std::max(score_ - farPrice_, 0);
     if (score_ == kHotScore) {
         isHot_ = true;
     } else if (score_ == 0) {

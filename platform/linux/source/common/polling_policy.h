@@ -26,6 +26,9 @@ public:
     /// socket, measured on this machine, and 50 us bound it as well.
     PollingLeave(Nanoseconds cap, Nanoseconds socketRoundTrip, TimePoint now) noexcept;
 
+    /// One that is always given, and for the longest polls: for who must not depend on time.
+    static PollingLeave Boundless(TimePoint now) noexcept;
+
     /// Takes note of what a call by socket has taken; the longest holds, since it is the one
     /// between two CPUs.
     void NoteRoundTrip(Nanoseconds roundTrip) noexcept;
@@ -60,7 +63,9 @@ private:
     Nanoseconds wishedCap_;
     Nanoseconds socketRoundTrip_;
     Nanoseconds cap_;
-    Nanoseconds budget_;  ///< at `budgetAt_`; below 0 when overdrawn
+    Nanoseconds greatestBudget_;
+    Nanoseconds longestHole_;  ///< that is not somebody else's time
+    Nanoseconds budget_;       ///< at `budgetAt_`; below 0 when overdrawn
     TimePoint budgetAt_;
     Nanoseconds pause_{0};  ///< the last one; 0 before the first
     TimePoint pauseEnd_;
@@ -107,6 +112,9 @@ public:
     /// `breakEven` is `PollingLeave::BreakEven` of this process.
     explicit ClientPolling(Nanoseconds breakEven = kGreatestCap) noexcept : breakEven_(breakEven) {}
 
+    /// One that takes its calls for close whenever they come: for who must not depend on time.
+    static ClientPolling AlwaysHot() noexcept;
+
     void SetBreakEven(Nanoseconds breakEven) noexcept { breakEven_ = breakEven; }
 
     /// A call begins. Takes note of the gap since the last one's end.
@@ -129,6 +137,11 @@ public:
     Nanoseconds SpinLimit(Nanoseconds cap) const noexcept;
 
 private:
+    /// What a call that is not close takes from the score: it can't rise as long as four of five
+    /// calls are close. With fewer of them, polls for calls at the break-even cost more than the
+    /// socket.
+    static constexpr int kFarPrice = 4;
+
     void Judge(bool isClose) noexcept;
 
     Nanoseconds breakEven_;
@@ -137,6 +150,7 @@ private:
     Nanoseconds gap_{0};        ///< smoothed; 0 at first
     Nanoseconds roundTrip_{0};  ///< through memory, smoothed; 0: not known
     Nanoseconds socketRoundTrip_{0};
+    int farPrice_ = kFarPrice;
     int score_ = 0;
     bool hasEnded_ = false;
     bool isHot_ = false;

@@ -92,7 +92,7 @@ Server::Server(std::vector<EndpointRule> endpoints, AdmissionPolicy admission, S
       admission_(admission),
       limits_(limits),
       quiet_(std::make_unique<QuietUsers>()),
-      poller_(std::make_unique<SlotPoller>(context_, limits.spinCap)),
+      poller_(std::make_unique<SlotPoller>(context_, limits.spinCap, limits.memoryKept)),
       sessions_(context_, limits.sessionGrace, limits.sessionsPerUser) {}
 
 Server::~Server() {

@@ -15,9 +15,6 @@ namespace {
 /// How often the rest of the loop is run between two looks.
 constexpr std::chrono::microseconds kLoopPeriod{5};
 
-/// Memory that has not been used for so long is given up.
-constexpr std::chrono::seconds kUnusedFor{10};
-
 /// A connection keeps its memory against others for so long after a call.
 constexpr std::chrono::milliseconds kHotFor{100};
 
@@ -30,9 +27,10 @@ std::uint16_t OwnCpu() noexcept {
 
 }  // namespace
 
-SlotPoller::SlotPoller(asio::io_context& loop, Nanoseconds cap)
+SlotPoller::SlotPoller(asio::io_context& loop, Nanoseconds cap, std::chrono::milliseconds kept)
     : loop_(loop),
       isOn_(cap.count() != 0),
+      kept_(kept),
       leave_(cap, Nanoseconds(0), Clock::now()),
       unused_(loop, [this] { GiveUpUnused(); }) {}
 
@@ -85,7 +83,7 @@ bool SlotPoller::Admit(ServerConnection& connection, uid_t user, Nanoseconds rou
               .policy = {},
               .isPolled = false};
     if (!unused_.IsSet()) {
-        unused_.RingAfter(kUnusedFor);
+        unused_.RingAfter(kept_);
     }
     return true;
 }
@@ -105,7 +103,7 @@ void SlotPoller::GiveUpUnused() {
         if (place.connection == nullptr) {
             continue;
         }
-        const auto due = place.lastUse + kUnusedFor;
+        const auto due = place.lastUse + kept_;
         if (due <= Clock::now()) {
             place.connection->GiveUpMemory();
         } else {

@@ -26,8 +26,9 @@ class SlotPoller {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// `cap` bounds one wait for a request; 0: none goes through memory.
-    SlotPoller(asio::io_context& loop, Nanoseconds cap);
+    /// `cap` bounds one wait for a request; 0: none goes through memory. Memory that has not been
+    /// used for as long as `kept` is given up.
+    SlotPoller(asio::io_context& loop, Nanoseconds cap, std::chrono::milliseconds kept);
     SlotPoller(const SlotPoller&) = delete;
     SlotPoller& operator=(const SlotPoller&) = delete;
 
@@ -78,6 +79,7 @@ private:
 
     asio::io_context& loop_;
     const bool isOn_;
+    const std::chrono::milliseconds kept_;
     PollingLeave leave_;
     std::array<Place, kMaxSlots> places_;
     std::size_t polled_ = 0;

@@ -45,6 +45,9 @@ struct ServerLimits {
 
     /// Longest look for a client's next call in shared memory; 0: calls come through sockets alone.
     std::chrono::nanoseconds spinCap{0};
+
+    /// Shared memory that no call has used for so long is given up.
+    std::chrono::milliseconds memoryKept{10000};
 };
 
 /// What a user's connections hold.

@@ -1,0 +1,145 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "support/memory_peer.h"
+#include "zam_connector_testing/recording_logger.h"
+
+namespace zam_platform::testing {
+namespace {
+
+SessionToken SharedTokenOf(unsigned char byte) {
+    SessionToken token;
+    token.fill(byte);
+    return token;
+}
+
+/// What becomes of a request in memory whose connection ends.
+class ServerMemoryEnds : public ::testing::Test {
+protected:
+    void AwaitNobody() {
+        Await("the connections' end", [this] { return server_.Connections() == 0; });
+    }
+
+    void ExpectLost(std::uint16_t operation, std::uint64_t value) {
+        Await("the break", [this] { return !server_.LostCalls().empty(); });
+        ASSERT_EQ(server_.LostCalls().size(), 1U);
+        const LostCall lost = server_.LostCalls()[0];
+        ASSERT_EQ(lost.kind, LostCall::Kind::Call);
+        EXPECT_EQ(lost.operation, operation);
+        EXPECT_EQ(lost.FirstField<std::uint64_t>(), value);
+    }
+
+    zam_connector::testing::RecordingLogger logger_;
+    TestServer server_{{.spinCap = std::chrono::microseconds(50)}};
+};
+
+TEST_F(ServerMemoryEnds, LoseTheRequestThatWasNotServed) {
+    MemoryPeer peer(server_);
+    peer.Call(1, CallFrame(1, kEcho, 1));
+    peer.Put(2, CallFrame(2, kFail, 22, Pattern(300)));
+    peer.Socket().Close();
+    ExpectLost(kFail, 22);
+    AwaitNobody();
+    EXPECT_EQ(server_.Endpoint().Calls().size(), 1U);
+    EXPECT_EQ(peer.Answers().taken.load(), 1U);
+    EXPECT_TRUE(logger_.Records().empty());
+}
+
+TEST_F(ServerMemoryEnds, LoseTheRequestWhenTheyAreAskedFor) {
+    MemoryPeer peer(server_);
+    const auto broken = server_.OnLoop([&] {
+        peer.Put(1, CallFrame(1, kEcho, 31));
+        peer.Socket().Close();
+        server_.Get().NoticeBroken(SharedTokenOf(0x11));
+        return server_.BrokenSessions().size();
+    });
+    EXPECT_EQ(broken, 1U);
+    ExpectLost(kEcho, 31);
+    AwaitNobody();
+    EXPECT_TRUE(server_.Endpoint().Calls().empty());
+    EXPECT_EQ(peer.Answers().taken.load(), 0U);
+}
+
+TEST_F(ServerMemoryEnds, LoseTheRequestWhoseLookIsStillUnread) {
+    MemoryPeer peer(server_);
+    server_.OnLoop([&] {
+        peer.Put(1, CallFrame(1, kEcho, 32));
+        peer.Look(1);
+        peer.Socket().Close();
+        server_.Get().NoticeBroken(SharedTokenOf(0x11));
+        return 0;
+    });
+    ExpectLost(kEcho, 32);
+    AwaitNobody();
+    EXPECT_TRUE(server_.Endpoint().Calls().empty());
+}
+
+TEST_F(ServerMemoryEnds, LoseNothingThatWasServed) {
+    {
+        MemoryPeer peer(server_);
+        peer.Call(1, CallFrame(1, kEcho, 1));
+        peer.Call(2, CallFrame(2, kEcho, 2));
+    }
+    AwaitNobody();
+    EXPECT_TRUE(server_.BrokenSessions().empty());
+    {
+        MemoryPeer peer(server_);
+        peer.Call(1, CallFrame(1, kEcho, 1));
+        peer.Socket().Send(CallFrame(2, kEcho, 3));
+        peer.Socket().ReadFrame();
+    }
+    AwaitNobody();
+    { const MemoryPeer peer(server_); }
+    AwaitNobody();
+    EXPECT_TRUE(server_.BrokenSessions().empty());
+}
+
+TEST_F(ServerMemoryEnds, LoseTheCallThatWaitsForItsAnswer) {
+    MemoryPeer peer(server_);
+    peer.Put(1, CallFrame(1, kHold, 41));
+    peer.Look(1);
+    server_.Endpoint().AwaitHeld(1);
+    peer.Socket().Close();
+    ExpectLost(kHold, 41);
+    server_.Endpoint().ReleaseAll();
+    AwaitNobody();
+    EXPECT_EQ(peer.Answers().answer.load(), 0U);
+}
+
+TEST_F(ServerMemoryEnds, LoseTheCallWhoseClientIsNotToldOfItsAnswer) {
+    MemoryPeer peer(server_);
+    peer.Put(1, CallFrame(1, kEcho, 42));
+    peer.Requests().waiting.store(0);
+    peer.Look(1);
+    Await("the look", [&peer] { return peer.Socket().HasInput(); });
+    peer.Socket().Close();
+    ExpectLost(kEcho, 42);
+}
+
+TEST_F(ServerMemoryEnds, LoseWhatARuleRefusesTogetherWithItsRequest) {
+    MemoryPeer peer(server_);
+    peer.Put(1, CallFrame(1, kEcho, 44));
+    peer.Socket().Send(MemoryRequestFrame());
+    EXPECT_EQ(peer.Socket().ReadFrame().prelude.status, kStatusBadRequest);
+    AwaitNobody();
+    EXPECT_TRUE(server_.Endpoint().Calls().empty());
+    EXPECT_EQ(server_.BrokenSessions().size(), 1U);
+}
+
+TEST_F(ServerMemoryEnds, ServeNothingWhenTheServerGoes) {
+    MemoryPeer peer(server_);
+    peer.Put(1, CallFrame(1, kEcho, 45));
+    server_.Stop();
+    peer.Look(1);
+    server_.Destroy();
+    EXPECT_TRUE(peer.Socket().EndsNow());
+    EXPECT_EQ(peer.Answers().taken.load(), 0U);
+    EXPECT_TRUE(server_.Endpoint().Calls().empty());
+}
+
+}  // namespace
+}  // namespace zam_platform::testing

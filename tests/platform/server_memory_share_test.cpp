@@ -1,0 +1,275 @@
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <ctime>
+#include <deque>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "support/memory_peer.h"
+#include "support/no_descriptors_left.h"
+#include "zam_connector_testing/recording_logger.h"
+
+namespace zam_platform::testing {
+namespace {
+
+constexpr std::size_t kPlaces = 8;
+
+/// Who has memory, for how long, and when the service looks there by itself.
+class ServerMemoryShare : public ::testing::Test {
+protected:
+    static ServerLimits Limits() { return {.spinCap = std::chrono::microseconds(50)}; }
+
+    static std::int32_t StatusOfRequest(const RawSocket& socket, CallHints hints = kElsewhere) {
+        socket.Send(MemoryRequestFrame(0, hints));
+        const FrameWithFiles answer = ReadFrameWithFiles(socket);
+        EXPECT_EQ(answer.frame.prelude.kind, FrameKind::MemoryAnswer);
+        EXPECT_EQ(answer.files.size(), answer.frame.prelude.status == 0 ? 2U : 0U);
+        EXPECT_EQ(answer.frame.fixed.size(), answer.frame.prelude.status == 0 ? 8U : 0U);
+        return answer.frame.prelude.status;
+    }
+
+    static void AwaitMemory(const RawSocket& socket) {
+        Await("memory", [&socket] { return StatusOfRequest(socket) == kStatusOk; });
+    }
+
+    static void ExpectEchoes(const RawSocket& socket, std::uint64_t number) {
+        socket.Send(CallFrame(number, kEcho, 70 + number));
+        const Frame answer = socket.ReadFrame();
+        EXPECT_EQ(answer.prelude.kind, FrameKind::Answer);
+        EXPECT_EQ(MessageIn(answer.fixed).value, 70 + number);
+    }
+
+    static bool HasTwoCpus() {
+        cpu_set_t set;
+        return ::sched_getaffinity(0, sizeof(set), &set) == 0 && CPU_COUNT(&set) > 1;
+    }
+
+    zam_connector::testing::RecordingLogger logger_;
+};
+
+TEST_F(ServerMemoryShare, IsNobodysWhoseCpuIsTheServicesOrUnknown) {
+    TestServer server(Limits());
+    const int cpu = server.OnLoop([] {
+        const int current = ::sched_getcpu();
+        cpu_set_t set;
+        CPU_ZERO(&set);
+        CPU_SET(static_cast<std::size_t>(current), &set);
+        return ::sched_setaffinity(0, sizeof(set), &set) == 0 ? current : -1;
+    });
+    ASSERT_GE(cpu, 0);
+    const RawSocket client = server.Greet();
+    EXPECT_EQ(StatusOfRequest(client, {.gap = 0, .cpu = 0}), kStatusQuota);
+    EXPECT_EQ(StatusOfRequest(client, {.gap = 0, .cpu = static_cast<std::uint16_t>(cpu + 1)}),
+              kStatusQuota);
+    ExpectEchoes(client, 1);
+    EXPECT_EQ(StatusOfRequest(client), kStatusOk) << "may be asked for again";
+    EXPECT_TRUE(logger_.Records().empty());
+}
+
+TEST_F(ServerMemoryShare, IsNobodysWhereThereIsNone) {
+    TestServer server(Limits());
+    const RawSocket client = server.Greet();
+    ExpectEchoes(client, 1);
+    logger_.Clear();
+    {
+        const NoDescriptorsLeft none;
+        logger_.Clear();
+        client.Send(MemoryRequestFrame());
+        EXPECT_EQ(client.ReadFrame().prelude.status, kStatusQuota);
+        ExpectEchoes(client, 2);
+    }
+    EXPECT_TRUE(logger_.Records().empty());
+    EXPECT_EQ(StatusOfRequest(client), kStatusOk);
+}
+
+TEST_F(ServerMemoryShare, GoesToAnotherFromTheOneThatHasNotUsedItForLongest) {
+    TestServer server(Limits());
+    std::deque<MemoryPeer> peers;
+    for (std::size_t index = 0; index < kPlaces; ++index) {
+        peers.emplace_back(server, static_cast<unsigned char>(index));
+    }
+    peers[0].Call(1, CallFrame(1, kEcho, 1));
+    const RawSocket ninth = server.Greet(0x99);
+    AwaitMemory(ninth);
+    for (std::size_t index = 0; index < kPlaces; ++index) {
+        EXPECT_EQ(peers[index].Answers().polling.load(), index == 1 ? kGivenUp : kAsleep) << index;
+    }
+    // What it leaves there now is sent back, and it goes on by the socket.
+    MemoryPeer& given = peers[1];
+    given.Put(1, CallFrame(1, kEcho, 5));
+    given.Look(1);
+    EXPECT_EQ(ToHex(given.Socket().Read(kPreludeBytes)), ToHex(LookFrame(1)));
+    EXPECT_EQ(given.Answers().taken.load(), 0U);
+    ExpectEchoes(given.Socket(), 1);
+    given.Look(1);
+    ExpectEchoes(given.Socket(), 2);
+    EXPECT_EQ(server.Endpoint().Calls().size(), 3U);
+    given.Look(4);
+    EXPECT_EQ(given.Socket().ReadFrame().prelude.status, kStatusBadRequest);
+    EXPECT_EQ(peers[0].Call(2, CallFrame(2, kEcho, 1)).prelude.status, 0);
+}
+
+TEST_F(ServerMemoryShare, IsServedForTheLastTimeWhenItIsGivenUp) {
+    TestServer server(Limits());
+    std::deque<MemoryPeer> peers;
+    for (std::size_t index = 0; index < kPlaces; ++index) {
+        peers.emplace_back(server, static_cast<unsigned char>(index));
+    }
+    peers[0].Put(1, CallFrame(1, kEcho, 51));
+    const RawSocket ninth = server.Greet(0x99);
+    AwaitMemory(ninth);
+    EXPECT_EQ(MessageIn(peers[0].AwaitAnswer(1).fixed).value, 51U);
+    EXPECT_EQ(peers[0].Answers().polling.load(), kGivenUp);
+    EXPECT_FALSE(peers[0].Socket().HasInput());
+    peers[0].Look(1);
+    ExpectEchoes(peers[0].Socket(), 2);
+    AwaitMemory(peers[0].Socket());
+    EXPECT_EQ(peers[1].Answers().polling.load(), kGivenUp);
+}
+
+TEST_F(ServerMemoryShare, EndsWithTheConnectionThatARequestEndsWhenItIsGivenUp) {
+    TestServer server(Limits());
+    std::deque<MemoryPeer> peers;
+    for (std::size_t index = 0; index < kPlaces; ++index) {
+        peers.emplace_back(server, static_cast<unsigned char>(index));
+    }
+    peers[0].Put(1, CallFrame(1, kDrop, 52));
+    peers[1].Put(7, CallFrame(7, kEcho, 53));
+    const RawSocket ninth = server.Greet(0x98);
+    AwaitMemory(ninth);
+    EXPECT_TRUE(peers[0].Socket().EndsNow());
+    const RawSocket tenth = server.Greet(0x99);
+    AwaitMemory(tenth);
+    EXPECT_EQ(peers[1].Socket().ReadFrame().prelude.status, kStatusBadRequest);
+    EXPECT_EQ(server.Connections(), 8U);
+}
+
+TEST_F(ServerMemoryShare, IsHalfOfAUsersWhenAnotherWantsIt) {
+    TestServer server(Limits(), {.ownUser = 1000, .group = {}});
+    static std::atomic<uid_t> g_memoryUser{1000};
+    const auto before = SetPeerCredentialsFunction(
+        [](int, bool) { return PeerCredentials{.user = g_memoryUser, .group = 1, .groups = {}}; });
+    std::deque<MemoryPeer> peers;
+    for (std::size_t index = 0; index < kPlaces; ++index) {
+        peers.emplace_back(server, static_cast<unsigned char>(index));
+    }
+    g_memoryUser = 0;
+    std::deque<MemoryPeer> others;
+    for (std::size_t index = 0; index < kPlaces / 2; ++index) {
+        others.emplace_back(server, static_cast<unsigned char>(0x80 + index));
+        EXPECT_EQ(peers[index].Answers().polling.load(), kGivenUp) << index;
+    }
+    for (std::size_t index = kPlaces / 2; index < kPlaces; ++index) {
+        EXPECT_EQ(peers[index].Answers().polling.load(), kAsleep) << index;
+    }
+    SetPeerCredentialsFunction(before);
+}
+
+TEST_F(ServerMemoryShare, IsGivenUpWhenNobodyUsesIt) {
+    ServerLimits limits = Limits();
+    limits.memoryKept = std::chrono::milliseconds(20);
+    TestServer server(limits);
+    MemoryPeer peer(server);
+    peer.Call(1, CallFrame(1, kEcho, 61));
+    peer.Put(2, CallFrame(2, kEcho, 62));
+    Await("the end", [&peer] { return peer.Answers().polling.load() == kGivenUp; });
+    EXPECT_EQ(MessageIn(peer.AwaitAnswer(2).fixed).value, 62U);
+    peer.Put(3, CallFrame(3, kEcho, 63));
+    peer.Look(3);
+    EXPECT_EQ(ToHex(peer.Socket().Read(kPreludeBytes)), ToHex(LookFrame(3)));
+    ExpectEchoes(peer.Socket(), 3);
+    MemoryPeer again(std::move(peer.Socket()));
+    EXPECT_EQ(MessageIn(again.Call(4, CallFrame(4, kEcho, 64)).fixed).value, 64U);
+    Await("the end", [&again] { return again.Answers().polling.load() == kGivenUp; });
+    EXPECT_TRUE(logger_.Records().empty());
+}
+
+Bytes CloseCall(std::uint64_t number) {
+    return FrameOf({.kind = FrameKind::Call, .callNumber = number, .flags = kElsewhere.Flags()},
+                   MessageBytes(MakeMessage(kEcho, 80 + number)));
+}
+
+/// What a thread has done so far, in CPU time and in times that it gave the CPU away.
+struct ThreadDeeds {
+    std::int64_t cpuNs = 0;
+    std::string switches;
+
+    bool operator==(const ThreadDeeds&) const = default;
+};
+
+ThreadDeeds DeedsOf(pid_t thread, clockid_t clock) {
+    ThreadDeeds deeds;
+    timespec time{};
+    ::clock_gettime(clock, &time);
+    deeds.cpuNs = time.tv_sec * 1'000'000'000 + time.tv_nsec;
+    std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.find("ctxt_switches") != std::string::npos) {
+            deeds.switches += line;
+        }
+    }
+    return deeds;
+}
+
+TEST_F(ServerMemoryShare, IsLookedAtByTheServiceItselfAndThenLeftAlone) {
+    if (!HasTwoCpus()) {
+        GTEST_SKIP() << "the service polls for a client on another CPU";
+    }
+    TestServer server(Limits());
+    pid_t thread = 0;
+    clockid_t clock{};
+    server.OnLoop([&] {
+        thread = static_cast<pid_t>(::syscall(SYS_gettid));
+        return ::pthread_getcpuclockid(::pthread_self(), &clock);
+    });
+    const RawSocket client = server.Greet();
+    client.Send(MemoryRequestFrame(0, kElsewhere, 50000));
+    const FrameWithFiles grant = ReadFrameWithFiles(client);
+    const ClientMemory memory = MapClientMemory(grant.files.at(0), grant.files.at(1));
+    std::uint64_t number = 0;
+    bool wasServed = false;
+    const auto end = std::chrono::steady_clock::now() + kBound;
+    while (!wasServed && std::chrono::steady_clock::now() < end) {
+        // A call by the socket makes the service look, for a moment.
+        client.Send(CloseCall(++number));
+        while (memory.answers->polling.load() != kPolling && !client.HasInput()) {
+        }
+        const bool isPolling = memory.answers->polling.load() == kPolling;
+        EXPECT_EQ(client.ReadFrame().prelude.callNumber, number);
+        if (!isPolling) {
+            continue;
+        }
+        const Bytes call = CloseCall(++number);
+        WriteSlot(memory.requests->slot, 0, call.data(), call.size());
+        memory.requests->waiting.store(number);
+        memory.requests->request.store(number);
+        wasServed = memory.answers->polling.load() == kPolling;
+        if (!wasServed) {
+            client.Send(LookFrame(number));
+        }
+        Await("the answer", [&] { return memory.answers->answer.load() == number; });
+    }
+    EXPECT_TRUE(wasServed) << "no request was looked for";
+    EXPECT_EQ(MessageIn(FrameIn(memory.answers->slot).fixed).value, 80 + number);
+    Await("its sleep", [&] { return memory.answers->polling.load() == kAsleep; });
+    ThreadDeeds last;
+    int rest = 0;
+    Await("rest", [&] {
+        const ThreadDeeds now = DeedsOf(thread, clock);
+        rest = now == last ? rest + 1 : 0;
+        last = now;
+        return rest == 30;
+    });
+    EXPECT_EQ(server.Endpoint().Calls().size(), number);
+    EXPECT_TRUE(logger_.Records().empty());
+}
+
+}  // namespace
+}  // namespace zam_platform::testing
