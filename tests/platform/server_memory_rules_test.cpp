@@ -62,6 +62,7 @@ std::vector<SlotRow> SlotRows() {
     return {
         {Bytes(64), 19, "frame magic is 0x00000000, not 0x464d415a"},
         {SlotCallWith(0, {0}), 19, "frame magic is 0x464d4100, not 0x464d415a"},
+        {SlotCallWith(4, {2}), 18, "frame version is 2, not 1"},
         {SlotCallWith(6, {0}), 19, "frame kind is 0, not 1 to 9"},
         {SlotCallWith(6, {10}), 19, "frame kind is 10, not 1 to 9"},
         {SlotCallWith(6, {1}), 19, "frame 1 of kind 1 in shared memory, not call 1"},

@@ -45,8 +45,8 @@ void ServerConnection::ServeFromMemory() {
 }
 
 bool ServerConnection::ReadFromMemory(Prelude& prelude) {
-    const auto refuse = [this](std::string_view why) {
-        Refuse(kStatusBadRequest, why, UnservedCall());
+    const auto refuse = [this](std::string_view why, TransportStatus status = kStatusBadRequest) {
+        Refuse(status, why, UnservedCall());
         return false;
     };
     const std::uint64_t number = slot_->RequestNumber();
@@ -59,7 +59,8 @@ bool ServerConnection::ReadFromMemory(Prelude& prelude) {
     std::size_t offset = slot_->Read(0, frame, kPreludeBytes);
     const FrameFault fault = DecodePrelude(frame, prelude);
     if (fault != FrameFault::None) {
-        return refuse(DescribeFault(fault, frame));
+        return refuse(DescribeFault(fault, frame),
+                      fault == FrameFault::Version ? kStatusVersion : kStatusBadRequest);
     }
     if (prelude.kind != FrameKind::Call || prelude.callNumber != number) {
         return refuse(fmt::format("frame {} of kind {} in shared memory, not call {}",
