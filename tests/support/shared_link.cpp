@@ -1,0 +1,63 @@
+#include "support/shared_link.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+namespace zam_platform::testing {
+
+std::unique_ptr<Channel> NewHotChannel(UniqueFd socket, const SessionToken& token) {
+    return std::make_unique<SharedChannel>(
+        std::move(socket), token, ClientPolling::AlwaysHot(),
+        PollingLeave::Boundless(std::chrono::steady_clock::now()));
+}
+
+void SharedPeer::Grant() const {
+    socket.Send(FrameOf({.kind = FrameKind::LookupAnswer}, Bytes{0xFF, 0xFF, 2, 0, 0, 0, 0, 0}));
+    SendWithFiles(socket, MemoryAnswerFrame(), {memory.requestFile.Get(), memory.answerFile.Get()});
+}
+
+void SharedPeer::Answer(std::uint64_t number, const Bytes& frame) {
+    const Bytes bytes = InSlot(frame);
+    WriteSlot(Answers().slot, 0, bytes.data(), std::min(bytes.size(), kSlotBytes));
+    Answers().answer.store(number);
+}
+
+void SharedPeer::AwaitRequest(std::uint64_t number) const {
+    Await("a request in memory", [this, number] { return Requests().request.load() == number; });
+}
+
+SharedLink::SharedLink()
+    : link_([this](const SessionToken& token, const Deadline&) { return Connect(token); }) {}
+
+void SharedLink::Prepare(Script script) {
+    const std::lock_guard lock(mutex_);
+    scripts_.push_back(std::move(script));
+}
+
+SharedPeer& SharedLink::At(std::size_t index) {
+    const std::lock_guard lock(mutex_);
+    return peers_.at(index);
+}
+
+std::size_t SharedLink::Connections() const {
+    const std::lock_guard lock(mutex_);
+    return peers_.size();
+}
+
+std::unique_ptr<Channel> SharedLink::Connect(const SessionToken& token) {
+    const std::lock_guard lock(mutex_);
+    auto [mine, peer] = MakePair();
+    peers_.push_back({std::move(peer), MakeServiceMemory()});
+    SharedPeer& made = peers_.back();
+    made.Answers().polling.store(kPolling);
+    if (scripts_.empty()) {
+        made.Grant();
+    } else {
+        scripts_.front()(made);
+        scripts_.pop_front();
+    }
+    return NewHotChannel(mine.Release(), token);
+}
+
+}  // namespace zam_platform::testing
