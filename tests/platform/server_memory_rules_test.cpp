@@ -214,7 +214,7 @@ TEST_F(ServerMemoryRules, HoldForThoseWhoHaveMemory) {
 
 /// The service copies what it checks: it serves what it has checked, or refuses it.
 TEST_F(ServerMemoryRules, HoldForPagesThatChangeWhileTheyAreRead) {
-    constexpr int kConnections = 40;
+    constexpr int kConnections = 21;
     constexpr std::uint64_t kCalls = 25;
     const Bytes sound = CallFrame(0, kEcho, 0x1111111111111111, Bytes(600, 0x11));
     const std::vector<std::pair<std::size_t, std::uint64_t>> flips = {

@@ -154,6 +154,7 @@ TEST_F(ServerMemoryShare, EndsWithTheConnectionThatARequestEndsWhenItIsGivenUp) 
 TEST_F(ServerMemoryShare, IsHalfOfAUsersWhenAnotherWantsIt) {
     TestServer server(Limits(), {.ownUser = 1000, .group = {}});
     static std::atomic<uid_t> g_memoryUser{1000};
+    g_memoryUser = 1000;
     const auto before = SetPeerCredentialsFunction(
         [](int, bool) { return PeerCredentials{.user = g_memoryUser, .group = 1, .groups = {}}; });
     std::deque<MemoryPeer> peers;

@@ -253,6 +253,7 @@ ClientPolling ClientPolling::AlwaysHot() noexcept {
     polling.farPrice_ = 0;
     polling.score_ = kHotScore;
     polling.isHot_ = true;
+    polling.socketRoundTrip_ = kGreatestCap;
     return polling;
 }
 

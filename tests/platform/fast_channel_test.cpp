@@ -1,0 +1,189 @@
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/shared_link.h"
+#include "support/test_server.h"
+#include "zam_connector_testing/recording_logger.h"
+
+namespace zam_platform::testing {
+namespace {
+
+/// Pins the calling thread to one of the CPUs that the process may use.
+void PinTo(std::size_t index) {
+    cpu_set_t allowed;
+    ASSERT_EQ(::sched_getaffinity(::getpid(), sizeof(allowed), &allowed), 0);
+    std::vector<std::size_t> cpus;
+    for (std::size_t cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+        if (CPU_ISSET(cpu, &allowed)) {
+            cpus.push_back(cpu);
+        }
+    }
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(cpus.at(index % cpus.size()), &one);
+    ASSERT_EQ(::sched_setaffinity(0, sizeof(one), &one), 0);
+}
+
+/// The greatest number of a call that a client in this process has left in memory.
+std::uint64_t GreatestNumberInMemory() {
+    std::ifstream maps("/proc/self/maps");
+    std::uint64_t greatest = 0;
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find("memfd:zam_requests") != std::string::npos &&
+            line.find(" rw-s ") != std::string::npos) {
+            const auto address = std::stoull(line, nullptr, 16);
+            greatest =
+                std::max(greatest, reinterpret_cast<const RequestPages*>(address)->request.load());
+        }
+    }
+    return greatest;
+}
+
+bool HasSecondCpu() {
+    cpu_set_t allowed;
+    return ::sched_getaffinity(0, sizeof(allowed), &allowed) == 0 && CPU_COUNT(&allowed) > 1;
+}
+
+/// Both sides of the fast channel in one process, on two CPUs.
+class FastChannel : public ::testing::Test {
+protected:
+    FastChannel() {
+        server_.OnLoop([] {
+            PinTo(0);
+            return 0;
+        });
+        server_.Endpoint().Custom([this](const Request& request, Responder responder) {
+            const auto value = request.As<TestMessage>().value;
+            {
+                const std::lock_guard lock(mutex_);
+                twice_ += served_.insert(value).second ? 0U : 1U;
+            }
+            TestMessage message{};
+            message.value = value;
+            responder.Answer(message);
+        });
+    }
+
+    /// A link that keeps its sockets within reach of the test.
+    std::unique_ptr<ServiceLink> NewLink() {
+        return std::make_unique<ServiceLink>([this](const SessionToken& token, const Deadline&) {
+            RawSocket socket = server_.Connect();
+            {
+                const std::lock_guard lock(mutex_);
+                copies_.emplace_back(::dup(socket.Get()));
+            }
+            return NewHotChannel(socket.Release(), token);
+        });
+    }
+
+    zam_connector::testing::RecordingLogger logger_;
+    std::mutex mutex_;
+    std::set<std::uint64_t> served_;  // guarded by mutex_
+    std::size_t twice_ = 0;           // guarded by mutex_
+    std::vector<UniqueFd> copies_;    // guarded by mutex_
+    TestServer server_{{.spinCap = std::chrono::microseconds(50)}};
+};
+
+TEST_F(FastChannel, AnswersEveryCallRightWhicheverWayItGoes) {
+    constexpr std::uint64_t kThreads = 4;
+    constexpr std::uint64_t kCalls = 600;
+    const auto link = NewLink();
+    std::atomic<std::uint64_t> left{kThreads};
+    {
+        std::vector<std::unique_ptr<Background>> threads;
+        for (std::uint64_t thread = 0; thread < kThreads; ++thread) {
+            threads.push_back(std::make_unique<Background>([&, thread] {
+                PinTo(1);
+                for (std::uint64_t index = 0; index < kCalls; ++index) {
+                    const std::uint64_t value = thread * kCalls + index + 1;
+                    if (index % 50 == 17) {
+                        TestCall hold(kHold, value);
+                        ASSERT_EQ(hold.On(*link), kStatusOk);
+                        ASSERT_EQ(hold.Value(), value);
+                    } else if (index % 10 == 3) {
+                        ASSERT_EQ(TestCall(kFail, value + 100).On(*link),
+                                  static_cast<std::int32_t>(value + 100));
+                    } else {
+                        const Bytes arena =
+                            Pattern(index % 5 == 0 ? value * 37 % 20480 : index % 64,
+                                    static_cast<std::uint32_t>(value));
+                        TestCall echo(kEcho, value);
+                        echo.RequestArena(arena).ResponseArena(20480);
+                        ASSERT_EQ(echo.On(*link), kStatusOk);
+                        ASSERT_EQ(echo.Value(), value);
+                        ASSERT_TRUE(echo.Answered() == arena);
+                    }
+                }
+                --left;
+            }));
+        }
+        // Calls that are held are answered from this thread.
+        while (left != 0 && !HasFailure()) {
+            server_.Endpoint().ReleaseAll();
+            ::sched_yield();
+        }
+        server_.Endpoint().ReleaseAll();
+    }
+    EXPECT_EQ(server_.Endpoint().Calls().size(), kThreads * kCalls);
+    EXPECT_TRUE(!HasSecondCpu() || GreatestNumberInMemory() > 0) << "all went by the socket";
+    EXPECT_TRUE(server_.BrokenSessions().empty());
+    EXPECT_TRUE(logger_.Records().empty());
+}
+
+TEST_F(FastChannel, ServesNoCallTwiceAndLosesNoneThatItAcknowledgedWhenConnectionsAreCut) {
+    constexpr std::uint64_t kThreads = 3;
+    constexpr std::uint64_t kCalls = 400;
+    const auto link = NewLink();
+    const auto cut = [&] {
+        const std::lock_guard lock(mutex_);
+        for (UniqueFd& copy : copies_) {
+            ::shutdown(copy.Get(), SHUT_RDWR);
+        }
+        copies_.clear();
+    };
+    std::set<std::uint64_t> acknowledged;
+    std::mutex acknowledgedMutex;
+    {
+        std::vector<std::unique_ptr<Background>> threads;
+        for (std::uint64_t thread = 0; thread < kThreads; ++thread) {
+            threads.push_back(std::make_unique<Background>([&, thread] {
+                PinTo(1);
+                for (std::uint64_t index = 0; index < kCalls; ++index) {
+                    const std::uint64_t value = thread * kCalls + index + 1;
+                    TestCall call(kCustom, value);
+                    const std::int32_t status = call.On(*link);
+                    if (status == kStatusOk) {
+                        ASSERT_EQ(call.Value(), value);
+                        const std::lock_guard lock(acknowledgedMutex);
+                        acknowledged.insert(value);
+                    } else {
+                        ASSERT_EQ(status, kStatusBroken);
+                    }
+                    if (value % 23 == 0) {
+                        cut();  // under whatever the other threads do
+                    }
+                }
+            }));
+        }
+    }
+    const std::lock_guard lock(mutex_);
+    EXPECT_EQ(twice_, 0U);
+    EXPECT_TRUE(
+        std::includes(served_.begin(), served_.end(), acknowledged.begin(), acknowledged.end()));
+    EXPECT_GT(acknowledged.size(), kThreads * kCalls / 2);
+}
+
+}  // namespace
+}  // namespace zam_platform::testing
