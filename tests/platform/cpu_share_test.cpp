@@ -1,11 +1,18 @@
 #include "shared/cpu_share.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
 
+#include <atomic>
+#include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string_view>
+#include <thread>
 #include <utility>
 
+#include "shared/preemption.h"
+#include "support/background.h"
 #include "zam_platform/spin_setting.h"
 
 namespace zam_platform::testing {
@@ -36,6 +43,40 @@ TEST(Spin, IsANumberOfMicrosecondsUpToTheMost) {
     for (const auto& [text, spin] : rows) {
         EXPECT_EQ(ParseSpin(text), spin) << text;
     }
+}
+
+/// Keeps the calling thread to one of the CPUs that it may use.
+void StayOnOneCpu() {
+    cpu_set_t own;
+    CPU_ZERO(&own);
+    CPU_SET(static_cast<std::size_t>(::sched_getcpu()), &own);
+    ASSERT_EQ(::sched_setaffinity(0, sizeof(own), &own), 0);
+}
+
+TEST(Preemption, IsToldOnceOfAThreadWhoseCpuSomebodyElseWasGiven) {
+    bool isTold = false;
+    bool isToldAgain = true;
+    std::thread([&] {
+        StayOnOneCpu();
+        HasBeenPreempted();
+        std::atomic<bool> hasEnded{false};
+        std::thread neighbour([&hasEnded] {  // on the same CPU, which it inherits
+            while (!hasEnded) {
+            }
+        });
+        const auto end = std::chrono::steady_clock::now() + kBound;
+        while (!isTold && std::chrono::steady_clock::now() < end) {
+            isTold = HasBeenPreempted();
+        }
+        hasEnded = true;
+        neighbour.join();
+        // Nobody is there any more, but for what the machine does by itself.
+        for (int attempt = 0; isToldAgain && attempt < 1000; ++attempt) {
+            isToldAgain = HasBeenPreempted();
+        }
+    }).join();
+    EXPECT_TRUE(isTold);
+    EXPECT_FALSE(isToldAgain);
 }
 
 }  // namespace

@@ -214,12 +214,14 @@ TEST_F(Leave, OwesNoMoreThanAMillisecond) {
     EXPECT_TRUE(leave_.Allows(kDawn + milliseconds(21)));
 }
 
-TEST_F(Leave, TakesAHoleOfMoreThan30MicrosecondsForANeighbour) {
+TEST_F(Leave, TakesAHoleOfMoreThan200MicrosecondsForANeighbour) {
     EXPECT_FALSE(leave_.NoticeHole(kDawn, Nanoseconds(0)));
-    EXPECT_FALSE(leave_.NoticeHole(kDawn, microseconds(30) - kTick));
-    EXPECT_FALSE(leave_.NoticeHole(kDawn, microseconds(30)));
+    EXPECT_FALSE(leave_.NoticeHole(kDawn, microseconds(200) - kTick));
+    EXPECT_FALSE(leave_.NoticeHole(kDawn, microseconds(200)));
+    EXPECT_FALSE(leave_.IsHole(microseconds(200)));
+    EXPECT_TRUE(leave_.IsHole(microseconds(200) + kTick));
     EXPECT_TRUE(leave_.Allows(kDawn));
-    EXPECT_TRUE(leave_.NoticeHole(kDawn, microseconds(30) + kTick));
+    EXPECT_TRUE(leave_.NoticeHole(kDawn, microseconds(200) + kTick));
     EXPECT_FALSE(leave_.Allows(kDawn));
 }
 

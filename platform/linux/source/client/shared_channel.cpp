@@ -11,6 +11,7 @@
 #include "client/answer_head.h"
 #include "shared/cpu_share.h"
 #include "shared/pause.h"
+#include "shared/preemption.h"
 #include "shared/shared_pages.h"
 
 namespace zam_platform {
@@ -169,7 +170,8 @@ bool SharedChannel::AwaitInMemory() noexcept {
         }
         Pause();
         const auto now = Clock::now();
-        const bool isPreempted = leave_.NoticeHole(now, now - last);
+        const bool isPreempted =
+            leave_.IsHole(now - last) && HasBeenPreempted() && leave_.NoticeHole(now, now - last);
         last = now;
         if (isPreempted || now - begin >= limit) {
             break;

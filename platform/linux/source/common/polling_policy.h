@@ -45,6 +45,9 @@ public:
     /// is to end, and there are none for a while.
     bool NoticeHole(TimePoint now, Nanoseconds hole) noexcept;
 
+    /// Whether a hole of this length is to be noticed, if the scheduler was behind it.
+    bool IsHole(Nanoseconds hole) const noexcept { return hole > longestHole_; }
+
     /// The longest poll, 0 for none at all.
     Nanoseconds Cap() const noexcept { return cap_; }
 

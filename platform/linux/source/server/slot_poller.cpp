@@ -8,6 +8,7 @@
 #include "server/server_connection.h"
 #include "shared/cpu_share.h"
 #include "shared/pause.h"
+#include "shared/preemption.h"
 
 namespace zam_platform {
 namespace {
@@ -169,7 +170,7 @@ void SlotPoller::Poll() {
     auto nextRound = begin + kLoopPeriod;
     while (polled_ != 0 && !loop_.stopped()) {
         const auto now = Clock::now();
-        if (leave_.NoticeHole(now, now - last)) {
+        if (leave_.IsHole(now - last) && HasBeenPreempted() && leave_.NoticeHole(now, now - last)) {
             StopAll();
         }
         bool hasServed = false;
