@@ -120,6 +120,46 @@ TEST_F(ServerMemoryEnds, LoseTheCallWhoseClientIsNotToldOfItsAnswer) {
     ExpectLost(kEcho, 42);
 }
 
+/// It has the answer: it found it when it had said that it looks no more, and the look comes late.
+TEST_F(ServerMemoryEnds, LoseNothingThatAClientTookBeforeItWasTold) {
+    MemoryPeer peer(server_);
+    peer.Put(1, CallFrame(1, kEcho, 43));
+    peer.Requests().waiting.store(0);
+    peer.Look(1);
+    peer.AwaitAnswer(1);
+    peer.Requests().waiting.store(1);
+    Await("the look", [&peer] { return peer.Socket().HasInput(); });
+    peer.Socket().Close();
+    AwaitNobody();
+    EXPECT_TRUE(server_.BrokenSessions().empty());
+}
+
+TEST_F(ServerMemoryEnds, LoseNothingThatAClientTookWhenTheyAreAskedFor) {
+    MemoryPeer peer(server_);
+    peer.Put(1, CallFrame(1, kEcho, 43));
+    peer.Requests().waiting.store(0);
+    peer.Look(1);
+    Await("the look", [&peer] { return peer.Socket().HasInput(); });
+    peer.Requests().waiting.store(1);
+    server_.OnLoop([&] {
+        peer.Socket().Close();
+        server_.Get().NoticeBroken(SharedTokenOf(0x11));
+        return 0;
+    });
+    AwaitNobody();
+    EXPECT_TRUE(server_.BrokenSessions().empty());
+}
+
+/// It left an answer unread that came by the socket, whatever it says.
+TEST_F(ServerMemoryEnds, LoseTheCallWhoseAnswerIsLeftOnTheSocket) {
+    MemoryPeer peer(server_);
+    peer.Put(1, CallFrame(1, kFill, 20000));
+    peer.Look(1);
+    Await("the answer", [&peer] { return peer.Socket().HasInput(); });
+    peer.Socket().Close();
+    ExpectLost(kFill, 20000);
+}
+
 TEST_F(ServerMemoryEnds, LoseWhatARuleRefusesTogetherWithItsRequest) {
     MemoryPeer peer(server_);
     peer.Put(1, CallFrame(1, kEcho, 44));

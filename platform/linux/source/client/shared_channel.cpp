@@ -124,6 +124,8 @@ bool SharedChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
     if (IsAnswered()) {
         mayHaveLook_ = true;
         TakeFromMemory(frame);
+        // The service may see the connection's end before its look has been read.
+        memory_.requests->waiting.store(number_);
     } else {
         try {
             if (!ReceiveBehindLooks(frame, deadline)) {

@@ -46,22 +46,23 @@ void ServerConnection::ReadMore() {
     if (have_ == 0) {
         *Buffer() = kNothingRead;
     }
-    socket_.async_read_some(asio::buffer(Buffer() + have_, Capacity() - have_),
-                            InRoom(readRoom_, [self = shared_from_this()](
-                                                  const std::error_code& error, std::size_t bytes) {
-                                if (!self->open_) {
-                                    return;
-                                }
-                                const LogsForUser logsForUser(self->client_.user);
-                                if (error == asio::error::eof) {
-                                    self->EndAfterClient();
-                                } else if (error) {
-                                    // The client has not read all that it was sent.
-                                    self->Break(self->Lost());
-                                } else {
-                                    self->Guard([&self, bytes] { self->OnRead(bytes); });
-                                }
-                            }));
+    socket_.async_read_some(
+        asio::buffer(Buffer() + have_, Capacity() - have_),
+        InRoom(readRoom_,
+               [self = shared_from_this()](const std::error_code& error, std::size_t bytes) {
+                   if (!self->open_) {
+                       return;
+                   }
+                   const LogsForUser logsForUser(self->client_.user);
+                   if (error == asio::error::eof) {
+                       self->EndAfterClient();
+                   } else if (error) {
+                       // The client has not read all that it was sent.
+                       self->HasTakenAnswer() ? self->EndAfterClient() : self->Break(self->Lost());
+                   } else {
+                       self->Guard([&self, bytes] { self->OnRead(bytes); });
+                   }
+               }));
 }
 
 void ServerConnection::OnRead(std::size_t bytes) {
@@ -412,7 +413,8 @@ void ServerConnection::SendNow(const Prelude& prelude, const void* message, cons
     std::error_code error;
     const std::size_t sent = queue_.empty() ? socket_.write_some(parts, error) : 0;
     if (error && error != asio::error::would_block) {
-        Break(LastCall());
+        const bool isLate = prelude.kind == FrameKind::Look && HasTakenAnswer();
+        isLate ? Close() : Break(LastCall());
     } else if (sent < prelude.FrameBytes()) {
         QueueRest(parts, error ? 0 : sent);
     }

@@ -148,6 +148,10 @@ private:
     bool MakeSlot(const CallHints& hints, std::chrono::nanoseconds roundTrip) noexcept;
     void SendSlot(const Prelude& prelude, const MemoryGrant& grant);
     bool HasUnservedRequest() const noexcept;
+
+    /// Whether the client had the last answer before the look that tells it: what it has left
+    /// unread is no more than that look.
+    bool HasTakenAnswer() const noexcept;
     LostCall UnservedCall() const noexcept;
 
     /// Moves what is left to the front of a buffer that holds the frame it begins.

@@ -151,7 +151,8 @@ void ServerConnection::NoticeEnd() {
         return;
     }
     unsigned char next = 0;
-    if (::recv(socket_.native_handle(), &next, 1, MSG_PEEK | MSG_DONTWAIT) == 0) {
+    const ssize_t got = ::recv(socket_.native_handle(), &next, 1, MSG_PEEK | MSG_DONTWAIT);
+    if (got == 0 || (got < 0 && HasTakenAnswer())) {
         EndAfterClient();
     } else {
         // A call that nobody waits for any more, part of one, or an answer that was left unread.

@@ -24,6 +24,11 @@ bool ServerConnection::HasUnservedRequest() const noexcept {
     return slot_ != nullptr && slot_->RequestNumber() == lastNumber_ + 1;
 }
 
+bool ServerConnection::HasTakenAnswer() const noexcept {
+    return slot_ != nullptr && slot_->IsTaken(lastNumber_) && !callPending_ &&
+           !HasUnservedRequest();
+}
+
 void ServerConnection::TellPolling(bool isPolling) noexcept {
     slot_->Tell(isPolling ? kPolling : kAsleep);
 }

@@ -18,6 +18,7 @@ bool ServerSlot::Answer(const Prelude& prelude, const void* message, const void*
     std::size_t offset = WriteSlot(pages.slot, 0, head.data(), head.size());
     offset = WriteSlot(pages.slot, offset, message, prelude.fixedBytes);
     WriteSlot(pages.slot, offset, arena, prelude.arenaBytes);
+    answered_ = prelude.callNumber;
     pages.answer.store(prelude.callNumber);
     // A client that has gone on to another call has got this answer.
     return memory_.requests->waiting.load() >= prelude.callNumber;

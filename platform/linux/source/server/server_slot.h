@@ -44,8 +44,14 @@ public:
     /// told by a look frame.
     bool Answer(const Prelude& prelude, const void* message, const void* arena) noexcept;
 
+    /// Whether this call's answer stands there and its client says that it has it, or looks for it.
+    bool IsTaken(std::uint64_t number) const noexcept {
+        return answered_ == number && memory_.requests->waiting.load() >= number;
+    }
+
 private:
     ServiceMemory memory_;
+    std::uint64_t answered_ = 0;
     Polling state_ = kAsleep;
 };
 
