@@ -190,8 +190,8 @@ TEST_F(ServerMemory, EndsTheConnectionOfACallThatItsHandlerDrops) {
 
 TEST_F(ServerMemory, TellsThatARequestIsTakenBeforeItsHandlerRuns) {
     std::optional<MemoryPeer> peer;
-    std::uint64_t taken = 0;
-    std::uint64_t answered = 1;
+    std::atomic<std::uint64_t> taken{0};
+    std::atomic<std::uint64_t> answered{1};
     server_.Endpoint().Custom([&](const Request&, Responder responder) {
         taken = peer->Answers().taken.load();
         answered = peer->Answers().answer.load();
