@@ -126,8 +126,9 @@ void SlotPoller::BeforeAnswer(ServerConnection& connection, const CallHints& hin
     if (place->isPolled) {
         place->policy.EndPoll(false);  // what it found has ended it before
     }
+    const bool isWorthIt = IsElsewhere(hints) && HasCpuForPolling(now);
     const Nanoseconds time =
-        place->policy.AfterAnswer(leave_, now, DecodeGap(hints.gap), IsElsewhere(hints), !byMemory);
+        place->policy.AfterAnswer(leave_, now, DecodeGap(hints.gap), isWorthIt, !byMemory);
     place->until = now + time;
     SetPolled(*place, time.count() > 0);
 }
