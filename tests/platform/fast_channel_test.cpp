@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <fstream>
 #include <memory>
@@ -13,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "shared/cpu_share.h"
 #include "support/shared_link.h"
 #include "support/test_server.h"
 #include "zam_connector_testing/recording_logger.h"
@@ -96,6 +98,18 @@ protected:
     TestServer server_{{.spinCap = std::chrono::microseconds(50)}};
 };
 
+/// Counts a thread down, however it ends.
+class Leaving {
+public:
+    explicit Leaving(std::atomic<std::uint64_t>& left) noexcept : left_(left) {}
+    Leaving(const Leaving&) = delete;
+    Leaving& operator=(const Leaving&) = delete;
+    ~Leaving() { --left_; }
+
+private:
+    std::atomic<std::uint64_t>& left_;
+};
+
 TEST_F(FastChannel, AnswersEveryCallRightWhicheverWayItGoes) {
     constexpr std::uint64_t kThreads = 4;
     constexpr std::uint64_t kCalls = 600;
@@ -106,6 +120,7 @@ TEST_F(FastChannel, AnswersEveryCallRightWhicheverWayItGoes) {
         for (std::uint64_t thread = 0; thread < kThreads; ++thread) {
             threads.push_back(std::make_unique<Background>([&, thread] {
                 PinTo(1);
+                const Leaving leaving(left);
                 for (std::uint64_t index = 0; index < kCalls; ++index) {
                     const std::uint64_t value = thread * kCalls + index + 1;
                     if (index % 50 == 17) {
@@ -126,18 +141,19 @@ TEST_F(FastChannel, AnswersEveryCallRightWhicheverWayItGoes) {
                         ASSERT_TRUE(echo.Answered() == arena);
                     }
                 }
-                --left;
             }));
         }
         // Calls that are held are answered from this thread.
-        while (left != 0 && !HasFailure()) {
+        while (left != 0) {
             server_.Endpoint().ReleaseAll();
             ::sched_yield();
         }
         server_.Endpoint().ReleaseAll();
     }
     EXPECT_EQ(server_.Endpoint().Calls().size(), kThreads * kCalls);
-    EXPECT_TRUE(!HasSecondCpu() || GreatestNumberInMemory() > 0) << "all went by the socket";
+    if (HasSecondCpu() && HasCpuForPolling(std::chrono::steady_clock::now())) {
+        EXPECT_GT(GreatestNumberInMemory(), 0U) << "all went by the socket";
+    }
     EXPECT_TRUE(server_.BrokenSessions().empty());
     EXPECT_TRUE(logger_.Records().empty());
 }

@@ -3,12 +3,15 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <asio/io_context.hpp>
+#include <asio/post.hpp>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <deque>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -151,6 +154,35 @@ TEST_F(ServerMemoryShare, EndsWithTheConnectionThatARequestEndsWhenItIsGivenUp) 
     EXPECT_EQ(server.Connections(), 8U);
 }
 
+TEST_F(ServerMemoryShare, IsNotGivenToAConnectionThatEndsWhileAnotherGivesItUp) {
+    TestServer server(Limits());
+    SessionToken token;
+    token.fill(0x99);
+    server.Endpoint().Custom([&server, token](const Request&, Responder responder) {
+        server.Get().NoticeBroken(token);
+        TestMessage message{};
+        responder.Answer(message);
+    });
+    std::deque<MemoryPeer> peers;
+    for (std::size_t index = 0; index < kPlaces; ++index) {
+        peers.emplace_back(server, static_cast<unsigned char>(index));
+    }
+    peers[0].Put(1, CallFrame(1, kCustom, 1));
+    // Until the others have rested for long enough nobody gives any up.
+    while (peers[0].Answers().answer.load() != 1) {
+        const RawSocket ninth = server.Greet(0x99);
+        server.OnLoop([&ninth] {
+            ninth.Send(MemoryRequestFrame());
+            ninth.EndSending();
+            return 0;
+        });
+        Await("its end", [&server] { return server.Connections() == kPlaces; });
+    }
+    EXPECT_EQ(peers[0].Answers().polling.load(), kGivenUp);
+    EXPECT_EQ(peers[1].Call(1, CallFrame(1, kEcho, 1)).prelude.status, 0);
+    AwaitMemory(server.Greet(0x98));
+}
+
 TEST_F(ServerMemoryShare, IsHalfOfAUsersWhenAnotherWantsIt) {
     TestServer server(Limits(), {.ownUser = 1000, .group = {}});
     static std::atomic<uid_t> g_memoryUser{1000};
@@ -219,17 +251,8 @@ ThreadDeeds DeedsOf(pid_t thread, clockid_t clock) {
     return deeds;
 }
 
-TEST_F(ServerMemoryShare, IsLookedAtByTheServiceItselfAndThenLeftAlone) {
-    if (!HasTwoCpus()) {
-        GTEST_SKIP() << "the service polls for a client on another CPU";
-    }
-    TestServer server(Limits());
-    pid_t thread = 0;
-    clockid_t clock{};
-    server.OnLoop([&] {
-        thread = static_cast<pid_t>(::syscall(SYS_gettid));
-        return ::pthread_getcpuclockid(::pthread_self(), &clock);
-    });
+/// Makes calls until a request in memory was served without a look; gives the number of calls.
+std::uint64_t CallUntilLookedFor(const TestServer& server) {
     const RawSocket client = server.Greet();
     client.Send(MemoryRequestFrame(0, kElsewhere, 50000));
     const FrameWithFiles grant = ReadFrameWithFiles(client);
@@ -260,6 +283,21 @@ TEST_F(ServerMemoryShare, IsLookedAtByTheServiceItselfAndThenLeftAlone) {
     EXPECT_TRUE(wasServed) << "no request was looked for";
     EXPECT_EQ(MessageIn(FrameIn(memory.answers->slot).fixed).value, 80 + number);
     Await("its sleep", [&] { return memory.answers->polling.load() == kAsleep; });
+    return number;
+}
+
+TEST_F(ServerMemoryShare, IsLookedAtByTheServiceItselfAndThenLeftAlone) {
+    if (!HasTwoCpus()) {
+        GTEST_SKIP() << "the service polls for a client on another CPU";
+    }
+    TestServer server(Limits());
+    pid_t thread = 0;
+    clockid_t clock{};
+    server.OnLoop([&] {
+        thread = static_cast<pid_t>(::syscall(SYS_gettid));
+        return ::pthread_getcpuclockid(::pthread_self(), &clock);
+    });
+    const std::uint64_t number = CallUntilLookedFor(server);
     ThreadDeeds last;
     int rest = 0;
     Await("rest", [&] {
@@ -270,6 +308,27 @@ TEST_F(ServerMemoryShare, IsLookedAtByTheServiceItselfAndThenLeftAlone) {
     });
     EXPECT_EQ(server.Endpoint().Calls().size(), number);
     EXPECT_TRUE(logger_.Records().empty());
+}
+
+/// Work of the loop that begins anew whenever it ends.
+void WorkOn(asio::io_context& loop, std::atomic<bool>& isOver) {
+    asio::post(loop, [&loop, &isOver] {
+        if (!isOver) {
+            WorkOn(loop, isOver);
+        }
+    });
+}
+
+TEST_F(ServerMemoryShare, IsLookedAtBesideALoopThatAlwaysHasMoreToDo) {
+    if (!HasTwoCpus()) {
+        GTEST_SKIP() << "the service polls for a client on another CPU";
+    }
+    std::atomic<bool> isOver{false};
+    TestServer server(Limits());
+    const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> end(
+        &isOver, [](std::atomic<bool>* over) { *over = true; });  // also when something throws
+    WorkOn(server.Get().Context(), isOver);
+    CallUntilLookedFor(server);
 }
 
 }  // namespace

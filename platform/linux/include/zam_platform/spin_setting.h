@@ -16,6 +16,8 @@ std::optional<std::chrono::microseconds> ParseSpin(std::string_view text) noexce
 /// How long this process looks: `ZAM_SPIN`, in microseconds, else `kMaxSpin`; 0, for not at all,
 /// where there is one CPU only. Set-uid programs do not read the variable. A text that is no such
 /// number is told in the log and not heeded.
-std::chrono::nanoseconds SpinCap() noexcept;
+///
+/// `wished` takes the variable's place.
+std::chrono::nanoseconds SpinCap(std::optional<std::chrono::microseconds> wished = {}) noexcept;
 
 }  // namespace zam_platform

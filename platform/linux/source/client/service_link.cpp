@@ -353,7 +353,9 @@ bool ServiceLink::AskForOffers(Connection& connection, const Deadline& deadline)
     if (!connection.channel->Send(frame, deadline)) {
         return false;
     }
-    connection.channel->Receive(answer, deadline);
+    if (!connection.channel->Receive(answer, deadline)) {
+        return false;
+    }
     NoteOffers(connection, answer);
     return true;
 }
@@ -455,10 +457,10 @@ void ServiceLink::Say(UnsaidFarewell& farewell, Connection& connection, const De
                          .callNumber = connection.calls,
                          .fixed = farewell.response.data(),
                          .fixedBytes = static_cast<std::uint32_t>(farewell.response.size())};
-    if (!connection.channel->Send(frame, deadline)) {
+    if (!connection.channel->Send(frame, deadline) ||
+        !connection.channel->Receive(answer, deadline)) {
         throw PlatformError(kStatusBroken, "the service took no byte of a farewell");
     }
-    connection.channel->Receive(answer, deadline);
 }
 
 void ServiceLink::PutBackFarewells(std::list<UnsaidFarewell> farewells) noexcept {

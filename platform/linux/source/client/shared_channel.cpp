@@ -301,13 +301,13 @@ void SharedChannel::TakeGrant(const Deadline& deadline) {
         backoff_.Refused(Clock::now());
         return;
     }
-    hasAgreed_ = true;
     try {
         if (grant.slotBytes != kSlotBytes) {
             throw PlatformError(kStatusProtocol, fmt::format("slots of {} bytes, not {}",
                                                              grant.slotBytes, kSlotBytes));
         }
         memory_ = MapClientMemory(files[0], files[1]);
+        hasAgreed_ = true;
         leave_.NoteRoundTrip(polling_.SocketRoundTrip());
         polling_.SetBreakEven(leave_.BreakEven());
         backoff_.Granted(Clock::now());

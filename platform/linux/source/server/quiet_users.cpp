@@ -37,6 +37,7 @@ void QuietUsers::Leave(Turn turn) noexcept {
 void QuietUsers::OnRead(Turn turn, std::size_t bytes) noexcept {
     const std::uint64_t before = turn->servedAt;
     Count(*turn, bytes);
+    turn->servedAt = work_;  // in its turn, which says that the loop has come round
     User& user = *turn->user;
     user.places.splice(user.places.begin(), user.places, turn);
     order_.splice(order_.begin(), order_, user.order);
@@ -51,7 +52,6 @@ void QuietUsers::OnRead(Turn turn, std::size_t bytes) noexcept {
 void QuietUsers::Count(Place& place, std::size_t bytes) noexcept {
     const std::uint64_t work = WorkOf(bytes);
     work_ += work;
-    place.servedAt = work_;
     User& user = *place.user;
     if (user.look != look_) {
         user.look = look_;

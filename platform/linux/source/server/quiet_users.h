@@ -25,7 +25,7 @@ class QuietUsers {
     struct Place {
         ServerConnection* connection = nullptr;
         User* user = nullptr;
-        std::uint64_t servedAt = 0;  ///< how much work had been done by then
+        std::uint64_t servedAt = 0;  ///< how much work had been done when it had its turn
     };
 
 public:

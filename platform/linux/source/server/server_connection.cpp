@@ -392,7 +392,7 @@ void ServerConnection::SendNow(const Prelude& prelude, const void* message, cons
     if (prelude.kind == FrameKind::Answer) {
         callPending_ = false;
         watch_ = std::move(watch);
-        if (slot_ != nullptr) {
+        if (slot_ != nullptr && !server_.isClosing_) {
             const bool byMemory = isServingMemory_ && !watch_ && ServerSlot::Fits(prelude);
             server_.poller_->BeforeAnswer(*this, hints_, byMemory);
             if (byMemory) {

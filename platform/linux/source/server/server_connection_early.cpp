@@ -36,15 +36,15 @@ void ServerConnection::ServeEarly() noexcept {
 }
 
 bool ServerConnection::HasEndedElsewhere() const noexcept {
-    constexpr std::size_t kMostAsked = 64;
+    constexpr std::size_t kMostOfClient = 64;  // on the stack, and in one system call
     const auto found = server_.greeted_.find(client_.token);
     if (found == server_.greeted_.end() || found->second.size() == 1) {
         return false;
     }
-    if (found->second.size() > kMostAsked) {
+    if (found->second.size() > kMostOfClient) {
         return true;  // for all that can be told in one system call without memory
     }
-    std::array<pollfd, kMostAsked> ends;
+    std::array<pollfd, kMostOfClient> ends;
     nfds_t count = 0;
     for (ServerConnection* const connection : found->second) {
         ends[count++] = {.fd = connection->Descriptor(), .events = POLLRDHUP, .revents = 0};

@@ -127,10 +127,13 @@ LostCall ServerConnection::Lost() noexcept {
 }
 
 void ServerConnection::EndAfterClient() {
-    if (have_ != 0 || callPending_ || !queue_.empty() || HasUnservedRequest()) {
+    const bool isAllTaken = have_ == 0 && !callPending_ && queue_.empty();
+    if (isAllTaken) {
+        EndWatch(true);
+    }
+    if (!isAllTaken || HasUnservedRequest()) {
         Break(Lost());
     } else {
-        EndWatch(true);
         Close();
     }
 }

@@ -186,6 +186,15 @@ void ServerConnection::SendSlot(const Prelude& prelude, const MemoryGrant& grant
 
     const ssize_t sent =
         queue_.empty() ? ::sendmsg(Descriptor(), &message, MSG_NOSIGNAL | MSG_DONTWAIT) : -1;
+    if (sent < 0) {
+        // The files could not go: the socket carries on alone.
+        server_.poller_->Remove(*this);
+        slot_.reset();
+        Prelude refusal = prelude;
+        refusal.status = kStatusResources;
+        SendNow(refusal, nullptr, nullptr);
+        return;
+    }
     if (sent != static_cast<ssize_t>(frame.size())) {
         Break(LastCall());  // a client that leaves so much unread does not read this either
         return;

@@ -13,8 +13,13 @@
 namespace zam_platform {
 namespace {
 
-/// How often the rest of the loop is run between two looks.
+/// How often the rest of the loop is run between two looks, and how long at most: there may always
+/// be more of it.
 constexpr std::chrono::microseconds kLoopPeriod{5};
+constexpr std::chrono::microseconds kLoopSlice{20};
+
+/// What clients are believed of a call through the socket.
+constexpr std::chrono::microseconds kLongestRoundTrip{200};
 
 /// A connection keeps its memory against others for so long after a call.
 constexpr std::chrono::milliseconds kHotFor{100};
@@ -75,8 +80,11 @@ bool SlotPoller::Admit(ServerConnection& connection, uid_t user, Nanoseconds rou
     }
     if (place->connection != nullptr) {
         place->connection->GiveUpMemory();
+        if (!connection.IsOpen()) {
+            return false;  // a call that was served with that took note of its end
+        }
     }
-    leave_.NoteRoundTrip(roundTrip);
+    leave_.NoteRoundTrip(std::min<Nanoseconds>(roundTrip, kLongestRoundTrip));
     *place = {.connection = &connection,
               .user = user,
               .lastUse = Clock::now(),
@@ -165,6 +173,14 @@ void SlotPoller::StopAll() {
     }
 }
 
+SlotPoller::Clock::time_point SlotPoller::RunLoop(Clock::time_point begin) {
+    auto now = begin;
+    while (now - begin < kLoopSlice && loop_.poll_one() != 0) {
+        now = Clock::now();
+    }
+    return now;
+}
+
 void SlotPoller::Poll() {
     auto begin = Clock::now();
     auto last = begin;
@@ -193,8 +209,7 @@ void SlotPoller::Poll() {
             begin = last = Clock::now();
         }
         if (last >= nextRound) {
-            if (loop_.poll() != 0) {
-                const auto end = Clock::now();
+            if (const auto end = RunLoop(last); end != last) {
                 begin += end - last;
                 last = end;
             }

@@ -73,6 +73,10 @@ private:
     void SetPolled(Place& place, bool isPolled) noexcept;
     void GiveUpUnused();
 
+    /// Runs what the loop has, for a short time at most; gives when that ended, `begin` when there
+    /// was nothing.
+    Clock::time_point RunLoop(Clock::time_point begin);
+
     /// Serves the request of one connection if there is one.
     bool Look(Place& place);
     void StopAll();

@@ -26,9 +26,9 @@ std::optional<std::chrono::microseconds> ParseSpin(std::string_view text) noexce
     return std::chrono::microseconds(value);
 }
 
-std::chrono::nanoseconds SpinCap() noexcept {
-    std::chrono::microseconds cap = kMaxSpin;
-    if (const char* const text = ::secure_getenv(kVariable)) {
+std::chrono::nanoseconds SpinCap(std::optional<std::chrono::microseconds> wished) noexcept {
+    std::chrono::microseconds cap = wished.value_or(kMaxSpin);
+    if (const char* const text = wished ? nullptr : ::secure_getenv(kVariable)) {
         if (const auto spin = ParseSpin(text)) {
             cap = *spin;
         } else {

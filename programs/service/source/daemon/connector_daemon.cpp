@@ -30,7 +30,7 @@ zam_platform::ServerLimits Limits(const DaemonConfig& config) {
         limits.connectionsPerUser =
             ConnectionsOfUser(descriptors.rlim_cur, limits.connectionsPerUser);
     }
-    limits.spinCap = config.spin ? *config.spin : zam_platform::SpinCap();
+    limits.spinCap = zam_platform::SpinCap(config.spin);
     return limits;
 }
 
