@@ -135,7 +135,9 @@ bool SharedChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
             if (!IsGone(error)) {
                 throw;
             }
-            // Who reads a byte of a request says so before.
+            // Who reads a byte of a request says so before, and who closes a connection reads none
+            // of it later. One that this side has shut down says nothing of that: its call is ended
+            // by whoever did so, and goes nowhere else.
             if (memory_.answers->taken.load() != number_) {
                 return false;
             }
