@@ -168,7 +168,15 @@ void Server::Run() {
     const LogsWithoutWaiting logsWithoutWaiting;
     const LoopScope loopScope(*this);
     const auto work = asio::make_work_guard(context_);
-    Guard([this] { context_.run(); });
+    Guard([this] {
+        while (!context_.stopped()) {
+            if (poller_->IsPolling()) {
+                poller_->Poll();
+            } else {
+                context_.run_one();
+            }
+        }
+    });
     poller_->Stop();
 }
 

@@ -1,7 +1,6 @@
 #include "server/slot_poller.h"
 
 #include <sched.h>
-#include <asio/post.hpp>
 
 #include <algorithm>
 #include <limits>
@@ -147,25 +146,7 @@ void SlotPoller::SetPolled(Place& place, bool isPolled) noexcept {
         place.isPolled = isPolled;
         isPolled ? ++polled_ : --polled_;
         place.connection->TellPolling(isPolled);
-        if (isPolled && !isPolling_) {
-            BeginPolling();
-        }
     }
-}
-
-void SlotPoller::BeginPolling() {
-    isPolling_ = true;
-    asio::post(loop_, InRoom(pollRoom_, [this] {
-                   try {
-                       Poll();
-                   } catch (...) {
-                       // Of a handler that Poll ran. The loop goes on, and clients rely on being
-                       // looked at.
-                       BeginPolling();
-                       throw;
-                   }
-                   isPolling_ = false;
-               }));
 }
 
 bool SlotPoller::Look(Place& place) {

@@ -12,7 +12,6 @@
 #include "shared/shared_pages.h"
 #include "zam_platform/frame.h"
 #include "zam_platform/server/alarm.h"
-#include "zam_platform/server/handler_room.h"
 
 namespace zam_platform {
 
@@ -45,11 +44,16 @@ public:
     /// an answer is sent.
     void BeforeAnswer(ServerConnection& connection, const CallHints& hints, bool byMemory);
 
+    bool IsPolling() const noexcept { return polled_ != 0; }
+
     /// Whether a client that tells this of itself runs on another CPU than this thread.
     static bool IsElsewhere(const CallHints& hints) noexcept;
 
-    /// Tells the clients that nobody looks any more: the loop has ended.
+    /// Tells the clients that nobody looks any more, and does not look again.
     void Stop() noexcept;
+
+    /// Looks until nothing is worth looking for any more; runs the loop now and then.
+    void Poll();
 
     /// Where a frame is copied to from memory before it is looked at: one is handled at a time.
     unsigned char* Frame() noexcept { return frame_.data(); }
@@ -69,12 +73,6 @@ private:
     void SetPolled(Place& place, bool isPolled) noexcept;
     void GiveUpUnused();
 
-    /// Sees to it that the loop comes to `Poll` behind the handler that runs.
-    void BeginPolling();
-
-    /// Looks until nothing is worth looking for any more; runs the loop now and then.
-    void Poll();
-
     /// Runs what the loop has, for a short time at most; gives when that ended, `begin` when there
     /// was nothing.
     Clock::time_point RunLoop(Clock::time_point begin);
@@ -89,8 +87,6 @@ private:
     PollingLeave leave_;
     std::array<Place, kMaxSlots> places_;
     std::size_t polled_ = 0;
-    bool isPolling_ = false;  ///< or about to
-    HandlerRoom pollRoom_;
     Alarm unused_;
     alignas(8) std::array<unsigned char, kSlotBytes> frame_;
 };
