@@ -1,19 +1,18 @@
 #include "client/service_link.h"
 
 #include <fmt/format.h>
-#include <sys/random.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <exception>
 #include <new>
-#include <optional>
 #include <thread>
 #include <utility>
 
 #include "client/call_bounds.h"
 #include "client/call_under_way.h"
+#include "client/offers.h"
+#include "client/service_link_connection.h"
 #include "vd/service_locator.h"
 #include "zam_platform/report.h"
 
@@ -22,25 +21,8 @@ namespace {
 
 constexpr char kSourceFile[] = "service_link";
 
-/// How long a connect that may be interrupted goes on before it looks.
-constexpr std::chrono::milliseconds kConnectSlice{100};
-
 /// The bytes of a header that the stub writes and an answer must repeat.
 constexpr std::size_t kStubBytes = offsetof(vd_message_header, reserved);
-
-SessionToken NewToken() {
-    SessionToken token{};
-    std::size_t filled = 0;
-    while (filled < token.size()) {
-        const ssize_t got = ::getrandom(token.data() + filled, token.size() - filled, 0);
-        if (got > 0) {
-            filled += static_cast<std::size_t>(got);
-        } else if (errno != EINTR) {
-            throw PosixError("random bytes for a session token", errno);
-        }
-    }
-    return token;
-}
 
 bool IsPeerGone(std::int32_t status) {
     return status == kStatusUnavailable || status == kStatusBroken;
@@ -112,55 +94,6 @@ void ZeroFill(const LinkCall& call, const vd_message_header& stub) {
 
 }  // namespace
 
-struct ServiceLink::Connection {
-    std::unique_ptr<Channel> channel;
-    std::uint64_t calls = 0;              ///< made on this channel; numbers them
-    std::optional<std::uint16_t> offers;  ///< of `Offer`, once its service was asked
-    Connection* nextIdle = nullptr;
-    Connection* next = nullptr;
-    Connection* previous = nullptr;
-};
-
-class ServiceLink::Lease {
-public:
-    Lease(ServiceLink& link, Connection* connection) noexcept
-        : link_(link), connection_(connection) {}
-    Lease(const Lease&) = delete;
-    Lease& operator=(const Lease&) = delete;
-    ~Lease() { Reset(nullptr); }
-
-    explicit operator bool() const noexcept { return connection_ != nullptr; }
-    Connection* operator->() const noexcept { return connection_; }
-    Connection& operator*() const noexcept { return *connection_; }
-
-    /// Closes the connection and takes another.
-    void Reset(Connection* connection) noexcept {
-        if (connection_ != nullptr) {
-            link_.Discard(connection_);
-        }
-        connection_ = connection;
-    }
-
-    /// The connection, which is the caller's now.
-    Connection* Release() noexcept { return std::exchange(connection_, nullptr); }
-
-    void GiveBack() noexcept { link_.GiveBack(std::exchange(connection_, nullptr)); }
-
-private:
-    ServiceLink& link_;
-    Connection* connection_;
-};
-
-ServiceLink::ServiceLink(ChannelFactory connect)
-    : connect_(std::move(connect)), token_(NewToken()) {}
-
-ServiceLink::~ServiceLink() {
-    const qor::MutexLock lock(mutex_);
-    for (Connection* connection = all_; connection != nullptr;) {
-        delete std::exchange(connection, connection->next);
-    }
-}
-
 void ServiceLink::Open(VdCallBounds* bounds) {
     CallUnderWay underWay(bounds);
     const Deadline deadline = DeadlineOf(bounds);
@@ -187,7 +120,7 @@ std::int32_t ServiceLink::Call(const LinkCall& call) noexcept {
     std::int32_t status = EndCall(Try(call));
     if (call.farewell && status != kStatusOk) {
         if (status != kStatusUnavailable) {
-            RememberFarewell(call);
+            Remember(call);
         }
         status = kStatusOk;
     }
@@ -307,7 +240,7 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
             fresh = true;
         }
         underWay.Attach(*lease->channel);
-        const bool isThere = flags == 0 || AskForOffers(*lease, deadline);
+        const bool isThere = flags == 0 || LearnOffers(*lease, deadline);
         frame.prelude.flags = (lease->offers.value_or(0) & kOfferFailedTransfer) != 0 ? flags : 0;
         frame.prelude.callNumber = ++lease->calls;
         answer.callNumber = frame.prelude.callNumber;
@@ -330,7 +263,7 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
         throw PlatformError(kStatusProtocol, "the answer's header is not that of its request");
     }
     if (!isMessage) {
-        NoteOffers(*lease, answer);
+        lease->offers = OffersIn(answer);
     }
     if (underWay.Detach()) {
         lease.GiveBack();
@@ -338,89 +271,18 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
     ForgetFailures();
 }
 
-bool ServiceLink::AskForOffers(Connection& connection, const Deadline& deadline) {
-    if (connection.offers) {
-        return true;
+bool ServiceLink::LearnOffers(Connection& connection, const Deadline& deadline) {
+    if (!connection.offers) {
+        connection.offers = AskForOffers(*connection.channel, ++connection.calls, deadline);
     }
-    LookupResult result{};
-    OutgoingFrame frame{.prelude = {.kind = FrameKind::Lookup, .fixedBytes = kNoEndpoint.size()},
-                        .fixed = kNoEndpoint.data()};
-    frame.prelude.callNumber = ++connection.calls;
-    IncomingFrame answer{.kind = FrameKind::LookupAnswer,
-                         .callNumber = connection.calls,
-                         .fixed = &result,
-                         .fixedBytes = sizeof(result)};
-    if (!connection.channel->Send(frame, deadline)) {
-        return false;
-    }
-    if (!connection.channel->Receive(answer, deadline)) {
-        return false;
-    }
-    NoteOffers(connection, answer);
-    return true;
-}
-
-void ServiceLink::NoteOffers(Connection& connection, const IncomingFrame& answer) noexcept {
-    LookupResult result{};
-    if (answer.status == kStatusOk) {
-        std::memcpy(&result, answer.fixed, sizeof(result));
-    }
-    connection.offers = result.offers;
-}
-
-ServiceLink::Connection* ServiceLink::TakeIdle() noexcept {
-    const qor::MutexLock lock(mutex_);
-    Connection* const connection = idle_;
-    if (connection != nullptr) {
-        idle_ = connection->nextIdle;
-        --idleCount_;
-    }
-    return connection;
-}
-
-ServiceLink::Connection* ServiceLink::Connect(const Deadline& deadline,
-                                              const CallUnderWay& underWay) {
-    SessionToken token;
-    {
-        const qor::MutexLock lock(mutex_);
-        token = token_;
-    }
-    auto connection = std::make_unique<Connection>();
-    connection->channel = MakeChannel(token, deadline, underWay);
-    const qor::MutexLock lock(mutex_);
-    connection->next = all_;
-    if (all_ != nullptr) {
-        all_->previous = connection.get();
-    }
-    all_ = connection.get();
-    return connection.release();
-}
-
-std::unique_ptr<Channel> ServiceLink::MakeChannel(const SessionToken& token,
-                                                  const Deadline& deadline,
-                                                  const CallUnderWay& underWay) const {
-    if (!underWay.CanBeInterrupted()) {
-        return connect_(token, deadline);
-    }
-    // Nothing ends a connect from outside, so it looks up now and then.
-    for (;;) {
-        const Deadline slice = Earlier(deadline, std::chrono::steady_clock::now() + kConnectSlice);
-        try {
-            return connect_(token, slice);
-        } catch (const PlatformError& error) {
-            underWay.ThrowIfInterrupted();
-            if (error.Status() != kStatusTimeout || slice == deadline) {
-                throw;
-            }
-        }
-    }
+    return connection.offers.has_value();
 }
 
 ServiceLink::Connection* ServiceLink::ConnectAndSay(const Deadline& deadline,
                                                     CallUnderWay& underWay) {
     Lease lease(*this, Connect(deadline, underWay));
-    std::list<UnsaidFarewell> unsaid = TakeUnsaidFarewells();
-    if (unsaid.empty()) {
+    UnsaidFarewells unsaid = TakeUnsaid();
+    if (unsaid.IsEmpty()) {
         return lease.Release();
     }
     bool wasGiven = false;
@@ -429,8 +291,8 @@ ServiceLink::Connection* ServiceLink::ConnectAndSay(const Deadline& deadline,
         underWay.Attach(*lease->channel);
         const Deadline sayDeadline =
             Earlier(deadline, std::chrono::steady_clock::now() + kFarewellTimeout);
-        for (; !unsaid.empty(); unsaid.pop_front()) {
-            Say(unsaid.front(), *lease, sayDeadline);
+        for (; !unsaid.IsEmpty(); unsaid.DropFirst()) {
+            unsaid.SayFirst(*lease->channel, ++lease->calls, sayDeadline);
         }
         return lease.Release();
     } catch (const PlatformError& error) {
@@ -441,91 +303,28 @@ ServiceLink::Connection* ServiceLink::ConnectAndSay(const Deadline& deadline,
         // Nor is this.
     }
     if (wasGiven) {
-        unsaid.pop_front();
+        unsaid.DropFirst();
     }
-    PutBackFarewells(std::move(unsaid));
+    PutBack(std::move(unsaid));
     underWay.ThrowIfInterrupted();
     lease.Reset(Connect(deadline, underWay));
     return lease.Release();
 }
 
-void ServiceLink::Say(UnsaidFarewell& farewell, Connection& connection, const Deadline& deadline) {
-    OutgoingFrame frame{.prelude = {.kind = FrameKind::Call, .fixedBytes = farewell.requestBytes},
-                        .fixed = farewell.request.data()};
-    frame.prelude.callNumber = ++connection.calls;
-    IncomingFrame answer{.kind = FrameKind::Answer,
-                         .callNumber = connection.calls,
-                         .fixed = farewell.response.data(),
-                         .fixedBytes = static_cast<std::uint32_t>(farewell.response.size())};
-    if (!connection.channel->Send(frame, deadline) ||
-        !connection.channel->Receive(answer, deadline)) {
-        throw PlatformError(kStatusBroken, "the service took no byte of a farewell");
-    }
-}
-
-void ServiceLink::PutBackFarewells(std::list<UnsaidFarewell> farewells) noexcept {
+UnsaidFarewells ServiceLink::TakeUnsaid() noexcept {
     const qor::MutexLock lock(mutex_);
-    unsaidFarewells_.splice(unsaidFarewells_.begin(), farewells);
-    while (unsaidFarewells_.size() > kMaxUnsaidFarewells) {
-        unsaidFarewells_.pop_front();
-    }
+    return std::exchange(unsaid_, {});
 }
 
-void ServiceLink::RememberFarewell(const LinkCall& call) noexcept {
-    if (call.request->fixedSize > kMaxFixedBytes ||
-        (call.requestArena != nullptr && call.requestArena->used != 0) ||
-        call.responseArena != nullptr) {
-        return;
-    }
-    try {
-        std::list<UnsaidFarewell> farewell(1);
-        farewell.front().request.resize((call.request->fixedSize + sizeof(std::uint64_t) - 1) /
-                                        sizeof(std::uint64_t));
-        farewell.front().requestBytes = call.request->fixedSize;
-        farewell.front().response.resize(call.response->fixedSize);
-        std::memcpy(farewell.front().request.data(), call.request, call.request->fixedSize);
-        const qor::MutexLock lock(mutex_);
-        if (unsaidFarewells_.size() >= kMaxUnsaidFarewells) {
-            unsaidFarewells_.pop_front();
-        }
-        unsaidFarewells_.splice(unsaidFarewells_.end(), farewell);
-    } catch (const std::bad_alloc&) {
-        // What it would have ended ends with the session.
-    }
-}
-
-std::list<ServiceLink::UnsaidFarewell> ServiceLink::TakeUnsaidFarewells() noexcept {
-    std::list<UnsaidFarewell> farewells;
+void ServiceLink::PutBack(UnsaidFarewells farewells) noexcept {
     const qor::MutexLock lock(mutex_);
-    farewells.swap(unsaidFarewells_);
-    return farewells;
+    unsaid_.Prepend(std::move(farewells));
 }
 
-void ServiceLink::GiveBack(Connection* connection) noexcept {
-    {
-        const qor::MutexLock lock(mutex_);
-        if (idleCount_ < kMaxIdleChannels) {
-            connection->nextIdle = idle_;
-            idle_ = connection;
-            ++idleCount_;
-            return;
-        }
-    }
-    Discard(connection);
-}
-
-void ServiceLink::Discard(Connection* connection) noexcept {
-    // Closed under the lock, or a fork in between would leave the child a copy that nobody knows.
+void ServiceLink::Remember(const LinkCall& call) noexcept {
+    UnsaidFarewells farewell = UnsaidFarewells::Of(call);
     const qor::MutexLock lock(mutex_);
-    Unlink(connection);
-    delete connection;
-}
-
-void ServiceLink::Unlink(Connection* connection) noexcept {
-    (connection->previous == nullptr ? all_ : connection->previous->next) = connection->next;
-    if (connection->next != nullptr) {
-        connection->next->previous = connection->previous;
-    }
+    unsaid_.Append(std::move(farewell));
 }
 
 void ServiceLink::DelayFailure(const Deadline& deadline) noexcept {
@@ -542,25 +341,6 @@ void ServiceLink::ForgetFailures() noexcept {
     if (failureDelayMs_.load(std::memory_order_relaxed) != 0) {
         failureDelayMs_.store(0, std::memory_order_relaxed);
     }
-}
-
-void ServiceLink::RestartInChild() noexcept {
-    for (Connection* connection = all_; connection != nullptr; connection = connection->next) {
-        connection->channel->Abandon();
-    }
-    while (idle_ != nullptr) {
-        Connection* const connection = idle_;
-        idle_ = connection->nextIdle;
-        Unlink(connection);
-        delete connection;
-    }
-    // What is left was leased by threads that the child does not have: nobody will free it.
-    all_ = nullptr;
-    idleCount_ = 0;
-    unsaidFarewells_.clear();  // the parent's
-    failureDelayMs_.store(0, std::memory_order_relaxed);
-    token_ = NewToken();
-    mutex_.unlock();
 }
 
 }  // namespace zam_platform

@@ -4,11 +4,10 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <list>
 #include <memory>
 #include <string_view>
-#include <vector>
 
+#include "client/unsaid_farewells.h"
 #include "qor/mutex.h"
 #include "vd/arena.h"
 #include "vd/call_bounds.h"
@@ -27,10 +26,6 @@ inline constexpr std::chrono::milliseconds kLastFailureDelay{250};
 
 /// Longest time that a farewell is tried for.
 inline constexpr std::chrono::milliseconds kFarewellTimeout{750};
-
-/// Farewells that could not be said and are remembered, to be said on the next connection. More are
-/// dropped, oldest first: what they would have ended then ends with the session.
-inline constexpr std::size_t kMaxUnsaidFarewells = 16;
 
 /// One call, as the transport's operation gets it.
 struct LinkCall {
@@ -77,13 +72,6 @@ public:
 private:
     struct Connection;
 
-    /// A farewell that failed although a service may be there.
-    struct UnsaidFarewell {
-        std::vector<std::uint64_t> request;  ///< the fixed part, 8-aligned
-        std::uint32_t requestBytes = 0;
-        std::vector<unsigned char> response;  ///< room for the answer, so that saying it takes none
-    };
-
     /// A connection in the hands of one call; closed unless it is given back.
     class Lease;
 
@@ -102,21 +90,18 @@ private:
     /// What the call's bounds want the service to be told, if it understands.
     static std::uint32_t FlagsOf(const LinkCall& call) noexcept;
 
-    /// Learns what the process at the other end offers: its predecessor may have offered other
-    /// things. False when it is gone.
-    static bool AskForOffers(Connection& connection, const Deadline& deadline);
-    static void NoteOffers(Connection& connection, const IncomingFrame& answer) noexcept;
+    /// Learns what the process at the other end offers, if that is not known. False when it is
+    /// gone.
+    static bool LearnOffers(Connection& connection, const Deadline& deadline);
 
     /// A connection of this call's own, on which what was left to say has been said.
     Connection* ConnectAndSay(const Deadline& deadline, CallUnderWay& underWay);
     std::unique_ptr<Channel> MakeChannel(const SessionToken& token, const Deadline& deadline,
                                          const CallUnderWay& underWay) const;
 
-    void RememberFarewell(const LinkCall& call) noexcept QOR_EXCLUDES(mutex_);
-    std::list<UnsaidFarewell> TakeUnsaidFarewells() noexcept QOR_EXCLUDES(mutex_);
-    /// Takes the earlier ones of those that are remembered back.
-    void PutBackFarewells(std::list<UnsaidFarewell> farewells) noexcept QOR_EXCLUDES(mutex_);
-    static void Say(UnsaidFarewell& farewell, Connection& connection, const Deadline& deadline);
+    void Remember(const LinkCall& farewell) noexcept QOR_EXCLUDES(mutex_);
+    UnsaidFarewells TakeUnsaid() noexcept QOR_EXCLUDES(mutex_);
+    void PutBack(UnsaidFarewells farewells) noexcept QOR_EXCLUDES(mutex_);
 
     /// Waits, but not beyond the deadline of the call.
     void DelayFailure(const Deadline& deadline) noexcept;
@@ -130,7 +115,7 @@ private:
     std::size_t idleCount_ QOR_GUARDED_BY(mutex_) = 0;
     Connection* all_ QOR_GUARDED_BY(mutex_) = nullptr;  ///< every one, leased ones included
 
-    std::list<UnsaidFarewell> unsaidFarewells_ QOR_GUARDED_BY(mutex_);  ///< oldest first
+    UnsaidFarewells unsaid_ QOR_GUARDED_BY(mutex_);
 
     std::atomic<std::uint32_t> failureDelayMs_{0};
 };

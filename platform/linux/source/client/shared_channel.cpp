@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "client/answer_head.h"
+#include "client/offers.h"
 #include "shared/cpu_share.h"
 #include "shared/pause.h"
 #include "shared/preemption.h"
@@ -244,8 +245,12 @@ bool SharedChannel::ReceiveBehindLooks(IncomingFrame& frame, const Deadline& dea
 
 bool SharedChannel::AskForMemory(const Deadline& deadline) {
     try {
-        if (!isOffered_ && !AskForOffers(deadline)) {
-            return false;
+        if (!isOffered_) {
+            const auto offers = AskForOffers(*this, number_, deadline);
+            if (!offers) {
+                return false;
+            }
+            isOffered_ = (*offers & kOfferSharedMemory) != 0;
         }
         if (!isOffered_) {
             mayAsk_ = false;
@@ -271,24 +276,6 @@ bool SharedChannel::AskForMemory(const Deadline& deadline) {
         }
         return false;
     }
-}
-
-bool SharedChannel::AskForOffers(const Deadline& deadline) {
-    LookupResult result{};
-    const OutgoingFrame lookup{.prelude = {.kind = FrameKind::Lookup,
-                                           .callNumber = number_,
-                                           .fixedBytes = kNoEndpoint.size()},
-                               .fixed = kNoEndpoint.data()};
-    IncomingFrame answer{.kind = FrameKind::LookupAnswer,
-                         .callNumber = number_,
-                         .fixed = &result,
-                         .fixedBytes = sizeof(result)};
-    if (!socket_.Send(lookup, deadline)) {
-        return false;
-    }
-    ReceiveThroughSocket(answer, deadline);
-    isOffered_ = answer.status == kStatusOk && (result.offers & kOfferSharedMemory) != 0;
-    return true;
 }
 
 void SharedChannel::TakeGrant(const Deadline& deadline) {

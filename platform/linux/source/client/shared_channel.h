@@ -51,7 +51,6 @@ private:
 
     /// Asks the service for memory. False when the connection is of no more use.
     bool AskForMemory(const Deadline& deadline);
-    bool AskForOffers(const Deadline& deadline);
     void TakeGrant(const Deadline& deadline);
     std::uint32_t Hints() const noexcept;
 

@@ -105,6 +105,8 @@ private:
 
         CallCanceller ownCalls_{CallCanceller::Closes::Allowed};
         std::optional<CallScope> ownScope_;  ///< while the rounds are outside of observers
+        // Lock order: this mutex, then that of `ownCalls_`. Calls are ended under it, so that the
+        // thread goes into no observer between the look at where it is and that.
         mutable qor::Mutex mutex_;
         std::condition_variable changed_;
         bool isInObserver_ QOR_GUARDED_BY(mutex_) = false;
