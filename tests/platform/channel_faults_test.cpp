@@ -11,21 +11,6 @@ namespace {
 
 constexpr std::uint32_t kSmallRoomBytes = 16;
 
-struct BrokenAnswer {
-    const char* name;
-    Bytes answer;
-    std::int32_t status;
-    std::string text;
-};
-
-/// A sound answer with some bytes replaced.
-Bytes ChangedAnswer(std::size_t offset, const Bytes& replacement) {
-    Bytes answer = AnswerFrame(1, 5, BytesOf("abc"));
-    std::copy(replacement.begin(), replacement.end(),
-              answer.begin() + static_cast<std::ptrdiff_t>(offset));
-    return answer;
-}
-
 Bytes MessageWithHeader(std::uint16_t riid, std::uint16_t operation, std::uint32_t fixedSize) {
     TestMessage message = MakeMessage(operation, 5, riid);
     message.header.fixedSize = fixedSize;

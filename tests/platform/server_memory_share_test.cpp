@@ -42,6 +42,15 @@ protected:
         Await("memory", [&socket] { return StatusOfRequest(socket) == kStatusOk; });
     }
 
+    /// Each is a client of its own.
+    static std::deque<MemoryPeer> PeersInAllPlaces(const TestServer& server) {
+        std::deque<MemoryPeer> peers;
+        for (std::size_t index = 0; index < kPlaces; ++index) {
+            peers.emplace_back(server, static_cast<unsigned char>(index));
+        }
+        return peers;
+    }
+
     static void ExpectEchoes(const RawSocket& socket, std::uint64_t number) {
         socket.Send(CallFrame(number, kEcho, 70 + number));
         const Frame answer = socket.ReadFrame();
@@ -94,10 +103,7 @@ TEST_F(ServerMemoryShare, IsNobodysWhereThereIsNone) {
 
 TEST_F(ServerMemoryShare, GoesToAnotherFromTheOneThatHasNotUsedItForLongest) {
     TestServer server(Limits());
-    std::deque<MemoryPeer> peers;
-    for (std::size_t index = 0; index < kPlaces; ++index) {
-        peers.emplace_back(server, static_cast<unsigned char>(index));
-    }
+    std::deque<MemoryPeer> peers = PeersInAllPlaces(server);
     peers[0].Call(1, CallFrame(1, kEcho, 1));
     const RawSocket ninth = server.Greet(0x99);
     AwaitMemory(ninth);
@@ -121,10 +127,7 @@ TEST_F(ServerMemoryShare, GoesToAnotherFromTheOneThatHasNotUsedItForLongest) {
 
 TEST_F(ServerMemoryShare, IsServedForTheLastTimeWhenItIsGivenUp) {
     TestServer server(Limits());
-    std::deque<MemoryPeer> peers;
-    for (std::size_t index = 0; index < kPlaces; ++index) {
-        peers.emplace_back(server, static_cast<unsigned char>(index));
-    }
+    std::deque<MemoryPeer> peers = PeersInAllPlaces(server);
     peers[0].Put(1, CallFrame(1, kEcho, 51));
     const RawSocket ninth = server.Greet(0x99);
     AwaitMemory(ninth);
@@ -139,10 +142,7 @@ TEST_F(ServerMemoryShare, IsServedForTheLastTimeWhenItIsGivenUp) {
 
 TEST_F(ServerMemoryShare, EndsWithTheConnectionThatARequestEndsWhenItIsGivenUp) {
     TestServer server(Limits());
-    std::deque<MemoryPeer> peers;
-    for (std::size_t index = 0; index < kPlaces; ++index) {
-        peers.emplace_back(server, static_cast<unsigned char>(index));
-    }
+    std::deque<MemoryPeer> peers = PeersInAllPlaces(server);
     peers[0].Put(1, CallFrame(1, kDrop, 52));
     peers[1].Put(7, CallFrame(7, kEcho, 53));
     const RawSocket ninth = server.Greet(0x98);
@@ -163,10 +163,7 @@ TEST_F(ServerMemoryShare, IsNotGivenToAConnectionThatEndsWhileAnotherGivesItUp) 
         TestMessage message{};
         responder.Answer(message);
     });
-    std::deque<MemoryPeer> peers;
-    for (std::size_t index = 0; index < kPlaces; ++index) {
-        peers.emplace_back(server, static_cast<unsigned char>(index));
-    }
+    std::deque<MemoryPeer> peers = PeersInAllPlaces(server);
     peers[0].Put(1, CallFrame(1, kCustom, 1));
     // Until the others have rested for long enough nobody gives any up.
     while (peers[0].Answers().answer.load() != 1) {
@@ -189,10 +186,7 @@ TEST_F(ServerMemoryShare, IsHalfOfAUsersWhenAnotherWantsIt) {
     g_memoryUser = 1000;
     const auto before = SetPeerCredentialsFunction(
         [](int, bool) { return PeerCredentials{.user = g_memoryUser, .group = 1, .groups = {}}; });
-    std::deque<MemoryPeer> peers;
-    for (std::size_t index = 0; index < kPlaces; ++index) {
-        peers.emplace_back(server, static_cast<unsigned char>(index));
-    }
+    std::deque<MemoryPeer> peers = PeersInAllPlaces(server);
     g_memoryUser = 0;
     std::deque<MemoryPeer> others;
     for (std::size_t index = 0; index < kPlaces / 2; ++index) {

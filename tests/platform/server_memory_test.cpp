@@ -33,6 +33,15 @@ protected:
         EXPECT_EQ(socket.ReadFrame().prelude.kind, FrameKind::LookupAnswer);
     }
 
+    /// Tells what becomes of the answers to `kCustom`: 1 taken, 0 lost.
+    void WatchAnswers(std::atomic<int>& told) {
+        server_.Endpoint().Custom([&told](const Request&, Responder responder) {
+            responder.Watch([&told](bool wasTaken) { told = wasTaken ? 1 : 0; });
+            TestMessage message{};
+            responder.Answer(message);
+        });
+    }
+
     zam_connector::testing::RecordingLogger logger_;
     TestServer server_{kWithMemory};
 };
@@ -257,11 +266,7 @@ TEST_F(ServerMemory, AnswersByTheSocketWhatAnotherThreadGivesWhileTheHandlerRuns
 
 TEST_F(ServerMemory, AnswersByTheSocketWhatIsWatchedAndHeedsNoStaleLook) {
     std::atomic<int> told{-1};
-    server_.Endpoint().Custom([&told](const Request&, Responder responder) {
-        responder.Watch([&told](bool wasTaken) { told = wasTaken ? 1 : 0; });
-        TestMessage message{};
-        responder.Answer(message);
-    });
+    WatchAnswers(told);
     MemoryPeer peer(server_);
     peer.Put(1, CallFrame(1, kCustom, 0));
     peer.Look(1);
@@ -277,11 +282,7 @@ TEST_F(ServerMemory, AnswersByTheSocketWhatIsWatchedAndHeedsNoStaleLook) {
 
 TEST_F(ServerMemory, TellsThatAWatchedAnswerWasLostWithIt) {
     std::atomic<int> told{-1};
-    server_.Endpoint().Custom([&told](const Request&, Responder responder) {
-        responder.Watch([&told](bool wasTaken) { told = wasTaken ? 1 : 0; });
-        TestMessage message{};
-        responder.Answer(message);
-    });
+    WatchAnswers(told);
     MemoryPeer peer(server_);
     peer.Put(1, CallFrame(1, kCustom, 0));
     peer.Look(1);

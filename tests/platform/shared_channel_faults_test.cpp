@@ -126,35 +126,21 @@ TEST_F(SharedChannelFaults, OfMoreFilesThanTwoLeaveNoDescriptor) {
     EXPECT_TRUE(NewSince(before).empty()) << Describe(NewSince(before));
 }
 
-struct SlotAnswer {
-    const char* name;
-    Bytes answer;
-    std::int32_t status;
-    std::string text;
-};
-
-Bytes SlotAnswerWith(std::size_t offset, const Bytes& replacement) {
-    Bytes answer = AnswerFrame(1, 5, BytesOf("abc"));
-    std::copy(replacement.begin(), replacement.end(),
-              answer.begin() + static_cast<std::ptrdiff_t>(offset));
-    return answer;
-}
-
-std::vector<SlotAnswer> SlotAnswers() {
+std::vector<BrokenAnswer> SlotAnswers() {
     const Prelude answer{.kind = FrameKind::Answer, .callNumber = 1};
     const Prelude failed{.kind = FrameKind::Answer, .callNumber = 1, .status = 3};
     const Bytes message = MessageBytes(MakeMessage(0, 5));
     return {
         {"zeros", Bytes(64), kStatusProtocol, "frame magic is 0x00000000, not 0x464d415a"},
-        {"version", SlotAnswerWith(4, {2}), kStatusVersion, "frame version is 2, not 1"},
-        {"kind 10", SlotAnswerWith(6, {10}), kStatusProtocol, "frame kind is 10, not 1 to 9"},
-        {"a call", SlotAnswerWith(6, {4}), kStatusProtocol, "answer of frame kind 4, not 5"},
-        {"a look", SlotAnswerWith(6, {9}), kStatusProtocol, "answer of frame kind 9, not 5"},
-        {"the next call", SlotAnswerWith(8, {2}), kStatusProtocol, "answer to call 2, not 1"},
-        {"the last call", SlotAnswerWith(8, {0}), kStatusProtocol, "answer to call 0, not 1"},
-        {"fixed part beyond the cap", SlotAnswerWith(16, {1, 0x10}), kStatusProtocol,
+        {"version", ChangedAnswer(4, {2}), kStatusVersion, "frame version is 2, not 1"},
+        {"kind 10", ChangedAnswer(6, {10}), kStatusProtocol, "frame kind is 10, not 1 to 9"},
+        {"a call", ChangedAnswer(6, {4}), kStatusProtocol, "answer of frame kind 4, not 5"},
+        {"a look", ChangedAnswer(6, {9}), kStatusProtocol, "answer of frame kind 9, not 5"},
+        {"the next call", ChangedAnswer(8, {2}), kStatusProtocol, "answer to call 2, not 1"},
+        {"the last call", ChangedAnswer(8, {0}), kStatusProtocol, "answer to call 0, not 1"},
+        {"fixed part beyond the cap", ChangedAnswer(16, {1, 0x10}), kStatusProtocol,
          "fixed part of 4097 bytes exceeds 4096"},
-        {"flags", SlotAnswerWith(28, {1}), kStatusProtocol, "unknown flags 0x1 of the frame"},
+        {"flags", ChangedAnswer(28, {1}), kStatusProtocol, "unknown flags 0x1 of the frame"},
         {"fixed part too small", FrameOf(answer, Head(message, 24)), kStatusProtocol,
          "answer with a fixed part of 24 bytes, not 32"},
         {"fixed part too large", FrameOf(answer, message + Bytes(8)), kStatusProtocol,
@@ -173,7 +159,7 @@ std::vector<SlotAnswer> SlotAnswers() {
 }
 
 TEST_F(SharedChannelFaults, InAnswersFailTheCallAndCloseTheConnection) {
-    for (const SlotAnswer& row : SlotAnswers()) {
+    for (const BrokenAnswer& row : SlotAnswers()) {
         SCOPED_TRACE(row.name);
         logger_.Clear();
         SharedLink link;
@@ -253,13 +239,8 @@ TEST_F(SharedChannelFaults, OfPagesThatChangeWhileTheyAreReadGiveWhatWasChecked)
 /// One that lies about looking, and about who is to be told.
 TEST_F(SharedChannelFaults, InWhatAServiceSaysOfItselfCostNoCall) {
     SharedLink link;
-    link.Prepare([](SharedPeer& peer) {
-        peer.Grant();
-        peer.Answer(1, 101);
-    });
+    SharedPeer& peer = link.Begin();
     TestCall call;
-    ASSERT_EQ(call.On(*link), kStatusOk);
-    SharedPeer& peer = link.At(0);
     peer.socket.Read(48 + 33 + 40);
     constexpr std::uint64_t kCalls = 300;
     std::atomic<bool> isDone{false};

@@ -36,24 +36,11 @@ protected:
 
     /// The first call of the first connection, through memory.
     SharedPeer& Begin() {
-        link_.Prepare([](SharedPeer& peer) {
-            peer.Grant();
-            peer.Answer(1, 101);
-        });
-        ExpectAnswer(101);
-        SharedPeer& peer = link_.At(0);
+        SharedPeer& peer = link_.Begin();
         EXPECT_EQ(peer.Requests().request.load(), 1U);
         peer.socket.Read(kHelloBytes + 33 + 40);
         EXPECT_FALSE(peer.socket.HasInput());
         return peer;
-    }
-
-    /// The next connection answers its first call.
-    void PrepareSuccessor() {
-        link_.Prepare([](SharedPeer& peer) {
-            peer.Grant();
-            peer.Answer(1, 201);
-        });
     }
 
     zam_connector::testing::RecordingLogger logger_;
@@ -61,10 +48,7 @@ protected:
 };
 
 TEST_F(SharedChannelTest, AsksForOffersAndThenForMemoryInTheseBytes) {
-    link_.Prepare([](SharedPeer& peer) {
-        peer.Grant();
-        peer.Answer(1, 101);
-    });
+    link_.PrepareAnswer(101);
     ExpectAnswer(101);
     const RawSocket& socket = link_.At(0).socket;
     EXPECT_EQ(socket.ReadFrame().prelude.kind, FrameKind::Hello);
@@ -186,14 +170,8 @@ TEST_F(SharedChannelTest, FailsForLooksThatHaveNoPlaceInTheOrder) {
     for (const auto& [what, looks] : rows) {
         SCOPED_TRACE(what);
         SharedLink link;
-        link.Prepare([](SharedPeer& peer) {
-            peer.Grant();
-            peer.Answer(1, 101);
-        });
-        TestCall call;
-        ASSERT_EQ(call.On(*link), kStatusOk);
-        link.At(0).socket.Send(looks);
-        EXPECT_EQ(call.On(*link), kStatusProtocol);
+        link.Begin().socket.Send(looks);
+        EXPECT_EQ(TestCall().On(*link), kStatusProtocol);
         EXPECT_EQ(link.Connections(), 1U);
     }
 }
@@ -215,17 +193,9 @@ TEST_F(SharedChannelTest, GoesToANewConnectionWhenItsRequestIsSentBack) {
     for (const bool isTaken : {false, true}) {
         SCOPED_TRACE(isTaken);
         SharedLink link;
-        link.Prepare([](SharedPeer& peer) {
-            peer.Grant();
-            peer.Answer(1, 101);
-        });
+        SharedPeer& peer = link.Begin();
+        link.PrepareAnswer(201);
         TestCall call;
-        ASSERT_EQ(call.On(*link), kStatusOk);
-        link.Prepare([](SharedPeer& peer) {
-            peer.Grant();
-            peer.Answer(1, 201);
-        });
-        SharedPeer& peer = link.At(0);
         const Background service([&peer, isTaken] {
             peer.AwaitRequest(2);
             peer.Answers().taken.store(isTaken ? 2 : 1);
@@ -239,7 +209,7 @@ TEST_F(SharedChannelTest, GoesToANewConnectionWhenItsRequestIsSentBack) {
 
 TEST_F(SharedChannelTest, GoesToTheSuccessorOnceWhenNothingWasTaken) {
     Begin().socket.Close();
-    PrepareSuccessor();
+    link_.PrepareAnswer(201);
     ExpectAnswer(201);
     EXPECT_EQ(link_.Connections(), 2U);
     EXPECT_EQ(link_.At(0).Requests().request.load(), 2U);
@@ -267,10 +237,7 @@ TEST_F(SharedChannelTest, TakesTheLastAnswerOfAServiceThatEnds) {
     peer.socket.Close();
     ExpectAnswer(102);
     // And when it looks for it no more.
-    link_.Prepare([](SharedPeer& made) {
-        made.Grant();
-        made.Answer(1, 201);
-    });
+    link_.PrepareAnswer(201);
     ExpectAnswer(201);
     SharedPeer& next = link_.At(1);
     const Background service([&next] {
@@ -323,7 +290,7 @@ std::size_t MappingsOfMemory() {
 TEST_F(SharedChannelTest, LeavesNothingOfItsMemoryToAChild) {
     SharedPeer& peer = Begin();
     ASSERT_EQ(MappingsOfMemory(), 4U) << "of both ends";
-    PrepareSuccessor();
+    link_.PrepareAnswer(201);
     (*link_).LockForFork();
     const pid_t child = ::fork();
     if (child == 0) {

@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <stdexcept>
+#include <string>
 #include <utility>
+
+#include "support/test_call.h"
 
 namespace zam_platform::testing {
 
@@ -33,6 +37,23 @@ SharedLink::SharedLink()
 void SharedLink::Prepare(Script script) {
     const std::lock_guard lock(mutex_);
     scripts_.push_back(std::move(script));
+}
+
+void SharedLink::PrepareAnswer(std::uint64_t value) {
+    Prepare([value](SharedPeer& peer) {
+        peer.Grant();
+        peer.Answer(1, value);
+    });
+}
+
+SharedPeer& SharedLink::Begin() {
+    PrepareAnswer(101);
+    TestCall call;
+    const std::int32_t status = call.On(link_);
+    if (status != kStatusOk || call.Value() != 101) {
+        throw std::runtime_error("the first call failed with status " + std::to_string(status));
+    }
+    return At(0);
 }
 
 SharedPeer& SharedLink::At(std::size_t index) {

@@ -52,6 +52,13 @@ public:
     /// What the peer of the next connection does before the link uses it, in the place of granting.
     void Prepare(Script script);
 
+    /// The next connection's peer grants memory and answers the first call there.
+    void PrepareAnswer(std::uint64_t value);
+
+    /// Makes the first call of the first connection, through memory; gives its peer. Throws when
+    /// the call fails.
+    SharedPeer& Begin();
+
     SharedPeer& At(std::size_t index);
     std::size_t Connections() const;
 

@@ -57,6 +57,13 @@ Bytes StatusFrame(FrameKind kind, std::uint64_t callNumber, std::int32_t status)
     return FrameOf({.kind = kind, .callNumber = callNumber, .status = status});
 }
 
+Bytes ChangedAnswer(std::size_t offset, const Bytes& replacement) {
+    Bytes answer = AnswerFrame(1, 5, BytesOf("abc"));
+    std::copy(replacement.begin(), replacement.end(),
+              answer.begin() + static_cast<std::ptrdiff_t>(offset));
+    return answer;
+}
+
 Bytes EchoOf(const Frame& call) {
     return FrameOf({.kind = FrameKind::Answer, .callNumber = call.prelude.callNumber}, call.fixed,
                    call.arena);

@@ -7,6 +7,7 @@
 #include <deque>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "client/service_link.h"
@@ -35,6 +36,17 @@ Bytes CallFrame(std::uint64_t callNumber, std::uint16_t operation, std::uint64_t
 Bytes AnswerFrame(std::uint64_t callNumber, std::uint64_t value, const Bytes& arena = {},
                   std::uint16_t operation = 0);
 Bytes StatusFrame(FrameKind kind, std::uint64_t callNumber, std::int32_t status);
+
+/// A sound answer to call 1 with some bytes replaced.
+Bytes ChangedAnswer(std::size_t offset, const Bytes& replacement);
+
+/// An answer that a client must not take, and what it makes of it.
+struct BrokenAnswer {
+    const char* name;
+    Bytes answer;
+    std::int32_t status;
+    std::string text;
+};
 
 /// The answer that repeats a call's value and arena.
 Bytes EchoOf(const Frame& call);

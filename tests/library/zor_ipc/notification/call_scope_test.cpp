@@ -262,74 +262,75 @@ TEST(ChannelCloseScope, IsTriedBehindACancel) {
     EXPECT_TRUE(FakeCall().isEntered);
 }
 
+/// A close of a channel under calls that may be cancelled, of whose tries it keeps the number.
+class CancellableClose {
+public:
+    /// The code of the close, by what `call` returns for each try.
+    template <typename Call>
+    int By(Call&& call) {
+        return close_.Close([this, &call] {
+            ++tries;
+            return call();
+        });
+    }
+
+    CallCanceller canceller{CallCanceller::Closes::Allowed};
+    int tries = 0;
+
+private:
+    const CallScope scope_{{.canceller = &canceller}};
+    ChannelCloseScope close_;
+};
+
 TEST(ChannelCloseScope, IsTriedOnceMoreWhenACancelEndsIt) {
-    CallCanceller canceller(CallCanceller::Closes::Allowed);
-    const CallScope scope({.canceller = &canceller});
-    int calls = 0;
+    int tries = 0;
     {
-        ChannelCloseScope close;
-        EXPECT_EQ(close.Close([&] {
-            ++calls;
-            return CallThatEnds(&canceller);
-        }),
-                  0);
+        CancellableClose close;
+        EXPECT_EQ(close.By([&close] { return CallThatEnds(&close.canceller); }), 0);
+        tries = close.tries;
         EXPECT_EQ(FakeCall::Bounds()->enter, nullptr);
         EXPECT_GT(FakeCall::Bounds()->deadlineNs, Ns(steady_clock::now()));
         EXPECT_LE(FakeCall::Bounds()->deadlineNs, Ns(steady_clock::now() + kCloseTimeout));
     }
-    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(tries, 2);
     EXPECT_EQ(*VdZorTransport_LastStatus(), 0);
 }
 
 TEST(ChannelCloseScope, IsTriedOnceMoreWhenACancelComesBeforeItBegins) {
-    CallCanceller canceller(CallCanceller::Closes::Allowed);
-    const CallScope scope({.canceller = &canceller});
-    ChannelCloseScope close;
-    canceller.Cancel();
-    int calls = 0;
-    EXPECT_EQ(close.Close([&] {
-        ++calls;
-        return CallThatEnds(nullptr);
-    }),
-              0);
-    EXPECT_EQ(calls, 2);
+    CancellableClose close;
+    close.canceller.Cancel();
+    EXPECT_EQ(close.By([] { return CallThatEnds(nullptr); }), 0);
+    EXPECT_EQ(close.tries, 2);
 }
 
 /// The service may have closed the channel before the cancel came.
 TEST(ChannelCloseScope, FailsAsTheFirstTimeWhenItFailsAgain) {
-    CallCanceller canceller(CallCanceller::Closes::Allowed);
-    const CallScope scope({.canceller = &canceller});
     std::int32_t& last = *VdZorTransport_LastStatus();
-    int calls = 0;
     {
-        ChannelCloseScope close;
-        EXPECT_EQ(close.Close([&] {
-            if (++calls == 1) {
-                return CallThatEnds(&canceller);
+        CancellableClose close;
+        const int code = close.By([&close, &last] {
+            if (close.tries == 1) {
+                return CallThatEnds(&close.canceller);
             }
             last = 0;
             return -7;
-        }),
-                  -1);
+        });
+        EXPECT_EQ(code, -1);
+        EXPECT_EQ(close.tries, 2);
     }
-    EXPECT_EQ(calls, 2);
     EXPECT_EQ(last, 10);
     last = 0;
 }
 
 TEST(ChannelCloseScope, IsTriedOnceWhenTheServiceRefusesItBesideACancel) {
-    CallCanceller canceller(CallCanceller::Closes::Allowed);
-    const CallScope scope({.canceller = &canceller});
-    int calls = 0;
-    ChannelCloseScope close;
-    EXPECT_EQ(close.Close([&] {
-        ++calls;
-        canceller.Cancel();
+    CancellableClose close;
+    const int code = close.By([&close] {
+        close.canceller.Cancel();
         *VdZorTransport_LastStatus() = 0;
         return -7;
-    }),
-              -7);
-    EXPECT_EQ(calls, 1);
+    });
+    EXPECT_EQ(code, -7);
+    EXPECT_EQ(close.tries, 1);
 }
 
 TEST(ChannelCloseScope, IsTriedOnceWhenNobodyCancelsIt) {
