@@ -100,11 +100,12 @@ protected:
 
     std::unique_ptr<ServiceLink> NewLink() {
         return std::make_unique<ServiceLink>([this](const SessionToken& token, const Deadline&) {
-            return NewHotChannel(server_.Connect().Release(), token);
+            return NewHotChannel(server_.Connect().Release(), token, process_);
         });
     }
 
     zam_connector::testing::RecordingLogger logger_;
+    ProcessPolling process_ = BoundlessPolling();
     std::mutex mutex_;
     std::set<std::uint64_t> served_;  // guarded by mutex_
     std::size_t twice_ = 0;           // guarded by mutex_

@@ -3,9 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <random>
+#include <thread>
 #include <vector>
 
 namespace zam_platform::testing {
@@ -169,6 +171,27 @@ TEST_F(Leave, IsNotGivenTwiceForTheSameTime) {
     leave_ = PollingLeave(kGreatestCap, kSocketTrip, kDawn);
     leave_.EndPoll(kDawn - seconds(1), Nanoseconds(0), true);
     EXPECT_EQ(VainPolls(kDawn), 20) << "nor is any taken";
+}
+
+TEST_F(Leave, IsOneForAllThreads) {
+    constexpr int kPollers = 4;
+    std::atomic<int> polls{0};
+    {
+        std::vector<std::jthread> threads;
+        for (int thread = 0; thread < kPollers; ++thread) {
+            threads.emplace_back([&] {
+                while (leave_.Allows(kDawn)) {
+                    leave_.EndPoll(kDawn, kGreatestCap, false);
+                    ++polls;
+                }
+            });
+        }
+    }
+    EXPECT_GE(polls, 20);
+    EXPECT_LT(polls, 20 + kPollers) << "none but those that had begun";
+    const TimePoint next = kDawn + milliseconds(polls - 19);
+    EXPECT_FALSE(leave_.Allows(next - kTick)) << "no poll is forgotten";
+    EXPECT_TRUE(leave_.Allows(next));
 }
 
 TEST_F(Leave, IsForATwentiethOfTheTimeInTheLongRun) {

@@ -132,6 +132,23 @@ TEST_F(SharedChannelTest, SendsByTheSocketWhatDoesNotFitOrIsNotLookedFor) {
     EXPECT_FALSE(peer.socket.HasInput());
 }
 
+TEST_F(SharedChannelTest, PollsOnlyWithTheLeaveThatAllOfItsProcessShare) {
+    SharedPeer& peer = Begin();
+    SharedLink other;
+    const std::uint64_t before = other.Begin().Requests().request.load();
+    ASSERT_EQ(before, 1U);
+    const auto inAnHour = std::chrono::steady_clock::now() + std::chrono::hours(1);
+    constexpr auto kHole = std::chrono::hours(25);
+    EXPECT_TRUE(link_.Process().leave.NoticeHole(inAnHour, kHole));
+    peer.socket.Send(AnswerFrame(2, 102));
+    ExpectAnswer(102);
+    EXPECT_EQ(peer.socket.ReadFrame().prelude.kind, FrameKind::Call);
+    other.At(0).Answer(2, 202);
+    TestCall call;
+    EXPECT_EQ(call.On(*other), kStatusOk) << "of another process";
+    EXPECT_EQ(call.Value(), 202U);
+}
+
 TEST_F(SharedChannelTest, SaysThatItLooksNoMoreBeforeItBlocks) {
     SharedPeer& peer = Begin();
     const Background service([&peer] {
@@ -261,7 +278,7 @@ TEST_F(SharedChannelTest, EndsAWaitThatIsInterrupted) {
     SharedPeer peer{std::move(theirs), MakeServiceMemory()};
     peer.Answers().polling.store(kPolling);
     peer.Grant();
-    const auto channel = NewHotChannel(mine.Release(), {});
+    const auto channel = NewHotChannel(mine.Release(), {}, link_.Process());
     const TestMessage request = MakeMessage(0, 1);
     TestMessage response{};
     ASSERT_TRUE(channel->Send(

@@ -10,10 +10,14 @@
 
 namespace zam_platform::testing {
 
-std::unique_ptr<Channel> NewHotChannel(UniqueFd socket, const SessionToken& token) {
-    return std::make_unique<SharedChannel>(
-        std::move(socket), token, ClientPolling::AlwaysHot(),
-        PollingLeave::Boundless(std::chrono::steady_clock::now()));
+ProcessPolling BoundlessPolling() {
+    return {.leave = PollingLeave::Boundless(std::chrono::steady_clock::now())};
+}
+
+std::unique_ptr<Channel> NewHotChannel(UniqueFd socket, const SessionToken& token,
+                                       ProcessPolling& process) {
+    return std::make_unique<SharedChannel>(std::move(socket), token, ClientPolling::AlwaysHot(),
+                                           process);
 }
 
 void SharedPeer::Grant() const {
@@ -78,7 +82,7 @@ std::unique_ptr<Channel> SharedLink::Connect(const SessionToken& token) {
         scripts_.front()(made);
         scripts_.pop_front();
     }
-    return NewHotChannel(mine.Release(), token);
+    return NewHotChannel(mine.Release(), token, process_);
 }
 
 }  // namespace zam_platform::testing

@@ -14,9 +14,13 @@
 
 namespace zam_platform::testing {
 
+/// What the channels of a process share whose polls nothing bounds.
+ProcessPolling BoundlessPolling();
+
 /// A channel over a connected socket that goes through memory whenever its service lets it, however
 /// long its calls take.
-std::unique_ptr<Channel> NewHotChannel(UniqueFd socket, const SessionToken& token);
+std::unique_ptr<Channel> NewHotChannel(UniqueFd socket, const SessionToken& token,
+                                       ProcessPolling& process);
 
 /// The service's end of a connection, for a script.
 struct SharedPeer {
@@ -59,6 +63,9 @@ public:
     /// the call fails.
     SharedPeer& Begin();
 
+    /// What the connections share.
+    ProcessPolling& Process() noexcept { return process_; }
+
     SharedPeer& At(std::size_t index);
     std::size_t Connections() const;
 
@@ -68,6 +75,7 @@ private:
     mutable std::mutex mutex_;
     std::deque<SharedPeer> peers_;  // guarded by mutex_
     std::deque<Script> scripts_;    // guarded by mutex_
+    ProcessPolling process_ = BoundlessPolling();
     ServiceLink link_;
 };
 

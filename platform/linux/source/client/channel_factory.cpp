@@ -1,3 +1,4 @@
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -17,7 +18,9 @@ ChannelFactory MakeChannelFactory(const std::string& directory, const std::strin
         if (cap.count() == 0) {
             return std::make_unique<SocketChannel>(std::move(socket), token);
         }
-        return std::make_unique<SharedChannel>(std::move(socket), token, cap);
+        static ProcessPolling process{
+            PollingLeave(cap, Nanoseconds(0), std::chrono::steady_clock::now())};
+        return std::make_unique<SharedChannel>(std::move(socket), token, process);
     };
 }
 

@@ -26,17 +26,16 @@ bool IsGone(const PlatformError& error) noexcept {
 
 }  // namespace
 
-SharedChannel::SharedChannel(UniqueFd socket, const SessionToken& token, Nanoseconds cap,
+SharedChannel::SharedChannel(UniqueFd socket, const SessionToken& token, ProcessPolling& process,
                              std::chrono::milliseconds frameTimeout) noexcept
-    : SharedChannel(std::move(socket), token, ClientPolling(),
-                    PollingLeave(cap, Nanoseconds(0), Clock::now()), frameTimeout) {
+    : SharedChannel(std::move(socket), token, ClientPolling(), process, frameTimeout) {
     isOnAnyCpu_ = false;
 }
 
 SharedChannel::SharedChannel(UniqueFd socket, const SessionToken& token,
-                             const ClientPolling& polling, const PollingLeave& leave,
+                             const ClientPolling& polling, ProcessPolling& process,
                              std::chrono::milliseconds frameTimeout) noexcept
-    : socket_(std::move(socket), token, frameTimeout), polling_(polling), leave_(leave) {}
+    : socket_(std::move(socket), token, frameTimeout), polling_(polling), leave_(process.leave) {}
 
 bool SharedChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
     way_ = Way::Socket;

@@ -10,19 +10,24 @@
 
 namespace zam_platform {
 
+/// What all such channels of a process share. Thread-safe.
+struct ProcessPolling {
+    PollingLeave leave;
+};
+
 /// A channel whose calls go through memory while they come close together and the service looks for
 /// them on another CPU, and else over a socket. Whatever fails on the way to the memory means the
 /// socket. `docs/architecture.md` describes both ways, and why no call is lost or served twice
 /// between them.
 class SharedChannel final : public Channel {
 public:
-    /// Takes a connected socket. `cap` bounds one wait for an answer in memory.
-    SharedChannel(UniqueFd socket, const SessionToken& token, Nanoseconds cap,
+    /// Takes a connected socket. `process` must outlive the channel.
+    SharedChannel(UniqueFd socket, const SessionToken& token, ProcessPolling& process,
                   std::chrono::milliseconds frameTimeout = kFrameTimeout) noexcept;
 
-    /// One with given ways to decide, wherever it runs.
+    /// One with a given way to decide, wherever it runs.
     SharedChannel(UniqueFd socket, const SessionToken& token, const ClientPolling& polling,
-                  const PollingLeave& leave,
+                  ProcessPolling& process,
                   std::chrono::milliseconds frameTimeout = kFrameTimeout) noexcept;
 
     bool Send(const OutgoingFrame& frame, const Deadline& deadline) override;
@@ -57,7 +62,7 @@ private:
     SocketChannel socket_;
     ClientMemory memory_;
     ClientPolling polling_;
-    PollingLeave leave_;
+    PollingLeave& leave_;  ///< the process's
     MemoryRequestBackoff backoff_;
     bool isOnAnyCpu_ = true;      ///< whatever share of the CPUs this process has
     std::uint64_t number_ = 0;    ///< of the call that is under way, or was last

@@ -22,12 +22,14 @@ constexpr std::uint64_t kMantissas = 1U << kMantissaBits;
 /// Part of the wall time that polls may take, in percent: what nobody notices in a machine's load.
 constexpr int kBudgetPercent = 5;
 
+/// The time in which so much is saved up.
+constexpr Nanoseconds TimeToSave(Nanoseconds budget) noexcept {
+    return budget * (100 / kBudgetPercent);
+}
+
 /// What is saved up at most: as many vain polls as end a series of bursts (20 of the longest), and
 /// no more than a scheduler's tick or so.
 constexpr Nanoseconds kGreatestBudget = milliseconds(1);
-
-/// The time in which that is saved up.
-constexpr Nanoseconds kBudgetTime = kGreatestBudget * (100 / kBudgetPercent);
 
 /// CPU that a call by socket costs both sides, as a part of its round trip, in percent: 55 of 73 us
 /// on two cores. The rest is the time that a sleeping core takes to wake.
@@ -143,64 +145,77 @@ Nanoseconds DecodeGap(std::uint8_t code) noexcept {
 }
 
 PollingLeave::PollingLeave(Nanoseconds cap, Nanoseconds socketRoundTrip, TimePoint now) noexcept
+    : PollingLeave(cap, socketRoundTrip, now, kGreatestBudget, kLongestErrand) {}
+
+PollingLeave::PollingLeave(Nanoseconds cap, Nanoseconds socketRoundTrip, TimePoint now,
+                           Nanoseconds greatestBudget, Nanoseconds longestHole) noexcept
     : wishedCap_(cap),
-      socketRoundTrip_(0),
-      cap_(0),
-      greatestBudget_(kGreatestBudget),
-      longestHole_(kLongestErrand),
-      budget_(kGreatestBudget),
-      budgetAt_(now),
+      greatestBudget_(greatestBudget),
+      longestHole_(longestHole),
+      socketRoundTrip_(Nanoseconds(0)),
+      cap_(Nanoseconds(0)),
+      isFullAt_(now),
+      pause_(Nanoseconds(0)),
       pauseEnd_(now) {
     NoteRoundTrip(socketRoundTrip);
 }
 
 PollingLeave PollingLeave::Boundless(TimePoint now) noexcept {
-    PollingLeave leave(kGreatestCap, kGreatestCap, now);
-    leave.budget_ = leave.greatestBudget_ = leave.longestHole_ = std::chrono::hours(24);
-    return leave;
+    constexpr std::chrono::hours kDay(24);
+    return PollingLeave(kGreatestCap, kGreatestCap, now, kDay, kDay);
 }
 
 void PollingLeave::NoteRoundTrip(Nanoseconds roundTrip) noexcept {
-    socketRoundTrip_ = std::max(socketRoundTrip_, roundTrip);
-    cap_ = std::clamp(wishedCap_, Nanoseconds(0), std::min(socketRoundTrip_, kGreatestCap));
-}
-
-Nanoseconds PollingLeave::Budget(TimePoint now) const noexcept {
-    const Nanoseconds passed =
-        std::clamp<Nanoseconds>(now - budgetAt_, Nanoseconds(0), 2 * kBudgetTime);
-    return std::min(budget_ + passed * kBudgetPercent / 100, greatestBudget_);
+    socketRoundTrip_.Update([=](Nanoseconds known) { return std::max(known, roundTrip); });
+    // Whatever another thread notes meanwhile, it makes of that as well.
+    cap_.Update([this](Nanoseconds known) {
+        return std::max(known, std::clamp(wishedCap_, Nanoseconds(0),
+                                          std::min(socketRoundTrip_.Get(), kGreatestCap)));
+    });
 }
 
 bool PollingLeave::Allows(TimePoint now) const noexcept {
-    return cap_.count() > 0 && now >= pauseEnd_ && Budget(now) >= cap_;
+    const Nanoseconds cap = cap_.Get();
+    return cap.count() > 0 && now >= pauseEnd_.Get() &&
+           isFullAt_.Get() - now <= TimeToSave(greatestBudget_ - cap);
 }
 
 void PollingLeave::EndPoll(TimePoint now, Nanoseconds polled, bool hit) noexcept {
-    const Nanoseconds cost = hit ? polled - std::min(polled, socketRoundTrip_) : polled;
-    // No more is owed than can be saved: most of a poll of that length was somebody else's time.
-    budget_ = std::max(Budget(now) - cost, -greatestBudget_);
-    budgetAt_ = std::max(budgetAt_, now);  // threads may tell of their polls in another order
+    const Nanoseconds cost = hit ? polled - std::min(polled, socketRoundTrip_.Get()) : polled;
+    if (cost.count() <= 0) {
+        return;
+    }
+    isFullAt_.Update([=, this](TimePoint fullAt) {
+        // No more is owed than can be saved: most of a poll of that length was somebody else's
+        // time.
+        const TimePoint latest = now + 2 * TimeToSave(greatestBudget_);
+        return std::min(std::max(fullAt, now) + TimeToSave(std::min(cost, 2 * greatestBudget_)),
+                        std::max(fullAt, latest));
+    });
 }
 
 bool PollingLeave::NoticeHole(TimePoint now, Nanoseconds hole) noexcept {
     if (hole <= longestHole_) {
         return false;
     }
-    if (pause_.count() > 0 && now < pauseEnd_) {
+    const Nanoseconds last = pause_.Get();
+    const TimePoint lastEnd = pauseEnd_.Get();
+    if (last.count() > 0 && now < lastEnd) {
         return true;  // another thread's poll met the same neighbour
     }
-    const bool isForgotten = pause_.count() == 0 || now - pauseEnd_ > kPauseMemory;
-    pause_ = isForgotten ? kFirstPause : std::min(2 * pause_, kGreatestPause);
-    pauseEnd_ = now + pause_;
+    const bool isForgotten = last.count() == 0 || now - lastEnd > kPauseMemory;
+    const Nanoseconds pause = isForgotten ? kFirstPause : std::min(2 * last, kGreatestPause);
+    pause_.Set(pause);
+    pauseEnd_.Set(now + pause);
     return true;
 }
 
 Nanoseconds PollingLeave::BreakEven() const noexcept {
-    return std::min(cap_, SocketCpu());
+    return std::min(Cap(), SocketCpu());
 }
 
 Nanoseconds PollingLeave::SocketCpu() const noexcept {
-    return socketRoundTrip_ * kSocketCpuPercent / 100;
+    return socketRoundTrip_.Get() * kSocketCpuPercent / 100;
 }
 
 Nanoseconds ServicePolling::AfterAnswer(const PollingLeave& leave, TimePoint now, Nanoseconds gap,

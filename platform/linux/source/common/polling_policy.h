@@ -1,12 +1,13 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 
 namespace zam_platform {
 
 // When a side of the fast channel polls, and for how long. Values in, values out: no clock, no I/O.
-// No class here may be used by two threads at once.
+// No class here but `PollingLeave` may be used by two threads at once.
 
 using Nanoseconds = std::chrono::nanoseconds;
 using TimePoint = std::chrono::steady_clock::time_point;
@@ -19,7 +20,38 @@ Nanoseconds DecodeGap(std::uint8_t code) noexcept;
 /// What 255 stands for: 32.5 ms. Tells the service not to poll.
 inline constexpr Nanoseconds kLongestGap{(31LL << 14U) * 64};
 
+/// A number that threads tell one another, with no order to anything else.
+template <typename Value>
+class Relaxed {
+public:
+    explicit Relaxed(Value value) noexcept : value_(value) {}
+    Relaxed(const Relaxed& other) noexcept : value_(other.Get()) {}
+    Relaxed& operator=(const Relaxed& other) noexcept {
+        Set(other.Get());
+        return *this;
+    }
+
+    Value Get() const noexcept { return value_.load(std::memory_order_relaxed); }
+    void Set(Value value) noexcept { value_.store(value, std::memory_order_relaxed); }
+
+    /// Replaces the value by `change` of it, unless that is the same.
+    template <typename Change>
+    void Update(Change&& change) noexcept {
+        Value before = Get();
+        for (Value after = change(before); after != before; after = change(before)) {
+            if (value_.compare_exchange_weak(before, after, std::memory_order_relaxed)) {
+                return;
+            }
+        }
+    }
+
+private:
+    std::atomic<Value> value_;
+    static_assert(std::atomic<Value>::is_always_lock_free);
+};
+
 /// One process's leave to poll: how much polling may cost it, and what pre-emption teaches it.
+/// Thread-safe, without a lock, so that a child after `fork` goes on with a copy of its own.
 class PollingLeave {
 public:
     /// `cap` is the longest poll that is wished for, 0 for none at all; the round trip of a call by
@@ -49,29 +81,30 @@ public:
     bool IsHole(Nanoseconds hole) const noexcept { return hole > longestHole_; }
 
     /// The longest poll, 0 for none at all.
-    Nanoseconds Cap() const noexcept { return cap_; }
+    Nanoseconds Cap() const noexcept { return cap_.Get(); }
 
     /// What both sides together may poll for one call: more costs more CPU than the socket.
     Nanoseconds BreakEven() const noexcept;
 
     /// How long a side that sleeps takes to wake.
-    Nanoseconds WakeUp() const noexcept { return socketRoundTrip_ / 2; }
+    Nanoseconds WakeUp() const noexcept { return socketRoundTrip_.Get() / 2; }
 
     /// What a call by socket costs both sides in CPU.
     Nanoseconds SocketCpu() const noexcept;
 
 private:
-    Nanoseconds Budget(TimePoint now) const noexcept;
+    /// `greatestBudget` is what is saved up at most.
+    PollingLeave(Nanoseconds cap, Nanoseconds socketRoundTrip, TimePoint now,
+                 Nanoseconds greatestBudget, Nanoseconds longestHole) noexcept;
 
     Nanoseconds wishedCap_;
-    Nanoseconds socketRoundTrip_;
-    Nanoseconds cap_;
     Nanoseconds greatestBudget_;
     Nanoseconds longestHole_;  ///< that is not somebody else's time
-    Nanoseconds budget_;       ///< at `budgetAt_`; below 0 when overdrawn
-    TimePoint budgetAt_;
-    Nanoseconds pause_{0};  ///< the last one; 0 before the first
-    TimePoint pauseEnd_;
+    Relaxed<Nanoseconds> socketRoundTrip_;
+    Relaxed<Nanoseconds> cap_;
+    Relaxed<TimePoint> isFullAt_;  ///< when the budget will be the greatest again
+    Relaxed<Nanoseconds> pause_;   ///< the last one; 0 before the first
+    Relaxed<TimePoint> pauseEnd_;
 };
 
 /// The service's view of one connection: whether and how long to poll for its next call.
