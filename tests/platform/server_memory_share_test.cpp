@@ -24,6 +24,25 @@ namespace {
 
 constexpr std::size_t kPlaces = 8;
 
+/// Says of all who connect while it lives that they are of one user.
+class ConnectingAs {
+public:
+    explicit ConnectingAs(uid_t user) {
+        User(user);
+        before_ = SetPeerCredentialsFunction(
+            [](int, bool) { return PeerCredentials{.user = user_, .group = 1, .groups = {}}; });
+    }
+    ConnectingAs(const ConnectingAs&) = delete;
+    ConnectingAs& operator=(const ConnectingAs&) = delete;
+    ~ConnectingAs() { SetPeerCredentialsFunction(before_); }
+
+    void User(uid_t user) const { user_ = user; }
+
+private:
+    static inline std::atomic<uid_t> user_;
+    PeerCredentialsFunction before_ = nullptr;
+};
+
 /// Who has memory, for how long, and when the service looks there by itself.
 class ServerMemoryShare : public ::testing::Test {
 protected:
@@ -182,12 +201,9 @@ TEST_F(ServerMemoryShare, IsNotGivenToAConnectionThatEndsWhileAnotherGivesItUp) 
 
 TEST_F(ServerMemoryShare, IsHalfOfAUsersWhenAnotherWantsIt) {
     TestServer server(Limits(), {.ownUser = 1000, .group = {}});
-    static std::atomic<uid_t> g_memoryUser{1000};
-    g_memoryUser = 1000;
-    const auto before = SetPeerCredentialsFunction(
-        [](int, bool) { return PeerCredentials{.user = g_memoryUser, .group = 1, .groups = {}}; });
+    const ConnectingAs connecting(1000);
     std::deque<MemoryPeer> peers = PeersInAllPlaces(server);
-    g_memoryUser = 0;
+    connecting.User(0);
     std::deque<MemoryPeer> others;
     for (std::size_t index = 0; index < kPlaces / 2; ++index) {
         others.emplace_back(server, static_cast<unsigned char>(0x80 + index));
@@ -196,7 +212,36 @@ TEST_F(ServerMemoryShare, IsHalfOfAUsersWhenAnotherWantsIt) {
     for (std::size_t index = kPlaces / 2; index < kPlaces; ++index) {
         EXPECT_EQ(peers[index].Answers().polling.load(), kAsleep) << index;
     }
-    SetPeerCredentialsFunction(before);
+}
+
+/// How many of so many clients get memory that come and go one after the other.
+std::size_t GrantsAmong(std::size_t clients, const TestServer& server) {
+    std::size_t granted = 0;
+    for (std::size_t client = 0; client < clients; ++client) {
+        const RawSocket socket = server.Greet(static_cast<unsigned char>(client));
+        socket.Send(MemoryRequestFrame());
+        granted += ReadFrameWithFiles(socket).frame.prelude.status == kStatusOk ? 1U : 0U;
+    }
+    return granted;
+}
+
+TEST_F(ServerMemoryShare, IsMadeForNobodyAllTheTimeBesideOthers) {
+    constexpr std::size_t kClients = 200;
+    constexpr std::size_t kAtOnce = 16;
+    TestServer server(Limits(), {.ownUser = 1000, .group = {}});
+    const ConnectingAs connecting(1000);
+    EXPECT_GT(GrantsAmong(kClients, server), kClients / 2) << "nobody else pays for it";
+    connecting.User(0);
+    const RawSocket other = server.Greet(0xFF);
+    ExpectEchoes(other, 1);
+    connecting.User(1000);
+    const auto begin = std::chrono::steady_clock::now();
+    const std::size_t granted = GrantsAmong(kClients, server);
+    const auto spent = std::chrono::steady_clock::now() - begin;
+    EXPECT_GE(granted, kAtOnce / 2);
+    EXPECT_LE(granted,
+              kAtOnce + 1 + static_cast<std::size_t>(spent / std::chrono::milliseconds(100)));
+    AwaitMemory(other);
 }
 
 TEST_F(ServerMemoryShare, IsGivenUpWhenNobodyUsesIt) {

@@ -57,6 +57,9 @@ public:
     /// A connection was served out of its turn.
     void OnServedEarly(Turn turn, std::size_t bytes) noexcept { Count(*turn, bytes); }
 
+    /// Whether more than one user has connections here.
+    bool HasSeveralUsers() const noexcept { return users_.size() > 1; }
+
     void OnAnswer(std::size_t bytes) noexcept { work_ += WorkOf(bytes); }
 
 private:

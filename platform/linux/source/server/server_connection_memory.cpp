@@ -145,7 +145,8 @@ void ServerConnection::HandleMemoryRequest(const Prelude& prelude, const unsigne
 bool ServerConnection::MakeSlot(const CallHints& hints,
                                 std::chrono::nanoseconds roundTrip) noexcept {
     SlotPoller& poller = *server_.poller_;
-    if (!poller.IsOn() || !SlotPoller::IsElsewhere(hints)) {
+    if (!poller.IsOn() || !SlotPoller::IsElsewhere(hints) ||
+        !poller.MayAdmit(client_.user, server_.quiet_->HasSeveralUsers())) {
         return false;
     }
     try {

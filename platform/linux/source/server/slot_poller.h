@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "common/polling_policy.h"
+#include "server/user_allowances.h"
 #include "shared/shared_pages.h"
 #include "zam_platform/frame.h"
 #include "zam_platform/server/alarm.h"
@@ -34,9 +35,12 @@ public:
 
     bool IsOn() const noexcept { return isOn_; }
 
+    /// Whether one more connection of this user may be taken in now; a few each second while other
+    /// users are there, who would pay for the making of memory. Is asked before it is made.
+    bool MayAdmit(uid_t user, bool hasOthers) noexcept;
+
     /// Takes one more connection in, whose client's calls through the socket take `roundTrip`;
-    /// another one may have to give its memory up. False when there
-    /// is no room. Takes no memory.
+    /// another one may have to give its memory up. False when there is no room. Takes no memory.
     bool Admit(ServerConnection& connection, uid_t user, Nanoseconds roundTrip);
     void Remove(const ServerConnection& connection) noexcept;
 
@@ -88,6 +92,7 @@ private:
     std::array<Place, kMaxSlots> places_;
     std::size_t polled_ = 0;
     Alarm unused_;
+    UserAllowances grants_;
     alignas(8) std::array<unsigned char, kSlotBytes> frame_;
 };
 

@@ -1,12 +1,10 @@
 #pragma once
 
-#include <sys/types.h>
-
-#include <array>
 #include <chrono>
 #include <cstddef>
 
 #include "log/stderr_log.h"
+#include "server/user_allowances.h"
 
 namespace zam_platform {
 
@@ -18,22 +16,12 @@ public:
     static constexpr int kMostLines = 32;
     static constexpr std::chrono::seconds kLineTime{1};
 
-    /// Users that are remembered; the one that wrote longest ago is forgotten first.
-    static constexpr std::size_t kMaxUsers = 64;
+    static constexpr std::size_t kMaxUsers = UserAllowances::kMaxUsers;
 
     bool Take(std::chrono::steady_clock::time_point now) noexcept override;
 
 private:
-    struct Share {
-        uid_t user;
-        bool isUsed = false;
-        int lines;                                   ///< left at `time`
-        std::chrono::steady_clock::time_point time;  ///< up to which lines have come back
-    };
-
-    Share& Of(uid_t user, std::chrono::steady_clock::time_point now) noexcept;
-
-    std::array<Share, kMaxUsers> shares_{};
+    UserAllowances lines_{kMostLines, kLineTime};
 };
 
 }  // namespace zam_platform
