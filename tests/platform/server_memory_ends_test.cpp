@@ -134,6 +134,35 @@ TEST_F(ServerMemoryEnds, LoseNothingThatAClientTookBeforeItWasTold) {
     EXPECT_TRUE(server_.BrokenSessions().empty());
 }
 
+TEST_F(ServerMemoryEnds, LoseNothingThatAClientTookBeforeTheMemoryWasGivenUp) {
+    TestServer server{
+        {.spinCap = std::chrono::microseconds(50), .memoryKept = std::chrono::milliseconds(20)}};
+    const auto leaveALook = [&server](std::uint64_t number, MemoryPeer& peer) {
+        peer.Put(number, CallFrame(number, kEcho, 43));
+        peer.Requests().waiting.store(0);
+        peer.Look(number);
+        peer.AwaitAnswer(number);
+        peer.Requests().waiting.store(number);
+        Await("the end", [&peer] { return peer.Answers().polling.load() == kGivenUp; });
+        EXPECT_TRUE(peer.Socket().HasInput()) << "a look that came late";
+        EXPECT_EQ(server.BrokenSessions().size(), 0U);
+    };
+    {
+        MemoryPeer peer(server);
+        leaveALook(1, peer);
+    }
+    Await("the connection's end", [&server] { return server.Connections() == 0; });
+    EXPECT_TRUE(server.BrokenSessions().empty());
+    // What it leaves unread of a later call is lost as ever.
+    MemoryPeer peer(server);
+    leaveALook(1, peer);
+    peer.Socket().ReadFrame();
+    peer.Socket().Send(CallFrame(2, kEcho, 44));
+    Await("the answer", [&peer] { return peer.Socket().HasInput(); });
+    peer.Socket().Close();
+    Await("the break", [&server] { return server.BrokenSessions().size() == 1; });
+}
+
 TEST_F(ServerMemoryEnds, LoseNothingThatAClientTookWhenTheyAreAskedFor) {
     MemoryPeer peer(server_);
     peer.Put(1, CallFrame(1, kEcho, 43));

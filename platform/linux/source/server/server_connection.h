@@ -192,6 +192,7 @@ private:
     std::unique_ptr<ServerSlot> slot_;
     std::uint64_t lastNumber_ = 0;    ///< of the last lookup or call, whichever way it came
     std::uint64_t memoryNumber_ = 0;  ///< of the last that came through memory
+    std::uint64_t takenNumber_ = 0;   ///< of the one whose answer was taken as memory was given up
     CallHints hints_;                 ///< of the last call
     bool hasAgreed_ = false;          ///< the client has been given memory once
     bool isServingMemory_ = false;    ///< while a call that came through memory is being handled

@@ -25,8 +25,10 @@ bool ServerConnection::HasUnservedRequest() const noexcept {
 }
 
 bool ServerConnection::HasTakenAnswer() const noexcept {
-    return slot_ != nullptr && slot_->IsTaken(lastNumber_) && !callPending_ &&
-           !HasUnservedRequest();
+    if (slot_ == nullptr) {
+        return takenNumber_ != 0 && takenNumber_ == lastNumber_ && !callPending_;
+    }
+    return slot_->IsTaken(lastNumber_) && !callPending_ && !HasUnservedRequest();
 }
 
 void ServerConnection::TellPolling(bool isPolling) noexcept {
@@ -211,6 +213,7 @@ void ServerConnection::GiveUpMemory() {
     if (HasRequest()) {
         ServeFromMemory();
     }
+    takenNumber_ = HasTakenAnswer() ? lastNumber_ : 0;
     slot_.reset();
 }
 
