@@ -61,6 +61,12 @@ void QuietUsers::Count(Place& place, std::size_t bytes) noexcept {
     most_ = std::max(most_, user.work);
 }
 
+void QuietUsers::OnServedFromMemory(Turn turn, std::size_t bytes) noexcept {
+    const std::uint64_t before = work_;
+    Count(*turn, bytes);
+    work_ = before;
+}
+
 /// Had at most half of what the busiest user had since the last look.
 bool QuietUsers::IsQuiet(const User& user) const noexcept {
     return user.look != look_ || user.work <= most_ / 2;

@@ -57,6 +57,10 @@ public:
     /// A connection was served out of its turn.
     void OnServedEarly(Turn turn, std::size_t bytes) noexcept { Count(*turn, bytes); }
 
+    /// A connection's call was served from memory. That is work of its user, but nobody's turn is
+    /// behind it: the loop is run between such calls.
+    void OnServedFromMemory(Turn turn, std::size_t bytes) noexcept;
+
     /// Whether more than one user has connections here.
     bool HasSeveralUsers() const noexcept { return users_.size() > 1; }
 

@@ -47,6 +47,9 @@ void ServerConnection::ServeFromMemory() {
             isServingMemory_ = true;
             HandleFrame(prelude, server_.poller_->Frame() + kPreludeBytes);
             isServingMemory_ = false;
+            if (turn_) {
+                server_.quiet_->OnServedFromMemory(*turn_, prelude.FrameBytes());
+            }
         }
     });
 }
