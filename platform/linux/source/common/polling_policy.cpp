@@ -35,6 +35,9 @@ constexpr Nanoseconds kGreatestBudget = milliseconds(1);
 /// on two cores. The rest is the time that a sleeping core takes to wake.
 constexpr int kSocketCpuPercent = 75;
 
+static_assert(2 * UserPolling::kMostPieces * UserPolling::kPiece == kGreatestBudget);
+static_assert(UserPolling::kPieceTime == 2 * TimeToSave(UserPolling::kPiece));
+
 // -- Pre-emption.
 
 /// Longer than what interrupts, the machine's host and a kernel thread's errand take, of which
@@ -237,9 +240,9 @@ Nanoseconds ServicePolling::AfterAnswer(const PollingLeave& leave, TimePoint now
     return limit_;
 }
 
-void ServicePolling::EndPoll(bool hit) noexcept {
+bool ServicePolling::EndPoll(bool hit) noexcept {
     if (limit_.count() == 0) {
-        return;
+        return false;
     }
     if (hit) {
         weight_ = 1;
@@ -249,6 +252,7 @@ void ServicePolling::EndPoll(bool hit) noexcept {
         weight_ = std::min(2 * weight_, kGreatestWeight);
     }
     limit_ = Nanoseconds(0);
+    return true;
 }
 
 void ServicePolling::Pay(Nanoseconds amount) noexcept {

@@ -123,8 +123,8 @@ public:
                             bool otherCpu, bool sleeps = false) noexcept;
 
     /// The poll that `AfterAnswer` asked for has ended, for whatever reason; a hit as in
-    /// `PollingLeave::EndPoll`. Without such a poll nothing happens.
-    void EndPoll(bool hit) noexcept;
+    /// `PollingLeave::EndPoll`. Without such a poll nothing happens, and false is returned.
+    bool EndPoll(bool hit) noexcept;
 
     /// -8 to 8; below 0: something is owed.
     int Credit() const noexcept;
@@ -137,6 +137,15 @@ private:
     Nanoseconds limit_{0};   ///< of the poll under way; 0: none
     Nanoseconds saving_{0};  ///< if it hits
     int weight_ = 1;         ///< of the next vain poll
+};
+
+/// What polls in vain for the clients of one user may take of a service's budget while another
+/// user's calls come close together: half of it, so that nobody's lies leave others none. Is
+/// counted in pieces that come back with time.
+struct UserPolling {
+    static constexpr std::chrono::microseconds kPiece{1};
+    static constexpr int kMostPieces = 500;
+    static constexpr std::chrono::microseconds kPieceTime{40};
 };
 
 /// The longest poll that any machine gains by.

@@ -44,7 +44,8 @@ SlotPoller::SlotPoller(asio::io_context& loop, Nanoseconds cap, std::chrono::mil
       kept_(kept),
       leave_(cap, Nanoseconds(0), Clock::now()),
       unused_(loop, [this] { GiveUpUnused(); }),
-      grants_(kMostGrants, kGrantTime) {}
+      grants_(kMostGrants, kGrantTime),
+      vainPolls_(UserPolling::kMostPieces, UserPolling::kPieceTime) {}
 
 bool SlotPoller::IsElsewhere(const CallHints& hints) noexcept {
     return hints.cpu != 0 && hints.cpu != OwnCpu();
@@ -98,6 +99,7 @@ bool SlotPoller::Admit(ServerConnection& connection, uid_t user, Nanoseconds rou
     *place = {.connection = &connection,
               .user = user,
               .lastUse = Clock::now(),
+              .since = {},
               .until = {},
               .policy = {},
               .isPolled = false};
@@ -110,6 +112,7 @@ bool SlotPoller::Admit(ServerConnection& connection, uid_t user, Nanoseconds rou
 void SlotPoller::Remove(const ServerConnection& connection) noexcept {
     if (Place* const place = PlaceOf(connection)) {
         if (place->isPolled) {
+            EndInVain(*place, Clock::now());
             --polled_;
         }
         *place = {};
@@ -142,13 +145,30 @@ void SlotPoller::BeforeAnswer(ServerConnection& connection, const CallHints& hin
     const auto now = Clock::now();
     place->lastUse = now;
     if (place->isPolled) {
-        place->policy.EndPoll(false);  // what it found has ended it before
+        EndInVain(*place, now);  // what it found has ended it before
     }
-    const bool isWorthIt = IsElsewhere(hints) && HasCpuForPolling(now);
+    const bool isWorthIt =
+        IsElsewhere(hints) && HasCpuForPolling(now) &&
+        (!HasHotOtherThan(place->user, now) ||
+         vainPolls_.Has(place->user, now, static_cast<int>(leave_.Cap() / UserPolling::kPiece)));
     const Nanoseconds time =
         place->policy.AfterAnswer(leave_, now, DecodeGap(hints.gap), isWorthIt, !byMemory);
+    place->since = now;
     place->until = now + time;
     SetPolled(*place, time.count() > 0);
+}
+
+bool SlotPoller::HasHotOtherThan(uid_t user, Clock::time_point now) const noexcept {
+    return std::any_of(places_.begin(), places_.end(), [user, now](const Place& place) {
+        return place.connection != nullptr && place.user != user && now - place.lastUse < kHotFor;
+    });
+}
+
+void SlotPoller::EndInVain(Place& place, Clock::time_point now) noexcept {
+    if (place.policy.EndPoll(false)) {
+        const auto polled = std::chrono::ceil<std::chrono::microseconds>(now - place.since);
+        vainPolls_.Charge(place.user, now, static_cast<int>(polled / UserPolling::kPiece));
+    }
 }
 
 void SlotPoller::SetPolled(Place& place, bool isPolled) noexcept {
@@ -208,7 +228,7 @@ void SlotPoller::Poll() {
             if (Look(place)) {
                 hasServed = true;
             } else if (now >= place.until) {
-                place.policy.EndPoll(false);
+                EndInVain(place, now);
                 SetPolled(place, false);
                 hasServed = Look(place) || hasServed;
             }

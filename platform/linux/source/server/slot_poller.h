@@ -67,6 +67,7 @@ private:
         ServerConnection* connection = nullptr;
         uid_t user = 0;
         Clock::time_point lastUse;
+        Clock::time_point since;  ///< a poll's begin
         Clock::time_point until;
         ServicePolling policy;
         bool isPolled = false;
@@ -74,6 +75,8 @@ private:
 
     Place* PlaceOf(const ServerConnection& connection) noexcept;
     Place* YieldingTo(uid_t user) noexcept;
+    bool HasHotOtherThan(uid_t user, Clock::time_point now) const noexcept;
+    void EndInVain(Place& place, Clock::time_point now) noexcept;
     void SetPolled(Place& place, bool isPolled) noexcept;
     void GiveUpUnused();
 
@@ -93,6 +96,7 @@ private:
     std::size_t polled_ = 0;
     Alarm unused_;
     UserAllowances grants_;
+    UserAllowances vainPolls_;
     alignas(8) std::array<unsigned char, kSlotBytes> frame_;
 };
 
