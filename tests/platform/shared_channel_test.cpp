@@ -149,6 +149,30 @@ TEST_F(SharedChannelTest, PollsOnlyWithTheLeaveThatAllOfItsProcessShare) {
     EXPECT_EQ(call.Value(), 202U);
 }
 
+TEST_F(SharedChannelTest, CallsByTheSocketBehindTheEndOfAnotherConnection) {
+    SharedPeer& peer = Begin();
+    std::uint64_t number = 1;
+    const auto expectBySocketOnce = [&](const char* what) {
+        SCOPED_TRACE(what);
+        ++number;
+        peer.socket.Send(AnswerFrame(number, number));
+        ExpectAnswer(number);
+        Await("the call", [&peer] { return peer.socket.HasInput(); });
+        EXPECT_EQ(peer.socket.ReadFrame().prelude.callNumber, number);
+        ++number;
+        peer.Answer(number, number);
+        ExpectAnswer(number);
+        EXPECT_FALSE(peer.socket.HasInput());
+    };
+    auto [mine, service] = MakePair();
+    {
+        SocketChannel other(mine.Release(), {});
+        other.Interrupt();
+        expectBySocketOnce("shut down");
+    }
+    expectBySocketOnce("closed");
+}
+
 TEST_F(SharedChannelTest, SaysThatItLooksNoMoreBeforeItBlocks) {
     SharedPeer& peer = Begin();
     const Background service([&peer] {

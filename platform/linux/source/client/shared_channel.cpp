@@ -51,7 +51,8 @@ bool SharedChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
         }
         if (memory_.requests) {
             const std::uint64_t polling = memory_.answers->polling.load();
-            if (polling == kPolling && Fits(frame) && leave_.Allows(now)) {
+            if (polling == kPolling && knownEnds_ == SocketChannel::Ended() && Fits(frame) &&
+                leave_.Allows(now)) {
                 return SendThroughMemory(frame, deadline);
             }
             if (polling == kGivenUp) {
@@ -65,6 +66,7 @@ bool SharedChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
 
 bool SharedChannel::SendThroughSocket(OutgoingFrame frame, const Deadline& deadline) {
     number_ = frame.prelude.callNumber;
+    knownEnds_ = SocketChannel::Ended();
     if (hasAgreed_) {
         frame.prelude.flags |= Hints();
     }

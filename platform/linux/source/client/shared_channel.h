@@ -67,6 +67,11 @@ private:
     bool isOnAnyCpu_ = true;      ///< whatever share of the CPUs this process has
     std::uint64_t number_ = 0;    ///< of the call that is under way, or was last
     std::uint64_t lastLook_ = 0;  ///< number of the last look frame
+
+    /// Connections of this process whose ends stand before the last call on the socket. The service
+    /// sees ends there only, and must see them before the calls that follow.
+    std::uint64_t knownEnds_ = SocketChannel::Ended();
+
     Way way_ = Way::Socket;
     bool mayAsk_ = true;        ///< until the service is known to have no memory to give
     bool isOffered_ = false;    ///< the service has said that it knows of memory

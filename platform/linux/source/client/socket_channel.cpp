@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bit>
 #include <cerrno>
 #include <cstdint>
@@ -28,6 +29,13 @@ namespace {
 
 /// Least time that the kernel is told to wait for an answer.
 constexpr std::chrono::milliseconds kLeastReadBound{20};
+
+std::atomic<std::uint64_t> g_ended{0};
+
+/// Behind the end: who counts it before might tell the service of nothing yet.
+void CountEnd() noexcept {
+    g_ended.fetch_add(1, std::memory_order_relaxed);
+}
 
 /// Steps over the first `bytes` bytes of a list of buffers.
 std::span<iovec> Advance(std::span<iovec> parts, std::size_t bytes) {
@@ -258,6 +266,17 @@ SocketChannel::SocketChannel(UniqueFd socket, const SessionToken& token,
                              std::chrono::milliseconds frameTimeout) noexcept
     : socket_(std::move(socket)), token_(token), frameTimeout_(frameTimeout) {}
 
+SocketChannel::~SocketChannel() {
+    if (socket_) {
+        socket_.Reset();
+        CountEnd();
+    }
+}
+
+std::uint64_t SocketChannel::Ended() noexcept {
+    return g_ended.load(std::memory_order_relaxed);
+}
+
 bool SocketChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
     std::array<unsigned char, kPreludeBytes> hello;
     std::array<unsigned char, kPreludeBytes> head;
@@ -417,6 +436,7 @@ bool SocketChannel::BoundReads(const std::chrono::steady_clock::time_point& dead
 
 void SocketChannel::Interrupt() noexcept {
     ::shutdown(socket_.Get(), SHUT_RDWR);
+    CountEnd();
 }
 
 void SocketChannel::Abandon() noexcept {

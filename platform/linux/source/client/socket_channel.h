@@ -5,6 +5,7 @@
 #include <array>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 
@@ -31,6 +32,12 @@ public:
     /// system call. `frameTimeout` bounds the time from an answer's first byte to its last.
     SocketChannel(UniqueFd socket, const SessionToken& token,
                   std::chrono::milliseconds frameTimeout = kFrameTimeout) noexcept;
+
+    ~SocketChannel() override;
+
+    /// How many connections this process has closed or shut down. What has happened before in the
+    /// order of threads is counted.
+    static std::uint64_t Ended() noexcept;
 
     bool Send(const OutgoingFrame& frame, const Deadline& deadline) override;
     bool Receive(IncomingFrame& frame, const Deadline& deadline) override;
