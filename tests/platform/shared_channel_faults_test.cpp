@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -16,6 +17,8 @@
 
 namespace zam_platform::testing {
 namespace {
+
+using ::testing::StartsWith;
 
 constexpr std::uint32_t kRoomBytes = 16;
 constexpr int kAllSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL;
@@ -107,8 +110,35 @@ TEST_F(SharedChannelFaults, InFilesLeaveTheSocketAndNoDescriptor) {
         EXPECT_EQ(call.On(*link), kStatusOk);
         EXPECT_EQ(call.Value(), 12U);
         EXPECT_EQ(link.Connections(), 1U);
+        ASSERT_EQ(logger_.Records().size(), 1U);
+        EXPECT_EQ(logger_.Records()[0].level, 0);
+        EXPECT_THAT(logger_.Records()[0].text, StartsWith("no shared memory, failure 1: "));
+        logger_.Clear();
     }
-    EXPECT_TRUE(logger_.Records().empty());
+}
+
+TEST_F(SharedChannelFaults, LeaveTheNextConnectionToItsCalls) {
+    SharedLink link;
+    link.Prepare([](SharedPeer& peer) {
+        peer.socket.Send(FrameOf({.kind = FrameKind::LookupAnswer}, Bytes{0, 0, 2, 0, 0, 0, 0, 0}) +
+                         AnswerFrame(0, 1));
+    });
+    EXPECT_NE(TestCall().On(*link), kStatusOk);
+    ASSERT_FALSE(logger_.Records().empty());
+    EXPECT_EQ(logger_.Records()[0].text,
+              "no shared memory, failure 1: answer of frame kind 5, not 8");
+    link.Prepare(
+        [](SharedPeer& peer) { peer.socket.Send(AnswerFrame(1, 11) + AnswerFrame(2, 12)); });
+    for (const std::uint64_t number : {1U, 2U}) {
+        TestCall call;
+        EXPECT_EQ(call.On(*link), kStatusOk);
+        EXPECT_EQ(call.Value(), 10 + number);
+    }
+    const RawSocket& socket = link.At(1).socket;
+    EXPECT_EQ(socket.ReadFrame().prelude.kind, FrameKind::Hello);
+    EXPECT_EQ(socket.ReadFrame().prelude.kind, FrameKind::Call) << "memory is not asked for";
+    EXPECT_EQ(socket.ReadFrame().prelude.kind, FrameKind::Call);
+    EXPECT_EQ(link.Process().failures.Get(), 1U);
 }
 
 TEST_F(SharedChannelFaults, OfMoreFilesThanTwoLeaveNoDescriptor) {

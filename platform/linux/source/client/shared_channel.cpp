@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <new>
 #include <utility>
 
 #include "client/answer_head.h"
@@ -14,11 +15,14 @@
 #include "shared/pause.h"
 #include "shared/preemption.h"
 #include "shared/shared_pages.h"
+#include "zam_platform/report.h"
 
 namespace zam_platform {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr char kSourceFile[] = "shared_channel";
 
 bool IsGone(const PlatformError& error) noexcept {
     return error.Status() == kStatusBroken || error.Status() == kStatusUnavailable;
@@ -35,7 +39,10 @@ SharedChannel::SharedChannel(UniqueFd socket, const SessionToken& token, Process
 SharedChannel::SharedChannel(UniqueFd socket, const SessionToken& token,
                              const ClientPolling& polling, ProcessPolling& process,
                              std::chrono::milliseconds frameTimeout) noexcept
-    : socket_(std::move(socket), token, frameTimeout), polling_(polling), leave_(process.leave) {}
+    : socket_(std::move(socket), token, frameTimeout),
+      polling_(polling),
+      process_(process),
+      leave_(process.leave) {}
 
 bool SharedChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
     way_ = Way::Socket;
@@ -46,7 +53,8 @@ bool SharedChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
     const auto now = Clock::now();
     polling_.Begin(now);
     if (polling_.IsHot() && (isOnAnyCpu_ || HasCpuForPolling(now))) {
-        if (!memory_.requests && mayAsk_ && backoff_.Allows(now) && !AskForMemory(deadline)) {
+        if (!memory_.requests && mayAsk_ && backoff_.Allows(now) && process_.failed.Allows(now) &&
+            !AskForMemory(deadline)) {
             return false;
         }
         if (memory_.requests) {
@@ -272,11 +280,16 @@ bool SharedChannel::AskForMemory(const Deadline& deadline) {
         TakeGrant(deadline);
         return true;
     } catch (const PlatformError& error) {
+        if (!IsGone(error)) {
+            NoteFailure(error.what());
+        }
         if (error.Status() == kStatusTimeout) {
             throw;
         }
-        return false;
+    } catch (const std::bad_alloc&) {
+        NoteFailure("out of memory");
     }
+    return false;
 }
 
 void SharedChannel::TakeGrant(const Deadline& deadline) {
@@ -301,9 +314,23 @@ void SharedChannel::TakeGrant(const Deadline& deadline) {
         leave_.NoteRoundTrip(polling_.SocketRoundTrip());
         polling_.SetBreakEven(leave_.BreakEven());
         backoff_.Granted(Clock::now());
-    } catch (const PlatformError&) {
-        mayAsk_ = false;  // what this service gives is of no use, or this process can't use it
+        process_.failed = {};
+        return;
+    } catch (const PlatformError& error) {
+        NoteFailure(error.what());
+    } catch (const std::bad_alloc&) {
+        NoteFailure("out of memory");
     }
+    mayAsk_ = false;  // what this service gives is of no use, or this process can't use it
+}
+
+/// The connection may have ended with it, and the next one would be no better off.
+void SharedChannel::NoteFailure(std::string_view why) noexcept {
+    process_.failed.Refused(Clock::now());
+    process_.failures.Update([](std::uint64_t failures) { return failures + 1; });
+    ReportText(zor::logger::kLevelTrace, kSourceFile, "NoteFailure", [this, why] {
+        return fmt::format("no shared memory, failure {}: {}", process_.failures.Get(), why);
+    });
 }
 
 void SharedChannel::Abandon() noexcept {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <string_view>
 
 #include "client/socket_channel.h"
 #include "common/polling_policy.h"
@@ -13,6 +14,8 @@ namespace zam_platform {
 /// What all such channels of a process share. Thread-safe.
 struct ProcessPolling {
     PollingLeave leave;
+    MemoryRequestBackoff failed{};       ///< memory that could not be had
+    Relaxed<std::uint64_t> failures{0};  ///< how often
 };
 
 /// A channel whose calls go through memory while they come close together and the service looks for
@@ -57,11 +60,13 @@ private:
     /// Asks the service for memory. False when the connection is of no more use.
     bool AskForMemory(const Deadline& deadline);
     void TakeGrant(const Deadline& deadline);
+    void NoteFailure(std::string_view why) noexcept;
     std::uint32_t Hints() const noexcept;
 
     SocketChannel socket_;
     ClientMemory memory_;
     ClientPolling polling_;
+    ProcessPolling& process_;
     PollingLeave& leave_;  ///< the process's
     MemoryRequestBackoff backoff_;
     bool isOnAnyCpu_ = true;      ///< whatever share of the CPUs this process has

@@ -320,16 +320,18 @@ Nanoseconds ClientPolling::SpinLimit(Nanoseconds cap) const noexcept {
 }
 
 void MemoryRequestBackoff::Refused(TimePoint now) noexcept {
-    wait_ = wait_.count() == 0 ? kFirstWait : std::min(2 * wait_, kLongestWait);
-    next_ = now + wait_;
+    const seconds last = wait_.Get();
+    const seconds wait = last.count() == 0 ? kFirstWait : std::min(2 * last, kLongestWait);
+    wait_.Set(wait);
+    next_.Set(now + wait);
 }
 
 void MemoryRequestBackoff::Lost(TimePoint now) noexcept {
-    if (now - granted_ < kLongLife) {
+    if (now - granted_.Get() < kLongLife) {
         Refused(now);
         return;
     }
-    wait_ = seconds(0);
+    wait_.Set(seconds(0));
 }
 
 bool SameCpuTrials::AfterAnswer(TimePoint now, bool otherCpu) noexcept {

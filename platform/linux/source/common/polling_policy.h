@@ -7,7 +7,7 @@
 namespace zam_platform {
 
 // When a side of the fast channel polls, and for how long. Values in, values out: no clock, no I/O.
-// No class here but `PollingLeave` may be used by two threads at once.
+// No class here may be used by two threads at once unless it says so.
 
 using Nanoseconds = std::chrono::nanoseconds;
 using TimePoint = std::chrono::steady_clock::time_point;
@@ -201,19 +201,20 @@ private:
     bool isHot_ = false;
 };
 
-/// When to ask again for memory that was refused or taken away. One per connection.
+/// When to ask again for memory that was refused or taken away, one per connection, or that could
+/// not be had, one per process. Thread-safe.
 class MemoryRequestBackoff {
 public:
-    bool Allows(TimePoint now) const noexcept { return now >= next_; }
+    bool Allows(TimePoint now) const noexcept { return now >= next_.Get(); }
     void Refused(TimePoint now) noexcept;
-    void Granted(TimePoint now) noexcept { granted_ = now; }
+    void Granted(TimePoint now) noexcept { granted_.Set(now); }
     /// The service has given up the memory. Counts as refused when it did so soon.
     void Lost(TimePoint now) noexcept;
 
 private:
-    std::chrono::seconds wait_{0};
-    TimePoint next_ = TimePoint::min();
-    TimePoint granted_;
+    Relaxed<std::chrono::seconds> wait_{std::chrono::seconds(0)};
+    Relaxed<TimePoint> next_{TimePoint::min()};
+    Relaxed<TimePoint> granted_{TimePoint()};
 };
 
 /// The service's view of a connection whose client is hot and runs on the service's own CPU, where
