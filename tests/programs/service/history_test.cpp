@@ -235,6 +235,45 @@ TEST_F(HistoryTest, KeepsTheOrderOfLines) {
     EXPECT_EQ(folder_.Read(kHistory), expected);
 }
 
+TEST_F(HistoryTest, TellsManyLinesInSeveralHandlersAndInOrder) {
+    static constexpr int kToTell = 200;
+    std::promise<void> release;
+    ASSERT_TRUE(workers_->Post(kHistoryLane, [&] { release.get_future().wait(); }));
+    std::vector<int> told;
+    for (int line = 0; line < kToTell; ++line) {
+        history_.Append("x\n", [&told, line, this](int code) {
+            EXPECT_EQ(code, kNoError);
+            told.push_back(line);
+            if (line == kToTell / 2) {
+                history_.Append("behind\n", [&told](int) { told.push_back(kToTell); });
+            }
+        });
+    }
+    release.set_value();
+    std::size_t most = 0;
+    ASSERT_TRUE(RunUntil(loop_, [&, before = std::size_t{0}]() mutable {
+        most = std::max(most, told.size() - std::exchange(before, told.size()));
+        return told.size() > kToTell;
+    }));
+    EXPECT_EQ(most, kLinesToldAtOnce);
+    EXPECT_TRUE(std::is_sorted(told.begin(), told.end()));
+    EXPECT_EQ(Lines(folder_.Read(kHistory)).size(), told.size());
+}
+
+TEST_F(HistoryTest, TellsEveryLineAtOnceWhenItIsClosed) {
+    std::promise<void> release;
+    ASSERT_TRUE(workers_->Post(kHistoryLane, [&] { release.get_future().wait(); }));
+    std::size_t told = 0;
+    for (std::size_t line = 0; line < 3 * kLinesToldAtOnce; ++line) {
+        history_.Append("x\n", [&told](int code) { told += code == kNoError ? 1U : 0U; });
+    }
+    release.set_value();
+    workers_->Finish();
+    history_.Close();
+    ASSERT_TRUE(RunUntil(loop_, [&] { return told != 0; }));
+    EXPECT_EQ(told, 3 * kLinesToldAtOnce);
+}
+
 TEST_F(HistoryTest, TellsAMediaErrorWhenTheDiskFails) {
     const zam_connector::testing::RecordingLogger logger;
     folder_.Write("uploads", "no folder");

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <asio/post.hpp>
 #include <memory>
 #include <new>
 #include <optional>
@@ -122,15 +123,14 @@ void History::WriteWaiting() {
     isWriting_ = true;
     const auto write = [this, lines] { return Write(*lines); };
     if (isClosed_) {
-        const HistoryFile::Result result = write();  // before the lines are moved
-        OnWritten(std::move(*lines), result);
+        OnWritten(lines, write());
         return;
     }
     const bool posted =
         workers_.PostTo(loop_, kHistoryLane, write,
                         [this, lines](const std::optional<HistoryFile::Result>& result) {
                             // `Write` throws nothing.
-                            OnWritten(std::move(*lines), *result);
+                            OnWritten(lines, *result);
                         });
     if (!posted) {
         isWriting_ = false;
@@ -152,20 +152,36 @@ HistoryFile::Result History::Write(std::vector<Line>& lines) noexcept {
     }
 }
 
-void History::OnWritten(std::vector<Line> lines, const HistoryFile::Result& result) {
-    isWriting_ = false;
+void History::OnWritten(const std::shared_ptr<std::vector<Line>>& lines,
+                        const HistoryFile::Result& result) {
     if (!result.error.empty()) {
         Log(zor::logger::kLevelError, Here(kSourceFile, "OnWritten"), "{} lines lost: {}",
-            lines.size() - result.written, result.error);
+            lines->size() - result.written, result.error);
     }
-    for (std::size_t index = 0; index < lines.size(); ++index) {
-        Tell(lines[index], index < result.written ? kNoError
-                           : result.lacksMemory   ? kInsufficientResources
-                                                  : kMediaError);
+    TellFrom(0, lines, result.written, result.lacksMemory ? kInsufficientResources : kMediaError);
+}
+
+void History::TellFrom(std::size_t next, const std::shared_ptr<std::vector<Line>>& lines,
+                       std::size_t written, int failure) {
+    for (std::size_t told = 0; next < lines->size(); ++next, ++told) {
+        if (told >= kLinesToldAtOnce && !isClosed_ && PostRest(next, lines, written, failure)) {
+            return;
+        }
+        Tell((*lines)[next], next < written ? kNoError : failure);
     }
-    // What the answers have led to may be writing already.
-    if (!isWriting_) {
-        WriteWaiting();
+    // What the answers have led to waits for them.
+    isWriting_ = false;
+    WriteWaiting();
+}
+
+/// False without memory: then the rest is told at once.
+bool History::PostRest(std::size_t next, const std::shared_ptr<std::vector<Line>>& lines,
+                       std::size_t written, int failure) noexcept {
+    try {
+        asio::post(loop_, [=, this] { TellFrom(next, lines, written, failure); });
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
     }
 }
 

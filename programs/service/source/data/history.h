@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -20,6 +21,10 @@ namespace zam_service {
 /// user may have among them; a client whose line does not fit is told "Insufficient resources".
 inline constexpr std::size_t kMaxWaitingLines = 1024;
 inline constexpr std::size_t kMaxUserWaitingLines = kMaxWaitingLines / 4;
+
+/// Lines that are told in one handler of the loop: an answer takes some 5 us, and other users'
+/// calls come between.
+inline constexpr std::size_t kLinesToldAtOnce = 32;
 
 /// The history of events, synchronisations and state changes. Lines that come while others are
 /// being written are written together, with one wait for the disk. On the loop thread only.
@@ -78,7 +83,14 @@ private:
     static std::size_t CountOf(const std::map<uid_t, std::size_t>& counts, uid_t user);
     void WriteWaiting();
     HistoryFile::Result Write(std::vector<Line>& lines) noexcept;
-    void OnWritten(std::vector<Line> lines, const HistoryFile::Result& result);
+    void OnWritten(const std::shared_ptr<std::vector<Line>>& lines,
+                   const HistoryFile::Result& result);
+
+    /// Tells the lines from the `next` one on what became of them, so many in one handler.
+    void TellFrom(std::size_t next, const std::shared_ptr<std::vector<Line>>& lines,
+                  std::size_t written, int failure);
+    bool PostRest(std::size_t next, const std::shared_ptr<std::vector<Line>>& lines,
+                  std::size_t written, int failure) noexcept;
     void FailWaiting(int code);
     static void Tell(const Line& line, int code) noexcept;
 
