@@ -33,6 +33,13 @@ protected:
         EXPECT_EQ(lost.FirstField<std::uint64_t>(), value);
     }
 
+    static void ExpectNoCallLost(TestServer& server) {
+        Await("the connections' end", [&server] { return server.Connections() == 0; });
+        for (const LostCall& lost : server.LostCalls()) {
+            EXPECT_EQ(lost.kind, LostCall::Kind::None);
+        }
+    }
+
     zam_connector::testing::RecordingLogger logger_;
     TestServer server_{{.spinCap = std::chrono::microseconds(50)}};
 };
@@ -182,11 +189,77 @@ TEST_F(ServerMemoryEnds, LoseNothingThatAClientTookWhenTheyAreAskedFor) {
 /// It left an answer unread that came by the socket, whatever it says.
 TEST_F(ServerMemoryEnds, LoseTheCallWhoseAnswerIsLeftOnTheSocket) {
     MemoryPeer peer(server_);
-    peer.Put(1, CallFrame(1, kFill, 20000));
+    peer.Put(1, CallFrame(1, kFill, 200000));
     peer.Look(1);
     Await("the answer", [&peer] { return peer.Socket().HasInput(); });
     peer.Socket().Close();
-    ExpectLost(kFill, 20000);
+    ExpectLost(kFill, 200000);
+}
+
+/// A client that has had the answer of its last call and asks for memory, which it does not take.
+TEST_F(ServerMemoryEnds, LoseNoCallWithAMemoryAnswerThatIsLeftUnread) {
+    {
+        const RawSocket client = server_.Greet(0x11);
+        client.Send(CallFrame(1, kEcho, 3));
+        EXPECT_EQ(MessageIn(client.ReadFrame().fixed).value, 3U);
+        client.Send(MemoryRequestFrame(1));
+        Await("the files", [&client] { return client.HasInput(); });
+    }
+    ExpectNoCallLost(server_);
+}
+
+TEST_F(ServerMemoryEnds, LoseNoCallWithAMemoryRequestThatIsUnread) {
+    std::optional<RawSocket> client = server_.Greet(0x11);
+    client->Send(CallFrame(1, kEcho, 3));
+    EXPECT_EQ(MessageIn(client->ReadFrame().fixed).value, 3U);
+    server_.OnLoop([&] {
+        client->Send(MemoryRequestFrame(1));
+        client.reset();
+        server_.Get().NoticeBroken(SharedTokenOf(0x11));
+        return 0;
+    });
+    ExpectNoCallLost(server_);
+}
+
+/// What was served before the look that tells of it was read.
+TEST_F(ServerMemoryEnds, LoseNoCallWithALookThatIsUnread) {
+    MemoryPeer peer(server_);
+    peer.Call(1, CallFrame(1, kEcho, 1));
+    peer.Call(2, CallFrame(2, kEcho, 2));
+    server_.OnLoop([&] {
+        peer.Look(1);
+        peer.Look(2);
+        peer.Socket().Close();
+        server_.Get().NoticeBroken(SharedTokenOf(0x11));
+        return 0;
+    });
+    ExpectNoCallLost(server_);
+}
+
+TEST_F(ServerMemoryEnds, LoseTheCallBehindALookThatIsUnread) {
+    MemoryPeer peer(server_);
+    peer.Call(1, CallFrame(1, kEcho, 1));
+    server_.OnLoop([&] {
+        peer.Look(1);
+        peer.Socket().Send(CallFrame(2, kFail, 33));
+        peer.Socket().Close();
+        server_.Get().NoticeBroken(SharedTokenOf(0x11));
+        return 0;
+    });
+    ExpectLost(kFail, 33);
+}
+
+TEST_F(ServerMemoryEnds, LoseNoCallWithALookThatIsSentBackAndLeftUnread) {
+    TestServer server{
+        {.spinCap = std::chrono::microseconds(50), .memoryKept = std::chrono::milliseconds(20)}};
+    {
+        MemoryPeer peer(server);
+        peer.Call(1, CallFrame(1, kEcho, 3));
+        Await("the end", [&peer] { return peer.Answers().polling.load() == kGivenUp; });
+        peer.Look(2);
+        Await("the look", [&peer] { return peer.Socket().HasInput(); });
+    }
+    ExpectNoCallLost(server);
 }
 
 TEST_F(ServerMemoryEnds, LoseWhatARuleRefusesTogetherWithItsRequest) {

@@ -244,6 +244,20 @@ TEST_F(ServerMemoryShare, IsMadeForNobodyAllTheTimeBesideOthers) {
     AwaitMemory(other);
 }
 
+TEST_F(ServerMemoryShare, IsGivenUpByAClientThatCallsByTheSocketAlone) {
+    ServerLimits limits = Limits();
+    limits.memoryKept = std::chrono::milliseconds(20);
+    TestServer server(limits);
+    MemoryPeer peer(server);
+    std::uint64_t number = 0;
+    Await("the end", [&] {
+        ++number;
+        peer.Socket().Send(CallFrame(number, kEcho, number));
+        EXPECT_EQ(MessageIn(peer.Socket().ReadFrame().fixed).value, number);
+        return peer.Answers().polling.load() == kGivenUp;
+    });
+}
+
 TEST_F(ServerMemoryShare, IsGivenUpWhenNobodyUsesIt) {
     ServerLimits limits = Limits();
     limits.memoryKept = std::chrono::milliseconds(20);
@@ -310,7 +324,7 @@ std::uint64_t CallUntilLookedFor(const TestServer& server) {
             continue;
         }
         const Bytes call = CloseCall(++number);
-        WriteSlot(memory.requests->slot, 0, call.data(), call.size());
+        WriteSlot(memory.requests->slot.data(), 0, call.data(), call.size());
         memory.requests->waiting.store(number);
         memory.requests->request.store(number);
         wasServed = memory.answers->polling.load() == kPolling;

@@ -59,7 +59,7 @@ TEST_F(ServerMemory, IsOfferedAndGrantedInTheseBytes) {
     EXPECT_EQ(grant.frame.prelude.callNumber, 0x0102U);
     EXPECT_EQ(grant.frame.prelude.status, kStatusOk);
     EXPECT_EQ(grant.frame.prelude.flags, 0U);
-    EXPECT_EQ(grant.frame.fixed, (Bytes{0, 0x40, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(grant.frame.fixed, (Bytes{0, 0x40, 0, 0, 0, 0, 2, 0}));
     EXPECT_TRUE(grant.frame.arena.empty());
     EXPECT_EQ(grant.files.size(), 2U);
 }
@@ -74,12 +74,14 @@ TEST_F(ServerMemory, HasFilesOfFixedSizesThatNobodyElseMayWriteAnswersTo) {
     constexpr int kSize = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL;
     const Row rows[] = {
         {peer.RequestFile().Get(), 20480, kSize},
-        {peer.AnswerFile().Get(), 20480, kSize | F_SEAL_FUTURE_WRITE},
+        {peer.AnswerFile().Get(), 135168, kSize | F_SEAL_FUTURE_WRITE},
     };
     for (const Row& row : rows) {
         struct stat status {};
         ASSERT_EQ(::fstat(row.file, &status), 0);
         EXPECT_EQ(status.st_size, row.bytes);
+        // Nobody is charged for a page, or ended for want of one, when it is touched first.
+        EXPECT_GE(status.st_blocks * 512, row.bytes);
         EXPECT_EQ(::fcntl(row.file, F_GET_SEALS) & row.seals, row.seals);
         EXPECT_EQ(::ftruncate(row.file, 0), -1);
         EXPECT_EQ(::ftruncate(row.file, 2 * row.bytes), -1);
@@ -216,12 +218,12 @@ TEST_F(ServerMemory, TellsThatARequestIsTakenBeforeItsHandlerRuns) {
 TEST_F(ServerMemory, AnswersByTheSocketWhatDoesNotFitTheSlot) {
     MemoryPeer peer(server_);
     std::uint64_t number = 0;
-    for (const std::uint64_t size : {std::uint64_t{16320}, std::uint64_t{16321},
-                                     std::uint64_t{16328}, std::uint64_t{1} << 20U}) {
+    for (const std::uint64_t size : {std::uint64_t{131008}, std::uint64_t{131009},
+                                     std::uint64_t{131016}, std::uint64_t{1} << 20U}) {
         ++number;
         peer.Put(number, CallFrame(number, kFill, size));
         peer.Look(number);
-        const bool fits = size <= 16320;
+        const bool fits = size <= 131008;
         const Frame answer = fits ? peer.AwaitAnswer(number) : peer.Socket().ReadFrame();
         EXPECT_EQ(answer.prelude.callNumber, number);
         EXPECT_TRUE(answer.arena == Pattern(size)) << size;

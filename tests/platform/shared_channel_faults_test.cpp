@@ -39,16 +39,17 @@ UniqueFd MemoryFile(off_t bytes, int seals) {
 struct GrantRow {
     const char* name;
     std::vector<UniqueFd> files;
-    std::uint32_t slotBytes = kSlotBytes;
+    MemoryGrant grant = kSoundGrant;
 };
 
 std::vector<GrantRow> BadGrants() {
     std::vector<GrantRow> rows;
-    const auto add = [&rows](const char* name, std::uint32_t slotBytes, auto... files) {
-        rows.push_back({name, {}, slotBytes});
+    const auto add = [&rows](const char* name, MemoryGrant grant, auto... files) {
+        rows.push_back({name, {}, grant});
         (rows.back().files.push_back(std::move(files)), ...);
     };
     const auto sound = [] { return MemoryFile(kRequestFileBytes, kAllSeals); };
+    const auto soundAnswers = [] { return MemoryFile(kAnswerFileBytes, kAllSeals); };
     const auto null = [] { return UniqueFd(::open("/dev/null", O_RDWR | O_CLOEXEC)); };
     const auto zero = [] { return UniqueFd(::open("/dev/zero", O_RDWR | O_CLOEXEC)); };
     const auto pipe = [] {
@@ -57,38 +58,41 @@ std::vector<GrantRow> BadGrants() {
         ::close(ends[1]);
         return UniqueFd(ends[0]);
     };
-    add("no file", kSlotBytes);
-    add("one file", kSlotBytes, sound());
-    add("pipes", kSlotBytes, pipe(), pipe());
-    add("a pipe for answers", kSlotBytes, sound(), pipe());
-    add("null devices", kSlotBytes, null(), null());
-    add("zero devices", kSlotBytes, zero(), zero());
-    add("too short", kSlotBytes, MemoryFile(kRequestFileBytes - 4096, kAllSeals), sound());
-    add("too long", kSlotBytes, sound(), MemoryFile(kAnswerFileBytes + 4096, kAllSeals));
-    add("a byte short", kSlotBytes, sound(), MemoryFile(kAnswerFileBytes - 1, kAllSeals));
-    add("empty", kSlotBytes, MemoryFile(0, kAllSeals), MemoryFile(0, kAllSeals));
+    add("no file", kSoundGrant);
+    add("one file", kSoundGrant, sound());
+    add("pipes", kSoundGrant, pipe(), pipe());
+    add("a pipe for answers", kSoundGrant, sound(), pipe());
+    add("null devices", kSoundGrant, null(), null());
+    add("zero devices", kSoundGrant, zero(), zero());
+    add("too short", kSoundGrant, MemoryFile(kRequestFileBytes - 4096, kAllSeals), soundAnswers());
+    add("too long", kSoundGrant, sound(), MemoryFile(kAnswerFileBytes + 4096, kAllSeals));
+    add("a byte short", kSoundGrant, sound(), MemoryFile(kAnswerFileBytes - 1, kAllSeals));
+    add("empty", kSoundGrant, MemoryFile(0, kAllSeals), MemoryFile(0, kAllSeals));
     for (const int missing : {F_SEAL_SHRINK, F_SEAL_GROW, F_SEAL_SEAL, kAllSeals}) {
-        add("a seal of the requests", kSlotBytes,
-            MemoryFile(kRequestFileBytes, kAllSeals & ~missing), sound());
-        add("a seal of the answers", kSlotBytes, sound(),
+        add("a seal of the requests", kSoundGrant,
+            MemoryFile(kRequestFileBytes, kAllSeals & ~missing), soundAnswers());
+        add("a seal of the answers", kSoundGrant, sound(),
             MemoryFile(kAnswerFileBytes, kAllSeals & ~missing));
     }
-    add("written by nobody", kSlotBytes, MemoryFile(kRequestFileBytes, kAllSeals | F_SEAL_WRITE),
-        sound());
-    add("slots of no bytes", 0, sound(), sound());
-    add("larger slots", kSlotBytes + 1, sound(), sound());
-    add("smaller slots", kSlotBytes - 1, sound(), sound());
+    add("written by nobody", kSoundGrant, MemoryFile(kRequestFileBytes, kAllSeals | F_SEAL_WRITE),
+        soundAnswers());
+    add("requests' slot of no bytes", {0, kAnswerSlotBytes}, sound(), soundAnswers());
+    add("answers' slot of no bytes", {kRequestSlotBytes, 0}, sound(), soundAnswers());
+    add("larger requests", {kRequestSlotBytes + 1, kAnswerSlotBytes}, sound(), soundAnswers());
+    add("larger answers", {kRequestSlotBytes, kAnswerSlotBytes + 1}, sound(), soundAnswers());
+    add("smaller requests", {kRequestSlotBytes - 1, kAnswerSlotBytes}, sound(), soundAnswers());
+    add("smaller answers", {kRequestSlotBytes, kAnswerSlotBytes - 1}, sound(), soundAnswers());
     return rows;
 }
 
-void GrantWith(SharedPeer& peer, const std::vector<UniqueFd>& files, std::uint32_t slotBytes) {
+void GrantWith(SharedPeer& peer, const std::vector<UniqueFd>& files, MemoryGrant grant) {
     peer.socket.Send(
         FrameOf({.kind = FrameKind::LookupAnswer}, Bytes{0xFF, 0xFF, 2, 0, 0, 0, 0, 0}));
     std::vector<int> numbers;
     for (const UniqueFd& file : files) {
         numbers.push_back(file.Get());
     }
-    SendWithFiles(peer.socket, MemoryAnswerFrame(0, slotBytes), numbers);
+    SendWithFiles(peer.socket, MemoryAnswerFrame(0, grant), numbers);
     peer.socket.Send(AnswerFrame(1, 11));
 }
 
@@ -98,7 +102,7 @@ TEST_F(SharedChannelFaults, InFilesLeaveTheSocketAndNoDescriptor) {
         SharedLink link;
         std::set<int> before;
         link.Prepare([&](SharedPeer& peer) {
-            GrantWith(peer, row.files, row.slotBytes);
+            GrantWith(peer, row.files, row.grant);
             before = OpenDescriptors();
         });
         TestCall call;
@@ -149,7 +153,7 @@ TEST_F(SharedChannelFaults, OfMoreFilesThanTwoLeaveNoDescriptor) {
         files.push_back(MemoryFile(kRequestFileBytes, kAllSeals));
     }
     link.Prepare([&](SharedPeer& peer) {
-        GrantWith(peer, files, kSlotBytes);
+        GrantWith(peer, files, kSoundGrant);
         before = OpenDescriptors();
     });
     EXPECT_EQ(TestCall().On(*link), kStatusOk);
@@ -210,7 +214,7 @@ TEST_F(SharedChannelFaults, InAnswersFailTheCallAndCloseTheConnection) {
 }
 
 TEST_F(SharedChannelFaults, InSizesThatFitTheRoomAndNotTheSlotFailTheCall) {
-    for (const std::uint32_t size : {16320U, 16321U, 100000U}) {
+    for (const std::uint32_t size : {131008U, 131009U, 1000000U}) {
         SharedLink link;
         link.Prepare([size](SharedPeer& peer) {
             peer.Grant();
@@ -218,7 +222,7 @@ TEST_F(SharedChannelFaults, InSizesThatFitTheRoomAndNotTheSlotFailTheCall) {
         });
         TestCall call;
         call.ResponseArena(1U << 20U);
-        const bool fits = size == 16320;
+        const bool fits = size == 131008;
         EXPECT_EQ(call.On(*link), fits ? kStatusOk : kStatusProtocol) << size;
         EXPECT_TRUE(call.OnlyUsedIsWritten());
         EXPECT_EQ(call.responseArena.used, fits ? size : 0);

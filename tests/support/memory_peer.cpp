@@ -86,10 +86,10 @@ Bytes MemoryRequestFrame(std::uint64_t number, CallHints hints, std::uint32_t ro
                    wish);
 }
 
-Bytes MemoryAnswerFrame(std::uint64_t number, std::uint32_t slotBytes) {
-    Bytes grant(sizeof(MemoryGrant));
-    std::memcpy(grant.data(), &slotBytes, sizeof(slotBytes));
-    return FrameOf({.kind = FrameKind::MemoryAnswer, .callNumber = number}, grant);
+Bytes MemoryAnswerFrame(std::uint64_t number, MemoryGrant grant) {
+    Bytes bytes(sizeof(grant));
+    std::memcpy(bytes.data(), &grant, sizeof(grant));
+    return FrameOf({.kind = FrameKind::MemoryAnswer, .callNumber = number}, bytes);
 }
 
 Bytes InSlot(const Bytes& frame) {
@@ -101,7 +101,7 @@ Bytes InSlot(const Bytes& frame) {
     return Padded(Head(frame, behind)) + Padded(Tail(frame, behind));
 }
 
-Frame FrameIn(const SharedSlot& slot) {
+Frame FrameIn(const SharedWord* slot, std::size_t slotBytes) {
     Frame frame;
     Bytes head(kPreludeBytes);
     std::size_t offset = ReadSlot(slot, 0, head.data(), head.size());
@@ -111,7 +111,7 @@ Frame FrameIn(const SharedSlot& slot) {
     }
     frame.fixed.resize(frame.prelude.fixedBytes);
     frame.arena.resize(frame.prelude.arenaBytes);
-    if (offset + SlotRoom(frame.fixed.size()) + SlotRoom(frame.arena.size()) > kSlotBytes) {
+    if (SlotRoom(frame.prelude) > slotBytes) {
         throw std::runtime_error("the frame exceeds its slot");
     }
     offset = ReadSlot(slot, offset, frame.fixed.data(), frame.fixed.size());
@@ -132,7 +132,7 @@ MemoryPeer::MemoryPeer(RawSocket socket) : socket_(std::move(socket)) {
 
 void MemoryPeer::Put(std::uint64_t number, const Bytes& frame) {
     const Bytes bytes = InSlot(frame);
-    WriteSlot(Requests().slot, 0, bytes.data(), std::min(bytes.size(), kSlotBytes));
+    WriteSlot(Requests().slot.data(), 0, bytes.data(), std::min(bytes.size(), kRequestSlotBytes));
     Requests().waiting.store(number);
     Requests().request.store(number);
 }

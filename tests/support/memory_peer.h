@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -28,16 +30,25 @@ FrameWithFiles ReadFrameWithFiles(const RawSocket& socket);
 /// Sends bytes with any number of files.
 void SendWithFiles(const RawSocket& socket, const Bytes& bytes, const std::vector<int>& files);
 
+/// What services grant.
+inline constexpr MemoryGrant kSoundGrant{.requestSlotBytes = kRequestSlotBytes,
+                                         .answerSlotBytes = kAnswerSlotBytes};
+
 Bytes LookFrame(std::uint64_t number);
 Bytes MemoryRequestFrame(std::uint64_t number = 0, CallHints hints = kElsewhere,
                          std::uint32_t roundTripNs = 0);
-Bytes MemoryAnswerFrame(std::uint64_t number = 0, std::uint32_t slotBytes = kSlotBytes);
+Bytes MemoryAnswerFrame(std::uint64_t number = 0, MemoryGrant grant = kSoundGrant);
 
 /// A frame's bytes as they stand in a slot.
 Bytes InSlot(const Bytes& frame);
 
 /// The frame that a slot holds, as far as it fits.
-Frame FrameIn(const SharedSlot& slot);
+Frame FrameIn(const SharedWord* slot, std::size_t slotBytes);
+
+template <std::size_t kWords>
+Frame FrameIn(const std::array<SharedWord, kWords>& slot) {
+    return FrameIn(slot.data(), sizeof(slot));
+}
 
 /// A client that greets a server and has memory of it.
 class MemoryPeer {

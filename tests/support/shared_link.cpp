@@ -27,7 +27,7 @@ void SharedPeer::Grant() const {
 
 void SharedPeer::Answer(std::uint64_t number, const Bytes& frame) {
     const Bytes bytes = InSlot(frame);
-    WriteSlot(Answers().slot, 0, bytes.data(), std::min(bytes.size(), kSlotBytes));
+    WriteSlot(Answers().slot.data(), 0, bytes.data(), std::min(bytes.size(), kAnswerSlotBytes));
     Answers().answer.store(number);
 }
 

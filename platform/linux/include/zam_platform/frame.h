@@ -67,8 +67,8 @@ static_assert(sizeof(MemoryWish) == 8);
 
 /// The fixed part of a `MemoryAnswer`.
 struct MemoryGrant {
-    std::uint32_t slotBytes;  ///< of each of the two slots
-    std::uint32_t reserved;
+    std::uint32_t requestSlotBytes;
+    std::uint32_t answerSlotBytes;
 };
 static_assert(sizeof(MemoryGrant) == 8);
 

@@ -82,9 +82,7 @@ bool SharedChannel::SendThroughSocket(OutgoingFrame frame, const Deadline& deadl
 }
 
 bool SharedChannel::Fits(const OutgoingFrame& frame) const noexcept {
-    return kPreludeBytes + SlotRoom(frame.prelude.fixedBytes) +
-               SlotRoom(frame.prelude.arenaBytes) <=
-           kSlotBytes;
+    return SlotRoom(frame.prelude) <= kRequestSlotBytes;
 }
 
 std::uint32_t SharedChannel::Hints() const noexcept {
@@ -103,9 +101,9 @@ bool SharedChannel::SendThroughMemory(const OutgoingFrame& frame, const Deadline
     alignas(8) std::array<unsigned char, kPreludeBytes> head;
     EncodePrelude(prelude, head.data());
     RequestPages& pages = *memory_.requests.operator->();
-    std::size_t offset = WriteSlot(pages.slot, 0, head.data(), head.size());
-    offset = WriteSlot(pages.slot, offset, frame.fixed, prelude.fixedBytes);
-    WriteSlot(pages.slot, offset, frame.arena, prelude.arenaBytes);
+    std::size_t offset = WriteSlot(pages.slot.data(), 0, head.data(), head.size());
+    offset = WriteSlot(pages.slot.data(), offset, frame.fixed, prelude.fixedBytes);
+    WriteSlot(pages.slot.data(), offset, frame.arena, prelude.arenaBytes);
     pages.waiting.store(number_);
     pages.request.store(number_);
     if (memory_.answers->polling.load() == kPolling) {
@@ -196,14 +194,14 @@ bool SharedChannel::AwaitInMemory() noexcept {
 }
 
 void SharedChannel::TakeFromMemory(IncomingFrame& frame) {
-    const SharedSlot& slot = memory_.answers->slot;
+    const SharedWord* const slot = memory_.answers->slot.data();
     alignas(8) std::array<unsigned char, kPreludeBytes> head;
     std::size_t offset = ReadSlot(slot, 0, head.data(), head.size());
     const Prelude prelude = ReadHead(head.data());
     CheckAnswer(prelude, frame);
-    if (kPreludeBytes + SlotRoom(prelude.fixedBytes) + prelude.arenaBytes > kSlotBytes) {
+    if (SlotRoom(prelude) > kAnswerSlotBytes) {
         throw PlatformError(kStatusProtocol, fmt::format("answer of {} bytes in a slot of {}",
-                                                         prelude.FrameBytes(), kSlotBytes));
+                                                         prelude.FrameBytes(), kAnswerSlotBytes));
     }
     offset = ReadSlot(slot, offset, frame.fixed, prelude.fixedBytes);
     if (prelude.arenaBytes != 0) {
@@ -305,9 +303,12 @@ void SharedChannel::TakeGrant(const Deadline& deadline) {
         return;
     }
     try {
-        if (grant.slotBytes != kSlotBytes) {
-            throw PlatformError(kStatusProtocol, fmt::format("slots of {} bytes, not {}",
-                                                             grant.slotBytes, kSlotBytes));
+        if (grant.requestSlotBytes != kRequestSlotBytes ||
+            grant.answerSlotBytes != kAnswerSlotBytes) {
+            throw PlatformError(
+                kStatusProtocol,
+                fmt::format("slots of {} and {} bytes, not {} and {}", grant.requestSlotBytes,
+                            grant.answerSlotBytes, kRequestSlotBytes, kAnswerSlotBytes));
         }
         memory_ = MapClientMemory(files[0], files[1]);
         hasAgreed_ = true;

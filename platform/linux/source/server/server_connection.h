@@ -116,6 +116,9 @@ private:
     /// The call that the service has last been given.
     LostCall LastCall() const noexcept;
 
+    /// Reads looks at calls that were served without them: with those nothing is lost.
+    void PassOverLateLooks() noexcept;
+
     /// What is lost when the connection ends now, between two reads.
     LostCall Lost() noexcept;
     LostCall CallIn(const unsigned char* frame, std::size_t bytes) const noexcept;

@@ -91,7 +91,7 @@ LostCall ServerConnection::CallIn(const unsigned char* frame, std::size_t bytes)
     if (bytes < kPreludeBytes || DecodePrelude(frame, prelude) != FrameFault::None) {
         return {};
     }
-    if (prelude.kind == FrameKind::Lookup) {
+    if (prelude.kind == FrameKind::Lookup || prelude.kind == FrameKind::MemoryRequest) {
         LostCall lost;
         lost.kind = LostCall::Kind::None;
         return lost;
@@ -119,11 +119,25 @@ LostCall ServerConnection::Lost() noexcept {
     if (HasUnservedRequest()) {
         return UnservedCall();
     }
+    PassOverLateLooks();
     std::array<unsigned char, kPreludeBytes + LostCall::kKeptBytes> unread;
     const ssize_t got =
         ::recv(socket_.native_handle(), unread.data(), unread.size(), MSG_PEEK | MSG_DONTWAIT);
     // What was sent and not read is lost; where there is nothing of it, it was the last answer.
     return got > 0 ? CallIn(unread.data(), static_cast<std::size_t>(got)) : LastCall();
+}
+
+void ServerConnection::PassOverLateLooks() noexcept {
+    std::array<unsigned char, kPreludeBytes> head;
+    Prelude prelude;
+    while (have_ == 0 &&
+           ::recv(socket_.native_handle(), head.data(), head.size(), MSG_PEEK | MSG_DONTWAIT) ==
+               static_cast<ssize_t>(head.size()) &&
+           DecodePrelude(head.data(), prelude) == FrameFault::None &&
+           prelude.kind == FrameKind::Look && prelude.callNumber <= lastNumber_ &&
+           prelude.FrameBytes() == kPreludeBytes &&
+           ::recv(socket_.native_handle(), head.data(), head.size(), MSG_DONTWAIT) > 0) {
+    }
 }
 
 void ServerConnection::EndAfterClient() {
@@ -153,6 +167,7 @@ void ServerConnection::NoticeEnd() {
     if (!open_ || ::poll(&ended, 1, 0) != 1) {
         return;
     }
+    PassOverLateLooks();
     unsigned char next = 0;
     const ssize_t got = ::recv(socket_.native_handle(), &next, 1, MSG_PEEK | MSG_DONTWAIT);
     if (got == 0 || (got < 0 && HasTakenAnswer())) {

@@ -76,9 +76,9 @@ bool ServerConnection::ReadFromMemory(Prelude& prelude) {
         return refuse(fmt::format("frame {} of kind {} in shared memory, not call {}",
                                   prelude.callNumber, static_cast<unsigned>(prelude.kind), number));
     }
-    if (!ServerSlot::Fits(prelude)) {
-        return refuse(
-            fmt::format("frame of {} bytes in a slot of {}", prelude.FrameBytes(), kSlotBytes));
+    if (!ServerSlot::HoldsRequest(prelude)) {
+        return refuse(fmt::format("frame of {} bytes in a slot of {}", prelude.FrameBytes(),
+                                  kRequestSlotBytes));
     }
     unsigned char* const body = frame + kPreludeBytes;
     offset = slot_->Read(offset, body, prelude.fixedBytes);
@@ -122,6 +122,7 @@ void ServerConnection::HandleLook(const Prelude& prelude) {
     }
     if (slot_ == nullptr && prelude.callNumber == lastNumber_ + 1) {
         // The memory was given up before the request was there: it was not looked at.
+        lastCallBytes_ = 0;  // its client has had that answer
         SendNow({.kind = FrameKind::Look, .callNumber = prelude.callNumber}, nullptr, nullptr);
         return;
     }
@@ -135,6 +136,7 @@ void ServerConnection::HandleLook(const Prelude& prelude) {
 }
 
 void ServerConnection::HandleMemoryRequest(const Prelude& prelude, const unsigned char* body) {
+    lastCallBytes_ = 0;  // its client has had that answer
     MemoryWish wish;
     std::memcpy(&wish, body, sizeof(wish));
     const Prelude answer{.kind = FrameKind::MemoryAnswer, .callNumber = prelude.callNumber};
@@ -144,7 +146,7 @@ void ServerConnection::HandleMemoryRequest(const Prelude& prelude, const unsigne
         SendNow(refusal, nullptr, nullptr);
         return;
     }
-    SendSlot(answer, {.slotBytes = kSlotBytes, .reserved = 0});
+    SendSlot(answer, {.requestSlotBytes = kRequestSlotBytes, .answerSlotBytes = kAnswerSlotBytes});
 }
 
 bool ServerConnection::MakeSlot(const CallHints& hints,

@@ -15,9 +15,9 @@ bool ServerSlot::Answer(const Prelude& prelude, const void* message, const void*
     AnswerPages& pages = *memory_.answers.operator->();
     alignas(8) std::array<unsigned char, kPreludeBytes> head;
     EncodePrelude(prelude, head.data());
-    std::size_t offset = WriteSlot(pages.slot, 0, head.data(), head.size());
-    offset = WriteSlot(pages.slot, offset, message, prelude.fixedBytes);
-    WriteSlot(pages.slot, offset, arena, prelude.arenaBytes);
+    std::size_t offset = WriteSlot(pages.slot.data(), 0, head.data(), head.size());
+    offset = WriteSlot(pages.slot.data(), offset, message, prelude.fixedBytes);
+    WriteSlot(pages.slot.data(), offset, arena, prelude.arenaBytes);
     answered_ = prelude.callNumber;
     pages.answer.store(prelude.callNumber);
     // A client that has gone on to another call has got this answer.

@@ -32,12 +32,16 @@ public:
 
     /// Copies out of the request's slot.
     std::size_t Read(std::size_t offset, void* to, std::size_t bytes) const noexcept {
-        return ReadSlot(memory_.requests->slot, offset, to, bytes);
+        return ReadSlot(memory_.requests->slot.data(), offset, to, bytes);
     }
 
-    static bool Fits(const Prelude& prelude) noexcept {
-        return kPreludeBytes + SlotRoom(prelude.fixedBytes) + SlotRoom(prelude.arenaBytes) <=
-               kSlotBytes;
+    /// Whether a request could stand in its slot.
+    static bool HoldsRequest(const Prelude& prelude) noexcept {
+        return SlotRoom(prelude) <= kRequestSlotBytes;
+    }
+
+    static bool FitsAnswer(const Prelude& prelude) noexcept {
+        return SlotRoom(prelude) <= kAnswerSlotBytes;
     }
 
     /// Answers with a frame that fits. False when the client looks for it no more, and has to be

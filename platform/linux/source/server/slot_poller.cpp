@@ -143,7 +143,6 @@ void SlotPoller::BeforeAnswer(ServerConnection& connection, const CallHints& hin
         return;
     }
     const auto now = Clock::now();
-    place->lastUse = now;
     if (place->isPolled) {
         EndInVain(*place, now);  // what it found has ended it before
     }
@@ -153,6 +152,9 @@ void SlotPoller::BeforeAnswer(ServerConnection& connection, const CallHints& hin
          vainPolls_.Has(place->user, now, static_cast<int>(leave_.Cap() / UserPolling::kPiece)));
     const Nanoseconds time =
         place->policy.AfterAnswer(leave_, now, DecodeGap(hints.gap), isWorthIt, !byMemory);
+    if (byMemory || time.count() > 0) {
+        place->lastUse = now;  // calls by the socket alone keep no memory
+    }
     place->since = now;
     place->until = now + time;
     SetPolled(*place, time.count() > 0);

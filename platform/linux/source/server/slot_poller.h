@@ -97,7 +97,7 @@ private:
     Alarm unused_;
     UserAllowances grants_;
     UserAllowances vainPolls_;
-    alignas(8) std::array<unsigned char, kSlotBytes> frame_;
+    alignas(8) std::array<unsigned char, kRequestSlotBytes> frame_;
 };
 
 }  // namespace zam_platform

@@ -31,8 +31,10 @@ UniqueFd NewFile(const char* name, std::size_t bytes) {
     if (!file) {
         throw PosixError("new file of shared memory", errno);
     }
-    if (::ftruncate(file.Get(), static_cast<off_t>(bytes)) != 0) {
-        throw PosixError("size of a file of shared memory", errno);
+    // Pages that are not there yet are charged to whoever touches them first, who is ended by a
+    // signal when a machine that never promises more memory than it has has no more.
+    if (::fallocate(file.Get(), 0, 0, static_cast<off_t>(bytes)) != 0) {
+        throw PosixError("memory to share", errno);
     }
     return file;
 }

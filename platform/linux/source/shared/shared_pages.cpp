@@ -9,7 +9,7 @@ constexpr std::size_t kWordBytes = sizeof(SharedWord);
 
 }  // namespace
 
-std::size_t WriteSlot(SharedSlot& slot, std::size_t offset, const void* from,
+std::size_t WriteSlot(SharedWord* slot, std::size_t offset, const void* from,
                       std::size_t bytes) noexcept {
     const auto* in = static_cast<const unsigned char*>(from);
     std::size_t index = offset / kWordBytes;
@@ -26,7 +26,7 @@ std::size_t WriteSlot(SharedSlot& slot, std::size_t offset, const void* from,
     return index * kWordBytes;
 }
 
-std::size_t ReadSlot(const SharedSlot& slot, std::size_t offset, void* to,
+std::size_t ReadSlot(const SharedWord* slot, std::size_t offset, void* to,
                      std::size_t bytes) noexcept {
     auto* out = static_cast<unsigned char*>(to);
     std::size_t index = offset / kWordBytes;
