@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+
+#include "common/polling_policy.h"
+
 namespace zam_platform::testing {
 namespace {
 
@@ -44,6 +48,28 @@ TEST(UserAllowances, OweNoMoreThanMayBeTakenAtOnce) {
     EXPECT_FALSE(allowances.Has(kTaker, kMorning + milliseconds(60) - kInstant));
     EXPECT_TRUE(allowances.Has(kTaker, kMorning + milliseconds(60)));
     EXPECT_FALSE(allowances.Has(kTaker, kMorning + milliseconds(60), 2));
+}
+
+TEST(UserAllowances, LeaveOthersHalfOfAServicesPolls) {
+    PollingLeave leave(kGreatestCap, kGreatestCap, kMorning);
+    UserAllowances inVain(UserPolling::kMostPieces, UserPolling::kPieceTime);
+    constexpr int kPieces = kGreatestCap / UserPolling::kPiece;
+    std::chrono::nanoseconds polled{0};
+    int refused = 0;
+    for (int step = 0; step < 100'000; ++step) {
+        const auto now = kMorning + step * std::chrono::microseconds(100);
+        if (step % 25 == 0) {
+            refused += leave.Allows(now) ? 0 : 1;  // two hundredths of the time
+            leave.EndPoll(now, kGreatestCap, false);
+        } else if (leave.Allows(now) && inVain.Has(kTaker, now, kPieces)) {
+            inVain.Charge(kTaker, now, kPieces);
+            leave.EndPoll(now, kGreatestCap, false);
+            polled += kGreatestCap;
+        }
+    }
+    EXPECT_EQ(refused, 0);
+    EXPECT_LE(polled, milliseconds(251)) << "of ten seconds";
+    EXPECT_GE(polled, milliseconds(249));
 }
 
 TEST(UserAllowances, ForgetWhoHasTheMostLeft) {
