@@ -737,57 +737,5 @@ TEST(MemoryRequestBackoff, TakesMemoryThatWasLostWithin10SecondsForRefused) {
     }
 }
 
-// -- Parting a service and a client that share a CPU.
-
-class Trials : public ::testing::Test {
-protected:
-    /// Which of so many calls in a row at that time is a trial, counted from 1; 0: none.
-    int TrialAmong(int calls, TimePoint now, bool otherCpu = false) {
-        for (int call = 1; call <= calls; ++call) {
-            if (trials_.AfterAnswer(now, otherCpu)) {
-                return call;
-            }
-        }
-        return 0;
-    }
-
-    SameCpuTrials trials_;
-};
-
-TEST_F(Trials, BeginAfter16CallsInARowOnOneCpu) {
-    EXPECT_EQ(TrialAmong(15, kDawn), 0);
-    EXPECT_EQ(TrialAmong(100, kDawn, true), 0);
-    EXPECT_EQ(TrialAmong(17, kDawn), 16);
-}
-
-TEST_F(Trials, FollowOneAnotherLessAndLessOften) {
-    TimePoint now = kDawn;
-    ASSERT_EQ(TrialAmong(16, now), 16);
-    for (const int wait : {200, 400, 800, 1600, 3200, 6400, 12'800, 25'600, 30'000, 30'000}) {
-        now += milliseconds(wait);
-        EXPECT_EQ(TrialAmong(100, now - kTick), 0) << wait;
-        EXPECT_EQ(TrialAmong(1, now), 1) << "as soon as there may be one: " << wait;
-    }
-}
-
-TEST_F(Trials, NeedNewCallsOnOneCpuEach) {
-    ASSERT_EQ(TrialAmong(16, kDawn), 16);
-    EXPECT_EQ(TrialAmong(100, kDawn + seconds(100)), 16);
-}
-
-TEST_F(Trials, AreAsFrequentAsAtFirstOnceBothHaveBeenApartFor16Calls) {
-    for (const auto& [callsApart, waitMs] : {std::pair(15, 400), std::pair(16, 200)}) {
-        trials_ = SameCpuTrials();
-        ASSERT_EQ(TrialAmong(16, kDawn), 16);
-        TrialAmong(callsApart, kDawn, true);
-        TrialAmong(1, kDawn);
-        TrialAmong(1, kDawn, true);
-        const TimePoint second = kDawn + milliseconds(200);
-        ASSERT_EQ(TrialAmong(16, second), 16);
-        EXPECT_EQ(TrialAmong(100, second + milliseconds(waitMs) - kTick), 0);
-        EXPECT_EQ(TrialAmong(100, second + milliseconds(waitMs)), 1);
-    }
-}
-
 }  // namespace
 }  // namespace zam_platform::testing

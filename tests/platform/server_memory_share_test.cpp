@@ -407,7 +407,7 @@ TEST_F(ServerMemoryShare, TakesHalfOfThePollsAtMostForWhoLiesBesideAnotherUser) 
     for (auto now = begin; now < begin + milliseconds(150);
          now = std::chrono::steady_clock::now()) {
         if (others != 0 && now - lastOther > milliseconds(50)) {
-            GTEST_SKIP() << "too busy for the other to be hot";
+            break;  // the machine is too busy for the other to be hot
         }
         if (now - lastOther > milliseconds(5)) {
             ++others;

@@ -107,15 +107,6 @@ constexpr seconds kLongestWait{30};  ///< a request costs the service as much as
 /// As long as memory is kept that nobody uses: who lost it earlier was driven out by others.
 constexpr seconds kLongLife{10};
 
-// -- Parting a service and a client that share a CPU.
-
-/// So many calls in a row say that the scheduler means it, one way or the other.
-constexpr int kSettledCalls = 16;
-
-/// The spin of a trial is in vain where the other CPUs are busy: 60 us in this time are 0.03 %.
-constexpr Nanoseconds kFirstTrialWait = milliseconds(200);
-constexpr Nanoseconds kLongestTrialWait = seconds(30);
-
 Nanoseconds Cut(Nanoseconds sample) noexcept {
     return std::clamp(sample, Nanoseconds(0), kLongestSample);
 }
@@ -165,7 +156,7 @@ PollingLeave::PollingLeave(Nanoseconds cap, Nanoseconds socketRoundTrip, TimePoi
 
 PollingLeave PollingLeave::Boundless(TimePoint now) noexcept {
     constexpr std::chrono::hours kDay(24);
-    return PollingLeave(kGreatestCap, kGreatestCap, now, kDay, kDay);
+    return {kGreatestCap, kGreatestCap, now, kDay, kDay};
 }
 
 void PollingLeave::NoteRoundTrip(Nanoseconds roundTrip) noexcept {
@@ -332,26 +323,6 @@ void MemoryRequestBackoff::Lost(TimePoint now) noexcept {
         return;
     }
     wait_.Set(seconds(0));
-}
-
-bool SameCpuTrials::AfterAnswer(TimePoint now, bool otherCpu) noexcept {
-    if (otherCpu) {
-        together_ = 0;
-        apart_ = std::min(apart_ + 1, kSettledCalls);
-        if (apart_ == kSettledCalls) {
-            wait_ = Nanoseconds(0);  // the last trial was worth it
-        }
-        return false;
-    }
-    apart_ = 0;
-    together_ = std::min(together_ + 1, kSettledCalls);
-    if (together_ < kSettledCalls || now < next_) {
-        return false;
-    }
-    together_ = 0;
-    wait_ = wait_.count() == 0 ? kFirstTrialWait : std::min(2 * wait_, kLongestTrialWait);
-    next_ = now + wait_;
-    return true;
 }
 
 }  // namespace zam_platform

@@ -217,22 +217,4 @@ private:
     Relaxed<TimePoint> granted_{TimePoint()};
 };
 
-/// The service's view of a connection whose client is hot and runs on the service's own CPU, where
-/// nobody can poll: when to try to part the two.
-class SameCpuTrials {
-public:
-    /// How long the service spins behind the answer of a trial: the scheduler moves a woken client
-    /// to an idle CPU when it finds its own one busy for so long.
-    static constexpr Nanoseconds kSpin = std::chrono::microseconds(60);
-
-    /// A call was answered. True: its answer's wake-up is to be a trial.
-    bool AfterAnswer(TimePoint now, bool otherCpu) noexcept;
-
-private:
-    int together_ = 0;  ///< calls in a row on one CPU
-    int apart_ = 0;     ///< and on two
-    Nanoseconds wait_{0};
-    TimePoint next_ = TimePoint::min();
-};
-
 }  // namespace zam_platform
