@@ -15,6 +15,7 @@
 #include "shared/pause.h"
 #include "shared/preemption.h"
 #include "shared/shared_pages.h"
+#include "shared/step.h"
 #include "zam_platform/report.h"
 
 namespace zam_platform {
@@ -101,17 +102,22 @@ bool SharedChannel::SendThroughMemory(const OutgoingFrame& frame, const Deadline
     alignas(8) std::array<unsigned char, kPreludeBytes> head;
     EncodePrelude(prelude, head.data());
     RequestPages& pages = *memory_.requests.operator->();
+    Reach(Step::ClientWrites);
     std::size_t offset = WriteSlot(pages.slot.data(), 0, head.data(), head.size());
     offset = WriteSlot(pages.slot.data(), offset, frame.fixed, prelude.fixedBytes);
     WriteSlot(pages.slot.data(), offset, frame.arena, prelude.arenaBytes);
+    Reach(Step::ClientWaits);
     pages.waiting.store(number_);
+    Reach(Step::ClientAsks);
     pages.request.store(number_);
+    Reach(Step::ClientLooksWhoPolls);
     if (memory_.answers->polling.load() == kPolling) {
         return true;
     }
     // The service looks no more, or has looked once more behind that: then this comes too late and
     // is passed over.
     const OutgoingFrame look{.prelude = {.kind = FrameKind::Look, .callNumber = number_}};
+    Reach(Step::ClientRings);
     return socket_.Send(look, deadline) || memory_.answers->taken.load() == number_;
 }
 
@@ -128,14 +134,18 @@ bool SharedChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
         polling_.End(Clock::now(), true);
         return true;
     }
+    Reach(Step::ClientStopsWaiting);
     memory_.requests->waiting.store(0);
+    Reach(Step::ClientLooksAgain);
     if (IsAnswered()) {
         mayHaveLook_ = true;
         TakeFromMemory(frame);
         // The service may see the connection's end before its look has been read.
+        Reach(Step::ClientTellsThatItHas);
         memory_.requests->waiting.store(number_);
     } else {
         try {
+            Reach(Step::ClientSleeps);
             if (!ReceiveBehindLooks(frame, deadline)) {
                 return false;
             }
@@ -146,6 +156,7 @@ bool SharedChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
             // Who reads a byte of a request says so before, and who closes a connection reads none
             // of it later. One that this side has shut down says nothing of that: its call is ended
             // by whoever did so, and goes nowhere else.
+            Reach(Step::ClientJudgesEnd);
             if (memory_.answers->taken.load() != number_) {
                 return false;
             }
@@ -176,6 +187,7 @@ bool SharedChannel::AwaitInMemory() noexcept {
     const Nanoseconds limit = polling_.SpinLimit(leave_.Cap());
     auto last = begin;
     for (;;) {
+        Reach(Step::ClientLooks);
         if (IsAnswered()) {
             leave_.EndPoll(last, last - begin, true);
             return true;
@@ -194,6 +206,7 @@ bool SharedChannel::AwaitInMemory() noexcept {
 }
 
 void SharedChannel::TakeFromMemory(IncomingFrame& frame) {
+    Reach(Step::ClientTakes);
     const SharedWord* const slot = memory_.answers->slot.data();
     alignas(8) std::array<unsigned char, kPreludeBytes> head;
     std::size_t offset = ReadSlot(slot, 0, head.data(), head.size());

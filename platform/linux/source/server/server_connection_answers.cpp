@@ -9,6 +9,7 @@
 
 #include "server/server_connection.h"
 #include "server/slot_poller.h"
+#include "shared/step.h"
 #include "zam_platform/report.h"
 #include "zam_platform/server/log_context.h"
 
@@ -61,6 +62,7 @@ void ServerConnection::SendNow(const Prelude& prelude, const void* message, cons
             server_.poller_->BeforeAnswer(*this, hints_, byMemory);
             if (byMemory) {
                 if (!slot_->Answer(prelude, message, arena)) {
+                    Reach(Step::ServiceRings);
                     SendNow({.kind = FrameKind::Look, .callNumber = prelude.callNumber}, nullptr,
                             nullptr);
                 }

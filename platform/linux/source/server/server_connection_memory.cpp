@@ -9,6 +9,7 @@
 
 #include "server/server_connection.h"
 #include "server/slot_poller.h"
+#include "shared/step.h"
 #include "zam_platform/posix_error.h"
 #include "zam_platform/server/log_context.h"
 
@@ -17,6 +18,7 @@
 namespace zam_platform {
 
 bool ServerConnection::HasRequest() const noexcept {
+    Reach(Step::ServiceLooks);
     return slot_ != nullptr && slot_->RequestNumber() != memoryNumber_;
 }
 
@@ -44,6 +46,7 @@ void ServerConnection::ServeFromMemory() {
     Guard([this] {
         Prelude prelude;
         if (ReadFromMemory(prelude)) {
+            Reach(Step::ServiceHandles);
             isServingMemory_ = true;
             HandleFrame(prelude, server_.poller_->Frame() + kPreludeBytes);
             isServingMemory_ = false;
@@ -63,7 +66,9 @@ bool ServerConnection::ReadFromMemory(Prelude& prelude) {
     if (number != lastNumber_ + 1) {
         return refuse(fmt::format("request {} in shared memory, not {}", number, lastNumber_ + 1));
     }
+    Reach(Step::ServiceTakes);
     slot_->Take(number);
+    Reach(Step::ServiceReads);
     memoryNumber_ = number;
     unsigned char* const frame = server_.poller_->Frame();
     std::size_t offset = slot_->Read(0, frame, kPreludeBytes);

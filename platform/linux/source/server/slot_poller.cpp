@@ -9,6 +9,7 @@
 #include "shared/cpu_share.h"
 #include "shared/pause.h"
 #include "shared/preemption.h"
+#include "shared/step.h"
 
 namespace zam_platform {
 namespace {
@@ -142,6 +143,7 @@ void SlotPoller::BeforeAnswer(ServerConnection& connection, const CallHints& hin
     if (place == nullptr) {
         return;
     }
+    Reach(Step::ServiceDecides);
     const auto now = Clock::now();
     if (place->isPolled) {
         EndInVain(*place, now);  // what it found has ended it before
