@@ -28,6 +28,7 @@ class SteppingProcess {
 public:
     /// Runs `work`, whose result is the exit status.
     explicit SteppingProcess(const std::function<int()>& work) : process_(::fork()) {
+        zam_test::Require(process_ >= 0, "fork");
         if (process_ == 0) {
             int status = 1;
             try {
@@ -269,6 +270,9 @@ protected:
         SteppingProcess client([this] { return RunClient(); });
         ASSERT_TRUE(AwaitClient());
         ASSERT_FALSE(isWithdrawn && server_.GoTo(std::nullopt));
+        if (isWithdrawn) {
+            stage_.Go(Side::Service, Stage::BitOf(Step::ServiceTakes));  // or the answer is there
+        }
         LetClientGoTo(place);
         ASSERT_TRUE(AwaitClient());
         ASSERT_FALSE(server_.GoTo(std::nullopt));

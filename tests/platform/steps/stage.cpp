@@ -49,16 +49,18 @@ void Stage::Reset() noexcept {
 }
 
 void Stage::Go(Side side, std::uint32_t holds) noexcept {
-    Of(side).holds.store(holds, kRelaxed);
-    Of(side).heldAt.store(kNone, kRelaxed);
+    Gate& gate = Of(side);
+    const std::uint64_t number = gate.order.load(kRelaxed) >> kNumberShift;
+    gate.order.store((number + 1) << kNumberShift | holds, kRelaxed);
 }
 
 std::optional<Step> Stage::HeldAt(Side side) const noexcept {
-    const auto step = static_cast<Step>(Of(side).heldAt.load(kRelaxed));
-    // A step that was reached while the side was let go says so for a moment.
-    const bool isHeld =
-        step <= Step::ServiceRings && (Of(side).holds.load(kRelaxed) & BitOf(step)) != 0;
-    return isHeld ? std::optional(step) : std::nullopt;
+    const Gate& gate = Of(side);
+    const std::uint64_t heldAt = gate.heldAt.load(kRelaxed);
+    if (heldAt >> kNumberShift != gate.order.load(kRelaxed) >> kNumberShift) {
+        return std::nullopt;
+    }
+    return static_cast<Step>(heldAt);
 }
 
 std::uint32_t Stage::Count(Step step) const noexcept {
@@ -76,12 +78,13 @@ bool Stage::IsPreempted(Side side) const noexcept {
 void Stage::OnStep(Step step) noexcept {
     counts_[static_cast<std::size_t>(step)].fetch_add(1, kRelaxed);
     Gate& gate = Of(SideOf(step));
-    if ((gate.holds.load(kRelaxed) & BitOf(step)) == 0) {
+    const std::uint64_t order = gate.order.load(kRelaxed);
+    if ((order & BitOf(step)) == 0) {
         return;
     }
-    const auto place = static_cast<std::uint32_t>(step);
-    gate.heldAt.store(place, kRelaxed);
-    while (gate.heldAt.load(kRelaxed) == place && (gate.holds.load(kRelaxed) & BitOf(step)) != 0) {
+    const std::uint64_t number = order >> kNumberShift << kNumberShift;
+    gate.heldAt.store(number | static_cast<std::uint64_t>(step), kRelaxed);
+    while (gate.order.load(kRelaxed) == order) {
         ::sched_yield();
     }
 }
@@ -186,8 +189,13 @@ Nanoseconds ClientPolling::SpinLimit(Nanoseconds /*cap*/) const noexcept {
     return Stage::Get().WaitsForEver() ? kForEver : Nanoseconds(0);
 }
 
-void MemoryRequestBackoff::Refused(TimePoint /*now*/) noexcept {}
-void MemoryRequestBackoff::Lost(TimePoint /*now*/) noexcept {}
+void MemoryRequestBackoff::Refused(TimePoint /*now*/) noexcept {
+    wait_ = std::chrono::seconds(0);
+}
+
+void MemoryRequestBackoff::Lost(TimePoint now) noexcept {
+    Refused(now);
+}
 
 }  // namespace zam_platform
 

@@ -30,7 +30,7 @@ public:
     void Reset() noexcept;
 
     /// The side is held wherever it reaches one of these steps (a sum of `BitOf`), and goes on
-    /// from where it is held.
+    /// from where it is held. From one thread at a time.
     void Go(Side side, std::uint32_t holds = 0) noexcept;
 
     static std::uint32_t BitOf(Step step) noexcept { return 1U << static_cast<unsigned>(step); }
@@ -57,12 +57,13 @@ public:
     void OnStep(Step step) noexcept;
 
 private:
-    static constexpr std::uint32_t kNone = ~std::uint32_t{0};
+    static constexpr unsigned kNumberShift = 32;
+    static constexpr std::uint64_t kOneOrder = std::uint64_t{1} << kNumberShift;
     static constexpr std::size_t kSteps = static_cast<std::size_t>(Step::ServiceRings) + 1;
 
     struct Gate {
-        std::atomic<std::uint32_t> holds{0};
-        std::atomic<std::uint32_t> heldAt{kNone};
+        std::atomic<std::uint64_t> order{kOneOrder};  ///< its number, above the steps to hold at
+        std::atomic<std::uint64_t> heldAt{0};         ///< number of the order, above the step
         std::atomic<bool> isPreempted{false};
     };
 
