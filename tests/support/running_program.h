@@ -27,6 +27,7 @@ public:
     void StopReading();
 
     void Signal(int signal) const;
+    pid_t Pid() const noexcept { return process_; }
 
     /// Waits for the end: exit status, or 128 and the number of the signal. Kills it after a
     /// minute.
