@@ -51,7 +51,7 @@ protected:
             connection->Start();
             return std::weak_ptr<ServerConnection>(connection);
         });
-        return NewHotChannel(mine.Release(), token);
+        return NewHotChannel(mine.Release(), token, process_);
     }
 
     void LetServiceGoTo(std::optional<Step> place) {
@@ -122,6 +122,7 @@ protected:
     std::weak_ptr<ServerConnection> connection_;
     std::uint32_t held_ = 0;  ///< the places at which the service was
     SteppingServer server_;
+    ProcessPolling process_ = BoundlessPolling();
     ServiceLink link_;
 };
 

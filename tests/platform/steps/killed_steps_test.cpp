@@ -167,8 +167,9 @@ protected:
         stage_.Reset();
         std::deque<ServiceOfOne> services(2);
         std::size_t next = 0;
+        ProcessPolling process = BoundlessPolling();
         ServiceLink link([&](const SessionToken& token, const Deadline&) {
-            return NewHotChannel(services.at(next++).TakeSocket(), token);
+            return NewHotChannel(services.at(next++).TakeSocket(), token, process);
         });
         stage_.WaitForEver(false);
         stage_.PollFor(isWithdrawn ? kPollsOnce : kPollsForEver);
@@ -306,8 +307,9 @@ protected:
     }
 
     int RunClient() {
-        ServiceLink link([this](const SessionToken& token, const Deadline&) {
-            return NewHotChannel(server_->Connect().Release(), token);
+        ProcessPolling process = BoundlessPolling();
+        ServiceLink link([&](const SessionToken& token, const Deadline&) {
+            return NewHotChannel(server_->Connect().Release(), token, process);
         });
         return MakeCall(link, 1) == kStatusOk && MakeCall(link) == kStatusOk ? 0 : 1;
     }

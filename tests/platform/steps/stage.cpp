@@ -137,12 +137,12 @@ Nanoseconds DecodeGap(std::uint8_t /*code*/) noexcept {
 
 PollingLeave::PollingLeave(Nanoseconds cap, Nanoseconds socketRoundTrip, TimePoint now) noexcept
     : wishedCap_(cap),
-      socketRoundTrip_(socketRoundTrip),
-      cap_(cap),
       greatestBudget_(0),
       longestHole_(-1),
-      budget_(0),
-      budgetAt_(now),
+      socketRoundTrip_(socketRoundTrip),
+      cap_(cap),
+      isFullAt_(now),
+      pause_(Nanoseconds(0)),
       pauseEnd_(now) {}
 
 PollingLeave PollingLeave::Boundless(TimePoint now) noexcept {
@@ -171,7 +171,9 @@ Nanoseconds ServicePolling::AfterAnswer(const PollingLeave& /*leave*/, TimePoint
     return otherCpu ? Nanoseconds(Stage::Get().PollFor()) : Nanoseconds(0);
 }
 
-void ServicePolling::EndPoll(bool /*hit*/) noexcept {}
+bool ServicePolling::EndPoll(bool /*hit*/) noexcept {
+    return false;
+}
 
 ClientPolling ClientPolling::AlwaysHot() noexcept {
     ClientPolling polling;
@@ -190,7 +192,7 @@ Nanoseconds ClientPolling::SpinLimit(Nanoseconds /*cap*/) const noexcept {
 }
 
 void MemoryRequestBackoff::Refused(TimePoint /*now*/) noexcept {
-    wait_ = std::chrono::seconds(0);
+    wait_.Set(std::chrono::seconds(0));
 }
 
 void MemoryRequestBackoff::Lost(TimePoint now) noexcept {
