@@ -116,8 +116,9 @@ private:
     /// The call that the service has last been given.
     LostCall LastCall() const noexcept;
 
-    /// Reads looks at calls that were served without them: with those nothing is lost.
-    void PassOverLateLooks() noexcept;
+    /// What the socket holds, or how it ended, as `recv` tells it. Reads what stands in front of it
+    /// of looks at calls that were served without them: with those nothing is lost.
+    ssize_t PeekBehindLateLooks(unsigned char* to, std::size_t bytes) noexcept;
 
     /// What is lost when the connection ends now, between two reads.
     LostCall Lost() noexcept;

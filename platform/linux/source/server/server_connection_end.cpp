@@ -119,24 +119,25 @@ LostCall ServerConnection::Lost() noexcept {
     if (HasUnservedRequest()) {
         return UnservedCall();
     }
-    PassOverLateLooks();
     std::array<unsigned char, kPreludeBytes + LostCall::kKeptBytes> unread;
-    const ssize_t got =
-        ::recv(socket_.native_handle(), unread.data(), unread.size(), MSG_PEEK | MSG_DONTWAIT);
+    const ssize_t got = PeekBehindLateLooks(unread.data(), unread.size());
     // What was sent and not read is lost; where there is nothing of it, it was the last answer.
     return got > 0 ? CallIn(unread.data(), static_cast<std::size_t>(got)) : LastCall();
 }
 
-void ServerConnection::PassOverLateLooks() noexcept {
-    std::array<unsigned char, kPreludeBytes> head;
-    Prelude prelude;
-    while (have_ == 0 &&
-           ::recv(socket_.native_handle(), head.data(), head.size(), MSG_PEEK | MSG_DONTWAIT) ==
-               static_cast<ssize_t>(head.size()) &&
-           DecodePrelude(head.data(), prelude) == FrameFault::None &&
-           prelude.kind == FrameKind::Look && prelude.callNumber <= lastNumber_ &&
-           prelude.FrameBytes() == kPreludeBytes &&
-           ::recv(socket_.native_handle(), head.data(), head.size(), MSG_DONTWAIT) > 0) {
+ssize_t ServerConnection::PeekBehindLateLooks(unsigned char* to, std::size_t bytes) noexcept {
+    for (;;) {
+        // One system call tells of the end: the next knows nothing of an answer that was left
+        // unread.
+        const ssize_t got = ::recv(Descriptor(), to, bytes, MSG_PEEK | MSG_DONTWAIT);
+        Prelude look;
+        if (got < static_cast<ssize_t>(kPreludeBytes) || have_ != 0 ||
+            DecodePrelude(to, look) != FrameFault::None || look.kind != FrameKind::Look ||
+            look.callNumber > lastNumber_ || look.FrameBytes() != kPreludeBytes ||
+            ::recv(Descriptor(), to, kPreludeBytes, MSG_DONTWAIT) !=
+                static_cast<ssize_t>(kPreludeBytes)) {
+            return got;
+        }
     }
 }
 
@@ -167,9 +168,8 @@ void ServerConnection::NoticeEnd() {
     if (!open_ || ::poll(&ended, 1, 0) != 1) {
         return;
     }
-    PassOverLateLooks();
-    unsigned char next = 0;
-    const ssize_t got = ::recv(socket_.native_handle(), &next, 1, MSG_PEEK | MSG_DONTWAIT);
+    std::array<unsigned char, kPreludeBytes> next;
+    const ssize_t got = PeekBehindLateLooks(next.data(), next.size());
     if (got == 0 || (got < 0 && HasTakenAnswer())) {
         EndAfterClient();
     } else {
