@@ -1,11 +1,13 @@
 #include "zam_connector_testing/scripted_platform.h"
 
 #include <atomic>
+#include <cstring>
 #include <stdexcept>
 #include <utility>
 
 #include "vd/call_bounds.h"
 #include "vd/runtime_directory.h"
+#include "vd/transport_features.h"
 
 namespace zam_connector::testing {
 namespace {
@@ -201,4 +203,14 @@ vd::RuntimeDirectoryDiagnosis vd::DiagnoseRuntimeDirectory(
 /// Scripted calls end when the script says so.
 VdCallBounds* VdZorTransport_SetCallBounds(VdCallBounds* /*bounds*/) {
     return nullptr;
+}
+
+std::uint32_t VdZorTransport_Features(const VdZorTransport* /*transport*/) {
+    return 0;
+}
+
+void VdZorTransport_Statistics(const VdZorTransport* /*transport*/,
+                               VdTransportStatistics* statistics) {
+    std::memset(reinterpret_cast<unsigned char*>(statistics) + sizeof(statistics->size), 0,
+                statistics->size - sizeof(statistics->size));
 }

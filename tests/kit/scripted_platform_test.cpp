@@ -7,6 +7,7 @@
 
 #include "qx/conn_controller.h"
 #include "vd/runtime_directory.h"
+#include "vd/transport_features.h"
 
 namespace zam_connector::testing {
 namespace {
@@ -45,6 +46,26 @@ TEST(ScriptedPlatform, HasNoRuntimeDirectory) {
         vd::DiagnoseRuntimeDirectory({"zam_connector_id"});
     EXPECT_EQ(diagnosis.origin, "");
     EXPECT_TRUE(diagnosis.sockets.empty());
+}
+
+TEST(ScriptedPlatform, HasNoFastChannelAndCountsNoCalls) {
+    ScriptedTransport service;
+    ScriptedPlatform platform;
+    platform.SetTransport(11, &service);
+    service.SetDefault({});
+    VdZorTransport transport = Garbage();
+    VdZorTransport_Init(&transport, 11, 0, 0);
+    EXPECT_EQ(CallStop(&transport), 0);
+    EXPECT_EQ(VdZorTransport_Features(&transport), 0U);
+    VdTransportStatistics statistics;
+    std::memset(&statistics, 0xA5, sizeof(statistics));
+    statistics.size = sizeof(statistics);
+    VdZorTransport_Statistics(&transport, &statistics);
+    EXPECT_EQ(statistics.size, sizeof(statistics));
+    EXPECT_EQ(statistics.calls, 0U);
+    EXPECT_EQ(statistics.memoryCalls, 0U);
+    EXPECT_EQ(statistics.vainPolls, 0U);
+    EXPECT_EQ(statistics.vainPollNs, 0U);
 }
 
 TEST(ScriptedPlatform, AnswersByNameAndRecordsInOrder) {

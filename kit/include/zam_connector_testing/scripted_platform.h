@@ -45,8 +45,9 @@ inline constexpr int kNoHandleStatus = -770005;
 /// The platform of an executable that links `zam_scripted_platform`: the definitions of
 /// `ServiceLocatorConnect`, `ServiceLocatorGetRiid`, `VdZorTransport_Init` and
 /// `VdZorTransport_SetFarewell` in that library take the place of the platform's own in the whole
-/// process, and ask the one object of this class that exists. So does that of
-/// `vd::DiagnoseRuntimeDirectory`: scripted services have no runtime directory.
+/// process, and ask the one object of this class that exists. So do those of
+/// `vd::DiagnoseRuntimeDirectory`, `VdZorTransport_Features` and `VdZorTransport_Statistics`:
+/// scripted services have neither a runtime directory nor a fast channel.
 ///
 ///     ScriptedTransport service;
 ///     ScriptedPlatform platform;

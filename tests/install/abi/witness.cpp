@@ -6,6 +6,7 @@
 #include "vd/arena.h"
 #include "vd/runtime_directory.h"
 #include "vd/service_locator.h"
+#include "vd/transport_features.h"
 #include "vd/zor_transport.h"
 #include "zam_connector/zam_connector.h"
 #include "zor/logger.h"
@@ -38,6 +39,7 @@ struct Records {
     zuv::Error* treeError;
     zuv::BadKind* badKind;
     VdZorTransport* transport;
+    VdTransportStatistics* transportStatistics;
     vd_arena* arena;
     vd_bytes* bytes;
     vd_message_header* header;

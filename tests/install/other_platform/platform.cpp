@@ -1,7 +1,10 @@
+#include <cstring>
+
 #include "vd/arena.h"
 #include "vd/call_bounds.h"
 #include "vd/runtime_directory.h"
 #include "vd/service_locator.h"
+#include "vd/transport_features.h"
 #include "vd/zor_transport.h"
 #include "zor/logger.h"
 
@@ -50,6 +53,16 @@ int32_t* VdZorTransport_LastStatus() {
 
 VdTransportStatus VdZorTransport_DescribeStatus(int32_t status) {
     return {status == 0 ? VD_TRANSPORT_OK : VD_TRANSPORT_OTHER, ""};
+}
+
+uint32_t VdZorTransport_Features(const VdZorTransport* /*transport*/) {
+    return 0;
+}
+
+void VdZorTransport_Statistics(const VdZorTransport* /*transport*/,
+                               VdTransportStatistics* statistics) {
+    std::memset(reinterpret_cast<unsigned char*>(statistics) + sizeof(statistics->size), 0,
+                statistics->size - sizeof(statistics->size));
 }
 
 void vd_arena_init(vd_arena* arena, void* base, uint32_t capacity) {

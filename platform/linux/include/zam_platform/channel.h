@@ -36,6 +36,15 @@ struct IncomingFrame {
     std::int32_t status = 0;       ///< out: the transport status that the service answered with
 };
 
+/// What a channel has found and done so far, besides carrying frames. Counts never go down.
+struct ChannelUse {
+    std::optional<std::uint16_t> offers;   ///< of `Offer`, once the channel has asked for them
+    bool hasMemory = false;                ///< shared with the service, as far as it has noticed
+    std::uint64_t memoryCalls = 0;         ///< calls answered whose request was put there
+    std::uint64_t vainPolls = 0;           ///< looks for an answer there that ended without it
+    std::chrono::nanoseconds vainTime{0};  ///< that these took
+};
+
 /// A client's connection to a service, which carries frames. This is the one class that knows what
 /// kind of connection it is; a pool, a locator and a server work with any. One thread at a time.
 class Channel {
@@ -63,6 +72,15 @@ public:
     /// Lets go of the connection without a word to the peer: for the copy that a forked child
     /// holds of its parent's connection.
     virtual void Abandon() noexcept = 0;
+
+    const ChannelUse& Use() const noexcept { return use_; }
+
+    /// Whether it shares memory with the service now, which may have given it up since the last
+    /// call.
+    virtual bool HasMemory() const noexcept { return false; }
+
+protected:
+    ChannelUse use_;
 };
 
 /// Makes a new channel to one service, which greets with the given token. Throws `PlatformError`,

@@ -20,4 +20,7 @@ std::optional<std::chrono::microseconds> ParseSpin(std::string_view text) noexce
 /// `wished` takes the variable's place.
 std::chrono::nanoseconds SpinCap(std::optional<std::chrono::microseconds> wished = {}) noexcept;
 
+/// How long the calls that this process makes look, as it found out once. Thread-safe.
+std::chrono::nanoseconds ClientSpinCap() noexcept;
+
 }  // namespace zam_platform

@@ -14,7 +14,7 @@ ChannelFactory MakeChannelFactory(const std::string& directory, const std::strin
     return [directory, service](const SessionToken& token,
                                 const Deadline& deadline) -> std::unique_ptr<Channel> {
         UniqueFd socket = ConnectToService(RuntimeDirectory(directory), service, deadline);
-        static const Nanoseconds cap = SpinCap();
+        const Nanoseconds cap = ClientSpinCap();
         if (cap.count() == 0) {
             return std::make_unique<SocketChannel>(std::move(socket), token);
         }

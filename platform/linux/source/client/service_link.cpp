@@ -262,7 +262,9 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
         std::memcmp(&stubBytes, answer.fixed, kStubBytes) != 0) {
         throw PlatformError(kStatusProtocol, "the answer's header is not that of its request");
     }
-    if (!isMessage) {
+    if (isMessage) {
+        ++lease->answered;
+    } else {
         lease->offers = OffersIn(answer);
     }
     if (underWay.Detach()) {
@@ -293,6 +295,7 @@ ServiceLink::Connection* ServiceLink::ConnectAndSay(const Deadline& deadline,
             Earlier(deadline, std::chrono::steady_clock::now() + kFarewellTimeout);
         for (; !unsaid.IsEmpty(); unsaid.DropFirst()) {
             unsaid.SayFirst(*lease->channel, ++lease->calls, sayDeadline);
+            ++lease->answered;
         }
         return lease.Release();
     } catch (const PlatformError& error) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "client/unsaid_farewells.h"
@@ -38,6 +39,16 @@ struct LinkCall {
     VdCallBounds* bounds = nullptr;
 };
 
+/// What has become of a link's calls, those under way left out.
+struct LinkUse {
+    std::optional<std::uint16_t> offers;  ///< of `Offer`: the service's, when it has told them
+    bool hasMemory = false;               ///< some connection shares memory with the service
+    std::uint64_t calls = 0;              ///< answered
+    std::uint64_t memoryCalls = 0;        ///< those of them whose request went through memory
+    std::uint64_t vainPolls = 0;
+    std::chrono::nanoseconds vainTime{0};
+};
+
 class CallUnderWay;
 
 /// This process's connections to one service. Every call in flight has a channel of its own, so a
@@ -63,6 +74,9 @@ public:
     /// The riid of an endpoint; 0xFFFF when it is unknown or the service does not answer.
     std::uint16_t Lookup(std::string_view endpoint, VdCallBounds* bounds = nullptr) noexcept;
 
+    /// Does not wait for calls under way.
+    LinkUse Use() noexcept QOR_EXCLUDES(mutex_);
+
     /// Around `fork`: what the parent's connections carry belongs to the parent, so the child drops
     /// its copies, those of calls that other threads had in flight included, and is a new client.
     void LockForFork() QOR_NO_THREAD_SAFETY_ANALYSIS { mutex_.lock(); }
@@ -85,6 +99,9 @@ private:
     void GiveBack(Connection* connection) noexcept QOR_EXCLUDES(mutex_);
     void Discard(Connection* connection) noexcept QOR_EXCLUDES(mutex_);
     void Unlink(Connection* connection) noexcept QOR_REQUIRES(mutex_);
+
+    /// What the link knows of a connection becomes what its thread knows.
+    void NoteUse(Connection& connection) noexcept QOR_REQUIRES(mutex_);
 
     std::int32_t Try(const LinkCall& call) noexcept;
     /// What the call's bounds want the service to be told, if it understands.
@@ -114,6 +131,7 @@ private:
     Connection* idle_ QOR_GUARDED_BY(mutex_) = nullptr;  ///< top of the stack of idle ones
     std::size_t idleCount_ QOR_GUARDED_BY(mutex_) = 0;
     Connection* all_ QOR_GUARDED_BY(mutex_) = nullptr;  ///< every one, leased ones included
+    LinkUse ended_ QOR_GUARDED_BY(mutex_);  ///< of connections that are closed; the newest offers
 
     UnsaidFarewells unsaid_ QOR_GUARDED_BY(mutex_);
 

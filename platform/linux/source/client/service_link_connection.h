@@ -13,7 +13,9 @@ namespace zam_platform {
 struct ServiceLink::Connection {
     std::unique_ptr<Channel> channel;
     std::uint64_t calls = 0;              ///< made on this channel; numbers them
+    std::uint64_t answered = 0;           ///< calls, without lookups
     std::optional<std::uint16_t> offers;  ///< of `Offer`, once its service was asked
+    LinkUse told;                         ///< guarded by the link's mutex
     Connection* nextIdle = nullptr;
     Connection* next = nullptr;
     Connection* previous = nullptr;

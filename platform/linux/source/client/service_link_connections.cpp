@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include "client/call_bounds.h"
@@ -30,6 +31,15 @@ SessionToken NewToken() {
         }
     }
     return token;
+}
+
+/// Adds what is counted.
+void Add(const LinkUse& use, LinkUse& sum) noexcept {
+    sum.hasMemory = sum.hasMemory || use.hasMemory;
+    sum.calls += use.calls;
+    sum.memoryCalls += use.memoryCalls;
+    sum.vainPolls += use.vainPolls;
+    sum.vainTime += use.vainTime;
 }
 
 }  // namespace
@@ -96,6 +106,7 @@ void ServiceLink::GiveBack(Connection* connection) noexcept {
     {
         const qor::MutexLock lock(mutex_);
         if (idleCount_ < kMaxIdleChannels) {
+            NoteUse(*connection);
             connection->nextIdle = idle_;
             idle_ = connection;
             ++idleCount_;
@@ -108,6 +119,9 @@ void ServiceLink::GiveBack(Connection* connection) noexcept {
 void ServiceLink::Discard(Connection* connection) noexcept {
     // Closed under the lock, or a fork in between would leave the child a copy that nobody knows.
     const qor::MutexLock lock(mutex_);
+    NoteUse(*connection);
+    connection->told.hasMemory = false;
+    Add(connection->told, ended_);
     Unlink(connection);
     delete connection;
 }
@@ -117,6 +131,33 @@ void ServiceLink::Unlink(Connection* connection) noexcept {
     if (connection->next != nullptr) {
         connection->next->previous = connection->previous;
     }
+}
+
+void ServiceLink::NoteUse(Connection& connection) noexcept {
+    const ChannelUse& use = connection.channel->Use();
+    const std::optional<std::uint16_t>& offers = connection.offers ? connection.offers : use.offers;
+    if (offers && !connection.told.offers) {
+        ended_.offers = offers;
+    }
+    connection.told = {.offers = offers,
+                       .hasMemory = use.hasMemory,
+                       .calls = connection.answered,
+                       .memoryCalls = use.memoryCalls,
+                       .vainPolls = use.vainPolls,
+                       .vainTime = use.vainTime};
+}
+
+LinkUse ServiceLink::Use() noexcept {
+    const qor::MutexLock lock(mutex_);
+    for (Connection* connection = idle_; connection != nullptr; connection = connection->nextIdle) {
+        connection->told.hasMemory = connection->channel->HasMemory();
+    }
+    LinkUse use = ended_;
+    for (const Connection* connection = all_; connection != nullptr;
+         connection = connection->next) {
+        Add(connection->told, use);
+    }
+    return use;
 }
 
 void ServiceLink::RestartInChild() noexcept {
@@ -132,6 +173,7 @@ void ServiceLink::RestartInChild() noexcept {
     // What is left was leased by threads that the child does not have: nobody will free it.
     all_ = nullptr;
     idleCount_ = 0;
+    ended_ = {.offers = ended_.offers};
     unsaid_ = {};  // the parent's
     failureDelayMs_.store(0, std::memory_order_relaxed);
     token_ = NewToken();

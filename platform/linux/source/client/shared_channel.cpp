@@ -66,6 +66,7 @@ bool SharedChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
             }
             if (polling == kGivenUp) {
                 memory_ = {};
+                use_.hasMemory = false;
                 backoff_.Lost(now);
             }
         }
@@ -131,6 +132,7 @@ bool SharedChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
     }
     if (AwaitInMemory()) {
         TakeFromMemory(frame);
+        ++use_.memoryCalls;
         polling_.End(Clock::now(), true);
         return true;
     }
@@ -166,6 +168,7 @@ bool SharedChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
             TakeFromMemory(frame);  // its last deed
         }
     }
+    ++use_.memoryCalls;
     polling_.End(Clock::now(), false);
     return true;
 }
@@ -202,6 +205,8 @@ bool SharedChannel::AwaitInMemory() noexcept {
         }
     }
     leave_.EndPoll(last, last - begin, false);
+    ++use_.vainPolls;
+    use_.vainTime += last - begin;
     return false;
 }
 
@@ -265,14 +270,13 @@ bool SharedChannel::ReceiveBehindLooks(IncomingFrame& frame, const Deadline& dea
 
 bool SharedChannel::AskForMemory(const Deadline& deadline) {
     try {
-        if (!isOffered_) {
-            const auto offers = AskForOffers(*this, number_, deadline);
-            if (!offers) {
+        if (!use_.offers) {
+            use_.offers = AskForOffers(*this, number_, deadline);
+            if (!use_.offers) {
                 return false;
             }
-            isOffered_ = (*offers & kOfferSharedMemory) != 0;
         }
-        if (!isOffered_) {
+        if ((*use_.offers & kOfferSharedMemory) == 0) {
             mayAsk_ = false;
             return true;
         }
@@ -325,6 +329,7 @@ void SharedChannel::TakeGrant(const Deadline& deadline) {
         }
         memory_ = MapClientMemory(files[0], files[1]);
         hasAgreed_ = true;
+        use_.hasMemory = true;
         leave_.NoteRoundTrip(polling_.SocketRoundTrip());
         polling_.SetBreakEven(leave_.BreakEven());
         backoff_.Granted(Clock::now());
@@ -345,6 +350,10 @@ void SharedChannel::NoteFailure(std::string_view why) noexcept {
     ReportText(zor::logger::kLevelTrace, kSourceFile, "NoteFailure", [this, why] {
         return fmt::format("no shared memory, failure {}: {}", process_.failures.Get(), why);
     });
+}
+
+bool SharedChannel::HasMemory() const noexcept {
+    return memory_.answers && memory_.answers->polling.load() != kGivenUp;
 }
 
 void SharedChannel::Abandon() noexcept {

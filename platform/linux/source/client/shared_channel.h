@@ -37,6 +37,7 @@ public:
     bool Receive(IncomingFrame& frame, const Deadline& deadline) override;
     void Interrupt() noexcept override { socket_.Interrupt(); }
     void Abandon() noexcept override;
+    bool HasMemory() const noexcept override;
 
 private:
     enum class Way { Socket, Memory };
@@ -79,7 +80,6 @@ private:
 
     Way way_ = Way::Socket;
     bool mayAsk_ = true;        ///< until the service is known to have no memory to give
-    bool isOffered_ = false;    ///< the service has said that it knows of memory
     bool hasAgreed_ = false;    ///< the service has given memory once
     bool mayHaveLook_ = false;  ///< one that came too late may be on the socket
 };

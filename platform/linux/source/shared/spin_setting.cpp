@@ -41,4 +41,9 @@ std::chrono::nanoseconds SpinCap(std::optional<std::chrono::microseconds> wished
     return ::sysconf(_SC_NPROCESSORS_ONLN) == 1 ? std::chrono::microseconds(0) : cap;
 }
 
+std::chrono::nanoseconds ClientSpinCap() noexcept {
+    static const std::chrono::nanoseconds cap = SpinCap();
+    return cap;
+}
+
 }  // namespace zam_platform
