@@ -167,7 +167,9 @@ TEST_F(FastChannel, AnswersEveryCallRightWhicheverWayItGoes) {
     EXPECT_EQ(server_.Endpoint().Calls().size(), kThreads * kCalls);
     if (HasSecondCpu() && HasCpuForPolling(std::chrono::steady_clock::now())) {
         AwaitCallThroughMemory(*link);
+        EXPECT_GT(link->Use().memoryCalls, 0U);
     }
+    EXPECT_EQ(link->Use().calls, server_.Endpoint().Calls().size());
     EXPECT_TRUE(server_.BrokenSessions().empty());
     EXPECT_TRUE(logger_.Records().empty());
 }

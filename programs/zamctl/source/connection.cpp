@@ -86,4 +86,11 @@ std::vector<EndpointReport> Connection::Endpoints(const std::string& service) {
     return ProbeEndpoints(service);
 }
 
+FastChannelUse Connection::FastChannel() {
+    if (!handle_) {
+        handle_ = HandleOf(ConnectorServices().front());
+    }
+    return ProbeFastChannel(*handle_);
+}
+
 }  // namespace zamctl

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "connector_provider.h"
 #include "zam_connector/i_zam_connector.h"
@@ -18,9 +20,12 @@ public:
     std::vector<std::string> ServiceNames() const override;
     ConnectorInterfaces Open() override;
     std::vector<EndpointReport> Endpoints(const std::string& service) override;
+    FastChannelUse FastChannel() override;
 
 private:
     void Make();
+
+    std::optional<std::uint32_t> handle_;  ///< of the connector service
 
     // Declared before the interfaces, which must not be used without it.
     std::shared_ptr<zam_connector::IZamConnector> connector_;

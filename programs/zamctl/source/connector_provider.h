@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
@@ -40,6 +41,18 @@ struct ConnectorInterfaces {
 struct EndpointReport {
     std::string name;
     std::optional<std::uint16_t> riid;
+};
+
+/// The fast channel between this process and a service, and what calls have made of it so far.
+struct FastChannelUse {
+    bool isBuilt = false;             ///< the library has one
+    bool isOn = false;                ///< and uses it in this process
+    std::optional<bool> isOffered{};  ///< by the service; none when it has not been asked
+    bool isTaken = false;             ///< memory is shared now
+    std::uint64_t calls = 0;          ///< of this process to the service
+    std::uint64_t memoryCalls = 0;    ///< those of them that went through memory
+    std::uint64_t vainPolls = 0;      ///< looks for an answer that ended without it
+    std::chrono::nanoseconds vainTime{0};
 };
 
 /// The connector cannot be made, because of one of the services.
@@ -93,6 +106,10 @@ public:
     /// Looks every endpoint of a service up that the connector needs. Throws `UnreachableService`
     /// and `SilentService`.
     virtual std::vector<EndpointReport> Endpoints(const std::string& service) = 0;
+
+    /// Of the calls to the connector service. The first call connects; throws
+    /// `UnreachableService` and `SilentService`.
+    virtual FastChannelUse FastChannel() = 0;
 };
 
 }  // namespace zamctl

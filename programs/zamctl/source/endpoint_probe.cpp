@@ -1,14 +1,15 @@
 #include "endpoint_probe.h"
 
+#include <chrono>
 #include <cstdint>
 
 #include "vd/service_locator.h"
+#include "vd/transport_features.h"
+#include "vd/zor_transport.h"
 #include "zam_connector/call_deadline.h"
 
 namespace zamctl {
 namespace {
-
-constexpr std::uint32_t kNoHandle = 0xFFFFFFFF;
 
 struct ServiceEndpoints {
     const char* service;
@@ -53,12 +54,38 @@ std::vector<std::string> ConnectorServices() {
     return services;
 }
 
-std::vector<EndpointReport> ProbeEndpoints(const std::string& service) {
+std::uint32_t HandleOf(const std::string& service) {
     const std::uint32_t handle = ServiceLocatorConnect(service.c_str());
-    if (handle == kNoHandle) {
+    if (handle == VD_ZOR_INVALID_HANDLE) {
         ThrowIfTimedOut(service);
         throw UnreachableService(service, "the service locator has no handle for it");
     }
+    return handle;
+}
+
+FastChannelUse ProbeFastChannel(std::uint32_t handle) {
+    VdZorTransport transport;
+    VdZorTransport_Init(&transport, handle, 0, 0);
+    const std::uint32_t features = VdZorTransport_Features(&transport);
+    VdTransportStatistics statistics{};
+    statistics.size = sizeof(statistics);
+    VdZorTransport_Statistics(&transport, &statistics);
+    FastChannelUse use;
+    use.isBuilt = (features & VD_TRANSPORT_FAST_CHANNEL) != 0;
+    use.isOn = (features & VD_TRANSPORT_FAST_CHANNEL_ON) != 0;
+    if ((features & VD_TRANSPORT_FAST_CHANNEL_TOLD) != 0) {
+        use.isOffered = (features & VD_TRANSPORT_FAST_CHANNEL_OFFERED) != 0;
+    }
+    use.isTaken = (features & VD_TRANSPORT_FAST_CHANNEL_TAKEN) != 0;
+    use.calls = statistics.calls;
+    use.memoryCalls = statistics.memoryCalls;
+    use.vainPolls = statistics.vainPolls;
+    use.vainTime = std::chrono::nanoseconds(statistics.vainPollNs);
+    return use;
+}
+
+std::vector<EndpointReport> ProbeEndpoints(const std::string& service) {
+    const std::uint32_t handle = HandleOf(service);
     std::vector<EndpointReport> reports;
     for (const ServiceEndpoints& needed : Needed()) {
         if (needed.service != service) {

@@ -229,6 +229,7 @@ public:
     std::vector<EndpointReport> Endpoints(const std::string& service) override {
         return rest_.Endpoints(service);
     }
+    FastChannelUse FastChannel() override { return rest_.FastChannel(); }
 
 private:
     LoggingController controller_;

@@ -36,19 +36,23 @@ TEST_F(DoctorCommandTest, FindsNothingWrongWithASoundSystem) {
     EXPECT_EQ(ran.status, 0);
     EXPECT_EQ(ran.err, "");
     const std::string version = kVersion;
-    EXPECT_EQ(ran.out, "ok       zamctl       version " + version +
-                           "\n"
-                           "ok       library      version " +
-                           version +
-                           ", part of zamctl\n"
-                           "ok       log_level    4, as ZAM_LOG_LEVEL is not set\n"
-                           "ok       runtime_dir  /run/fake, from ZAM_RUNTIME_DIR\n"
-                           "ok       directory    exists, owner user 1000, mode 0700\n"
-                           "ok       socket       /run/fake/fake_service.sock exists\n"
-                           "ok       service      'fake_service' connected\n"
-                           "ok       endpoint     fake.controller, riid 1\n"
-                           "ok       endpoint     fake.settings, riid 2\n"
-                           "ok       round_trip   30.0 us, median of 5 calls; state connected\n");
+    EXPECT_EQ(ran.out,
+              "ok       zamctl       version " + version +
+                  "\n"
+                  "ok       library      version " +
+                  version +
+                  ", part of zamctl\n"
+                  "ok       log_level    4, as ZAM_LOG_LEVEL is not set\n"
+                  "ok       runtime_dir  /run/fake, from ZAM_RUNTIME_DIR\n"
+                  "ok       directory    exists, owner user 1000, mode 0700\n"
+                  "ok       socket       /run/fake/fake_service.sock exists\n"
+                  "ok       service      'fake_service' connected\n"
+                  "ok       endpoint     fake.controller, riid 1\n"
+                  "ok       endpoint     fake.settings, riid 2\n"
+                  "ok       round_trip   30.0 us, median of 5 calls; state connected\n"
+                  "ok       fast_channel  offered, 0 of 500 calls (0 %) through memory: it "
+                  "is for calls within some 50 us of one another, from another CPU than "
+                  "the service's\n");
 }
 
 TEST_F(DoctorCommandTest, PrintsOneDocument) {
@@ -56,7 +60,7 @@ TEST_F(DoctorCommandTest, PrintsOneDocument) {
     EXPECT_EQ(ran.status, 0);
     const Json document = ran.Document();
     EXPECT_EQ(document.at("status"), "ok");
-    EXPECT_EQ(document.at("checks").size(), 10U);
+    EXPECT_EQ(document.at("checks").size(), 11U);
     const std::vector<Json> endpoints = Checks(ran, "endpoint");
     ASSERT_EQ(endpoints.size(), 2U);
     EXPECT_EQ(endpoints[1], Json({{"check", "endpoint"},
@@ -72,7 +76,7 @@ TEST_F(DoctorCommandTest, PrintsOneDocument) {
 
 TEST_F(DoctorCommandTest, PrintsWhenQuietOnlyWhatIsNotOk) {
     EXPECT_EQ(Run({"--quiet", "doctor"}).out, "");
-    EXPECT_EQ(Run({"--quiet", "--json", "doctor"}).Document().at("checks").size(), 10U);
+    EXPECT_EQ(Run({"--quiet", "--json", "doctor"}).Document().at("checks").size(), 11U);
     system_.variables["ZAM_LOG_LEVEL"] = "loud";
     EXPECT_THAT(Run({"--quiet", "doctor"}).out,
                 AllOf(HasSubstr("warning  log_level"), Not(HasSubstr("ok "))));
@@ -180,6 +184,55 @@ TEST_F(DoctorCommandTest, EndsWithStatusTwoWhenACallFails) {
     EXPECT_THAT(ran.out, HasSubstr("problem  round_trip   cannot read the state: the service "
                                    "answered 0x80000063 Not ready\n"));
     EXPECT_THAT(ran.err, HasSubstr("0x80000063 Not ready"));
+}
+
+TEST_F(DoctorCommandTest, MakesManyCallsToSeeWhetherTheyGoThroughMemory) {
+    provider_.fastChannel.isTaken = true;
+    provider_.socketCalls = 55;
+    const Ran ran = Run({"--json", "doctor"});
+    EXPECT_EQ(ran.status, 0);
+    EXPECT_EQ(provider_.controller.stateCalls, 505);
+    const Json found = Checks(ran, "fast_channel").front();
+    EXPECT_EQ(found.at("text"), "taken, 450 of 500 calls (90 %) through memory");
+    EXPECT_EQ(found.at("status"), "ok");
+    EXPECT_EQ(found.at("calls"), 500);
+    EXPECT_EQ(found.at("memory_calls"), 450);
+    EXPECT_EQ(found.at("memory_share"), 0.9);
+    EXPECT_EQ(found.at("taken"), true);
+}
+
+TEST_F(DoctorCommandTest, TakesNoTimeForCallsThatAreSlow) {
+    provider_.controller.durations.insert(provider_.controller.durations.end(), 600, 20ms);
+    EXPECT_EQ(Run({"doctor"}).status, 0);
+    EXPECT_EQ(provider_.controller.stateCalls, 8);
+    provider_.controller.stateCalls = 0;
+    EXPECT_EQ(Run({"--timeout", "0.15", "doctor"}).status, 0) << "half of what is left";
+    EXPECT_EQ(provider_.controller.stateCalls, 7);
+}
+
+TEST_F(DoctorCommandTest, MakesNoCallsForAFastChannelThatIsOff) {
+    for (const FastChannelUse& off :
+         std::vector<FastChannelUse>{{},
+                                     {.isBuilt = true, .isOffered = true},
+                                     {.isBuilt = true, .isOn = true, .isOffered = false}}) {
+        provider_.fastChannel = off;
+        provider_.controller.stateCalls = 0;
+        const Ran ran = Run({"--json", "doctor"});
+        EXPECT_EQ(ran.status, 0);
+        EXPECT_EQ(provider_.controller.stateCalls, 5);
+        EXPECT_EQ(Checks(ran, "fast_channel").front().at("status"), "ok");
+        EXPECT_TRUE(Checks(ran, "fast_channel").front().contains("off_by"));
+    }
+}
+
+TEST_F(DoctorCommandTest, EndsWithStatusTwoWhenOneOfTheManyCallsFails) {
+    provider_.controller.stateCodes = std::deque<int>(20);
+    provider_.controller.stateCodes.push_back(static_cast<int>(0x80000063U));
+    const Ran ran = Run({"doctor"});
+    EXPECT_EQ(ran.status, 2);
+    EXPECT_THAT(ran.out, AllOf(HasSubstr("ok       round_trip"),
+                               HasSubstr("problem  fast_channel  cannot read the state: the "
+                                         "service answered 0x80000063 Not ready\n")));
 }
 
 TEST_F(DoctorCommandTest, DoesNotPassOverAProblemOfTheDirectory) {

@@ -228,6 +228,18 @@ std::vector<EndpointReport> FakeProvider::Endpoints(const std::string& service) 
     return reports;
 }
 
+FastChannelUse FakeProvider::FastChannel() {
+    FastChannelUse use = fastChannel;
+    use.calls = static_cast<std::uint64_t>(controller.stateCalls);
+    if (!use.isTaken || use.calls <= socketCalls) {
+        use.vainPolls = 0;
+        use.vainTime = {};
+        return use;
+    }
+    use.memoryCalls = use.calls - socketCalls;
+    return use;
+}
+
 std::optional<std::string> FakeSystem::Variable(const char* name) const {
     const auto found = variables.find(name);
     return found == variables.end() ? std::nullopt : std::optional<std::string>(found->second);

@@ -164,6 +164,8 @@ public:
     ConnectorInterfaces Open() override;
     std::vector<EndpointReport> Endpoints(const std::string& service) override;
 
+    FastChannelUse FastChannel() override;
+
     FakeController controller;
     FakeSettingsHolder settingsHolder;
     FakeCommandSender commandSender;
@@ -184,6 +186,10 @@ public:
     std::string logged;                        ///< when not empty, what is logged before a throw
     std::function<void()> onOpen;              ///< when not empty, run whenever it is opened
     int opens = 0;
+    /// But for `calls` and `memoryCalls`: what is known once calls go through memory. They do when
+    /// it `isTaken`, behind the first `socketCalls`.
+    FastChannelUse fastChannel{.isBuilt = true, .isOn = true, .isOffered = true};
+    std::uint64_t socketCalls = 0;
 };
 
 /// A machine that has what it is told to have.

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -338,6 +339,54 @@ TEST_F(ZamctlLive, DoctorFindsEveryEndpoint) {
         }
     }
     EXPECT_EQ(riids.size(), 9U);
+}
+
+/// What a burst of calls made of the fast channel, in a run with this setting of its own.
+class ZamctlFastChannel : public ZamctlLive {
+protected:
+    json Ping(const std::string& spin) const {
+        std::vector<std::string> environment = Environment();
+        environment.push_back("ZAM_SPIN=" + spin);
+        const ProgramResult ran = RunProgram(
+            ZAMCTL_EXECUTABLE, {"--json", "--quiet", "ping", "--interval", "0", "--count", "300"},
+            {.environment = environment});
+        EXPECT_EQ(ran.status, 0) << ran.err;
+        return json::parse(ran.out).at("summary").at("fast_channel");
+    }
+};
+
+TEST_F(ZamctlFastChannel, CountsTheCallsOfAPing) {
+    service_.Start({"--spin", "50"});
+    const json channel = Ping("50");
+    EXPECT_EQ(channel.at("calls"), 300);
+    EXPECT_EQ(channel.at("offered"), ::sysconf(_SC_NPROCESSORS_ONLN) > 1);
+    // How many go through memory is up to the machine.
+    EXPECT_GE(channel.at("memory_calls"), channel.at("vain_polls"));
+    EXPECT_LE(channel.at("memory_calls"), 300);
+    EXPECT_EQ(channel.at("vain_us") > 0, channel.at("vain_polls") > 0);
+}
+
+TEST_F(ZamctlFastChannel, IsOffInZamctlWithItsOwnSetting) {
+    service_.Start({"--spin", "50"});
+    const json channel = Ping("0");
+    EXPECT_EQ(channel.at("off_by"), "ZAM_SPIN");
+    EXPECT_EQ(channel.at("offered"), ::sysconf(_SC_NPROCESSORS_ONLN) > 1);
+    EXPECT_EQ(channel.at("taken"), false);
+    EXPECT_EQ(channel.at("calls"), 300);
+    EXPECT_EQ(channel.at("memory_calls"), 0);
+}
+
+TEST_F(ZamctlFastChannel, IsNotOfferedByAServiceThatHasItOff) {
+    service_.Start({"--spin", "0"});
+    const json channel = Ping("50");
+    EXPECT_TRUE(channel.contains("off_by"));
+    EXPECT_EQ(channel.at("offered"), false);
+    EXPECT_EQ(channel.at("taken"), false);
+    EXPECT_EQ(channel.at("memory_calls"), 0);
+    EXPECT_EQ(channel.at("vain_polls"), 0);
+    const ProgramResult doctor = Run({"doctor"});
+    EXPECT_EQ(doctor.status, 0);
+    EXPECT_THAT(doctor.out, HasSubstr("ok       fast_channel  "));
 }
 
 TEST_F(ZamctlLive, WritesIntoNoConnectionWhenItsDescriptorsAreClosed) {

@@ -8,6 +8,7 @@ using ::testing::AllOf;
 using ::testing::Each;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
 using ::testing::Not;
 using ::testing::SizeIs;
 using namespace std::chrono_literals;
@@ -20,11 +21,14 @@ protected:
 TEST_F(PingCommandTest, PrintsEveryCallAndASummary) {
     const Ran ran = Run({"ping", "--count", "3"});
     EXPECT_EQ(ran.status, 0);
-    EXPECT_EQ(ran.out,
-              "call 1: 30.0 us, stopped\n"
-              "call 2: 10.0 us, stopped\n"
-              "call 3: 20.5 us, stopped\n"
-              "3 calls: min 10.0 us, p50 20.5 us, p99 30.0 us, max 30.0 us\n");
+    EXPECT_EQ(
+        ran.out,
+        "call 1: 30.0 us, stopped\n"
+        "call 2: 10.0 us, stopped\n"
+        "call 3: 20.5 us, stopped\n"
+        "3 calls: min 10.0 us, p50 20.5 us, p99 30.0 us, max 30.0 us\n"
+        "fast channel: offered, 0 of 3 calls (0 %) through memory: calls 100 ms apart are for "
+        "the socket\n");
     EXPECT_EQ(ran.err, "");
 }
 
@@ -37,15 +41,79 @@ TEST_F(PingCommandTest, PrintsADocumentInEachLine) {
                        R"({"call":2,"round_trip_us":10.0,"state":"stopped","result":0})"
                        "\n"
                        R"({"summary":{"calls":2,"interrupted":false,"min_us":10.0,"p50_us":10.0,)"
-                       R"("p99_us":30.0,"max_us":30.0}})"
+                       R"("p99_us":30.0,"max_us":30.0,"fast_channel":{"offered":true,)"
+                       R"("taken":false,"calls":2,"memory_calls":0,"memory_share":0.0,)"
+                       R"("vain_polls":0,"vain_us":0.0}}})"
                        "\n");
 }
 
 TEST_F(PingCommandTest, PrintsOnlyTheSummaryWhenQuiet) {
-    EXPECT_EQ(Run({"--quiet", "ping", "--count", "1"}).out,
-              "1 call: min 30.0 us, p50 30.0 us, p99 30.0 us, max 30.0 us\n");
+    EXPECT_THAT(Run({"--quiet", "ping", "--count", "1"}).out,
+                MatchesRegex("1 call: min 30.0 us, p50 30.0 us, p99 30.0 us, max 30.0 us\n"
+                             "fast channel: .*\n"));
     const Json summary = Run({"--quiet", "--json", "ping", "--count", "1"}).Document();
     EXPECT_EQ(summary.at("summary").at("calls"), 1);
+}
+
+TEST_F(PingCommandTest, CountsWhatWentThroughMemoryOfItsOwnCallsAlone) {
+    provider_.controller.stateCalls = 50;  // for whatever reason
+    provider_.socketCalls = 51;
+    provider_.fastChannel.isTaken = true;
+    provider_.fastChannel.vainPolls = 2;
+    provider_.fastChannel.vainTime = 61250ns;
+    EXPECT_THAT(Run({"--quiet", "ping", "--count", "3", "--interval", "0"}).out,
+                HasSubstr("fast channel: taken, 2 of 3 calls (67 %) through memory, 2 looks in "
+                          "vain took 61.3 us\n"));
+    EXPECT_EQ(
+        Run({"--json", "--quiet", "ping", "--count", "4"}).Document()["summary"]["fast_channel"],
+        Json({{"offered", true},
+              {"taken", true},
+              {"calls", 4},
+              {"memory_calls", 4},
+              {"memory_share", 1.0},
+              {"vain_polls", 0},
+              {"vain_us", 0.0}}));
+}
+
+TEST_F(PingCommandTest, SaysWhatTheFastChannelNeedsWhenCallsWithoutPausesDoNotUseIt) {
+    EXPECT_THAT(Run({"--quiet", "ping", "--count", "2", "--interval", "0"}).out,
+                HasSubstr("offered, 0 of 2 calls (0 %) through memory: it is for calls within some "
+                          "50 us of one another, from another CPU than the service's\n"));
+}
+
+TEST_F(PingCommandTest, SaysWhoHasTurnedTheFastChannelOff) {
+    struct Case {
+        FastChannelUse use;
+        std::string spin;
+        std::string offBy;
+        std::string text;
+    };
+    for (const Case& off :
+         std::vector<Case>{{{}, "0", "build", "none: the library has been built without it"},
+                           {{.isBuilt = true}, "0", "ZAM_SPIN", "off in zamctl: ZAM_SPIN is 0"},
+                           {{.isBuilt = true, .isOffered = true},
+                            "50",
+                            "cpus",
+                            "off in zamctl: it has fewer than two CPUs to run on"},
+                           {{.isBuilt = true, .isOffered = true},
+                            "none",
+                            "cpus",
+                            "off in zamctl: it has fewer than two CPUs to run on"},
+                           {{.isBuilt = true, .isOn = true, .isOffered = false},
+                            "50",
+                            "service",
+                            "not offered by the service: it is turned off there, or not known"}}) {
+        SCOPED_TRACE(off.text);
+        provider_.fastChannel = off.use;
+        system_.variables["ZAM_SPIN"] = off.spin;
+        EXPECT_THAT(Run({"--quiet", "ping", "--count", "1"}).out,
+                    HasSubstr("fast channel: " + off.text + "\n"));
+        const Json channel = Run({"--json", "--quiet", "ping", "--count", "1"})
+                                 .Document()["summary"]["fast_channel"];
+        EXPECT_EQ(channel.at("off_by"), off.offBy);
+        EXPECT_EQ(channel.at("calls"), 1);
+        EXPECT_EQ(channel.at("offered"), off.use.isOffered ? Json(*off.use.isOffered) : Json());
+    }
 }
 
 TEST_F(PingCommandTest, MakesTenCallsATenthOfASecondApartByDefault) {

@@ -5,24 +5,31 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
 #include <exception>
 #include <filesystem>
 #include <optional>
 #include <vector>
 
 #include "command_set.h"
+#include "fast_channel.h"
 #include "finding.h"
 #include "printable.h"
 #include "round_trip.h"
 #include "runtime_directory_check.h"
 #include "version.h"
 #include "vocabulary/state_names.h"
+#include "wait_for_state.h"
 
 namespace zamctl {
 namespace {
 
 /// A few, of which the median is shown: the first one also pays for what is made once.
 constexpr std::size_t kRoundTrips = 5;
+
+/// Many more than it takes until calls go through memory, as long as they are quick.
+constexpr std::size_t kBurstCalls = 500;
+constexpr std::chrono::milliseconds kBurstTime{50};
 
 const char* StatusName(FindingStatus status) {
     switch (status) {
@@ -215,7 +222,6 @@ std::optional<ConnectorFailure> CheckConnector(Report& report, Context& context)
 }
 
 /// Times some calls. Gives the failure in which that ends.
-/// The failure, when there is one.
 std::exception_ptr CheckCalls(Report& report, Context& context) {
     try {
         const ConnectorInterfaces connector = context.Connector();
@@ -238,6 +244,39 @@ std::exception_ptr CheckCalls(Report& report, Context& context) {
         return nullptr;
     } catch (const Failure& failure) {
         report.Add({"round_trip", FindingStatus::Problem, failure.what(), failure.Remedy(), {}});
+        return std::current_exception();
+    }
+}
+
+/// Makes calls that the fast channel is for.
+void MakeBurst(Context& context) {
+    const zam_connector::IZamConnController& controller = context.Connector().controller;
+    std::chrono::nanoseconds time = kBurstTime;
+    const Clock::TimePoint begin = context.clock.Now();
+    if (context.timeout) {
+        // Some of the time that is left, so that looking closer makes no command fail.
+        time = std::min<std::chrono::nanoseconds>(time,
+                                                  (context.start + *context.timeout - begin) / 2);
+    }
+    for (std::size_t call = 0; call < kBurstCalls && context.clock.Now() - begin < time; ++call) {
+        AskState(context, controller);
+    }
+}
+
+/// Looks whether calls go through memory. Gives the failure in which that ends.
+std::exception_ptr CheckFastChannel(Report& report, Context& context) {
+    try {
+        const auto look = [](ConnectorProvider& from) { return from.FastChannel(); };
+        const FastChannelUse before = context.Reach(look);
+        if (MayBeFast(before)) {
+            MakeBurst(context);
+        }
+        const FastChannelReport found =
+            ReportFastChannel(before, context.Reach(look), context.system, kWhatItNeeds);
+        report.Add({"fast_channel", FindingStatus::Ok, found.text, {}, found.fields});
+        return nullptr;
+    } catch (const Failure& failure) {
+        report.Add({"fast_channel", FindingStatus::Problem, failure.what(), failure.Remedy(), {}});
         return std::current_exception();
     }
 }
@@ -265,6 +304,9 @@ void DoctorCommand::Run(Context& context) {
     std::exception_ptr failedCall;
     if (!failedService) {
         failedCall = CheckCalls(report, context);
+        if (!failedCall) {
+            failedCall = CheckFastChannel(report, context);
+        }
     }
     // Whole, also before a failure: the report is what was asked for.
     report.End();

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "command_set.h"
+#include "fast_channel.h"
 #include "round_trip.h"
 #include "times.h"
 #include "vocabulary/state_names.h"
@@ -23,7 +24,9 @@ void PrintCall(Context& context, std::size_t number, const RoundTrip& trip) {
          {"result", trip.answer.code}});
 }
 
-void PrintSummary(Context& context, std::vector<std::chrono::nanoseconds> times) {
+/// `channel` is about the same calls.
+void PrintSummary(Context& context, std::vector<std::chrono::nanoseconds> times,
+                  const FastChannelReport& channel) {
     const bool interrupted = context.clock.Interrupted();
     Fields summary = {{"calls", times.size()}, {"interrupted", interrupted}};
     if (times.empty()) {
@@ -39,9 +42,12 @@ void PrintSummary(Context& context, std::vector<std::chrono::nanoseconds> times)
     summary["p50_us"] = median;
     summary["p99_us"] = high;
     summary["max_us"] = most;
+    summary["fast_channel"] = channel.fields;
     context.output.Result(
-        fmt::format("{} {}: min {:.1f} us, p50 {:.1f} us, p99 {:.1f} us, max {:.1f} us",
-                    times.size(), times.size() == 1 ? "call" : "calls", least, median, high, most),
+        fmt::format("{} {}: min {:.1f} us, p50 {:.1f} us, p99 {:.1f} us, max {:.1f} us\n"
+                    "fast channel: {}",
+                    times.size(), times.size() == 1 ? "call" : "calls", least, median, high, most,
+                    channel.text),
         {{"summary", summary}});
 }
 
@@ -59,6 +65,8 @@ void PingCommand::Declare(Options& options) {
 
 void PingCommand::Run(Context& context) {
     const ConnectorInterfaces connector = context.Connector();
+    const auto look = [](ConnectorProvider& from) { return from.FastChannel(); };
+    const FastChannelUse before = context.Reach(look);
     context.clock.CatchInterrupt();
     std::vector<std::chrono::nanoseconds> times;
     while (!context.clock.Interrupted()) {
@@ -69,7 +77,15 @@ void PingCommand::Run(Context& context) {
             break;
         }
     }
-    PrintSummary(context, std::move(times));
+    PrintSummary(
+        context, std::move(times),
+        ReportFastChannel(before, context.Reach(look), context.system, WhyNotThroughMemory()));
+}
+
+std::string PingCommand::WhyNotThroughMemory() const {
+    return interval_.count() == 0
+               ? std::string(kWhatItNeeds)
+               : fmt::format("calls {} ms apart are for the socket", interval_.count());
 }
 
 bool PingCommand::Pause(Context& context, std::size_t calls) const {
