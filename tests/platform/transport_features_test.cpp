@@ -120,11 +120,8 @@ protected:
     static std::uint32_t OwnFeatures() {
         const bool isOn =
             ClientSpinCap().count() > 0 && HasCpuForPolling(std::chrono::steady_clock::now());
-        std::uint32_t features = VD_TRANSPORT_FAST_CHANNEL;
-        if (isOn) {
-            features |= VD_TRANSPORT_FAST_CHANNEL_ON;
-        }
-        return features;
+        return (HasFastChannel() ? std::uint32_t{VD_TRANSPORT_FAST_CHANNEL} : 0) |
+               (isOn ? std::uint32_t{VD_TRANSPORT_FAST_CHANNEL_ON} : 0);
     }
 
     VdTransportStatistics Statistics() {

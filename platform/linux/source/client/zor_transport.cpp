@@ -90,7 +90,8 @@ uint32_t VdZorTransport_Features(const VdZorTransport* transport) {
     }
     const zam_platform::LinkUse use = link->Use();
     const bool isOffered = (use.offers.value_or(0) & zam_platform::kOfferSharedMemory) != 0;
-    return VD_TRANSPORT_FAST_CHANNEL | FeatureIf(UsesFastChannel(), VD_TRANSPORT_FAST_CHANNEL_ON) |
+    return FeatureIf(zam_platform::HasFastChannel(), VD_TRANSPORT_FAST_CHANNEL) |
+           FeatureIf(UsesFastChannel(), VD_TRANSPORT_FAST_CHANNEL_ON) |
            FeatureIf(use.offers.has_value(), VD_TRANSPORT_FAST_CHANNEL_TOLD) |
            FeatureIf(isOffered, VD_TRANSPORT_FAST_CHANNEL_OFFERED) |
            FeatureIf(use.hasMemory, VD_TRANSPORT_FAST_CHANNEL_TAKEN);

@@ -14,6 +14,8 @@ namespace {
 constexpr char kSourceFile[] = "spin_setting";
 constexpr char kVariable[] = "ZAM_SPIN";
 
+constexpr bool kHasFastChannel = ZAM_FAST_CHANNEL != 0;
+
 }  // namespace
 
 std::optional<std::chrono::microseconds> ParseSpin(std::string_view text) noexcept {
@@ -26,7 +28,14 @@ std::optional<std::chrono::microseconds> ParseSpin(std::string_view text) noexce
     return std::chrono::microseconds(value);
 }
 
+bool HasFastChannel() noexcept {
+    return kHasFastChannel;
+}
+
 std::chrono::nanoseconds SpinCap(std::optional<std::chrono::microseconds> wished) noexcept {
+    if (!kHasFastChannel) {
+        return std::chrono::nanoseconds(0);
+    }
     std::chrono::microseconds cap = wished.value_or(kMaxSpin);
     if (const char* const text = wished ? nullptr : ::secure_getenv(kVariable)) {
         if (const auto spin = ParseSpin(text)) {
