@@ -52,6 +52,8 @@ expect _zamctl connected zamctl state --wait =
 refuse _zamctl update/ zamctl policy --path ""
 expect _zam_connectord --data zam_connectord --d
 refuse _zam_connectord --data zam_connectord --i
+expect _zam_connectord --spin zam_connectord --s
+refuse _zam_connectord --data zam_connectord --spin --d
 
 cd "$ZAM_RUNTIME_DIR"
 mkdir folder
