@@ -37,19 +37,19 @@ TEST_F(DoctorCommandTest, FindsNothingWrongWithASoundSystem) {
     EXPECT_EQ(ran.err, "");
     const std::string version = kVersion;
     EXPECT_EQ(ran.out,
-              "ok       zamctl       version " + version +
+              "ok       zamctl        version " + version +
                   "\n"
-                  "ok       library      version " +
+                  "ok       library       version " +
                   version +
                   ", part of zamctl\n"
-                  "ok       log_level    4, as ZAM_LOG_LEVEL is not set\n"
-                  "ok       runtime_dir  /run/fake, from ZAM_RUNTIME_DIR\n"
-                  "ok       directory    exists, owner user 1000, mode 0700\n"
-                  "ok       socket       /run/fake/fake_service.sock exists\n"
-                  "ok       service      'fake_service' connected\n"
-                  "ok       endpoint     fake.controller, riid 1\n"
-                  "ok       endpoint     fake.settings, riid 2\n"
-                  "ok       round_trip   30.0 us, median of 5 calls; state connected\n"
+                  "ok       log_level     4, as ZAM_LOG_LEVEL is not set\n"
+                  "ok       runtime_dir   /run/fake, from ZAM_RUNTIME_DIR\n"
+                  "ok       directory     exists, owner user 1000, mode 0700\n"
+                  "ok       socket        /run/fake/fake_service.sock exists\n"
+                  "ok       service       'fake_service' connected\n"
+                  "ok       endpoint      fake.controller, riid 1\n"
+                  "ok       endpoint      fake.settings, riid 2\n"
+                  "ok       round_trip    30.0 us, median of 5 calls; state connected\n"
                   "ok       fast_channel  offered, 0 of 500 calls (0 %) through memory: it "
                   "is for calls within some 50 us of one another, from another CPU than "
                   "the service's\n");
@@ -84,12 +84,12 @@ TEST_F(DoctorCommandTest, PrintsWhenQuietOnlyWhatIsNotOk) {
 
 TEST_F(DoctorCommandTest, ShowsTheLogLevel) {
     system_.variables["ZAM_LOG_LEVEL"] = "0";
-    EXPECT_THAT(Run({"doctor"}).out, HasSubstr("ok       log_level    0, from ZAM_LOG_LEVEL\n"));
+    EXPECT_THAT(Run({"doctor"}).out, HasSubstr("ok       log_level     0, from ZAM_LOG_LEVEL\n"));
     for (const std::string wrong : {"loud", "", "3x"}) {
         system_.variables["ZAM_LOG_LEVEL"] = wrong;
         const Ran ran = Run({"doctor"});
         EXPECT_EQ(ran.status, 0);
-        EXPECT_THAT(ran.out, HasSubstr("warning  log_level    4, as ZAM_LOG_LEVEL is '" + wrong +
+        EXPECT_THAT(ran.out, HasSubstr("warning  log_level     4, as ZAM_LOG_LEVEL is '" + wrong +
                                        "', which is no number\n"));
         EXPECT_THAT(ran.out, HasSubstr("Set ZAM_LOG_LEVEL to a number from 0"));
     }
@@ -99,16 +99,16 @@ TEST_F(DoctorCommandTest, ShowsTheLogLevel) {
 TEST_F(DoctorCommandTest, ComparesTheVersionsOfTheLibraries) {
     const std::string same = "/lib/libzam_platform.so." + std::string(kVersion);
     system_.libraries = {{same}};
-    EXPECT_THAT(Run({"doctor"}).out, HasSubstr("ok       library      version " +
+    EXPECT_THAT(Run({"doctor"}).out, HasSubstr("ok       library       version " +
                                                std::string(kVersion) + ", " + same + "\n"));
     system_.libraries = {{same}, {"/lib/libzam_connector_common.so.99.0"}};
     const Ran ran = Run({"doctor"});
     EXPECT_EQ(ran.status, 0);
-    EXPECT_THAT(ran.out, AllOf(HasSubstr("warning  library      version 99.0, "
+    EXPECT_THAT(ran.out, AllOf(HasSubstr("warning  library       version 99.0, "
                                          "/lib/libzam_connector_common.so.99.0\n"),
                                HasSubstr("Install zamctl and the libraries of one version.")));
     system_.libraries = {{"/lib/libzam_platform.so"}};
-    EXPECT_THAT(Run({"doctor"}).out, HasSubstr("warning  library      version unknown"));
+    EXPECT_THAT(Run({"doctor"}).out, HasSubstr("warning  library       version unknown"));
 }
 
 TEST_F(DoctorCommandTest, ReportsAndEndsWithStatusThreeWithoutAService) {
@@ -117,10 +117,10 @@ TEST_F(DoctorCommandTest, ReportsAndEndsWithStatusThreeWithoutAService) {
     const Ran ran = Run({"doctor"});
     EXPECT_EQ(ran.status, 3);
     EXPECT_THAT(ran.out,
-                AllOf(HasSubstr("problem  directory    /run/fake: No such file or directory\n"
-                                "                      Start zam_connectord for the directory "
+                AllOf(HasSubstr("problem  directory     /run/fake: No such file or directory\n"
+                                "                       Start zam_connectord for the directory "
                                 "'/run/fake', or set ZAM_RUNTIME_DIR"),
-                      HasSubstr("problem  service      cannot reach the service "
+                      HasSubstr("problem  service       cannot reach the service "
                                 "'fake_service': no socket\n")));
     EXPECT_THAT(ran.out, Not(HasSubstr("round_trip")));
     EXPECT_EQ(ran.err,
@@ -136,7 +136,7 @@ TEST_F(DoctorCommandTest, AdvisesToStartAServiceWhoseSocketIsLeftOver) {
     EXPECT_EQ(ran.status, 3);
     EXPECT_THAT(ran.out, HasSubstr("ok       socket"));
     EXPECT_THAT(ran.out, HasSubstr("Connection refused\n"
-                                   "                      Start zam_connectord"));
+                                   "                       Start zam_connectord"));
 }
 
 TEST_F(DoctorCommandTest, LetsNoTextOfOthersLookLikeACheck) {
@@ -145,7 +145,7 @@ TEST_F(DoctorCommandTest, LetsNoTextOfOthersLookLikeACheck) {
     system_.runtimeDirectory.directory.path = "/run/a\nok       directory";
     const Ran ran = Run({"doctor"});
     EXPECT_EQ(ran.status, 3);
-    EXPECT_THAT(ran.out, HasSubstr(R"(ok       runtime_dir  /run/a\x0aok       directory, from)"));
+    EXPECT_THAT(ran.out, HasSubstr(R"(ok       runtime_dir   /run/a\x0aok       directory, from)"));
 }
 
 TEST_F(DoctorCommandTest, NamesAMissingEndpoint) {
@@ -166,13 +166,13 @@ TEST_F(DoctorCommandTest, ChecksTheServiceOfFilesToo) {
     system_.runtimeDirectory.sockets.push_back(
         {"/run/fake/fake_files.sock", vd::FileFault::None, {}, system_.user, 0600});
     EXPECT_THAT(Run({"doctor"}).out, AllOf(HasSubstr("'fake_files' connected\n"),
-                                           HasSubstr("endpoint     fake.files, riid 9\n")));
+                                           HasSubstr("endpoint      fake.files, riid 9\n")));
     provider_.goneService = "fake_files";
     provider_.noService = "no answer";
     const Ran ran = Run({"doctor"});
     EXPECT_EQ(ran.status, 3);
     EXPECT_THAT(ran.out, AllOf(HasSubstr("'fake_service' connected\n"),
-                               HasSubstr("problem  service      cannot reach the service "
+                               HasSubstr("problem  service       cannot reach the service "
                                          "'fake_files': no answer\n"),
                                Not(HasSubstr("round_trip"))));
 }
@@ -181,7 +181,7 @@ TEST_F(DoctorCommandTest, EndsWithStatusTwoWhenACallFails) {
     provider_.controller.stateCodes = {0, static_cast<int>(0x80000063U)};
     const Ran ran = Run({"doctor"});
     EXPECT_EQ(ran.status, 2);
-    EXPECT_THAT(ran.out, HasSubstr("problem  round_trip   cannot read the state: the service "
+    EXPECT_THAT(ran.out, HasSubstr("problem  round_trip    cannot read the state: the service "
                                    "answered 0x80000063 Not ready\n"));
     EXPECT_THAT(ran.err, HasSubstr("0x80000063 Not ready"));
 }

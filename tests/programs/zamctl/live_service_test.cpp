@@ -259,7 +259,7 @@ TEST_F(ZamctlLive, HasTheDoctorTellAServiceThatAnswersNothingFromOneThatIsNotThe
     const ProgramResult silent = Run({"doctor", "--timeout", "0.1"});
     EXPECT_EQ(silent.status, 4);
     EXPECT_THAT(silent.out, HasSubstr("ok       socket"));
-    EXPECT_THAT(silent.out, HasSubstr("problem  service      the service 'zam_connector_id' is "
+    EXPECT_THAT(silent.out, HasSubstr("problem  service       the service 'zam_connector_id' is "
                                       "there, but answers nothing: "));
     EXPECT_THAT(silent.out, HasSubstr("Look whether zam_connectord is stopped or hangs"));
     ASSERT_EQ(::kill(service_.Pid(), SIGCONT), 0);

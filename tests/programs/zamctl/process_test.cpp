@@ -69,7 +69,7 @@ TEST_F(ZamctlProcess, SaysWhatIsWrongWithTheDirectory) {
     std::filesystem::create_directory_symlink(".", directory_ / "link");
     const ProgramResult link = Run({"doctor"}, (directory_ / "link/").string());
     EXPECT_EQ(link.status, 3);
-    EXPECT_THAT(link.out, HasSubstr("problem  directory    " + (directory_ / "link").string() +
+    EXPECT_THAT(link.out, HasSubstr("problem  directory     " + (directory_ / "link").string() +
                                     " is a symbolic link\n"));
     const ProgramResult relative = Run({"state"}, "relative");
     EXPECT_EQ(relative.status, 3);

@@ -44,10 +44,10 @@ const char* StatusName(FindingStatus status) {
 }
 
 std::string LinesOf(const Finding& finding) {
-    std::string lines = fmt::format("{:<8} {:<11}  {}\n", StatusName(finding.status), finding.check,
+    std::string lines = fmt::format("{:<8} {:<12}  {}\n", StatusName(finding.status), finding.check,
                                     PrintableLine(finding.text));
     if (!finding.remedy.empty()) {
-        lines += fmt::format("{:20}  {}\n", "", PrintableLine(finding.remedy));
+        lines += fmt::format("{:21}  {}\n", "", PrintableLine(finding.remedy));
     }
     return lines;
 }
