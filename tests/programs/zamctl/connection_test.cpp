@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "qx/conn_controller.h"
 #include "qx/endpoint_names.h"
 #include "record_keeper.h"
@@ -15,6 +17,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using zam_connector::testing::AnswerWith;
 using zam_connector::testing::InitFault;
+using zam_connector::testing::PlatformCall;
 using zam_connector::testing::ScriptedPlatform;
 using zam_connector::testing::ScriptedTransport;
 
@@ -103,6 +106,26 @@ TEST_F(ConnectionTest, NamesTheServiceThatIsAway) {
         platform_.SetHandle(service, service == qx::kConnectorService ? kHandle : kFilesHandle);
         records_.Clear();
     }
+}
+
+TEST_F(ConnectionTest, ConnectsOnceToAskForTheFastChannel) {
+    const auto connects = [this] {
+        const auto calls = platform_.Calls();
+        return std::count_if(calls.begin(), calls.end(), [](const PlatformCall& call) {
+            return call.function == PlatformCall::Function::ServiceLocatorConnect &&
+                   call.name == qx::kConnectorService;
+        });
+    };
+    platform_.SetHandle(qx::kConnectorService, VD_ZOR_INVALID_HANDLE);
+    EXPECT_THROW(connection_.FastChannel(), UnreachableService);
+    platform_.SetHandle(qx::kConnectorService, kHandle);
+    for (int look = 0; look < 2; ++look) {
+        const FastChannelUse use = connection_.FastChannel();
+        EXPECT_FALSE(use.isBuilt);
+        EXPECT_FALSE(use.isOffered);
+        EXPECT_EQ(use.calls, 0U);
+    }
+    EXPECT_EQ(connects(), 2);
 }
 
 TEST_F(ConnectionTest, NamesTheEndpointThatIsMissing) {
