@@ -1,14 +1,17 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 
 #include "shared/cpu_share.h"
+#include "support/calling_logger.h"
 #include "support/scoped_environment.h"
 #include "support/shared_link.h"
 #include "support/test_server.h"
@@ -35,6 +38,22 @@ protected:
 
     SharedLink link_;
 };
+
+/// In a process of its own, which has not read the variable before.
+TEST(ClientSpinCapTest, WarnsOnceAndLetsTheLoggerMakeCalls) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            ::alarm(static_cast<unsigned>(kBound.count()));
+            const ScopedEnvironment wrong("ZAM_SPIN", "many");
+            const zam_test::CallingLogger logger([] { ClientSpinCap(); },
+                                                 zor::logger::kLevelWarning);
+            ClientSpinCap();
+            ClientSpinCap();
+            std::exit(logger.records);
+        },
+        ::testing::ExitedWithCode(HasFastChannel() ? 1 : 0), "");
+}
 
 TEST_F(LinkUseTest, BeginsWithNothing) {
     EXPECT_FALSE(Use().offers);

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <charconv>
 #include <cstdlib>
 
@@ -15,6 +16,31 @@ constexpr char kSourceFile[] = "spin_setting";
 constexpr char kVariable[] = "ZAM_SPIN";
 
 constexpr bool kHasFastChannel = ZAM_FAST_CHANNEL != 0;
+
+struct Setting {
+    std::chrono::nanoseconds cap;
+    const char* wrong;  ///< what the variable says that is none; null: nothing
+};
+
+Setting Read(std::optional<std::chrono::microseconds> wished) noexcept {
+    if (!kHasFastChannel) {
+        return {std::chrono::nanoseconds(0), nullptr};
+    }
+    const char* const text = wished ? nullptr : ::secure_getenv(kVariable);
+    const auto spin = text != nullptr ? ParseSpin(text) : wished;
+    const bool isAlone = ::sysconf(_SC_NPROCESSORS_ONLN) == 1;
+    return {isAlone ? std::chrono::microseconds(0) : spin.value_or(kMaxSpin),
+            text != nullptr && !spin ? text : nullptr};
+}
+
+void Warn(const Setting& setting) noexcept {
+    if (setting.wrong != nullptr) {
+        ReportText(zor::logger::kLevelWarning, kSourceFile, "SpinCap", [&setting] {
+            return fmt::format("{} is '{}', not a number of microseconds from 0 to {}", kVariable,
+                               setting.wrong, kMaxSpin.count());
+        });
+    }
+}
 
 }  // namespace
 
@@ -33,26 +59,19 @@ bool HasFastChannel() noexcept {
 }
 
 std::chrono::nanoseconds SpinCap(std::optional<std::chrono::microseconds> wished) noexcept {
-    if (!kHasFastChannel) {
-        return std::chrono::nanoseconds(0);
-    }
-    std::chrono::microseconds cap = wished.value_or(kMaxSpin);
-    if (const char* const text = wished ? nullptr : ::secure_getenv(kVariable)) {
-        if (const auto spin = ParseSpin(text)) {
-            cap = *spin;
-        } else {
-            ReportText(zor::logger::kLevelWarning, kSourceFile, "SpinCap", [text] {
-                return fmt::format("{} is '{}', not a number of microseconds from 0 to {}",
-                                   kVariable, text, kMaxSpin.count());
-            });
-        }
-    }
-    return ::sysconf(_SC_NPROCESSORS_ONLN) == 1 ? std::chrono::microseconds(0) : cap;
+    const Setting setting = Read(wished);
+    Warn(setting);
+    return setting.cap;
 }
 
 std::chrono::nanoseconds ClientSpinCap() noexcept {
-    static const std::chrono::nanoseconds cap = SpinCap();
-    return cap;
+    // The warning is given behind what makes a thread wait: a logger may make calls of its own.
+    static const Setting setting = Read({});
+    static std::atomic<bool> isToWarn{true};
+    if (setting.wrong != nullptr && isToWarn.exchange(false)) {
+        Warn(setting);
+    }
+    return setting.cap;
 }
 
 }  // namespace zam_platform
