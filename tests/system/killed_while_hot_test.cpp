@@ -7,11 +7,14 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <memory>
 #include <random>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -135,6 +138,30 @@ protected:
     std::unique_ptr<zamctl::test::RunningProgram> client_;
     int clients_ = 0;
 };
+
+/// The kernel ends the descriptors of a killed process from the greatest number down, and takes
+/// some 15 ms for each that watches a folder: a connection with a lower number would be told that
+/// late.
+TEST_F(KilledWhileHot, HasNoConnectionBelowWhatEndsSlowly) {
+    StartHotService();
+    StartClient();
+    ASSERT_TRUE(Eventually([this] { return !Told("event").empty(); }));
+    int slowest = -1;
+    int connection = std::numeric_limits<int>::max();
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(service_.Pid()) + "/fd")) {
+        const int number = std::stoi(entry.path().filename());
+        std::error_code isClosed;
+        const std::string what = std::filesystem::read_symlink(entry.path(), isClosed);
+        if (what == "anon_inode:inotify") {
+            slowest = std::max(slowest, number);
+        } else if (what.starts_with("socket:")) {
+            connection = std::min(connection, number);
+        }
+    }
+    EXPECT_GE(slowest, 0);
+    EXPECT_LT(slowest, connection);
+}
 
 TEST_F(KilledWhileHot, EndsWaitsAtOnceAndLosesAndRepeatsNothing) {
     if (!CanPoll()) {

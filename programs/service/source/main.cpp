@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -15,6 +16,7 @@
 #include "data/sample_data.h"
 #include "descriptors/standard_descriptors.h"
 #include "zam_platform/server/service_log.h"
+#include "zam_platform/unique_fd.h"
 
 namespace {
 
@@ -29,6 +31,16 @@ sigset_t EndSignals() {
     return signals;
 }
 
+/// The number goes to no client's connection: when the service is killed, the kernel ends its
+/// descriptors from the greatest number down and takes some 15 ms for those that watch folders, so
+/// that a client whose connection has a lower one would know of the end that much later.
+void CloseAndKeepNumber(int descriptor) {
+    const zam_platform::UniqueFd nothing(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (!nothing || ::dup3(nothing.Get(), descriptor, O_CLOEXEC) < 0) {
+        ::close(descriptor);
+    }
+}
+
 void TellReady(const DaemonOptions& options, const zam_service::ConnectorDaemon& daemon) {
     SayOnStderr(fmt::format("zam_connectord: serving {} on {}\n", daemon.DataFolderPath(),
                             daemon.SocketPath()));
@@ -36,7 +48,7 @@ void TellReady(const DaemonOptions& options, const zam_service::ConnectorDaemon&
         if (::write(options.readyFd, "\n", 1) != 1) {
             SayOnStderr("zam_connectord: nobody listens on --ready-fd\n");
         }
-        ::close(options.readyFd);
+        CloseAndKeepNumber(options.readyFd);
     }
 }
 
