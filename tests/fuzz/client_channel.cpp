@@ -8,6 +8,7 @@
 
 #include "check.h"
 #include "client/socket_channel.h"
+#include "client_memory.h"
 #include "fuzz_input.h"
 #include "support/quiet_logger.h"
 #include "support/wire_model.h"
@@ -15,7 +16,8 @@
 
 /// An input is what a service answers to the calls of one channel, in the cuts in which it comes:
 /// the first byte chooses the form, then come commands, see `Service::Act`. What the channel makes
-/// of it is held against the model of the wire.
+/// of it is held against the model of the wire. One form has shared memory as well, and its own
+/// commands: `client_memory.cpp`.
 
 namespace {
 
@@ -258,6 +260,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     static const zam_test::QuietLogger logger;
     Input input(data, size);
     const std::uint8_t form = input.Byte();
+    if ((form & 8U) != 0) {
+        zam_fuzz::PlayClientMemory(input);
+        return 0;
+    }
     const bool inPackets = (form & 1U) != 0;
     const auto kind = (form & 2U) != 0 ? FrameKind::LookupAnswer : FrameKind::Answer;
     Service service(input, inPackets);

@@ -1,6 +1,7 @@
 #include "server/server_connection.h"
 
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,15 +18,18 @@
 
 #include "check.h"
 #include "fuzz_input.h"
+#include "shared/shared_file.h"
+#include "shared/shared_pages.h"
 #include "support/quiet_logger.h"
 #include "support/wire_model.h"
 #include "zam_platform/server/server.h"
 #include "zam_platform/unique_fd.h"
 
 /// An input is a script of what some clients do to one server: they lay sound frames, damage and
-/// bytes of any kind into line, send what lies there in any cuts, read or do not read, and go. What
-/// comes back is held against the model of the wire. The first byte chooses the limits; then come
-/// commands, see `Play::Act`.
+/// bytes of any kind into line, send what lies there in any cuts, read or do not read, and go. They
+/// ask for shared memory and write there what they like, between any two of the service's looks.
+/// What comes back is held against the model of the wire. The first byte chooses the limits and
+/// whether memory is offered; then come commands, see `Play::Act`.
 
 namespace {
 
@@ -44,6 +48,16 @@ constexpr std::uint32_t kArenaBytes = 2040;  ///< on both sides of a connection'
 constexpr std::uint32_t kMostAnswer = 8160;  ///< a few of them are more than a socket takes
 constexpr unsigned char kFilling = 0x5A;
 constexpr std::size_t kClients = 4;
+
+/// Hints of a client whose CPU no machine has.
+constexpr std::uint16_t kElsewhere = 0xFFFE;
+
+/// CPUs below it may be the loop's own, and whether that gets memory is not for the model to say.
+constexpr std::uint16_t kMostCpus = 8192;
+
+constexpr std::uint32_t HintsOf(std::uint8_t gap, std::uint16_t cpu) {
+    return zam_platform::CallHints{.gap = gap, .cpu = cpu}.Flags();
+}
 
 enum Operation : std::uint16_t { kEcho, kHold, kFail, kDrop, kForget, kLarge, kWrong, kOperations };
 
@@ -146,7 +160,9 @@ const std::vector<zam_test::WireEndpoint>& Endpoints() {
 /// A server that serves every input, one after the other: nothing of one is left for the next.
 struct World {
     explicit World(zam_platform::ServerLimits limits)
-        : server({}, {.ownUser = ::geteuid(), .group = {}}, limits), early_(server.Context()) {
+        : offersMemory(limits.spinCap.count() != 0),
+          server({}, {.ownUser = ::geteuid(), .group = {}}, Timeless(limits)),
+          early_(server.Context()) {
         server.Serve(endpoint.Rule());
         server.OnConnectionBroken([](const zam_platform::SessionToken&,
                                      const zam_platform::LostCall& lost) {
@@ -161,10 +177,17 @@ struct World {
         server.Context().poll();
     }
 
+    const bool offersMemory;
     Endpoint endpoint;
     Server server;
 
 private:
+    /// A machine that stands still for some seconds changes nothing.
+    static zam_platform::ServerLimits Timeless(zam_platform::ServerLimits limits) {
+        limits.frameTimeout = limits.memoryKept = std::chrono::hours(24);
+        return limits;
+    }
+
     /// A timer that is due before all others, so that these do not set the clock for each
     /// connection, which costs more than all the rest.
     void Arm() {
@@ -183,7 +206,10 @@ private:
 class Client {
 public:
     Client(World& world, std::size_t number, bool isExact)
-        : world_(world), number_(number), isExact_(isExact), model_(Endpoints()) {
+        : world_(world),
+          number_(number),
+          isExact_(isExact),
+          model_(Endpoints(), world.offersMemory) {
         int sockets[2];
         Check(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, sockets) == 0,
               "there are descriptors for a connection");
@@ -225,6 +251,41 @@ public:
         line.erase(line.begin(), line.begin() + static_cast<std::ptrdiff_t>(count));
         world_.endpoint.sender = number_;
         world_.RunLoop();
+        CheckMemory();
+    }
+
+    /// The number of the next call that may come through memory.
+    std::uint64_t NextNumber() const noexcept { return model_.Last() + 1; }
+
+    /// What its side of the memory is; null without memory.
+    zam_platform::RequestPages* Requests() const noexcept { return memory_.requests.operator->(); }
+
+    /// The service looks at the memory as it does while it polls.
+    void BeLookedAt() {
+        if (model_.HasMemory() && !IsOver() && RequestNumber() != memoryNumber_) {
+            FollowRequest();
+        }
+        OnLoop([](ServerConnection& connection) {
+            if (connection.HasRequest()) {
+                connection.ServeFromMemory();
+            }
+        });
+    }
+
+    /// The service lets go of the memory.
+    void LoseMemory() {
+        const auto connection = connection_.lock();
+        if (!memory_.answers || connection == nullptr || !connection->IsOpen() ||
+            memory_.answers->polling.load() == zam_platform::kGivenUp) {
+            return;
+        }
+        if (!IsOver() && RequestNumber() != memoryNumber_) {
+            FollowRequest();
+        }
+        model_.GiveUp();
+        OnLoop([](ServerConnection& given) { given.GiveUpMemory(); });
+        Check(!connection->IsOpen() || memory_.answers->polling.load() == zam_platform::kGivenUp,
+              "a client is told that its memory is given up");
     }
 
     /// Its held call has been answered.
@@ -241,7 +302,7 @@ public:
     void Read() {
         static std::array<unsigned char, 1U << 16U> buffer;
         while (!HasClosed()) {
-            const ssize_t got = ::recv(socket_.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+            const ssize_t got = ReadSome(buffer.data(), buffer.size());
             if (got <= 0) {
                 return;
             }
@@ -253,6 +314,7 @@ public:
             received_ += count;
             world_.RunLoop();  // what had no room goes on its way
         }
+        CheckMemory();
     }
 
     /// Closes when nothing reads any more, or ends the sending.
@@ -282,6 +344,62 @@ private:
 
     bool IsOver() const noexcept { return isOver_; }
 
+    /// Takes the files that come with a grant.
+    ssize_t ReadSome(unsigned char* buffer, std::size_t bytes) {
+        constexpr std::size_t kFiles = 2;
+        alignas(cmsghdr) std::array<unsigned char, CMSG_SPACE(kFiles * sizeof(int))> control{};
+        iovec part{.iov_base = buffer, .iov_len = bytes};
+        msghdr message{};
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        message.msg_control = control.data();
+        message.msg_controllen = control.size();
+        const ssize_t got = ::recvmsg(socket_.Get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+        const cmsghdr* const rights = got > 0 ? CMSG_FIRSTHDR(&message) : nullptr;
+        if (rights != nullptr) {
+            Check(rights->cmsg_type == SCM_RIGHTS && rights->cmsg_len == CMSG_LEN(2 * sizeof(int)),
+                  "two files come with memory");
+            std::array<int, kFiles> files{};
+            std::memcpy(files.data(), CMSG_DATA(rights), sizeof(files));
+            const zam_platform::UniqueFd requests(files[0]);
+            const zam_platform::UniqueFd answers(files[1]);
+            memory_ = zam_platform::MapClientMemory(requests, answers);
+            isGrantUnread_ = false;
+        }
+        return got;
+    }
+
+    template <typename Function>
+    void OnLoop(Function function) {
+        world_.endpoint.sender = number_;
+        if (const auto connection = connection_.lock()) {
+            asio::post(world_.server.Context(), [&function, connection] { function(*connection); });
+            world_.RunLoop();
+        }
+        CheckMemory();
+    }
+
+    std::uint64_t RequestNumber() const noexcept {
+        return memory_.requests && !isGrantUnread_ ? memory_.requests->request.load() : 0;
+    }
+
+    /// What the service has written into memory. Its side stays as it is when the connection ends.
+    void CheckMemory() const {
+        if (!isExact_ || !memory_.answers || isGrantUnread_) {
+            return;
+        }
+        const zam_platform::AnswerPages& pages = *memory_.answers.operator->();
+        const std::uint64_t polling = pages.polling.load();
+        Check(polling <= zam_platform::kGivenUp, "polling is one of three");
+        Check(IsOver() || (polling == zam_platform::kGivenUp) != model_.HasMemory(),
+              "memory is given up once");
+        Check(pages.taken.load() == taken_, "what is taken is told");
+        Check(pages.answer.load() == answered_, "what is answered is told");
+        WireBytes slot(answer_.size());
+        zam_platform::ReadSlot(pages.slot.data(), 0, slot.data(), slot.size());
+        Check(slot == answer_, "an answer in memory is what the model says");
+    }
+
     /// What has not been taken by then may be lost.
     void End() {
         maySufferLoss_ = maySufferLoss_ || expected_.size() - received_ > kAlwaysTaken;
@@ -301,29 +419,101 @@ private:
                 case WireConnection::Event::Greeted:
                     break;
                 case WireConnection::Event::Refuses:
-                    End();
-                    Expect(zam_test::WireFrame({.kind = 6, .status = step.status}));
+                    Refuse(step.status);
                     break;
                 case WireConnection::Event::LooksUp:
                     Expect(model_.LookupAnswer(step));
                     break;
                 case WireConnection::Event::Called:
-                    FollowCall(step);
+                    FollowCall(step, false);
+                    break;
+                case WireConnection::Event::AsksForMemory:
+                    FollowMemoryRequest(step);
+                    break;
+                case WireConnection::Event::SaysLook:
+                    FollowLook(step.callNumber);
                     break;
             }
         }
     }
 
-    void FollowCall(const WireConnection::Step& step) {
+    void Refuse(std::int32_t status) {
+        End();
+        Expect(zam_test::WireFrame({.kind = 6, .status = status}));
+    }
+
+    void FollowMemoryRequest(const WireConnection::Step& step) {
+        const auto cpu = zam_platform::CallHints::Of(step.flags).cpu;
+        if (cpu == 0) {
+            return Expect(zam_test::WireFrame(
+                {.kind = 8, .callNumber = step.callNumber, .status = zam_platform::kStatusQuota}));
+        }
+        // What finds no room in the socket gets no memory.
+        isExact_ = isExact_ && cpu >= kMostCpus && expected_.size() - received_ <= kAlwaysTaken;
+        WireBytes grant(sizeof(zam_platform::MemoryGrant));
+        constexpr zam_platform::MemoryGrant kGrant{
+            .requestSlotBytes = zam_platform::kRequestSlotBytes,
+            .answerSlotBytes = zam_platform::kAnswerSlotBytes};
+        std::memcpy(grant.data(), &kGrant, sizeof(kGrant));
+        Expect(zam_test::WireFrame({.kind = 8, .callNumber = step.callNumber}, grant));
+        model_.Grant();
+        isGrantUnread_ = true;
+        memoryNumber_ = taken_ = answered_ = 0;
+        answer_.clear();
+    }
+
+    void FollowLook(std::uint64_t number) {
+        if (number <= model_.Last()) {
+            return;
+        }
+        const bool isNext = number == model_.Last() + 1;
+        if (!model_.HasMemory() && isNext) {
+            Expect(zam_test::WireFrame({.kind = 9, .callNumber = number}));
+        } else if (!isNext || RequestNumber() != number) {
+            Refuse(zam_test::kWireBadRequest);
+        } else {
+            FollowRequest();
+        }
+    }
+
+    /// The service serves what stands in memory.
+    void FollowRequest() {
+        const std::uint64_t number = RequestNumber();
+        if (number == model_.Last() + 1) {
+            taken_ = memoryNumber_ = number;
+        }
+        WireBytes slot(zam_platform::kRequestSlotBytes);
+        if (!isGrantUnread_) {
+            zam_platform::ReadSlot(memory_.requests->slot.data(), 0, slot.data(), slot.size());
+        }
+        const WireConnection::Step step = model_.Requested(number, slot);
+        if (step.event == WireConnection::Event::Called) {
+            FollowCall(step, true);
+        } else {
+            Refuse(step.status);
+        }
+    }
+
+    void ExpectAnswer(bool byMemory, zam_test::WireHead head, const WireBytes& fixed = {},
+                      const WireBytes& arena = {}) {
+        model_.Answered();
+        if (!byMemory) {
+            return Expect(zam_test::WireFrame(head, fixed, arena));
+        }
+        // Its parts stand on multiples of 8, as the sizes of all are.
+        answer_ = zam_test::WireFrame(head, fixed, arena);
+        answered_ = head.callNumber;
+        if (!isGrantUnread_ && memory_.requests->waiting.load() < head.callNumber) {
+            Expect(zam_test::WireFrame({.kind = 9, .callNumber = head.callNumber}));
+        }
+    }
+
+    void FollowCall(const WireConnection::Step& step, bool byMemory) {
         std::uint64_t value = 0;
         std::uint64_t other = 0;
         std::memcpy(&value, step.fixed.data() + offsetof(Message, value), sizeof(value));
         std::memcpy(&other, step.fixed.data() + offsetof(Message, other), sizeof(other));
         const zam_test::WireHead head{.kind = 5, .callNumber = step.callNumber};
-        const auto fails = [&](std::int32_t status) {
-            Expect(
-                zam_test::WireFrame({.kind = 5, .callNumber = step.callNumber, .status = status}));
-        };
         switch (step.operation) {
             case kHold:
                 heldNumber_ = step.callNumber;
@@ -331,25 +521,23 @@ private:
             case kDrop:
                 return End();
             case kEcho:
-                Expect(zam_test::WireFrame(head, MessageOf(kEcho, value, other), step.arena));
-                break;
+                return ExpectAnswer(byMemory && (value & 1U) == 0, head,
+                                    MessageOf(kEcho, value, other), step.arena);
             case kLarge:
-                Expect(zam_test::WireFrame(head, MessageOf(kLarge, value, other),
-                                           WireBytes(LargeBytes(value), kFilling)));
-                break;
-            case kFail:
-                fails(FailureOf(value));
-                break;
+                return ExpectAnswer(byMemory, head, MessageOf(kLarge, value, other),
+                                    WireBytes(LargeBytes(value), kFilling));
             default:
-                fails(zam_platform::kStatusUnanswered);
-                break;
+                return ExpectAnswer(byMemory, {.kind = 5,
+                                               .callNumber = step.callNumber,
+                                               .status = step.operation == kFail
+                                                             ? FailureOf(value)
+                                                             : zam_platform::kStatusUnanswered});
         }
-        model_.Answered();
     }
 
     World& world_;
     const std::size_t number_;
-    const bool isExact_;
+    bool isExact_;  ///< the model knows what comes
     zam_platform::UniqueFd socket_;
     std::weak_ptr<ServerConnection> connection_;
     zam_platform::SessionToken token_{};
@@ -359,6 +547,13 @@ private:
     bool isOver_ = false;  ///< a rule was broken, or it has left
     bool maySufferLoss_ = false;
     std::uint64_t heldNumber_ = 0;
+
+    zam_platform::ClientMemory memory_;  ///< the last that it was granted
+    bool isGrantUnread_ = false;
+    std::uint64_t memoryNumber_ = 0;  ///< of the last request that the service has served
+    std::uint64_t taken_ = 0;
+    std::uint64_t answered_ = 0;
+    WireBytes answer_;  ///< in memory
 };
 
 /// Plays one input.
@@ -393,6 +588,9 @@ public:
 private:
     enum Command { kGreet, kLookup, kCall, kRaw, kDamage, kSend, kLeave, kRelease };
 
+    /// Of memory.
+    enum MemoryCommand { kAsk, kLook, kPut, kWord, kSpoil, kBeLookedAt, kLose, kHintedCall };
+
     Client& At(std::size_t place) {
         auto& client = clients_[place];
         if (client == nullptr || client->HasClosed()) {
@@ -405,6 +603,14 @@ private:
         const bool hasUnread = (command & 0x20U) != 0;
         const bool isOther = (command & 0x40U) != 0;
         Client& client = At(command >> 3U & 3U);
+        if ((command & 0x80U) != 0) {
+            ActOnMemory(client, command & 7U, isOther);
+            if (!hasUnread) {
+                client.Read();
+                client.CheckState();
+            }
+            return;
+        }
         switch (command & 7U) {
             case kGreet:
                 return client.Greet(input_.Byte() & 3U);
@@ -439,6 +645,63 @@ private:
         }
     }
 
+    void ActOnMemory(Client& client, unsigned command, bool isOther) {
+        switch (command) {
+            case kAsk: {
+                const std::uint32_t flags = HintsOf(input_.Byte(), isOther ? 0 : kElsewhere);
+                return client.Lay(zam_test::WireFrame(
+                    {.kind = 7, .callNumber = client.NextNumber() - 1, .flags = flags},
+                    WireBytes(sizeof(zam_platform::MemoryWish), input_.Byte())));
+            }
+            case kLook:
+                return client.Lay(
+                    zam_test::WireFrame({.kind = 9, .callNumber = NumberNear(client)}));
+            case kPut:
+                return Put(client, isOther);
+            case kWord: {
+                const std::uint64_t number = isOther ? input_.Byte() : NumberNear(client);
+                if (auto* const pages = client.Requests()) {
+                    ((input_.Byte() & 1U) != 0 ? pages->waiting : pages->request).store(number);
+                }
+                return;
+            }
+            case kSpoil: {
+                const std::size_t at = input_.Word();
+                const std::uint64_t bits = input_.Byte();
+                if (auto* const pages = client.Requests()) {
+                    pages->slot[at / 8 % pages->slot.size()] ^= bits << at % 8 * 8;
+                }
+                return;
+            }
+            case kBeLookedAt:
+                return client.BeLookedAt();
+            case kLose:
+                return client.LoseMemory();
+            default:
+                return client.Lay(CallOf(client.NextNumber(), HintsOf(input_.Byte(), kElsewhere)));
+        }
+    }
+
+    /// The next number, but for what the input adds to it.
+    std::uint64_t NumberNear(const Client& client) {
+        return client.NextNumber() +
+               static_cast<std::uint64_t>(static_cast<std::int8_t>(input_.Byte()));
+    }
+
+    /// Writes a call into memory; tells of it or leaves that to other commands.
+    void Put(Client& client, bool isTold) {
+        const std::uint64_t number = NumberNear(client);
+        // All parts of it are multiples of 8.
+        const WireBytes frame = CallOf(number, HintsOf(0, kElsewhere));
+        if (auto* const pages = client.Requests()) {
+            zam_platform::WriteSlot(pages->slot.data(), 0, frame.data(), frame.size());
+            if (isTold) {
+                pages->waiting.store(number);
+                pages->request.store(number);
+            }
+        }
+    }
+
     void LayLookup(Client& client) {
         const std::size_t length = input_.Byte();
         const std::string name = length == 0 ? std::string(kName) : std::string(length, 'x');
@@ -446,17 +709,18 @@ private:
                                        WireBytes(name.begin(), name.end())));
     }
 
-    void LayCall(Client& client) {
+    void LayCall(Client& client) { client.Lay(CallOf(++callNumber_, 0)); }
+
+    WireBytes CallOf(std::uint64_t number, std::uint32_t flags) {
         const auto operation = static_cast<std::uint16_t>(input_.Byte() % kOperations);
         std::uint64_t value = input_.Byte();
         if (operation == kLarge && ++large_ > kMostLarge) {
             value = 0;
         }
         const std::size_t arenaBytes = std::size_t{input_.Byte()} * 8;
-        ++callNumber_;
-        client.Lay(zam_test::WireFrame({.kind = 4, .callNumber = callNumber_},
-                                       MessageOf(operation, value, callNumber_),
-                                       WireBytes(arenaBytes, static_cast<unsigned char>(value))));
+        return zam_test::WireFrame({.kind = 4, .callNumber = number, .flags = flags},
+                                   MessageOf(operation, value, number),
+                                   WireBytes(arenaBytes, static_cast<unsigned char>(value)));
     }
 
     void Damage(WireBytes& line) {
@@ -500,15 +764,28 @@ private:
     int large_ = 0;
 };
 
+/// The poller itself never runs: clients say when it looks.
+zam_platform::ServerLimits WithMemory(zam_platform::ServerLimits limits) {
+    limits.spinCap = std::chrono::microseconds(50);
+    return limits;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     static const zam_test::QuietLogger logger;
-    static World roomy({});
     // Limits that are reached soon; the model does not know them.
-    static World narrow({.bufferedBytesPerUser = 3000, .queuedBytesPerUser = 4000});
+    constexpr zam_platform::ServerLimits kNarrow{.bufferedBytesPerUser = 3000,
+                                                 .queuedBytesPerUser = 4000};
+    static World roomy({});
+    static World narrow(kNarrow);
+    static World roomyWithMemory(WithMemory({}));
+    static World narrowWithMemory(WithMemory(kNarrow));
     Input input(data, size);
-    const bool isExact = (input.Byte() & 1U) == 0;
-    Play(isExact ? roomy : narrow, input, isExact).Run();
+    const std::uint8_t form = input.Byte();
+    const bool isExact = (form & 1U) == 0;
+    const bool hasMemory = (form & 2U) != 0;
+    World& whole = hasMemory ? roomyWithMemory : roomy;
+    Play(isExact ? whole : hasMemory ? narrowWithMemory : narrow, input, isExact).Run();
     return 0;
 }

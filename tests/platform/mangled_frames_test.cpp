@@ -167,6 +167,9 @@ public:
                     answers = answers + Mirrored(step);
                     model.Answered();
                     break;
+                case WireConnection::Event::AsksForMemory:
+                case WireConnection::Event::SaysLook:
+                    break;  // refused, as it is not offered
             }
         }
     }

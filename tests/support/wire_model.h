@@ -27,6 +27,7 @@ struct WireHead {
     std::uint32_t fixedBytes = 0;
     std::uint32_t arenaBytes = 0;
     std::int32_t status = 0;
+    std::uint32_t flags = 0;
 };
 
 WireBytes WireFrame(WireHead head, const WireBytes& fixed = {}, const WireBytes& arena = {});
@@ -54,12 +55,15 @@ public:
         Greeted,
         LooksUp,  ///< the name is `frame`'s fixed part
         Called,
+        AsksForMemory,
+        SaysLook,
     };
 
     struct Step {
         Event event = Event::Waits;
         std::int32_t status = 0;
         std::uint64_t callNumber = 0;
+        std::uint32_t flags = 0;
         std::uint16_t riid = 0;
         std::uint16_t operation = 0;
         WireBytes fixed;
@@ -67,7 +71,8 @@ public:
     };
 
     /// `endpoints` must outlive the object.
-    explicit WireConnection(const std::vector<WireEndpoint>& endpoints) : endpoints_(endpoints) {}
+    explicit WireConnection(const std::vector<WireEndpoint>& endpoints, bool offersMemory = false)
+        : endpoints_(endpoints), offersMemory_(offersMemory) {}
 
     void Feed(const unsigned char* bytes, std::size_t count) {
         bytes_.insert(bytes_.end(), bytes, bytes + count);
@@ -78,17 +83,34 @@ public:
     Step Next();
     void Answered() noexcept { isCalled_ = false; }
 
+    /// What the service does with a request of this number in memory, whose slot holds these
+    /// bytes.
+    Step Requested(std::uint64_t number, const WireBytes& slot);
+
+    /// The service has granted memory, or given it up.
+    void Grant() noexcept { hasMemory_ = hasAgreed_ = true; }
+    void GiveUp() noexcept { hasMemory_ = false; }
+    bool HasMemory() const noexcept { return hasMemory_; }
+
+    /// Number of the last lookup or call.
+    std::uint64_t Last() const noexcept { return last_; }
+
     /// The answer to a lookup.
     WireBytes LookupAnswer(const Step& step) const;
 
 private:
-    std::optional<std::int32_t> Refusal() const;
-    bool BreaksARuleOfCalls(const WireHead& head) const;
+    Step StepOf(WireBytes& bytes);
+    std::optional<std::int32_t> Refusal(const WireBytes& bytes) const;
+    bool BreaksARuleOfCalls(const WireHead& head, const WireBytes& bytes) const;
 
     const std::vector<WireEndpoint>& endpoints_;
+    const bool offersMemory_;
     WireBytes bytes_;
     bool isGreeted_ = false;
     bool isCalled_ = false;
+    bool hasMemory_ = false;
+    bool hasAgreed_ = false;  ///< has had memory once
+    std::uint64_t last_ = 0;
 };
 
 /// What a client waits for.
