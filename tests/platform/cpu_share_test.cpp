@@ -1,4 +1,5 @@
 #include "shared/cpu_share.h"
+#include "shared/shared_file.h"
 
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -30,6 +31,14 @@ TEST(CpuQuota, IsTheQuotaByThePeriodOrNoBound) {
     for (const auto& [text, quota] : rows) {
         EXPECT_EQ(CpuQuota(text), quota) << text;
     }
+}
+
+TEST(Commit, IsStrictWhereTheKernelSaysSo) {
+    EXPECT_FALSE(IsCommitStrict("0\n"));
+    EXPECT_FALSE(IsCommitStrict("1\n"));
+    EXPECT_TRUE(IsCommitStrict("2\n"));
+    EXPECT_TRUE(IsCommitStrict("2"));
+    EXPECT_FALSE(IsCommitStrict(""));
 }
 
 TEST(Spin, IsANumberOfMicrosecondsUpToTheMost) {

@@ -15,7 +15,7 @@ enum VdTransportFeature {
     /// This platform has been built with the fast channel.
     VD_TRANSPORT_FAST_CHANNEL = 1,
     /// This process uses it where a service offers it: nobody has turned it off here, and two CPUs
-    /// or more are there for this process.
+    /// or more are online.
     VD_TRANSPORT_FAST_CHANNEL_ON = 2,
     /// The service has told what it offers; `VD_TRANSPORT_FAST_CHANNEL_OFFERED` is known.
     VD_TRANSPORT_FAST_CHANNEL_TOLD = 4,

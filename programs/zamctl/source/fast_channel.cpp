@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <optional>
@@ -20,10 +19,7 @@ struct OffBy {
 
 bool IsTurnedOff(const SystemView& system) {
     const std::optional<std::string> text = system.Variable("ZAM_SPIN");
-    unsigned value = 1;
-    return text &&
-           std::from_chars(text->data(), text->data() + text->size(), value).ec == std::errc() &&
-           value == 0;
+    return text && !text->empty() && text->find_first_not_of('0') == std::string::npos;
 }
 
 std::optional<OffBy> WhoTurnedItOff(const FastChannelUse& use, const SystemView& system) {
@@ -69,8 +65,9 @@ FastChannelReport ReportFastChannel(const FastChannelUse& before, const FastChan
         report.fields["off_by"] = offBy->name;
         return report;
     }
-    report.text = fmt::format("{}, {} of {} calls ({:.0f} %) through memory",
-                              after.isTaken ? "taken" : "offered", inMemory, calls, share * 100);
+    const char* const how = after.isTaken ? "taken" : after.isOffered ? "offered" : "not asked for";
+    report.text = fmt::format("{}, {} of {} calls ({:.0f} %) through memory", how, inMemory, calls,
+                              share * 100);
     if (vainPolls != 0) {
         report.text += fmt::format(", {} {} in vain took {:.1f} us", vainPolls,
                                    vainPolls == 1 ? "look" : "looks", vain);

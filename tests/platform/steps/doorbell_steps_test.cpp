@@ -160,6 +160,31 @@ TEST_P(DoorbellSteps, AnswerEveryCallOnceWhereverTheyMeet) {
     EXPECT_TRUE(logger_.Records().empty());
 }
 
+/// Its client makes no other before.
+TEST_P(DoorbellSteps, AreNotLookedForWhileACallWaitsForItsAnswer) {
+    stage_.WaitForEver(false);  // what is answered later comes by the socket
+    Prepare();
+    std::atomic<std::int32_t> status{-1};
+    {
+        const Background call([&] {
+            TestCall held(kHold);
+            status = held.On(link_);
+        });
+        stage_.Go(Side::Client);
+        stage_.Go(Side::Service);
+        server_->Endpoint().AwaitHeld(1);
+        EXPECT_TRUE(server_.ComesToRest());
+        const std::uint32_t looks = stage_.Count(Step::ServiceLooks);
+        EXPECT_TRUE(server_.ComesToRest());
+        EXPECT_EQ(stage_.Count(Step::ServiceLooks), looks);
+        server_->OnLoop([this] {
+            server_->Endpoint().ReleaseAll();
+            return 0;
+        });
+    }
+    EXPECT_EQ(status, kStatusOk);
+}
+
 INSTANTIATE_TEST_SUITE_P(, DoorbellSteps,
                          ::testing::Values(Withdrawal::Never, Withdrawal::TimeIsOver,
                                            Withdrawal::Preempted, Withdrawal::AnswersWithout,

@@ -258,13 +258,14 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
         underWay.Detach();
         lease.Reset(nullptr);
     }
+    if (isMessage) {
+        ++lease->answered;
+    }
     if (isMessage && answer.status == kStatusOk &&
         std::memcmp(&stubBytes, answer.fixed, kStubBytes) != 0) {
         throw PlatformError(kStatusProtocol, "the answer's header is not that of its request");
     }
-    if (isMessage) {
-        ++lease->answered;
-    } else {
+    if (!isMessage) {
         lease->offers = OffersIn(answer);
     }
     if (underWay.Detach()) {

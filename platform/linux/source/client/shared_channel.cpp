@@ -295,11 +295,11 @@ bool SharedChannel::AskForMemory(const Deadline& deadline) {
         TakeGrant(deadline);
         return true;
     } catch (const PlatformError& error) {
+        if (error.Status() == kStatusTimeout) {
+            throw;  // the call's own time, which says nothing about memory
+        }
         if (!IsGone(error)) {
             NoteFailure(error.what());
-        }
-        if (error.Status() == kStatusTimeout) {
-            throw;
         }
     } catch (const std::bad_alloc&) {
         NoteFailure("out of memory");

@@ -68,6 +68,7 @@ public:
     /// What follows is for the looks at the memory that is shared with the client; see
     /// `SlotPoller`. Whether there is a request, or what should be one.
     bool HasRequest() const noexcept;
+    bool HasPendingCall() const noexcept { return callPending_; }
     void ServeFromMemory();
     void TellPolling(bool isPolling) noexcept;
 

@@ -191,6 +191,9 @@ bool SlotPoller::Look(Place& place) {
         place.policy.EndPoll(true);
     }
     place.connection->ServeFromMemory();
+    if (place.connection != nullptr && place.isPolled && place.connection->HasPendingCall()) {
+        SetPolled(place, false);  // until its answer: there is no next request before
+    }
     // Whoever says that it looks no more looks once more behind that.
     if (place.connection != nullptr && !place.isPolled && place.connection->HasRequest()) {
         place.connection->ServeFromMemory();

@@ -33,8 +33,10 @@ UniqueFd NewFile(const char* name, std::size_t bytes) {
     }
     // Pages that are not there yet are charged to whoever touches them first, who is ended by a
     // signal when a machine that never promises more memory than it has has no more.
-    if (::fallocate(file.Get(), 0, 0, static_cast<off_t>(bytes)) != 0) {
-        throw PosixError("memory to share", errno);
+    while (::fallocate(file.Get(), 0, 0, static_cast<off_t>(bytes)) != 0) {
+        if (errno != EINTR) {
+            throw PosixError("memory to share", errno);
+        }
     }
     return file;
 }
@@ -92,6 +94,10 @@ template class SharedMapping<RequestPages>;
 template class SharedMapping<const RequestPages>;
 template class SharedMapping<AnswerPages>;
 template class SharedMapping<const AnswerPages>;
+
+bool IsCommitStrict(std::string_view overcommitMemory) noexcept {
+    return overcommitMemory.substr(0, 1) == "2";
+}
 
 ServiceMemory MakeServiceMemory() {
     ServiceMemory memory;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 #include <utility>
 
 #include "zam_platform/unique_fd.h"
@@ -47,6 +48,11 @@ struct ServiceMemory {
 /// Makes both files, zero-filled and sealed: their sizes are for good, and where the kernel can, no
 /// one else may write the answers'. Throws `PlatformError`.
 ServiceMemory MakeServiceMemory();
+
+/// Whether a machine promises no more memory than it has, as its `vm.overcommit_memory` says. There
+/// a page that is missing may end whoever touches it by a signal, and a client can take pages out
+/// of its requests' file again, which no seal forbids to who may write.
+bool IsCommitStrict(std::string_view overcommitMemory) noexcept;
 
 /// The client's end.
 struct ClientMemory {

@@ -1,5 +1,6 @@
 #include "zam_platform/spin_setting.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -7,7 +8,9 @@
 #include <charconv>
 #include <cstdlib>
 
+#include "shared/shared_file.h"
 #include "zam_platform/report.h"
+#include "zam_platform/unique_fd.h"
 
 namespace zam_platform {
 namespace {
@@ -61,7 +64,10 @@ bool HasFastChannel() noexcept {
 std::chrono::nanoseconds SpinCap(std::optional<std::chrono::microseconds> wished) noexcept {
     const Setting setting = Read(wished);
     Warn(setting);
-    return setting.cap;
+    const UniqueFd file(::open("/proc/sys/vm/overcommit_memory", O_RDONLY | O_CLOEXEC));
+    char overcommit = 0;
+    const bool isKnown = ::read(file.Get(), &overcommit, 1) == 1;
+    return isKnown && IsCommitStrict({&overcommit, 1}) ? std::chrono::nanoseconds(0) : setting.cap;
 }
 
 std::chrono::nanoseconds ClientSpinCap() noexcept {
