@@ -32,7 +32,7 @@ constexpr std::chrono::milliseconds kLeastReadBound{20};
 
 std::atomic<std::uint64_t> g_ended{0};
 
-/// Behind the end: who counts it before might tell the service of nothing yet.
+/// Counted once the end is done: who saw the count earlier might send a call in front of the end.
 void CountEnd() noexcept {
     g_ended.fetch_add(1, std::memory_order_relaxed);
 }
