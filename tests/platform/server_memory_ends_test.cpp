@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -31,6 +32,15 @@ protected:
         ASSERT_EQ(lost.kind, LostCall::Kind::Call);
         EXPECT_EQ(lost.operation, operation);
         EXPECT_EQ(lost.FirstField<std::uint64_t>(), value);
+    }
+
+    /// What the client does, the last of which is to go, is seen by a look for ends alone.
+    void LookForEndsBehind(const std::function<void()>& deeds) {
+        server_.OnLoop([&] {
+            deeds();
+            server_.Get().NoticeBroken(SharedTokenOf(0x11));
+            return 0;
+        });
     }
 
     static void ExpectNoCallLost(TestServer& server) {
@@ -212,11 +222,9 @@ TEST_F(ServerMemoryEnds, LoseNoCallWithAMemoryRequestThatIsUnread) {
     std::optional<RawSocket> client = server_.Greet(0x11);
     client->Send(CallFrame(1, kEcho, 3));
     EXPECT_EQ(MessageIn(client->ReadFrame().fixed).value, 3U);
-    server_.OnLoop([&] {
+    LookForEndsBehind([&] {
         client->Send(MemoryRequestFrame(1));
         client.reset();
-        server_.Get().NoticeBroken(SharedTokenOf(0x11));
-        return 0;
     });
     ExpectNoCallLost(server_);
 }
@@ -226,12 +234,10 @@ TEST_F(ServerMemoryEnds, LoseNoCallWithALookThatIsUnread) {
     MemoryPeer peer(server_);
     peer.Call(1, CallFrame(1, kEcho, 1));
     peer.Call(2, CallFrame(2, kEcho, 2));
-    server_.OnLoop([&] {
+    LookForEndsBehind([&] {
         peer.Look(1);
         peer.Look(2);
         peer.Socket().Close();
-        server_.Get().NoticeBroken(SharedTokenOf(0x11));
-        return 0;
     });
     ExpectNoCallLost(server_);
 }
@@ -239,12 +245,10 @@ TEST_F(ServerMemoryEnds, LoseNoCallWithALookThatIsUnread) {
 TEST_F(ServerMemoryEnds, LoseTheCallBehindALookThatIsUnread) {
     MemoryPeer peer(server_);
     peer.Call(1, CallFrame(1, kEcho, 1));
-    server_.OnLoop([&] {
+    LookForEndsBehind([&] {
         peer.Look(1);
         peer.Socket().Send(CallFrame(2, kFail, 33));
         peer.Socket().Close();
-        server_.Get().NoticeBroken(SharedTokenOf(0x11));
-        return 0;
     });
     ExpectLost(kFail, 33);
 }

@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -14,6 +13,7 @@
 #include <string>
 #include <thread>
 
+#include "line_log.h"
 #include "qx/endpoint_names.h"
 #include "support/real_connection.h"
 #include "support/wire_model.h"
@@ -31,21 +31,6 @@ constexpr int kBurst = 1000;
 
 /// A failing call returns this much later than it ends: failures are spaced.
 constexpr std::chrono::milliseconds kSpacing{1};
-
-class Log {
-public:
-    explicit Log(const char* path) : file_(::open(path, O_WRONLY | O_APPEND | O_CREAT, 0600)) {}
-
-    void Write(const std::string& line) const {
-        const std::string ended = line + '\n';
-        if (::write(file_, ended.data(), ended.size()) != static_cast<ssize_t>(ended.size())) {
-            std::_Exit(2);
-        }
-    }
-
-private:
-    const int file_;
-};
 
 /// Another connection to the service, which does nothing but end.
 class Watch {
@@ -101,7 +86,8 @@ private:
 };
 
 /// Writes down how long a call has waited that began then, when so many connections had ended.
-void NoteWait(const Log& log, const Watch& watch, unsigned ends, Clock::time_point begin) {
+void NoteWait(const test::LineLog& log, const Watch& watch, unsigned ends,
+              Clock::time_point begin) {
     const auto returned = Clock::now();
     if (ends % 2 != 0) {
         return;
@@ -127,7 +113,7 @@ int main(int argc, char** argv) {
     if (argc != 3 || directory == nullptr) {
         return 1;
     }
-    const Log log(argv[2]);
+    const test::LineLog log(argv[2]);
     const Watch watch(directory);
     test::RealConnection connection;
     bool isUp = true;

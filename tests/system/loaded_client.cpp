@@ -1,6 +1,3 @@
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <csignal>
@@ -9,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "line_log.h"
 #include "support/real_connection.h"
 #include "support/real_subscribers.h"
 #include "zam_connector/zam_connector.h"
@@ -29,22 +27,6 @@ constexpr std::chrono::seconds kDeadline{2};
 
 volatile std::sig_atomic_t g_isDone = 0;
 
-class Log {
-public:
-    explicit Log(const char* path) : file_(::open(path, O_WRONLY | O_APPEND | O_CREAT, 0600)) {}
-
-    /// In one write, so that lines of two threads stay apart.
-    void Write(const std::string& line) const {
-        const std::string ended = line + '\n';
-        if (::write(file_, ended.data(), ended.size()) != static_cast<ssize_t>(ended.size())) {
-            std::_Exit(2);
-        }
-    }
-
-private:
-    const int file_;
-};
-
 /// The policy and the uploads are maps in which one number stands everywhere; -1 for one that is
 /// not.
 long NumberIn(const zuv::TValue& tree) {
@@ -63,7 +45,7 @@ long NumberIn(const zuv::TValue& tree) {
 class PolicyLogger final
     : public qor::observer::IChangeObserver<std::pair<std::uint64_t, ZamPolicy>, int> {
 public:
-    explicit PolicyLogger(const Log& log) : log_(log) {}
+    explicit PolicyLogger(const test::LineLog& log) : log_(log) {}
 
     int OnChange(const std::pair<std::uint64_t, ZamPolicy>& policy) override {
         log_.Write("told " + std::to_string(NumberIn(policy.second.tree)));
@@ -71,12 +53,12 @@ public:
     }
 
 private:
-    const Log& log_;
+    const test::LineLog& log_;
 };
 
 class Load {
 public:
-    Load(std::string name, const Log& log, std::string file)
+    Load(std::string name, const test::LineLog& log, std::string file)
         : name_(std::move(name)), log_(log), file_(std::move(file)) {
         std::shared_ptr<IZamConnector> connector;
         while (CreateZamConnector(connector, {}) != 0) {
@@ -150,7 +132,7 @@ private:
     }
 
     const std::string name_;
-    const Log& log_;
+    const test::LineLog& log_;
     const std::string file_;
     std::shared_ptr<IZamConnector> connector_;
     std::shared_ptr<IZamFileDownloader> downloader_;
@@ -165,7 +147,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::signal(SIGTERM, [](int /*signal*/) { g_isDone = 1; });
-    const Log log(argv[2]);
+    const test::LineLog log(argv[2]);
     test::RealSubscribers subscribers;
     const auto observer = std::make_shared<PolicyLogger>(log);
     SubscriptionCookie cookie;
