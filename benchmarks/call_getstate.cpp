@@ -8,6 +8,7 @@
 #include "process.h"
 #include "service.h"
 #include "suites.h"
+#include "vd/transport_features.h"
 #include "zam_connector/call_deadline.h"
 
 namespace zam_bench {
@@ -43,6 +44,20 @@ Cost Measure(pid_t server, const Call& call) {
     return {Median(std::move(times)), cpu / kCalls};
 }
 
+VdTransportStatistics StatisticsOf(const zam_connector::test::RealConnection& connection) {
+    VdTransportStatistics statistics{};
+    statistics.size = sizeof(statistics);
+    VdZorTransport_Statistics(&connection.Transport(), &statistics);
+    return statistics;
+}
+
+/// How many of the calls between two looks went through memory, in percent.
+double MemoryShare(const VdTransportStatistics& before, const VdTransportStatistics& after) {
+    constexpr double kAll = 100;
+    return kAll * static_cast<double>(after.memoryCalls - before.memoryCalls) /
+           static_cast<double>(after.calls - before.calls);
+}
+
 }  // namespace
 
 void MeasureGetState(Report& report) {
@@ -70,6 +85,7 @@ void MeasureGetState(Report& report) {
         if (isApart) {
             Pin(memoryPeer.Pid(), placement.server);
         }
+        const VdTransportStatistics before = StatisticsOf(connection);
         for (int round = 0; round < kRounds; ++round) {
             const Cost ping = Measure(
                 bareServer.Pid(), [&sockets] { Ping(sockets.client.Get(), kGetStateExchange); });
@@ -92,6 +108,8 @@ void MeasureGetState(Report& report) {
         const std::string where = placement.name;
         report.Add(Compared("call.getstate", where + ".p50", "us", calls, pings));
         report.Add(Compared("call.getstate", where + ".cpu", "us", callCpu, pingCpu));
+        report.Add({"call.getstate", where + ".memory_share", "%",
+                    MemoryShare(before, StatisticsOf(connection))});
         if (isApart) {
             // The same calls, beside what two sides need that wait awake.
             report.Add(Compared("call.getstate", where + ".memory", "us", calls, memoryPings));

@@ -650,8 +650,7 @@ private:
             case kAsk: {
                 const std::uint32_t flags = HintsOf(input_.Byte(), isOther ? 0 : kElsewhere);
                 return client.Lay(zam_test::WireFrame(
-                    {.kind = 7, .callNumber = client.NextNumber() - 1, .flags = flags},
-                    WireBytes(sizeof(zam_platform::MemoryWish), input_.Byte())));
+                    {.kind = 7, .callNumber = client.NextNumber() - 1, .flags = flags}));
             }
             case kLook:
                 return client.Lay(

@@ -6,6 +6,7 @@
 
 #include "support/background.h"
 #include "support/scoped_environment.h"
+#include "support/shared_link.h"
 #include "support/signal_storm.h"
 #include "support/temporary_folder.h"
 #include "support/test_call.h"
@@ -262,6 +263,17 @@ TEST(CallBoundsOfAThread, EndAConnect) {
         EXPECT_EQ(VdZorTransport_SetCallBounds(nullptr), &bounds);
     });
     bounds.EndCall();
+}
+
+/// What ends it is found on the socket, as it is where a service has gone.
+TEST_F(CallBounds, EndACallThroughMemoryWithoutAnotherConnection) {
+    SharedLink hot;
+    SharedPeer& peer = hot.Begin();
+    Background client([&] { EXPECT_EQ(call_.Bounds(bounds_).On(*hot), kStatusCancelled); });
+    Await("the sleep", [&peer] { return peer.Requests().waiting.load() == 0; });
+    bounds_.EndCall();
+    client.Join();
+    EXPECT_EQ(hot.Connections(), 1U);
 }
 
 }  // namespace

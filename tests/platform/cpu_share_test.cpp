@@ -3,10 +3,13 @@
 
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <fstream>
 #include <optional>
 #include <string_view>
 #include <thread>
@@ -34,11 +37,24 @@ TEST(CpuQuota, IsTheQuotaByThePeriodOrNoBound) {
 }
 
 TEST(Commit, IsStrictWhereTheKernelSaysSo) {
-    EXPECT_FALSE(IsCommitStrict("0\n"));
-    EXPECT_FALSE(IsCommitStrict("1\n"));
-    EXPECT_TRUE(IsCommitStrict("2\n"));
-    EXPECT_TRUE(IsCommitStrict("2"));
-    EXPECT_FALSE(IsCommitStrict(""));
+    std::ifstream file("/proc/sys/vm/overcommit_memory");
+    int overcommit = 0;
+    file >> overcommit;
+    EXPECT_EQ(IsCommitStrict(), overcommit == 2);
+}
+
+/// In a process of its own, which has no more than the limit afterwards.
+TEST(Commit, IsStrictWhereTheProcessMayNotHaveAsMuch) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            rlimit limit{};
+            ::getrlimit(RLIMIT_AS, &limit);
+            limit.rlim_cur = std::size_t{1} << 30U;
+            ::setrlimit(RLIMIT_AS, &limit);
+            ::_exit(IsCommitStrict() ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
 }
 
 TEST(Spin, IsANumberOfMicrosecondsUpToTheMost) {

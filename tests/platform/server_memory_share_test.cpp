@@ -214,6 +214,58 @@ TEST_F(ServerMemoryShare, IsHalfOfAUsersWhenAnotherWantsIt) {
     }
 }
 
+TEST_F(ServerMemoryShare, IsNotTakenFromAUserWhoHasNoMoreThanWhoWantsIt) {
+    TestServer server(Limits(), {.ownUser = 1000, .group = {}});
+    const ConnectingAs connecting(0);
+    MemoryPeer poor(server, 0x80);
+    poor.Call(1, CallFrame(1, kEcho, 1));
+    const auto lastCall = std::chrono::steady_clock::now();
+    connecting.User(1000);
+    std::deque<MemoryPeer> peers;
+    for (std::size_t index = 0; index + 1 < kPlaces; ++index) {
+        peers.emplace_back(server, static_cast<unsigned char>(index));
+    }
+    const RawSocket eighth = server.Greet(0x70);
+    std::int32_t status = kStatusOk;
+    // Longer than between two calls of a burst: what rests as long is taken from the same user.
+    Await("a place of its own user", [&] {
+        status = StatusOfRequest(eighth);
+        return status == kStatusOk;
+    });
+    if (std::chrono::steady_clock::now() < lastCall + std::chrono::seconds(1)) {
+        EXPECT_EQ(poor.Answers().polling.load(), kAsleep);
+    }
+    Await("a place that rests for long", [&] {
+        const RawSocket next = server.Greet(0x71);
+        next.Send(MemoryRequestFrame());
+        ReadFrameWithFiles(next);
+        return poor.Answers().polling.load() == kGivenUp;
+    });
+}
+
+TEST_F(ServerMemoryShare, IsSharedOutAmongThreeUsers) {
+    TestServer server(Limits(), {.ownUser = 1000, .group = 1});
+    const ConnectingAs connecting(1000);
+    std::deque<MemoryPeer> first;
+    std::deque<MemoryPeer> second;
+    for (std::size_t index = 0; index < kPlaces / 2; ++index) {
+        connecting.User(1000);
+        first.emplace_back(server, static_cast<unsigned char>(index));
+        connecting.User(1001);
+        second.emplace_back(server, static_cast<unsigned char>(0x20 + index));
+    }
+    connecting.User(1002);
+    const MemoryPeer third(server, 0x40);
+    const MemoryPeer another(server, 0x41);
+    const auto kept = [](const std::deque<MemoryPeer>& peers) {
+        return std::count_if(peers.begin(), peers.end(), [](const MemoryPeer& peer) {
+            return peer.Answers().polling.load() != kGivenUp;
+        });
+    };
+    EXPECT_EQ(kept(first), 3);
+    EXPECT_EQ(kept(second), 3);
+}
+
 /// How many of so many clients get memory that come and go one after the other.
 std::size_t GrantsAmong(std::size_t clients, const TestServer& server) {
     std::size_t granted = 0;
@@ -225,13 +277,11 @@ std::size_t GrantsAmong(std::size_t clients, const TestServer& server) {
     return granted;
 }
 
-TEST_F(ServerMemoryShare, IsMadeForNobodyAllTheTimeBesideOthers) {
+TEST_F(ServerMemoryShare, IsMadeForNobodyAllTheTime) {
     constexpr std::size_t kClients = 200;
-    constexpr std::size_t kAtOnce = 16;
+    constexpr std::size_t kAtOnce = 32;
     TestServer server(Limits(), {.ownUser = 1000, .group = {}});
-    const ConnectingAs connecting(1000);
-    EXPECT_GT(GrantsAmong(kClients, server), kClients / 2) << "nobody else pays for it";
-    connecting.User(0);
+    const ConnectingAs connecting(0);
     const RawSocket other = server.Greet(0xFF);
     ExpectEchoes(other, 1);
     connecting.User(1000);
@@ -240,7 +290,7 @@ TEST_F(ServerMemoryShare, IsMadeForNobodyAllTheTimeBesideOthers) {
     const auto spent = std::chrono::steady_clock::now() - begin;
     EXPECT_GE(granted, kAtOnce / 2);
     EXPECT_LE(granted,
-              kAtOnce + 1 + static_cast<std::size_t>(spent / std::chrono::milliseconds(100)));
+              kAtOnce + 1 + static_cast<std::size_t>(spent / std::chrono::milliseconds(20)));
     AwaitMemory(other);
 }
 
@@ -277,9 +327,9 @@ TEST_F(ServerMemoryShare, IsGivenUpWhenNobodyUsesIt) {
     EXPECT_TRUE(logger_.Records().empty());
 }
 
-Bytes CloseCall(std::uint64_t number) {
+Bytes CloseCall(std::uint64_t number, std::uint16_t operation = kEcho) {
     return FrameOf({.kind = FrameKind::Call, .callNumber = number, .flags = kElsewhere.Flags()},
-                   MessageBytes(MakeMessage(kEcho, 80 + number)));
+                   MessageBytes(MakeMessage(operation, 80 + number)));
 }
 
 /// What a thread has done so far, in CPU time and in times that it gave the CPU away.
@@ -321,8 +371,8 @@ public:
     }
 
     /// Makes one through memory; true when it was served without a look frame.
-    bool CallThere() {
-        const Bytes call = CloseCall(++number_);
+    bool CallThere(std::uint16_t operation = kEcho) {
+        const Bytes call = CloseCall(++number_, operation);
         WriteSlot(memory_.requests->slot.data(), 0, call.data(), call.size());
         memory_.requests->waiting.store(number_);
         memory_.requests->request.store(number_);
@@ -340,7 +390,7 @@ public:
 
 private:
     static ClientMemory MemoryFor(const RawSocket& socket) {
-        socket.Send(MemoryRequestFrame(0, kElsewhere, 50000));
+        socket.Send(MemoryRequestFrame());
         const FrameWithFiles grant = ReadFrameWithFiles(socket);
         return MapClientMemory(grant.files.at(0), grant.files.at(1));
     }
@@ -394,43 +444,51 @@ TEST_F(ServerMemoryShare, TakesHalfOfThePollsAtMostForWhoLiesBesideAnotherUser) 
     if (!HasTwoCpus()) {
         GTEST_SKIP() << "the service polls for a client on another CPU";
     }
-    TestServer server(Limits(), {.ownUser = 1000, .group = {}});
-    const ConnectingAs connecting(0);
-    MemoryPeer other(server, 0x22);
-    connecting.User(1000);
-    HintingClient client(server);
-    std::uint64_t others = 0;
-    microseconds inVain{0};
-    bool hits = false;
-    const auto begin = std::chrono::steady_clock::now();
-    auto lastOther = begin - milliseconds(100);
-    for (auto now = begin; now < begin + milliseconds(150);
-         now = std::chrono::steady_clock::now()) {
-        if (others != 0 && now - lastOther > milliseconds(50)) {
-            break;  // the machine is too busy for the other to be hot
+    for (const bool otherUsesMemory : {true, false}) {
+        SCOPED_TRACE(otherUsesMemory);
+        TestServer server(Limits(), {.ownUser = 1000, .group = {}});
+        const ConnectingAs connecting(0);
+        MemoryPeer other(server, 0x22);
+        connecting.User(1000);
+        HintingClient client(server);
+        std::uint64_t others = 0;
+        microseconds inVain{0};
+        bool hits = false;
+        const auto begin = std::chrono::steady_clock::now();
+        auto lastOther = begin - milliseconds(100);
+        for (auto now = begin; now < begin + milliseconds(150);
+             now = std::chrono::steady_clock::now()) {
+            if (others != 0 && now - lastOther > milliseconds(50)) {
+                break;  // the machine is too busy for the other to be hot
+            }
+            if (now - lastOther > milliseconds(5)) {
+                ++others;
+                if (otherUsesMemory) {
+                    other.Call(others, CallFrame(others, kEcho, 1));
+                } else {
+                    other.Socket().Send(CloseCall(others));
+                    other.Socket().ReadFrame();
+                }
+                lastOther = now;
+            }
+            if (!client.Call()) {
+                continue;
+            }
+            // One that hits pays for the one that does not.
+            hits = !hits;
+            if (hits && !client.CallThere()) {
+                continue;
+            }
+            if (client.IsLookedFor()) {
+                Await("the end of a poll in vain", [&client] { return !client.IsLookedFor(); });
+                inVain += microseconds(hits ? 20 : 45);
+            }
         }
-        if (now - lastOther > milliseconds(5)) {
-            ++others;
-            other.Call(others, CallFrame(others, kEcho, 1));
-            lastOther = now;
-        }
-        if (!client.Call()) {
-            continue;
-        }
-        // One that hits pays for the one that does not.
-        hits = !hits;
-        if (hits && !client.CallThere()) {
-            continue;
-        }
-        if (client.IsLookedFor()) {
-            Await("the end of a poll in vain", [&client] { return !client.IsLookedFor(); });
-            inVain += microseconds(hits ? 20 : 45);
-        }
+        const auto spent = std::chrono::steady_clock::now() - begin;
+        // One poll may be beyond it, and a few are cut short by others who need the CPU.
+        EXPECT_LE(inVain, microseconds(500 + 50 + 250) + spent / 40);
+        RecordProperty("in_vain_us", static_cast<int>(inVain.count()));
     }
-    const auto spent = std::chrono::steady_clock::now() - begin;
-    // One poll may be beyond it, and a few are cut short by others who need the CPU.
-    EXPECT_LE(inVain, microseconds(500 + 50 + 250) + spent / 40);
-    RecordProperty("in_vain_us", static_cast<int>(inVain.count()));
 }
 
 /// Work of the loop that begins anew whenever it ends.
@@ -452,6 +510,47 @@ TEST_F(ServerMemoryShare, IsLookedAtBesideALoopThatAlwaysHasMoreToDo) {
         &isOver, [](std::atomic<bool>* over) { *over = true; });  // also when something throws
     WorkOn(server.Get().Context(), isOver);
     CallUntilLookedFor(server);
+}
+
+void Spin(std::chrono::microseconds time) {
+    for (const auto end = std::chrono::steady_clock::now() + time;
+         std::chrono::steady_clock::now() < end;) {
+    }
+}
+
+TEST_F(ServerMemoryShare, LeavesSocketsAsMuchTimeAsHandlersOfItsCallsTake) {
+    if (!HasTwoCpus()) {
+        GTEST_SKIP() << "the service polls for a client on another CPU";
+    }
+    constexpr int kPieces = 20;
+    std::atomic<int> handled{0};
+    std::atomic<int> piecesDone{0};
+    int handledBefore = 0;
+    TestServer server(Limits());
+    server.Endpoint().Custom([&handled](const Request&, Responder responder) {
+        Spin(std::chrono::milliseconds(2));
+        ++handled;
+        TestMessage message{};
+        responder.Answer(message);
+    });
+    const Background caller([&] {
+        HintingClient client(server);
+        while (piecesDone != kPieces) {
+            client.CallThere(kCustom);
+        }
+    });
+    Await("calls", [&handled] { return handled > 3; });
+    asio::post(server.Get().Context(), [&] {
+        handledBefore = handled;
+        for (int piece = 0; piece < kPieces; ++piece) {
+            asio::post(server.Get().Context(), [&piecesDone] {
+                Spin(std::chrono::microseconds(50));
+                ++piecesDone;
+            });
+        }
+    });
+    Await("the loop's work", [&piecesDone] { return piecesDone == kPieces; });
+    EXPECT_LT(handled - handledBefore, kPieces / 2);
 }
 
 }  // namespace

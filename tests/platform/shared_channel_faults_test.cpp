@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/calling_logger.h"
 #include "support/descriptors.h"
 #include "support/shared_link.h"
 #include "zam_connector_testing/recording_logger.h"
@@ -117,6 +118,8 @@ TEST_F(SharedChannelFaults, InFilesLeaveTheSocketAndNoDescriptor) {
         ASSERT_EQ(logger_.Records().size(), 1U);
         EXPECT_EQ(logger_.Records()[0].level, 0);
         EXPECT_THAT(logger_.Records()[0].text, StartsWith("no shared memory, failure 1: "));
+        EXPECT_TRUE(link.Process().failed.Allows(std::chrono::steady_clock::now()))
+            << "other services are asked";
         logger_.Clear();
     }
 }
@@ -143,6 +146,28 @@ TEST_F(SharedChannelFaults, LeaveTheNextConnectionToItsCalls) {
     EXPECT_EQ(socket.ReadFrame().prelude.kind, FrameKind::Call) << "memory is not asked for";
     EXPECT_EQ(socket.ReadFrame().prelude.kind, FrameKind::Call);
     EXPECT_EQ(link.Process().failures.Get(), 1U);
+    EXPECT_FALSE(link.Process().failed.Allows(std::chrono::steady_clock::now()));
+}
+
+TEST(SharedChannelFiles, LeaveTheStandardDescriptorsToOthers) {
+    bool isTaken = false;
+    const zam_test::CallingLogger logger(
+        [&isTaken] { isTaken = isTaken || ::fcntl(STDERR_FILENO, F_GETFD) >= 0; },
+        zor::logger::kLevelTrace);
+    SharedLink link;
+    std::vector<UniqueFd> files;
+    files.push_back(MemoryFile(kRequestFileBytes, kAllSeals));
+    files.push_back(MemoryFile(kAnswerFileBytes, kAllSeals));
+    const UniqueFd before(::dup(STDERR_FILENO));
+    ASSERT_TRUE(before);
+    link.Prepare([&](SharedPeer& peer) {
+        GrantWith(peer, files, {});  // is told while they are there
+        ::close(STDERR_FILENO);
+    });
+    TestCall().On(*link);
+    ::dup2(before.Get(), STDERR_FILENO);
+    EXPECT_GT(logger.records, 0);
+    EXPECT_FALSE(isTaken);
 }
 
 TEST_F(SharedChannelFaults, OfMoreFilesThanTwoLeaveNoDescriptor) {
@@ -208,7 +233,7 @@ TEST_F(SharedChannelFaults, InAnswersFailTheCallAndCloseTheConnection) {
         EXPECT_EQ(logger_.Records()[0].text, row.text);
         EXPECT_TRUE(call.OnlyUsedIsWritten());
         EXPECT_EQ(link.Connections(), 1U);
-        link.At(0).socket.Read(48 + 33 + 40);
+        link.At(0).socket.Read(48 + 33 + 32);
         EXPECT_TRUE(link.At(0).socket.EndsNow());
     }
 }
@@ -275,7 +300,7 @@ TEST_F(SharedChannelFaults, InWhatAServiceSaysOfItselfCostNoCall) {
     SharedLink link;
     SharedPeer& peer = link.Begin();
     TestCall call;
-    peer.socket.Read(48 + 33 + 40);
+    peer.socket.Read(48 + 33 + 32);
     constexpr std::uint64_t kCalls = 300;
     std::atomic<bool> isDone{false};
     const Background flipping([&] {

@@ -38,7 +38,7 @@ protected:
     SharedPeer& Begin() {
         SharedPeer& peer = link_.Begin();
         EXPECT_EQ(peer.Requests().request.load(), 1U);
-        peer.socket.Read(kHelloBytes + 33 + 40);
+        peer.socket.Read(kHelloBytes + 33 + 32);
         EXPECT_FALSE(peer.socket.HasInput());
         return peer;
     }
@@ -53,10 +53,26 @@ TEST_F(SharedChannelTest, AsksForOffersAndThenForMemoryInTheseBytes) {
     const RawSocket& socket = link_.At(0).socket;
     EXPECT_EQ(socket.ReadFrame().prelude.kind, FrameKind::Hello);
     EXPECT_EQ(ToHex(socket.Read(33)), ToHex(LookupFrame("?", 0)));
-    const Bytes request = socket.Read(40);
+    const Bytes request = socket.Read(32);
     EXPECT_EQ(ToHex(Head(request, 29)), ToHex(Head(MemoryRequestFrame(), 29)));
-    EXPECT_EQ(Tail(request, 36), Bytes(4));
     EXPECT_FALSE(socket.HasInput()) << "the call is in memory";
+}
+
+TEST_F(SharedChannelTest, DoesNotAskForOffersThatALookupHasTold) {
+    link_.Prepare([](SharedPeer& peer) {
+        peer.socket.Send(FrameOf({.kind = FrameKind::LookupAnswer, .callNumber = 1},
+                                 Bytes{5, 0, 2, 0, 0, 0, 0, 0}));
+    });
+    EXPECT_EQ((*link_).Lookup("endpoint"), 5);
+    SharedPeer& peer = link_.At(0);
+    peer.socket.Read(kHelloBytes);
+    EXPECT_EQ(peer.socket.ReadFrame().prelude.kind, FrameKind::Lookup);
+    peer.socket.Send(StatusFrame(FrameKind::MemoryAnswer, 1, kStatusQuota));
+    peer.socket.Send(AnswerFrame(2, 2));
+    ExpectAnswer(2);
+    EXPECT_EQ(peer.socket.ReadFrame().prelude.kind, FrameKind::MemoryRequest);
+    EXPECT_EQ(peer.socket.ReadFrame().prelude.kind, FrameKind::Call);
+    EXPECT_FALSE(peer.socket.HasInput());
 }
 
 TEST_F(SharedChannelTest, LeavesAServiceAloneThatOffersNothing) {
@@ -88,7 +104,7 @@ TEST_F(SharedChannelTest, DoesNotAskAServiceAgainAtOnceThatRefused) {
     });
     ExpectAnswer(1);
     const RawSocket& socket = link_.At(0).socket;
-    socket.Read(kHelloBytes + 33 + 40);
+    socket.Read(kHelloBytes + 33 + 32);
     EXPECT_EQ(ToHex(socket.Read(64)), ToHex(CallFrame(1, 0, 0)));
     socket.Send(AnswerFrame(2, 2));
     ExpectAnswer(2);

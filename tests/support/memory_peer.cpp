@@ -79,11 +79,9 @@ Bytes LookFrame(std::uint64_t number) {
     return FrameOf({.kind = FrameKind::Look, .callNumber = number});
 }
 
-Bytes MemoryRequestFrame(std::uint64_t number, CallHints hints, std::uint32_t roundTripNs) {
-    Bytes wish(sizeof(MemoryWish));
-    std::memcpy(wish.data(), &roundTripNs, sizeof(roundTripNs));
-    return FrameOf({.kind = FrameKind::MemoryRequest, .callNumber = number, .flags = hints.Flags()},
-                   wish);
+Bytes MemoryRequestFrame(std::uint64_t number, CallHints hints) {
+    return FrameOf(
+        {.kind = FrameKind::MemoryRequest, .callNumber = number, .flags = hints.Flags()});
 }
 
 Bytes MemoryAnswerFrame(std::uint64_t number, MemoryGrant grant) {

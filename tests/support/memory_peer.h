@@ -35,8 +35,7 @@ inline constexpr MemoryGrant kSoundGrant{.requestSlotBytes = kRequestSlotBytes,
                                          .answerSlotBytes = kAnswerSlotBytes};
 
 Bytes LookFrame(std::uint64_t number);
-Bytes MemoryRequestFrame(std::uint64_t number = 0, CallHints hints = kElsewhere,
-                         std::uint32_t roundTripNs = 0);
+Bytes MemoryRequestFrame(std::uint64_t number = 0, CallHints hints = kElsewhere);
 Bytes MemoryAnswerFrame(std::uint64_t number = 0, MemoryGrant grant = kSoundGrant);
 
 /// A frame's bytes as they stand in a slot.

@@ -26,6 +26,8 @@ public:
     IZamDataProvider& DataProvider() { return *dataProvider_; }
     IProductDataHolder& ProductDataHolder() { return *productDataHolder_; }
 
+    const VdZorTransport& Transport() const noexcept { return transport_; }
+
 private:
     VdZorTransport transport_{};
     std::optional<proxy::ZamConnControllerProxy> controller_;

@@ -22,7 +22,8 @@ std::unique_ptr<Channel> NewHotChannel(UniqueFd socket, const SessionToken& toke
 
 void SharedPeer::Grant() const {
     socket.Send(FrameOf({.kind = FrameKind::LookupAnswer}, Bytes{0xFF, 0xFF, 2, 0, 0, 0, 0, 0}));
-    SendWithFiles(socket, MemoryAnswerFrame(), {memory.requestFile.Get(), memory.answerFile.Get()});
+    SendWithFiles(socket, MemoryAnswerFrame(),
+                  {memory.requestFile.Get(), memory.answersForClient.Get()});
 }
 
 void SharedPeer::Answer(std::uint64_t number, const Bytes& frame) {

@@ -122,7 +122,7 @@ std::optional<std::int32_t> WireConnection::Refusal(const WireBytes& bytes) cons
     } else if (head.kind == kCall) {
         isSound = isSound && !BreaksARuleOfCalls(head, bytes);
     } else if (head.kind == kMemoryRequest) {
-        isSound = isSound && offersMemory_ && head.fixedBytes == 8 && head.arenaBytes == 0 &&
+        isSound = isSound && offersMemory_ && head.fixedBytes == 0 && head.arenaBytes == 0 &&
                   !isCalled_ && !hasMemory_;
     } else if (head.kind == kLook) {
         isSound = isSound && hasAgreed_ && head.fixedBytes == 0 && head.arenaBytes == 0;

@@ -38,7 +38,7 @@ struct IncomingFrame {
 
 /// What a channel has found and done so far, besides carrying frames. Counts never go down.
 struct ChannelUse {
-    std::optional<std::uint16_t> offers;   ///< of `Offer`, once the channel has asked for them
+    std::optional<std::uint16_t> offers;   ///< of `Offer`, once the service was asked
     bool hasMemory = false;                ///< shared with the service, as far as it has noticed
     std::uint64_t memoryCalls = 0;         ///< calls answered whose request was put there
     std::uint64_t vainPolls = 0;           ///< looks for an answer there that ended without it
@@ -74,6 +74,9 @@ public:
     virtual void Abandon() noexcept = 0;
 
     const ChannelUse& Use() const noexcept { return use_; }
+
+    /// Keeps what the service offers, which the answer to a lookup has told.
+    void NoteOffers(std::uint16_t offers) noexcept { use_.offers = offers; }
 
     /// Whether it shares memory with the service now, which may have given it up since the last
     /// call.

@@ -38,7 +38,7 @@ enum class FrameKind : std::uint16_t {
     Call = 4,           ///< client: a request message and its arena
     Answer = 5,         ///< server: a response message and its arena, or only a transport status
     Refusal = 6,        ///< server: a transport status; the connection is closed behind it
-    MemoryRequest = 7,  ///< client: `MemoryWish`; to a service that offers shared memory
+    MemoryRequest = 7,  ///< client: no body; to a service that offers shared memory
     MemoryAnswer = 8,   ///< server: `MemoryGrant` and two files, or only a transport status
     Look = 9,           ///< either: the frame of this number stands in shared memory; not answered
 };
@@ -57,13 +57,6 @@ struct LookupResult {
     std::uint16_t reserved[2];
 };
 static_assert(sizeof(LookupResult) == 8);
-
-/// The fixed part of a `MemoryRequest`.
-struct MemoryWish {
-    std::uint32_t roundTripNs;  ///< of the client's calls through the socket
-    std::uint32_t reserved;
-};
-static_assert(sizeof(MemoryWish) == 8);
 
 /// The fixed part of a `MemoryAnswer`.
 struct MemoryGrant {

@@ -6,8 +6,7 @@
 
 namespace zam_platform {
 
-std::optional<std::uint16_t> AskForOffers(Channel& channel, std::uint64_t number,
-                                          const Deadline& deadline) {
+bool AskForOffers(Channel& channel, std::uint64_t number, const Deadline& deadline) {
     LookupResult result{};
     const OutgoingFrame lookup{.prelude = {.kind = FrameKind::Lookup,
                                            .callNumber = number,
@@ -18,9 +17,10 @@ std::optional<std::uint16_t> AskForOffers(Channel& channel, std::uint64_t number
                          .fixed = &result,
                          .fixedBytes = sizeof(result)};
     if (!channel.Send(lookup, deadline) || !channel.Receive(answer, deadline)) {
-        return std::nullopt;
+        return false;
     }
-    return OffersIn(answer);
+    channel.NoteOffers(OffersIn(answer));
+    return true;
 }
 
 std::uint16_t OffersIn(const IncomingFrame& lookupAnswer) noexcept {

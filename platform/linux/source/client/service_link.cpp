@@ -241,13 +241,15 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
         }
         underWay.Attach(*lease->channel);
         const bool isThere = flags == 0 || LearnOffers(*lease, deadline);
-        frame.prelude.flags = (lease->offers.value_or(0) & kOfferFailedTransfer) != 0 ? flags : 0;
+        frame.prelude.flags =
+            (lease->channel->Use().offers.value_or(0) & kOfferFailedTransfer) != 0 ? flags : 0;
         frame.prelude.callNumber = ++lease->calls;
         answer.callNumber = frame.prelude.callNumber;
         if (isThere && lease->channel->Send(frame, deadline) &&
             lease->channel->Receive(answer, deadline)) {
             break;
         }
+        underWay.ThrowIfInterrupted();
         if (fresh) {
             // A service that turns a connection away says why before it closes it.
             lease->channel->Receive(answer, std::chrono::steady_clock::now());
@@ -266,7 +268,7 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
         throw PlatformError(kStatusProtocol, "the answer's header is not that of its request");
     }
     if (!isMessage) {
-        lease->offers = OffersIn(answer);
+        lease->channel->NoteOffers(OffersIn(answer));
     }
     if (underWay.Detach()) {
         lease.GiveBack();
@@ -275,10 +277,8 @@ void ServiceLink::Exchange(OutgoingFrame frame, IncomingFrame& answer, const Dea
 }
 
 bool ServiceLink::LearnOffers(Connection& connection, const Deadline& deadline) {
-    if (!connection.offers) {
-        connection.offers = AskForOffers(*connection.channel, ++connection.calls, deadline);
-    }
-    return connection.offers.has_value();
+    return connection.channel->Use().offers ||
+           AskForOffers(*connection.channel, ++connection.calls, deadline);
 }
 
 ServiceLink::Connection* ServiceLink::ConnectAndSay(const Deadline& deadline,

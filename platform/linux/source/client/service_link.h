@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string_view>
 
 #include "client/unsaid_farewells.h"
@@ -41,12 +40,8 @@ struct LinkCall {
 
 /// What has become of a link's calls, those under way left out.
 struct LinkUse {
-    std::optional<std::uint16_t> offers;  ///< of `Offer`: the service's, when it has told them
-    bool hasMemory = false;               ///< some connection shares memory with the service
-    std::uint64_t calls = 0;              ///< answered
-    std::uint64_t memoryCalls = 0;        ///< those of them whose request went through memory
-    std::uint64_t vainPolls = 0;
-    std::chrono::nanoseconds vainTime{0};
+    ChannelUse channels;      ///< all of them together; the newest offers
+    std::uint64_t calls = 0;  ///< answered
 };
 
 class CallUnderWay;
@@ -131,7 +126,7 @@ private:
     Connection* idle_ QOR_GUARDED_BY(mutex_) = nullptr;  ///< top of the stack of idle ones
     std::size_t idleCount_ QOR_GUARDED_BY(mutex_) = 0;
     Connection* all_ QOR_GUARDED_BY(mutex_) = nullptr;  ///< every one, leased ones included
-    LinkUse ended_ QOR_GUARDED_BY(mutex_);  ///< of connections that are closed; the newest offers
+    LinkUse ended_ QOR_GUARDED_BY(mutex_);              ///< of connections that are closed
 
     UnsaidFarewells unsaid_ QOR_GUARDED_BY(mutex_);
 

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <utility>
 
 #include "client/service_link.h"
@@ -12,10 +11,9 @@ namespace zam_platform {
 
 struct ServiceLink::Connection {
     std::unique_ptr<Channel> channel;
-    std::uint64_t calls = 0;              ///< made on this channel; numbers them
-    std::uint64_t answered = 0;           ///< calls, without lookups
-    std::optional<std::uint16_t> offers;  ///< of `Offer`, once its service was asked
-    LinkUse told;                         ///< guarded by the link's mutex
+    std::uint64_t calls = 0;     ///< made on this channel; numbers them
+    std::uint64_t answered = 0;  ///< calls, without lookups
+    LinkUse told;                ///< guarded by the link's mutex
     Connection* nextIdle = nullptr;
     Connection* next = nullptr;
     Connection* previous = nullptr;

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <chrono>
 #include <memory>
-#include <optional>
 #include <utility>
 
 #include "client/call_bounds.h"
@@ -35,11 +34,11 @@ SessionToken NewToken() {
 
 /// Adds what is counted.
 void Add(const LinkUse& use, LinkUse& sum) noexcept {
-    sum.hasMemory = sum.hasMemory || use.hasMemory;
     sum.calls += use.calls;
-    sum.memoryCalls += use.memoryCalls;
-    sum.vainPolls += use.vainPolls;
-    sum.vainTime += use.vainTime;
+    sum.channels.hasMemory = sum.channels.hasMemory || use.channels.hasMemory;
+    sum.channels.memoryCalls += use.channels.memoryCalls;
+    sum.channels.vainPolls += use.channels.vainPolls;
+    sum.channels.vainTime += use.channels.vainTime;
 }
 
 }  // namespace
@@ -120,7 +119,7 @@ void ServiceLink::Discard(Connection* connection) noexcept {
     // Closed under the lock, or a fork in between would leave the child a copy that nobody knows.
     const qor::MutexLock lock(mutex_);
     NoteUse(*connection);
-    connection->told.hasMemory = false;
+    connection->told.channels.hasMemory = false;
     Add(connection->told, ended_);
     Unlink(connection);
     delete connection;
@@ -135,22 +134,16 @@ void ServiceLink::Unlink(Connection* connection) noexcept {
 
 void ServiceLink::NoteUse(Connection& connection) noexcept {
     const ChannelUse& use = connection.channel->Use();
-    const std::optional<std::uint16_t>& offers = connection.offers ? connection.offers : use.offers;
-    if (offers && !connection.told.offers) {
-        ended_.offers = offers;
+    if (use.offers && !connection.told.channels.offers) {
+        ended_.channels.offers = use.offers;
     }
-    connection.told = {.offers = offers,
-                       .hasMemory = use.hasMemory,
-                       .calls = connection.answered,
-                       .memoryCalls = use.memoryCalls,
-                       .vainPolls = use.vainPolls,
-                       .vainTime = use.vainTime};
+    connection.told = {.channels = use, .calls = connection.answered};
 }
 
 LinkUse ServiceLink::Use() noexcept {
     const qor::MutexLock lock(mutex_);
     for (Connection* connection = idle_; connection != nullptr; connection = connection->nextIdle) {
-        connection->told.hasMemory = connection->channel->HasMemory();
+        connection->told.channels.hasMemory = connection->channel->HasMemory();
     }
     LinkUse use = ended_;
     for (const Connection* connection = all_; connection != nullptr;
@@ -173,7 +166,7 @@ void ServiceLink::RestartInChild() noexcept {
     // What is left was leased by threads that the child does not have: nobody will free it.
     all_ = nullptr;
     idleCount_ = 0;
-    ended_ = {.offers = ended_.offers};
+    ended_ = {.channels = {.offers = ended_.channels.offers}};
     unsaid_ = {};  // the parent's
     failureDelayMs_.store(0, std::memory_order_relaxed);
     token_ = NewToken();

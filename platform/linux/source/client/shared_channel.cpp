@@ -40,10 +40,7 @@ SharedChannel::SharedChannel(UniqueFd socket, const SessionToken& token, Process
 SharedChannel::SharedChannel(UniqueFd socket, const SessionToken& token,
                              const ClientPolling& polling, ProcessPolling& process,
                              std::chrono::milliseconds frameTimeout) noexcept
-    : socket_(std::move(socket), token, frameTimeout),
-      polling_(polling),
-      process_(process),
-      leave_(process.leave) {}
+    : socket_(std::move(socket), token, frameTimeout), polling_(polling), process_(process) {}
 
 bool SharedChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
     way_ = Way::Socket;
@@ -61,15 +58,13 @@ bool SharedChannel::Send(const OutgoingFrame& frame, const Deadline& deadline) {
         if (memory_.requests) {
             const std::uint64_t polling = memory_.answers->polling.load();
             if (polling == kPolling && knownEnds_ == SocketChannel::Ended() && Fits(frame) &&
-                leave_.Allows(now)) {
+                process_.leave.Allows(now)) {
                 return SendThroughMemory(frame, deadline);
             }
-            if (polling == kGivenUp) {
-                memory_ = {};
-                use_.hasMemory = false;
-                backoff_.Lost(now);
-            }
+            DropGivenUp(now);
         }
+    } else if (memory_.requests && now >= nextGlance_) {
+        DropGivenUp(now);
     }
     return SendThroughSocket(frame, deadline);
 }
@@ -186,25 +181,26 @@ bool SharedChannel::IsAnswered() const noexcept {
 }
 
 bool SharedChannel::AwaitInMemory() noexcept {
+    PollingLeave& leave = process_.leave;
     const auto begin = Clock::now();
-    const Nanoseconds limit = polling_.SpinLimit(leave_.Cap());
+    const Nanoseconds limit = polling_.SpinLimit(leave.Cap());
     auto last = begin;
     for (;;) {
         Reach(Step::ClientLooks);
         if (IsAnswered()) {
-            leave_.EndPoll(last, last - begin, true);
+            leave.EndPoll(last, last - begin, true);
             return true;
         }
         Pause();
         const auto now = Clock::now();
         const bool isPreempted =
-            leave_.IsHole(now - last) && HasBeenPreempted() && leave_.NoticeHole(now, now - last);
+            leave.IsHole(now - last) && HasBeenPreempted() && leave.NoticeHole(now, now - last);
         last = now;
         if (isPreempted || now - begin >= limit) {
             break;
         }
     }
-    leave_.EndPoll(last, last - begin, false);
+    leave.EndPoll(last, last - begin, false);
     ++use_.vainPolls;
     use_.vainTime += last - begin;
     return false;
@@ -225,6 +221,10 @@ void SharedChannel::TakeFromMemory(IncomingFrame& frame) {
     if (prelude.arenaBytes != 0) {
         frame.arena->used = prelude.arenaBytes;
         ReadSlot(slot, offset, frame.arena->base, prelude.arenaBytes);
+    }
+    if (!IsAnswered()) {
+        // Another thread has shut the connection down, and the service has taken the pages away.
+        throw PlatformError(kStatusBroken, "the connection ended while its answer was read");
     }
     frame.status = prelude.status;
 }
@@ -270,39 +270,29 @@ bool SharedChannel::ReceiveBehindLooks(IncomingFrame& frame, const Deadline& dea
 
 bool SharedChannel::AskForMemory(const Deadline& deadline) {
     try {
-        if (!use_.offers) {
-            use_.offers = AskForOffers(*this, number_, deadline);
-            if (!use_.offers) {
-                return false;
-            }
+        if (!use_.offers && !AskForOffers(*this, number_, deadline)) {
+            return false;
         }
         if ((*use_.offers & kOfferSharedMemory) == 0) {
             mayAsk_ = false;
             return true;
         }
-        const MemoryWish wish{
-            .roundTripNs = static_cast<std::uint32_t>(std::min<Nanoseconds::rep>(
-                polling_.SocketRoundTrip().count(), std::numeric_limits<std::uint32_t>::max())),
-            .reserved = 0};
-        const OutgoingFrame request{.prelude = {.kind = FrameKind::MemoryRequest,
-                                                .callNumber = number_,
-                                                .fixedBytes = sizeof(wish),
-                                                .flags = Hints()},
-                                    .fixed = &wish};
+        const OutgoingFrame request{
+            .prelude = {.kind = FrameKind::MemoryRequest, .callNumber = number_, .flags = Hints()}};
         if (!socket_.Send(request, deadline)) {
             return false;
         }
         TakeGrant(deadline);
         return true;
     } catch (const PlatformError& error) {
-        if (error.Status() == kStatusTimeout) {
+        if (error.Status() == kStatusTimeout && deadline && Clock::now() >= *deadline) {
             throw;  // the call's own time, which says nothing about memory
         }
         if (!IsGone(error)) {
-            NoteFailure(error.what());
+            BackOff(error.what());  // the connection ends with it, and the next one may as well
         }
     } catch (const std::bad_alloc&) {
-        NoteFailure("out of memory");
+        BackOff("out of memory");
     }
     return false;
 }
@@ -330,24 +320,41 @@ void SharedChannel::TakeGrant(const Deadline& deadline) {
         memory_ = MapClientMemory(files[0], files[1]);
         hasAgreed_ = true;
         use_.hasMemory = true;
-        leave_.NoteRoundTrip(polling_.SocketRoundTrip());
-        polling_.SetBreakEven(leave_.BreakEven());
+        nextGlance_ = Clock::now() + process_.glancePeriod;
+        process_.leave.NoteRoundTrip(polling_.SocketRoundTrip());
+        polling_.SetBreakEven(process_.leave.BreakEven());
         backoff_.Granted(Clock::now());
         process_.failed = {};
         return;
     } catch (const PlatformError& error) {
-        NoteFailure(error.what());
+        if (error.Status() == kStatusResources) {
+            BackOff(error.what());
+        } else {
+            CountFailure(error.what());  // this service's, and nobody else's
+        }
     } catch (const std::bad_alloc&) {
-        NoteFailure("out of memory");
+        BackOff("out of memory");
     }
-    mayAsk_ = false;  // what this service gives is of no use, or this process can't use it
+    mayAsk_ = false;
 }
 
-/// The connection may have ended with it, and the next one would be no better off.
-void SharedChannel::NoteFailure(std::string_view why) noexcept {
+void SharedChannel::DropGivenUp(TimePoint now) noexcept {
+    nextGlance_ = now + process_.glancePeriod;
+    if (memory_.answers->polling.load() == kGivenUp) {
+        memory_ = {};
+        use_.hasMemory = false;
+        backoff_.Lost(now);
+    }
+}
+
+void SharedChannel::BackOff(std::string_view why) noexcept {
     process_.failed.Refused(Clock::now());
+    CountFailure(why);
+}
+
+void SharedChannel::CountFailure(std::string_view why) noexcept {
     process_.failures.Update([](std::uint64_t failures) { return failures + 1; });
-    ReportText(zor::logger::kLevelTrace, kSourceFile, "NoteFailure", [this, why] {
+    ReportText(zor::logger::kLevelTrace, kSourceFile, "CountFailure", [this, why] {
         return fmt::format("no shared memory, failure {}: {}", process_.failures.Get(), why);
     });
 }

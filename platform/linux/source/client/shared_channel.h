@@ -16,6 +16,10 @@ struct ProcessPolling {
     PollingLeave leave;
     MemoryRequestBackoff failed{};       ///< memory that could not be had
     Relaxed<std::uint64_t> failures{0};  ///< how often
+
+    /// Memory that the service has given up is let go of with the first call so long after the last
+    /// look at it. Calls that are far apart spend no time on looking in between.
+    Nanoseconds glancePeriod = std::chrono::seconds(10);
 };
 
 /// A channel whose calls go through memory while they come close together and the service looks for
@@ -61,14 +65,21 @@ private:
     /// Asks the service for memory. False when the connection is of no more use.
     bool AskForMemory(const Deadline& deadline);
     void TakeGrant(const Deadline& deadline);
-    void NoteFailure(std::string_view why) noexcept;
+
+    /// Lets go of memory that the service has given up.
+    void DropGivenUp(TimePoint now) noexcept;
+
+    /// Counts memory that could not be had, and why.
+    void CountFailure(std::string_view why) noexcept;
+
+    /// And asks for none in the whole process for a while, as it would be had no better elsewhere.
+    void BackOff(std::string_view why) noexcept;
     std::uint32_t Hints() const noexcept;
 
     SocketChannel socket_;
     ClientMemory memory_;
     ClientPolling polling_;
     ProcessPolling& process_;
-    PollingLeave& leave_;  ///< the process's
     MemoryRequestBackoff backoff_;
     bool isOnAnyCpu_ = true;      ///< whatever share of the CPUs this process has
     std::uint64_t number_ = 0;    ///< of the call that is under way, or was last
@@ -79,6 +90,7 @@ private:
     std::uint64_t knownEnds_ = SocketChannel::Ended();
 
     Way way_ = Way::Socket;
+    TimePoint nextGlance_;      ///< at memory that is not used
     bool mayAsk_ = true;        ///< until the service is known to have no memory to give
     bool hasAgreed_ = false;    ///< the service has given memory once
     bool mayHaveLook_ = false;  ///< one that came too late may be on the socket

@@ -82,6 +82,15 @@ bool IsPeerGone(int errorNumber) {
     return errorNumber == EPIPE || errorNumber == ECONNRESET || errorNumber == ENOTCONN;
 }
 
+/// What a standard descriptor's place was taken by, in another place: where one of those is closed
+/// the next file gets it, and what the process logs or prints would go there.
+UniqueFd AboveStandard(UniqueFd file) {
+    if (file && file.Get() <= STDERR_FILENO) {
+        return UniqueFd(::fcntl(file.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    }
+    return file;
+}
+
 /// Room for the files that may come with a read. Of more than there is room for, the kernel closes
 /// the rest.
 class FileRoom {
@@ -103,7 +112,7 @@ public:
             for (std::size_t index = 0; index < came; ++index) {
                 int descriptor = -1;
                 std::memcpy(&descriptor, CMSG_DATA(control) + index * sizeof(int), sizeof(int));
-                UniqueFd file(descriptor);
+                UniqueFd file = AboveStandard(UniqueFd(descriptor));
                 if (count < files.size()) {
                     files[count++] = std::move(file);
                 }
@@ -209,13 +218,8 @@ PlatformError NotInTime(std::size_t got, std::size_t wanted) {
                      : fmt::format("only {} of {} bytes of the answer came in time", got, wanted)};
 }
 
-/// A socket above the standard descriptors. Where one of those is closed a socket would take its
-/// place, and the service be sent what the process logs or prints.
 UniqueFd NewSocket() {
-    UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (socket && socket.Get() <= STDERR_FILENO) {
-        socket = UniqueFd(::fcntl(socket.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    }
+    UniqueFd socket = AboveStandard(UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)));
     if (!socket) {
         throw PosixError("new socket", errno);
     }

@@ -88,7 +88,7 @@ uint32_t VdZorTransport_Features(const VdZorTransport* transport) {
     if (link == nullptr) {
         return 0;
     }
-    const zam_platform::LinkUse use = link->Use();
+    const zam_platform::ChannelUse use = link->Use().channels;
     const bool isOffered = (use.offers.value_or(0) & zam_platform::kOfferSharedMemory) != 0;
     return FeatureIf(zam_platform::HasFastChannel(), VD_TRANSPORT_FAST_CHANNEL) |
            FeatureIf(UsesFastChannel(), VD_TRANSPORT_FAST_CHANNEL_ON) |
@@ -103,9 +103,9 @@ void VdZorTransport_Statistics(const VdZorTransport* transport, VdTransportStati
     if (zam_platform::ServiceLink* const link = LinkOf(*transport)) {
         const zam_platform::LinkUse use = link->Use();
         filled.calls = use.calls;
-        filled.memoryCalls = use.memoryCalls;
-        filled.vainPolls = use.vainPolls;
-        filled.vainPollNs = static_cast<uint64_t>(use.vainTime.count());
+        filled.memoryCalls = use.channels.memoryCalls;
+        filled.vainPolls = use.channels.vainPolls;
+        filled.vainPollNs = static_cast<uint64_t>(use.channels.vainTime.count());
     }
     filled.size = size;
     // A caller of another version knows a record of another size.

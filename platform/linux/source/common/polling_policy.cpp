@@ -35,6 +35,10 @@ constexpr Nanoseconds kGreatestBudget = milliseconds(1);
 /// on two cores. The rest is the time that a sleeping core takes to wake.
 constexpr int kSocketCpuPercent = 75;
 
+/// Part of the difference that a shorter round trip takes from the longest known: one that was too
+/// long by far is out of the account after some twenty connections.
+constexpr int kFading = 8;
+
 static_assert(2 * UserPolling::kMostPieces * UserPolling::kPiece == kGreatestBudget);
 static_assert(UserPolling::kPieceTime == 2 * TimeToSave(UserPolling::kPiece));
 
@@ -160,11 +164,13 @@ PollingLeave PollingLeave::Boundless(TimePoint now) noexcept {
 }
 
 void PollingLeave::NoteRoundTrip(Nanoseconds roundTrip) noexcept {
-    socketRoundTrip_.Update([=](Nanoseconds known) { return std::max(known, roundTrip); });
+    socketRoundTrip_.Update([=](Nanoseconds known) {
+        return roundTrip >= known ? roundTrip : known - (known - roundTrip) / kFading;
+    });
     // Whatever another thread notes meanwhile, it makes of that as well.
-    cap_.Update([this](Nanoseconds known) {
-        return std::max(known, std::clamp(wishedCap_, Nanoseconds(0),
-                                          std::min(socketRoundTrip_.Get(), kGreatestCap)));
+    cap_.Update([this](Nanoseconds) {
+        return std::clamp(wishedCap_, Nanoseconds(0),
+                          std::min(socketRoundTrip_.Get(), kGreatestCap));
     });
 }
 

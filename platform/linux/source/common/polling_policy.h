@@ -61,8 +61,9 @@ public:
     /// One that is always given, and for the longest polls: for who must not depend on time.
     static PollingLeave Boundless(TimePoint now) noexcept;
 
-    /// Takes note of what a call by socket has taken; the longest holds, since it is the one
-    /// between two CPUs.
+    /// Takes note of what a call by socket has taken. The longest holds, since it is the one
+    /// between two CPUs; it fades with shorter ones, since it may have been the machine's bad
+    /// moment.
     void NoteRoundTrip(Nanoseconds roundTrip) noexcept;
 
     /// Whether a poll as long as the cap may begin: its budget is there, and no pause is under way.

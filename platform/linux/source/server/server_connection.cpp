@@ -208,9 +208,10 @@ void ServerConnection::HandleFrame(const Prelude& prelude, const unsigned char* 
     }
     // Clients read an answer before they send another frame.
     EndWatch(true);
+    FreeLastAnswer();
     switch (prelude.kind) {
         case FrameKind::MemoryRequest:
-            return HandleMemoryRequest(prelude, body);
+            return HandleMemoryRequest(prelude);
         case FrameKind::Hello:
             return HandleHello(body);
         case FrameKind::Lookup:

@@ -147,12 +147,16 @@ private:
     void HandleLookup(const Prelude& prelude, const unsigned char* body);
     void HandleCall(const Prelude& prelude, const unsigned char* body);
     void HandleLook(const Prelude& prelude);
-    void HandleMemoryRequest(const Prelude& prelude, const unsigned char* body);
+    void HandleMemoryRequest(const Prelude& prelude);
     bool CheckMemoryFrame(const Prelude& prelude);
     bool ReadFromMemory(Prelude& prelude);
-    bool MakeSlot(const CallHints& hints, std::chrono::nanoseconds roundTrip) noexcept;
+    bool MakeSlot(const CallHints& hints) noexcept;
     void SendSlot(const Prelude& prelude, const MemoryGrant& grant);
     bool HasUnservedRequest() const noexcept;
+
+    /// At the end of the connection.
+    void LetGoOfMemory() noexcept;
+    void FreeLastAnswer() noexcept;
 
     /// Whether the client had the last answer before the look that tells it: what it has left
     /// unread is no more than that look.
@@ -189,12 +193,14 @@ private:
     bool greeted_ = false;
     bool callPending_ = false;
     bool frameTimed_ = false;
+    bool hasBrokenRule_ = false;  ///< the client, which is not served to its last answer then
 
     std::optional<QuietUsers::Turn> turn_;  ///< once greeted
 
     DeliveryWatch watch_;  ///< of the last answer
 
     std::unique_ptr<ServerSlot> slot_;
+    UniqueFd lastAnswer_;             ///< in memory that was given up, until its client has read it
     std::uint64_t lastNumber_ = 0;    ///< of the last lookup or call, whichever way it came
     std::uint64_t memoryNumber_ = 0;  ///< of the last that came through memory
     std::uint64_t takenNumber_ = 0;   ///< of the one whose answer was taken as memory was given up

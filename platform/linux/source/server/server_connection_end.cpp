@@ -47,6 +47,7 @@ void ServerConnection::Refuse(TransportStatus status, std::string_view why, cons
     if (!open_) {
         return;
     }
+    hasBrokenRule_ = true;
     ReportText(zor::logger::kLevelError, kSourceFile, "Refuse", [&] {
         return fmt::format("client of user {}: {}: connection closed", client_.user, why);
     });
@@ -183,10 +184,9 @@ void ServerConnection::Close() noexcept {
         return;
     }
     frameTimer_.cancel();
+    LetGoOfMemory();
     std::error_code ignored;
     socket_.close(ignored);
-    server_.poller_->Remove(*this);
-    slot_.reset();
     ReleaseLarge();
     UserUsage& usage = Usage();
     usage.queuedBytes -= queue_.size() - queueSent_ + queueBehind_.size();

@@ -1,4 +1,7 @@
 #include <fmt/format.h>
+#include <linux/sockios.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 
@@ -81,7 +84,7 @@ bool ServerConnection::ReadFromMemory(Prelude& prelude) {
         return refuse(fmt::format("frame {} of kind {} in shared memory, not call {}",
                                   prelude.callNumber, static_cast<unsigned>(prelude.kind), number));
     }
-    if (!ServerSlot::HoldsRequest(prelude)) {
+    if (!ServerSlot::FitsRequest(prelude)) {
         return refuse(fmt::format("frame of {} bytes in a slot of {}", prelude.FrameBytes(),
                                   kRequestSlotBytes));
     }
@@ -110,9 +113,9 @@ bool ServerConnection::CheckMemoryFrame(const Prelude& prelude) {
         }
         return true;
     }
-    if (prelude.fixedBytes != sizeof(MemoryWish) || prelude.arenaBytes != 0) {
-        return refuse(fmt::format("memory request of {} and {} bytes, not {} and 0",
-                                  prelude.fixedBytes, prelude.arenaBytes, sizeof(MemoryWish)));
+    if (prelude.fixedBytes != 0 || prelude.arenaBytes != 0) {
+        return refuse(fmt::format("memory request of {} and {} bytes, not 0 and 0",
+                                  prelude.fixedBytes, prelude.arenaBytes));
     }
     if (callPending_ || slot_ != nullptr) {
         return refuse(slot_ != nullptr ? "second memory request"
@@ -140,12 +143,10 @@ void ServerConnection::HandleLook(const Prelude& prelude) {
     ServeFromMemory();
 }
 
-void ServerConnection::HandleMemoryRequest(const Prelude& prelude, const unsigned char* body) {
+void ServerConnection::HandleMemoryRequest(const Prelude& prelude) {
     lastCallBytes_ = 0;  // its client has had that answer
-    MemoryWish wish;
-    std::memcpy(&wish, body, sizeof(wish));
     const Prelude answer{.kind = FrameKind::MemoryAnswer, .callNumber = prelude.callNumber};
-    if (!MakeSlot(CallHints::Of(prelude.flags), std::chrono::nanoseconds(wish.roundTripNs))) {
+    if (!MakeSlot(CallHints::Of(prelude.flags))) {
         Prelude refusal = answer;
         refusal.status = kStatusQuota;
         SendNow(refusal, nullptr, nullptr);
@@ -154,16 +155,18 @@ void ServerConnection::HandleMemoryRequest(const Prelude& prelude, const unsigne
     SendSlot(answer, {.requestSlotBytes = kRequestSlotBytes, .answerSlotBytes = kAnswerSlotBytes});
 }
 
-bool ServerConnection::MakeSlot(const CallHints& hints,
-                                std::chrono::nanoseconds roundTrip) noexcept {
+bool ServerConnection::MakeSlot(const CallHints& hints) noexcept {
     SlotPoller& poller = *server_.poller_;
+    // Files on their way count against all that this process sends, to others as well.
+    int unread = 0;
     if (!poller.IsOn() || !SlotPoller::IsElsewhere(hints) ||
-        !poller.MayAdmit(client_.user, server_.quiet_->HasSeveralUsers())) {
+        ::ioctl(Descriptor(), SIOCOUTQ, &unread) != 0 || unread != 0 ||
+        !poller.MayAdmit(client_.user)) {
         return false;
     }
     try {
         slot_ = std::make_unique<ServerSlot>();
-        if (poller.Admit(*this, client_.user, roundTrip)) {
+        if (poller.Admit(*this, client_.user)) {
             hasAgreed_ = true;
             memoryNumber_ = 0;
             return true;
@@ -183,7 +186,7 @@ void ServerConnection::SendSlot(const Prelude& prelude, const MemoryGrant& grant
     EncodePrelude(head, frame.data());
     std::memcpy(frame.data() + kPreludeBytes, &grant, sizeof(grant));
 
-    const std::array<int, 2> files = {slot_->RequestFile().Get(), slot_->AnswerFile().Get()};
+    const std::array<int, 2> files = {slot_->RequestFile(), slot_->AnswersForClient().Get()};
     alignas(cmsghdr) std::array<unsigned char, CMSG_SPACE(sizeof(files))> control{};
     iovec part{.iov_base = frame.data(), .iov_len = frame.size()};
     msghdr message{};
@@ -212,8 +215,7 @@ void ServerConnection::SendSlot(const Prelude& prelude, const MemoryGrant& grant
         Break(LastCall());  // a client that leaves so much unread does not read this either
         return;
     }
-    slot_->RequestFile().Reset();
-    slot_->AnswerFile().Reset();
+    slot_->AnswersForClient().Reset();
 }
 
 void ServerConnection::GiveUpMemory() {
@@ -224,7 +226,31 @@ void ServerConnection::GiveUpMemory() {
         ServeFromMemory();
     }
     takenNumber_ = HasTakenAnswer() ? lastNumber_ : 0;
-    slot_.reset();
+    if (slot_ != nullptr) {  // which goes with the connection
+        lastAnswer_ = slot_->FreeButLastAnswer();
+        slot_.reset();
+    }
+}
+
+void ServerConnection::LetGoOfMemory() noexcept {
+    server_.poller_->Remove(*this);
+    if (slot_ != nullptr) {
+        pollfd ended{.fd = socket_.native_handle(), .events = 0, .revents = 0};
+        if (hasBrokenRule_ || (::poll(&ended, 1, 0) == 1 && (ended.revents & POLLHUP) != 0)) {
+            slot_->FreeSlots();
+        } else {
+            slot_->FreeButLastAnswer();
+        }
+        slot_.reset();
+    }
+    FreeLastAnswer();
+}
+
+void ServerConnection::FreeLastAnswer() noexcept {
+    if (lastAnswer_) {
+        ServerSlot::FreeAnswer(lastAnswer_);
+        lastAnswer_.Reset();
+    }
 }
 
 LostCall ServerConnection::UnservedCall() const noexcept {

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "server/server_connection.h"
+#include "server/socket_round_trip.h"
 #include "shared/cpu_share.h"
 #include "shared/pause.h"
 #include "shared/preemption.h"
@@ -19,16 +20,17 @@ namespace {
 constexpr std::chrono::microseconds kLoopPeriod{5};
 constexpr std::chrono::microseconds kLoopSlice{20};
 
-/// What clients are believed of a call through the socket.
-constexpr std::chrono::microseconds kLongestRoundTrip{200};
-
-/// A connection keeps its memory against others for so long after a call.
+/// A connection keeps its memory for so long after a call, against others that are no poorer.
 constexpr std::chrono::milliseconds kHotFor{100};
 
-/// How often a user's connections get memory while other users are there: a burst, and then one in
-/// this time. Making it and letting go of it takes some 20 us.
-constexpr int kMostGrants = 16;
-constexpr std::chrono::milliseconds kGrantTime{100};
+/// And for so long against those that are.
+constexpr std::chrono::seconds kIdleFor{1};
+
+/// How often a user's connections get memory: a burst, and then one in this time. Making it and
+/// letting go of it takes some 20 us, and a client that keeps what it was given keeps a page or
+/// two.
+constexpr int kMostGrants = 32;
+constexpr std::chrono::milliseconds kGrantTime{20};
 
 std::uint16_t OwnCpu() noexcept {
     const int cpu = ::sched_getcpu();
@@ -43,7 +45,7 @@ SlotPoller::SlotPoller(asio::io_context& loop, Nanoseconds cap, std::chrono::mil
     : loop_(loop),
       isOn_(cap.count() != 0),
       kept_(kept),
-      leave_(cap, Nanoseconds(0), Clock::now()),
+      leave_(cap, isOn_ ? SocketRoundTrip() : Nanoseconds(0), Clock::now()),
       unused_(loop, [this] { GiveUpUnused(); }),
       grants_(kMostGrants, kGrantTime),
       vainPolls_(UserPolling::kMostPieces, UserPolling::kPieceTime) {}
@@ -59,33 +61,37 @@ SlotPoller::Place* SlotPoller::PlaceOf(const ServerConnection& connection) noexc
     return found == places_.end() ? nullptr : &*found;
 }
 
+std::ptrdiff_t SlotPoller::PlacesOf(uid_t user) const noexcept {
+    return std::count_if(places_.begin(), places_.end(), [user](const Place& place) {
+        return place.connection != nullptr && place.user == user;
+    });
+}
+
 SlotPoller::Place* SlotPoller::YieldingTo(uid_t user) noexcept {
-    Place* oldest = nullptr;
-    Place* oldestOfMost = nullptr;
     const auto now = Clock::now();
+    const std::ptrdiff_t own = PlacesOf(user);
+    Place* found = nullptr;
     for (Place& place : places_) {
         if (place.connection == nullptr) {
             return &place;
         }
-        if (now - place.lastUse >= kHotFor && (!oldest || place.lastUse < oldest->lastUse)) {
-            oldest = &place;
-        }
-        const auto ofUser =
-            std::count_if(places_.begin(), places_.end(),
-                          [&place](const Place& other) { return other.user == place.user; });
-        if (place.user != user && static_cast<std::size_t>(ofUser) > kMaxSlots / 2 &&
-            (!oldestOfMost || place.lastUse < oldestOfMost->lastUse)) {
-            oldestOfMost = &place;
+        // Nobody gets a place from who would be the poorer for it, unless that rests for long.
+        const auto idle = now - place.lastUse;
+        const std::ptrdiff_t more = PlacesOf(place.user) - own;
+        const bool yields = idle >= kIdleFor || (idle >= kHotFor && place.user == user) ||
+                            (idle >= kHotFor && more > 0) || more > 1;
+        if (yields && (found == nullptr || place.lastUse < found->lastUse)) {
+            found = &place;
         }
     }
-    return oldest != nullptr ? oldest : oldestOfMost;
+    return found;
 }
 
-bool SlotPoller::MayAdmit(uid_t user, bool hasOthers) noexcept {
-    return YieldingTo(user) != nullptr && (!hasOthers || grants_.Take(user, Clock::now()));
+bool SlotPoller::MayAdmit(uid_t user) noexcept {
+    return YieldingTo(user) != nullptr && grants_.Take(user, Clock::now());
 }
 
-bool SlotPoller::Admit(ServerConnection& connection, uid_t user, Nanoseconds roundTrip) {
+bool SlotPoller::Admit(ServerConnection& connection, uid_t user) {
     Place* const place = YieldingTo(user);
     if (place == nullptr) {
         return false;
@@ -96,12 +102,14 @@ bool SlotPoller::Admit(ServerConnection& connection, uid_t user, Nanoseconds rou
             return false;  // a call that was served with that took note of its end
         }
     }
-    leave_.NoteRoundTrip(std::min<Nanoseconds>(roundTrip, kLongestRoundTrip));
+    const auto now = Clock::now();
     *place = {.connection = &connection,
               .user = user,
-              .lastUse = Clock::now(),
+              .lastUse = now,
+              .lastClose = now,
               .since = {},
               .until = {},
+              .chargedTo = {},
               .policy = {},
               .isPolled = false};
     if (!unused_.IsSet()) {
@@ -148,12 +156,15 @@ void SlotPoller::BeforeAnswer(ServerConnection& connection, const CallHints& hin
     if (place->isPolled) {
         EndInVain(*place, now);  // what it found has ended it before
     }
+    const Nanoseconds gap = DecodeGap(hints.gap);
+    if (gap < kLongestGap) {
+        place->lastClose = now;
+    }
     const bool isWorthIt =
         IsElsewhere(hints) && HasCpuForPolling(now) &&
         (!HasHotOtherThan(place->user, now) ||
          vainPolls_.Has(place->user, now, static_cast<int>(leave_.Cap() / UserPolling::kPiece)));
-    const Nanoseconds time =
-        place->policy.AfterAnswer(leave_, now, DecodeGap(hints.gap), isWorthIt, !byMemory);
+    const Nanoseconds time = place->policy.AfterAnswer(leave_, now, gap, isWorthIt, !byMemory);
     if (byMemory || time.count() > 0) {
         place->lastUse = now;  // calls by the socket alone keep no memory
     }
@@ -164,13 +175,25 @@ void SlotPoller::BeforeAnswer(ServerConnection& connection, const CallHints& hin
 
 bool SlotPoller::HasHotOtherThan(uid_t user, Clock::time_point now) const noexcept {
     return std::any_of(places_.begin(), places_.end(), [user, now](const Place& place) {
-        return place.connection != nullptr && place.user != user && now - place.lastUse < kHotFor;
+        return place.connection != nullptr && place.user != user && now - place.lastClose < kHotFor;
     });
 }
 
 void SlotPoller::EndInVain(Place& place, Clock::time_point now) noexcept {
-    if (place.policy.EndPoll(false)) {
-        const auto polled = std::chrono::ceil<std::chrono::microseconds>(now - place.since);
+    if (!place.policy.EndPoll(false)) {
+        return;
+    }
+    // One look is for all of a user's connections that are polled at the time, and a handler that
+    // ran beyond the poll's end was no look.
+    auto begin = place.since;
+    for (const Place& other : places_) {
+        if (other.connection != nullptr && other.user == place.user) {
+            begin = std::max(begin, other.chargedTo);
+        }
+    }
+    place.chargedTo = std::min(now, place.until);
+    if (begin < place.chargedTo) {
+        const auto polled = std::chrono::ceil<std::chrono::microseconds>(place.chargedTo - begin);
         vainPolls_.Charge(place.user, now, static_cast<int>(polled / UserPolling::kPiece));
     }
 }
@@ -210,9 +233,9 @@ void SlotPoller::StopAll() {
     }
 }
 
-SlotPoller::Clock::time_point SlotPoller::RunLoop(Clock::time_point begin) {
+SlotPoller::Clock::time_point SlotPoller::RunLoop(Clock::time_point begin, Clock::duration slice) {
     auto now = begin;
-    while (now - begin < kLoopSlice && loop_.poll_one() != 0) {
+    while (now - begin < slice && loop_.poll_one() != 0) {
         now = Clock::now();
     }
     return now;
@@ -221,7 +244,7 @@ SlotPoller::Clock::time_point SlotPoller::RunLoop(Clock::time_point begin) {
 void SlotPoller::Poll() {
     auto begin = Clock::now();
     auto last = begin;
-    auto nextRound = begin + kLoopPeriod;
+    auto lastRound = begin;
     while (polled_ != 0 && !loop_.stopped()) {
         const auto now = Clock::now();
         if (leave_.IsHole(now - last) && HasBeenPreempted() && leave_.NoticeHole(now, now - last)) {
@@ -245,12 +268,15 @@ void SlotPoller::Poll() {
             leave_.EndPoll(now, now - begin, true);
             begin = last = Clock::now();
         }
-        if (last >= nextRound) {
-            if (const auto end = RunLoop(last); end != last) {
+        if (const auto sinceRound = last - lastRound; sinceRound >= kLoopPeriod) {
+            // Sockets get as much time as handlers have had, or calls of long ones would starve
+            // them.
+            const auto slice = std::max<Clock::duration>(kLoopSlice, sinceRound);
+            if (const auto end = RunLoop(last, slice); end != last) {
                 begin += end - last;
                 last = end;
             }
-            nextRound = last + kLoopPeriod;
+            lastRound = last;
         } else if (!hasServed) {
             Pause();
         }

@@ -35,13 +35,13 @@ public:
 
     bool IsOn() const noexcept { return isOn_; }
 
-    /// Whether one more connection of this user may be taken in now; a few each second while other
-    /// users are there, who would pay for the making of memory. Is asked before it is made.
-    bool MayAdmit(uid_t user, bool hasOthers) noexcept;
+    /// Whether one more connection of this user may be taken in now; some each second, since others
+    /// would pay for the making of memory. Is asked before it is made.
+    bool MayAdmit(uid_t user) noexcept;
 
-    /// Takes one more connection in, whose client's calls through the socket take `roundTrip`;
-    /// another one may have to give its memory up. False when there is no room. Takes no memory.
-    bool Admit(ServerConnection& connection, uid_t user, Nanoseconds roundTrip);
+    /// Takes one more connection in; another one may have to give its memory up. False when there
+    /// is no room. Takes no memory.
+    bool Admit(ServerConnection& connection, uid_t user);
     void Remove(const ServerConnection& connection) noexcept;
 
     /// Decides whether the connection's next request is looked for, and tells its client. Before
@@ -67,22 +67,27 @@ private:
         ServerConnection* connection = nullptr;
         uid_t user = 0;
         Clock::time_point lastUse;
-        Clock::time_point since;  ///< a poll's begin
+        Clock::time_point lastClose;  ///< call that came close behind the one before, either way
+        Clock::time_point since;      ///< a poll's begin
         Clock::time_point until;
+        Clock::time_point chargedTo;  ///< what its user has paid for
         ServicePolling policy;
         bool isPolled = false;
     };
 
     Place* PlaceOf(const ServerConnection& connection) noexcept;
+    std::ptrdiff_t PlacesOf(uid_t user) const noexcept;
+
+    /// The place that the next connection of this user gets; null: none.
     Place* YieldingTo(uid_t user) noexcept;
     bool HasHotOtherThan(uid_t user, Clock::time_point now) const noexcept;
     void EndInVain(Place& place, Clock::time_point now) noexcept;
     void SetPolled(Place& place, bool isPolled) noexcept;
     void GiveUpUnused();
 
-    /// Runs what the loop has, for a short time at most; gives when that ended, `begin` when there
-    /// was nothing.
-    Clock::time_point RunLoop(Clock::time_point begin);
+    /// Runs what the loop has, for as long as `slice` at most; gives when that ended, `begin` when
+    /// there was nothing.
+    Clock::time_point RunLoop(Clock::time_point begin, Clock::duration slice);
 
     /// Serves the request of one connection if there is one.
     bool Look(Place& place);

@@ -3,17 +3,17 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/sysinfo.h>
 
 #include <cerrno>
+#include <string>
 
 #include "shared/shared_pages.h"
 #include "zam_platform/posix_error.h"
 
 // Newer than the oldest headers that this is built with.
-#ifndef F_SEAL_FUTURE_WRITE
-#define F_SEAL_FUTURE_WRITE 0x0010
-#endif
 #ifndef MFD_NOEXEC_SEAL
 #define MFD_NOEXEC_SEAL 0x0008U
 #endif
@@ -31,6 +31,11 @@ UniqueFd NewFile(const char* name, std::size_t bytes) {
     if (!file) {
         throw PosixError("new file of shared memory", errno);
     }
+    // A file beyond this limit ends the process by a signal.
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur < bytes) {
+        throw PosixError("memory to share", EFBIG);
+    }
     // Pages that are not there yet are charged to whoever touches them first, who is ended by a
     // signal when a machine that never promises more memory than it has has no more.
     while (::fallocate(file.Get(), 0, 0, static_cast<off_t>(bytes)) != 0) {
@@ -41,10 +46,19 @@ UniqueFd NewFile(const char* name, std::size_t bytes) {
     return file;
 }
 
-void Seal(const UniqueFd& file, int seals) {
-    if (::fcntl(file.Get(), F_ADD_SEALS, seals) != 0) {
+void Seal(const UniqueFd& file) {
+    if (::fcntl(file.Get(), F_ADD_SEALS, kSizeSeals) != 0) {
         throw PosixError("seals of a file of shared memory", errno);
     }
+}
+
+UniqueFd OpenForReading(const UniqueFd& file) {
+    const std::string path = fmt::format("/proc/self/fd/{}", file.Get());
+    UniqueFd opened(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!opened || ::fchmod(file.Get(), 0) != 0) {
+        throw PosixError("file of shared memory", errno);
+    }
+    return opened;
 }
 
 template <typename Pages>
@@ -64,7 +78,8 @@ SharedMapping<Pages> Map(const UniqueFd& file, std::size_t bytes, int protection
 void Check(const UniqueFd& file, std::size_t bytes) {
     const int seals = ::fcntl(file.Get(), F_GET_SEALS);
     if (seals < 0) {
-        throw PosixError("seals of a file of shared memory", errno);
+        throw PlatformError(kStatusProtocol,
+                            PosixError("seals of a file of shared memory", errno).what());
     }
     if ((seals & kSizeSeals) != kSizeSeals) {
         throw PlatformError(
@@ -95,8 +110,23 @@ template class SharedMapping<const RequestPages>;
 template class SharedMapping<AnswerPages>;
 template class SharedMapping<const AnswerPages>;
 
-bool IsCommitStrict(std::string_view overcommitMemory) noexcept {
-    return overcommitMemory.substr(0, 1) == "2";
+bool IsCommitStrict() noexcept {
+    // Asked of the kernel itself: a service's sandbox may hide its settings. More memory than there
+    // is, which is never touched, is refused there only.
+    constexpr std::size_t kTooMuch = 4;
+    struct sysinfo info {};
+    if (::sysinfo(&info) != 0) {
+        return true;
+    }
+    const std::size_t bytes =
+        (std::size_t{info.totalram} + info.totalswap) * info.mem_unit * kTooMuch;
+    void* const address = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
+                                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (address == MAP_FAILED) {
+        return true;
+    }
+    ::munmap(address, bytes);
+    return false;
 }
 
 ServiceMemory MakeServiceMemory() {
@@ -105,14 +135,18 @@ ServiceMemory MakeServiceMemory() {
     memory.answerFile = NewFile("zam_answers", kAnswerFileBytes);
     memory.requests = Map<const RequestPages>(memory.requestFile, kRequestFileBytes, PROT_READ);
     memory.answers = Map<AnswerPages>(memory.answerFile, kAnswerFileBytes, PROT_READ | PROT_WRITE);
-    Seal(memory.requestFile, kSizeSeals);
-    // Before Linux 5.1 there is no such seal, and a client could spoil the answers to itself.
-    if (::fcntl(memory.answerFile.Get(), F_ADD_SEALS, F_SEAL_FUTURE_WRITE) != 0 &&
-        errno != EINVAL) {
-        throw PosixError("seals of a file of shared memory", errno);
-    }
-    Seal(memory.answerFile, kSizeSeals);
+    Seal(memory.requestFile);
+    Seal(memory.answerFile);
+    // A seal against later writing would keep the service from taking pages out, too.
+    memory.answersForClient = OpenForReading(memory.answerFile);
     return memory;
+}
+
+void FreePages(const UniqueFd& file, std::size_t from, std::size_t to) noexcept {
+    if (from < to) {
+        ::fallocate(file.Get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
+                    static_cast<off_t>(from), static_cast<off_t>(to - from));
+    }
 }
 
 ClientMemory MapClientMemory(const UniqueFd& requestFile, const UniqueFd& answerFile) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <string_view>
 #include <utility>
 
 #include "zam_platform/unique_fd.h"
@@ -37,22 +36,28 @@ private:
 struct RequestPages;
 struct AnswerPages;
 
-/// The service's end: what it writes and what it reads, and the files to send to the client.
+/// The service's end: what it writes and what it reads, and the files behind it.
 struct ServiceMemory {
     SharedMapping<const RequestPages> requests;
     SharedMapping<AnswerPages> answers;
-    UniqueFd requestFile;
-    UniqueFd answerFile;
+    UniqueFd requestFile;       ///< for both sides
+    UniqueFd answerFile;        ///< for the service, which takes pages out of it by this
+    UniqueFd answersForClient;  ///< the same, open for reading only
 };
 
-/// Makes both files, zero-filled and sealed: their sizes are for good, and where the kernel can, no
-/// one else may write the answers'. Throws `PlatformError`.
+/// Makes both files, zero-filled, with their sizes sealed for good. The answers' is the service's
+/// to write: who could open it anew is the service's own user or root. Throws `PlatformError`.
 ServiceMemory MakeServiceMemory();
 
-/// Whether a machine promises no more memory than it has, as its `vm.overcommit_memory` says. There
-/// a page that is missing may end whoever touches it by a signal, and a client can take pages out
-/// of its requests' file again, which no seal forbids to who may write.
-bool IsCommitStrict(std::string_view overcommitMemory) noexcept;
+/// Gives these pages of a file back to the system, whoever has it mapped: they read as zeros from
+/// then on.
+void FreePages(const UniqueFd& file, std::size_t from, std::size_t to) noexcept;
+
+/// Whether this machine promises no more memory than it has (`vm.overcommit_memory` is 2), or this
+/// process may not have it. There a page that is missing may end whoever touches it by a signal,
+/// and a client can take pages out of its requests' file again, which no seal forbids to who may
+/// write.
+bool IsCommitStrict() noexcept;
 
 /// The client's end.
 struct ClientMemory {

@@ -1,6 +1,5 @@
 #include "zam_platform/spin_setting.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -10,7 +9,6 @@
 
 #include "shared/shared_file.h"
 #include "zam_platform/report.h"
-#include "zam_platform/unique_fd.h"
 
 namespace zam_platform {
 namespace {
@@ -64,10 +62,8 @@ bool HasFastChannel() noexcept {
 std::chrono::nanoseconds SpinCap(std::optional<std::chrono::microseconds> wished) noexcept {
     const Setting setting = Read(wished);
     Warn(setting);
-    const UniqueFd file(::open("/proc/sys/vm/overcommit_memory", O_RDONLY | O_CLOEXEC));
-    char overcommit = 0;
-    const bool isKnown = ::read(file.Get(), &overcommit, 1) == 1;
-    return isKnown && IsCommitStrict({&overcommit, 1}) ? std::chrono::nanoseconds(0) : setting.cap;
+    const bool isOff = setting.cap.count() == 0 || IsCommitStrict();
+    return isOff ? std::chrono::nanoseconds(0) : setting.cap;
 }
 
 std::chrono::nanoseconds ClientSpinCap() noexcept {
