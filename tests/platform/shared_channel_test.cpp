@@ -6,8 +6,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <fstream>
-#include <string>
 #include <vector>
 
 #include "support/descriptors.h"
@@ -335,24 +333,15 @@ TEST_F(SharedChannelTest, EndsAWaitThatIsInterrupted) {
     EXPECT_THROW(channel->Receive(answer, {}), PlatformError);
 }
 
-std::size_t MappingsOfMemory() {
-    std::ifstream maps("/proc/self/maps");
-    std::size_t found = 0;
-    for (std::string line; std::getline(maps, line);) {
-        found += line.find("memfd:zam_") != std::string::npos ? 1U : 0U;
-    }
-    return found;
-}
-
 TEST_F(SharedChannelTest, LeavesNothingOfItsMemoryToAChild) {
-    const std::size_t before = MappingsOfMemory();
+    const std::size_t before = SharedMappings();
     SharedPeer& peer = Begin();
-    ASSERT_EQ(MappingsOfMemory(), before + 4) << "of both ends";
+    ASSERT_EQ(SharedMappings(), before + 4) << "of both ends";
     link_.PrepareAnswer(201);
     (*link_).LockForFork();
     const pid_t child = ::fork();
     if (child == 0) {
-        const bool hasNone = MappingsOfMemory() == 0;
+        const bool hasNone = SharedMappings() == 0;
         (*link_).RestartInChild();
         TestCall call;
         ::_exit(hasNone && call.On(*link_) == kStatusOk && call.Value() == 201 ? 0 : 1);

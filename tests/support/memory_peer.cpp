@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <fstream>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "support/require.h"
@@ -73,6 +75,15 @@ void SendWithFiles(const RawSocket& socket, const Bytes& bytes, const std::vecto
     zam_test::Require(
         ::sendmsg(socket.Get(), &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size()),
         "sendmsg");
+}
+
+std::size_t SharedMappings() {
+    std::ifstream maps("/proc/self/maps");
+    std::size_t found = 0;
+    for (std::string line; std::getline(maps, line);) {
+        found += line.find("memfd:zam_") != std::string::npos ? 1U : 0U;
+    }
+    return found;
 }
 
 Bytes LookFrame(std::uint64_t number) {

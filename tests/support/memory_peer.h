@@ -30,6 +30,9 @@ FrameWithFiles ReadFrameWithFiles(const RawSocket& socket);
 /// Sends bytes with any number of files.
 void SendWithFiles(const RawSocket& socket, const Bytes& bytes, const std::vector<int>& files);
 
+/// Mappings of memory for calls that this process has now, of either side.
+std::size_t SharedMappings();
+
 /// What services grant.
 inline constexpr MemoryGrant kSoundGrant{.requestSlotBytes = kRequestSlotBytes,
                                          .answerSlotBytes = kAnswerSlotBytes};

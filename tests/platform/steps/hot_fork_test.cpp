@@ -4,28 +4,15 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
-#include <set>
-#include <string>
 
 #include "steps/stepping_server.h"
-#include "support/descriptors.h"
+#include "support/memory_peer.h"
 #include "support/scoped_environment.h"
 #include "vd/service_locator.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_platform::testing {
 namespace {
-
-/// Mappings of memory that is shared with a service or a client.
-std::size_t SharedMappings() {
-    std::ifstream maps("/proc/self/maps");
-    std::size_t found = 0;
-    for (std::string line; std::getline(maps, line);) {
-        found += line.find("memfd:zam_") != std::string::npos ? 1U : 0U;
-    }
-    return found;
-}
 
 /// A process that forks while its calls go through memory.
 class HotFork : public ::testing::Test {
