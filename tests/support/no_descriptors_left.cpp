@@ -35,14 +35,14 @@ void MeetTheErrorTypes() {
 
 }  // namespace
 
-NoDescriptorsLeft::NoDescriptorsLeft() {
+NoDescriptorsLeft::NoDescriptorsLeft(rlim_t left) {
     MeetTheErrorTypes();
     ::getrlimit(RLIMIT_NOFILE, &before_);
     // All below the lowest free number are in use.
     const int lowestFree = ::dup(STDERR_FILENO);
     ::close(lowestFree);
     rlimit none = before_;
-    none.rlim_cur = static_cast<rlim_t>(lowestFree);
+    none.rlim_cur = static_cast<rlim_t>(lowestFree) + left;
     ::setrlimit(RLIMIT_NOFILE, &none);
 }
 
