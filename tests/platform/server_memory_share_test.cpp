@@ -24,25 +24,6 @@ namespace {
 
 constexpr std::size_t kPlaces = 8;
 
-/// Says of all who connect while it lives that they are of one user.
-class ConnectingAs {
-public:
-    explicit ConnectingAs(uid_t user) {
-        User(user);
-        before_ = SetPeerCredentialsFunction(
-            [](int, bool) { return PeerCredentials{.user = user_, .group = 1, .groups = {}}; });
-    }
-    ConnectingAs(const ConnectingAs&) = delete;
-    ConnectingAs& operator=(const ConnectingAs&) = delete;
-    ~ConnectingAs() { SetPeerCredentialsFunction(before_); }
-
-    void User(uid_t user) const { user_ = user; }
-
-private:
-    static inline std::atomic<uid_t> user_;
-    PeerCredentialsFunction before_ = nullptr;
-};
-
 /// Who has memory, for how long, and when the service looks there by itself.
 class ServerMemoryShare : public ::testing::Test {
 protected:

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -15,6 +18,7 @@
 #include "support/raw_socket.h"
 #include "support/temporary_folder.h"
 #include "support/test_call.h"
+#include "zam_platform/peer_credentials.h"
 #include "zam_platform/runtime_directory.h"
 #include "zam_platform/server/listening_socket.h"
 #include "zam_platform/server/server.h"
@@ -140,6 +144,25 @@ private:
     std::vector<LostCall> lost_;        // guarded by mutex_
     std::unique_ptr<Server> server_;
     std::unique_ptr<Background> thread_;
+};
+
+/// Says of all who connect while it lives that they are of one user.
+class ConnectingAs {
+public:
+    explicit ConnectingAs(uid_t user) {
+        User(user);
+        before_ = SetPeerCredentialsFunction(
+            [](int, bool) { return PeerCredentials{.user = user_, .group = 1, .groups = {}}; });
+    }
+    ConnectingAs(const ConnectingAs&) = delete;
+    ConnectingAs& operator=(const ConnectingAs&) = delete;
+    ~ConnectingAs() { SetPeerCredentialsFunction(before_); }
+
+    void User(uid_t user) const { user_ = user; }
+
+private:
+    static inline std::atomic<uid_t> user_;
+    PeerCredentialsFunction before_ = nullptr;
 };
 
 /// Calls a server with a link that does without the client's checks of the socket.
