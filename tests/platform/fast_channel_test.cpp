@@ -13,6 +13,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "client/shared_channel.h"
@@ -169,6 +170,48 @@ TEST_F(FastChannel, AnswersEveryCallRightWhicheverWayItGoes) {
         AwaitCallThroughMemory(*link);
     }
     EXPECT_EQ(link->Use().calls, server_.Endpoint().Calls().size());
+    EXPECT_TRUE(server_.BrokenSessions().empty());
+    EXPECT_TRUE(logger_.Records().empty());
+}
+
+/// Each connection asks for memory in front of its first call, which waits for another thread.
+TEST_F(FastChannel, AnswersFirstCallsRightThatWaitBehindAskingForMemory) {
+    constexpr std::uint64_t kThreads = 12;  // more than get memory
+    constexpr std::uint64_t kCalls = 40;
+    std::vector<std::pair<std::uint64_t, Responder>> waiting;  // guarded by mutex_
+    server_.Endpoint().Custom([&](const Request& request, Responder responder) {
+        const std::lock_guard lock(mutex_);
+        waiting.emplace_back(request.As<TestMessage>().value, std::move(responder));
+    });
+    const auto link = NewLink();
+    {
+        std::vector<std::unique_ptr<Background>> threads;
+        for (std::uint64_t thread = 0; thread < kThreads; ++thread) {
+            threads.push_back(std::make_unique<Background>([&, thread] {
+                PinTo(1);
+                for (std::uint64_t index = 0; index < kCalls; ++index) {
+                    const std::uint64_t value = thread * kCalls + index + 1;
+                    TestCall call(index == 0 ? kCustom : kEcho, value);
+                    ASSERT_EQ(call.On(*link), kStatusOk);
+                    ASSERT_EQ(call.Value(), value);
+                }
+            }));
+        }
+        Await("the calls", [&] {
+            const std::lock_guard lock(mutex_);
+            return waiting.size() == kThreads;
+        });
+        // Who came last is answered first.
+        const std::lock_guard lock(mutex_);
+        for (; !waiting.empty(); waiting.pop_back()) {
+            TestMessage message{};
+            message.value = waiting.back().first;
+            waiting.back().second.Answer(message);
+        }
+    }
+    EXPECT_EQ(server_.Endpoint().Calls().size(), kThreads * kCalls);
+    EXPECT_EQ(server_.Connections(), kThreads);
+    EXPECT_EQ(link->Use().calls, kThreads * kCalls);
     EXPECT_TRUE(server_.BrokenSessions().empty());
     EXPECT_TRUE(logger_.Records().empty());
 }
