@@ -23,6 +23,8 @@ inline constexpr char kQuickLink[] =
 /// Data both ways, through the library, with the service in another process.
 class ServiceDataTest : public ServiceTest {
 protected:
+    using ServiceTest::ServiceTest;
+
     IZamDataProvider& Provider() { return connection_->DataProvider(); }
     IProductDataHolder& Holder() { return connection_->ProductDataHolder(); }
 

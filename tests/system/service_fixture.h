@@ -22,7 +22,7 @@ using zam_test::kBound;
 /// root logger. The service is started by the test.
 class ServiceTest : public ::testing::Test {
 protected:
-    ServiceTest() : service_(ZAM_CONNECTORD) {
+    explicit ServiceTest(const std::string& program = ZAM_CONNECTORD) : service_(program) {
         ::setenv("ZAM_RUNTIME_DIR", service_.RuntimeDirectory().c_str(), 1);
     }
 
