@@ -105,7 +105,7 @@ protected:
 
     static void ExpectDoesNotAskAgain(SharedLink& link) {
         const RawSocket& socket = link.At(0).socket;
-        socket.Read(kPreludeBytes + kTokenBytes + 33 + 40 + 64);
+        socket.Read(kPreludeBytes + kTokenBytes + 33 + 32 + 64);
         socket.Send(AnswerFrame(2, 12));
         TestCall call;
         EXPECT_EQ(call.On(*link), kStatusOk);

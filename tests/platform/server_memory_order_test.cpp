@@ -39,11 +39,11 @@ protected:
 
 TEST_F(ServerMemoryOrder, IsThatOfTheFramesThatAClientSendsAhead) {
     const RawSocket client = server_.Greet();
-    client.Send(CallFrame(1, kEcho, 11) + LookupFrame("?", 2) + MemoryRequestFrame(2) +
-                CallFrame(3, kEcho, 13) + CallFrame(4, kEcho, 14, Pattern(20000)) +
-                CallFrame(5, kHold, 15));
+    client.Send(CallFrame(1, kEcho, 11) + LookupFrame("?", 2));
     ExpectEcho(client, 1, 11);
     EXPECT_EQ(client.ReadFrame().prelude.kind, FrameKind::LookupAnswer);
+    client.Send(MemoryRequestFrame(2) + CallFrame(3, kEcho, 13) +
+                CallFrame(4, kEcho, 14, Pattern(20000)) + CallFrame(5, kHold, 15));
     ExpectMemory(client, 2);
     ExpectEcho(client, 3, 13);
     ExpectEcho(client, 4, 14);
@@ -71,7 +71,7 @@ TEST_F(ServerMemoryOrder, LeavesTheSocketToWhoAsksBehindAnAnswerThatIsNotTaken) 
             EXPECT_EQ(large.prelude.callNumber, number);
             EXPECT_TRUE(large.arena == Pattern(kLarge));
             EXPECT_EQ(ToHex(client.Read(kPreludeBytes)),
-                      ToHex(StatusFrame(FrameKind::MemoryAnswer, number, kStatusResources)));
+                      ToHex(StatusFrame(FrameKind::MemoryAnswer, number, kStatusQuota)));
             ExpectEcho(client, number + 10, 20 + number);
         }
         EXPECT_EQ(SharedMappings(), mappings);

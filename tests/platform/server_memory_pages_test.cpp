@@ -135,6 +135,8 @@ TEST_F(ServerMemoryPages, AreNotGivenToWhoLeavesAnswersUnread) {
     TestServer server(Patient());
     const RawSocket client = server.Greet();
     client.Send(LookupFrame("x", 0) + MemoryRequestFrame());
+    Await("the answers", [&client] { return client.HasInput(); });
+    server.OnLoop([] { return 0; });
     EXPECT_EQ(client.ReadFrame().prelude.kind, FrameKind::LookupAnswer);
     const FrameWithFiles refusal = ReadFrameWithFiles(client);
     EXPECT_EQ(refusal.frame.prelude.status, kStatusQuota);

@@ -163,6 +163,7 @@ protected:
         ServiceMemory memory;
         memory.requestFile = newFile(kRequestFileBytes);
         memory.answerFile = newFile(kAnswerFileBytes);
+        memory.answersForClient = UniqueFd(::dup(memory.answerFile.Get()));
         memory.requests = SharedMapping<const RequestPages>(
             static_cast<const RequestPages*>(map(memory.requestFile, kRequestFileBytes)),
             kRequestFileBytes);

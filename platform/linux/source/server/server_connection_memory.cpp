@@ -200,8 +200,8 @@ void ServerConnection::SendSlot(const Prelude& prelude, const MemoryGrant& grant
     rights->cmsg_len = CMSG_LEN(sizeof(files));
     std::memcpy(CMSG_DATA(rights), files.data(), sizeof(files));
 
-    const ssize_t sent =
-        queue_.empty() ? ::sendmsg(Descriptor(), &message, MSG_NOSIGNAL | MSG_DONTWAIT) : -1;
+    // Nothing stands before it: the client has read all that it was sent.
+    const ssize_t sent = ::sendmsg(Descriptor(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent < 0) {
         // The files could not go: the socket carries on alone.
         server_.poller_->Remove(*this);
