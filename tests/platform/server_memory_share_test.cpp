@@ -216,10 +216,11 @@ TEST_F(ServerMemoryShare, IsNotTakenFromAUserWhoHasNoMoreThanWhoWantsIt) {
     if (std::chrono::steady_clock::now() < lastCall + std::chrono::seconds(1)) {
         EXPECT_EQ(poor.Answers().polling.load(), kAsleep);
     }
+    std::deque<RawSocket> others;
     Await("a place that rests for long", [&] {
-        const RawSocket next = server.Greet(0x71);
-        next.Send(MemoryRequestFrame());
-        ReadFrameWithFiles(next);
+        others.push_back(server.Greet(0x71));
+        others.back().Send(MemoryRequestFrame());
+        ReadFrameWithFiles(others.back());
         return poor.Answers().polling.load() == kGivenUp;
     });
 }

@@ -157,9 +157,10 @@ void ServerConnection::HandleMemoryRequest(const Prelude& prelude) {
 
 bool ServerConnection::MakeSlot(const CallHints& hints) noexcept {
     SlotPoller& poller = *server_.poller_;
-    // Files on their way count against all that this process sends, to others as well.
+    // Files on their way count against all that this process sends, to others as well; and they
+    // come with a frame's first byte, which is not to come before what waits in the queue.
     int unread = 0;
-    if (!poller.IsOn() || !SlotPoller::IsElsewhere(hints) ||
+    if (!poller.IsOn() || !SlotPoller::IsElsewhere(hints) || !queue_.empty() ||
         ::ioctl(Descriptor(), SIOCOUTQ, &unread) != 0 || unread != 0 ||
         !poller.MayAdmit(client_.user)) {
         return false;
@@ -200,7 +201,6 @@ void ServerConnection::SendSlot(const Prelude& prelude, const MemoryGrant& grant
     rights->cmsg_len = CMSG_LEN(sizeof(files));
     std::memcpy(CMSG_DATA(rights), files.data(), sizeof(files));
 
-    // Nothing stands before it: the client has read all that it was sent.
     const ssize_t sent = ::sendmsg(Descriptor(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent < 0) {
         // The files could not go: the socket carries on alone.
