@@ -93,9 +93,9 @@ TEST_F(MissingRequestPages, AreReadAsZerosAndEndTheirConnection) {
             });
             const bool isServed = step > Step::ServiceReads;
             if (isServed) {
-                // Nobody waits, as far as can be read there.
+                // Nobody waits, as far as can be read there. The answer itself goes with the rule
+                // that the next look finds broken.
                 EXPECT_EQ(ToHex(peer.Socket().Read(kPreludeBytes)), ToHex(LookFrame(kNumber)));
-                EXPECT_EQ(MessageIn(peer.AwaitAnswer(kNumber).fixed).value, kNumber);
             }
             ExpectRefused(peer.Socket(), text);
             EXPECT_EQ(server_->Endpoint().Calls().size(), before + (isServed ? 3U : 2U));
