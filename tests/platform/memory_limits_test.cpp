@@ -19,7 +19,11 @@
 #include "zam_connector_testing/recording_logger.h"
 
 // A sanitizer maps memory of its own, and ends the process when it gets none.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if defined(__has_feature)
+#if !__has_feature(address_sanitizer) && !__has_feature(thread_sanitizer)
+#define ZAM_BOUNDED_ADDRESS_SPACE
+#endif
+#elif !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 #define ZAM_BOUNDED_ADDRESS_SPACE
 #endif
 
