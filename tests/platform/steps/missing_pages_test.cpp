@@ -93,9 +93,9 @@ TEST_F(MissingRequestPages, AreReadAsZerosAndEndTheirConnection) {
             });
             const bool isServed = step > Step::ServiceReads;
             if (isServed) {
-                // Nobody waits, as far as can be read there. The answer itself goes with the rule
-                // that the next look finds broken.
+                // Nobody waits, as far as can be read there.
                 EXPECT_EQ(ToHex(peer.Socket().Read(kPreludeBytes)), ToHex(LookFrame(kNumber)));
+                EXPECT_EQ(MessageIn(peer.AwaitAnswer(kNumber).fixed).value, kNumber);
             }
             ExpectRefused(peer.Socket(), text);
             EXPECT_EQ(server_->Endpoint().Calls().size(), before + (isServed ? 3U : 2U));
@@ -163,6 +163,7 @@ protected:
         ServiceMemory memory;
         memory.requestFile = newFile(kRequestFileBytes);
         memory.answerFile = newFile(kAnswerFileBytes);
+        memory.requestsForClient = UniqueFd(::dup(memory.requestFile.Get()));
         memory.answersForClient = UniqueFd(::dup(memory.answerFile.Get()));
         memory.requests = SharedMapping<const RequestPages>(
             static_cast<const RequestPages*>(map(memory.requestFile, kRequestFileBytes)),

@@ -62,7 +62,6 @@ public:
     void OnServedFromMemory(Turn turn, std::size_t bytes) noexcept;
 
     /// Whether more than one user has connections here.
-    bool HasSeveralUsers() const noexcept { return users_.size() > 1; }
 
     void OnAnswer(std::size_t bytes) noexcept { work_ += WorkOf(bytes); }
 

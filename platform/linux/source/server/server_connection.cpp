@@ -208,7 +208,6 @@ void ServerConnection::HandleFrame(const Prelude& prelude, const unsigned char* 
     }
     // Clients read an answer before they send another frame.
     EndWatch(true);
-    FreeLastAnswer();
     switch (prelude.kind) {
         case FrameKind::MemoryRequest:
             return HandleMemoryRequest(prelude);

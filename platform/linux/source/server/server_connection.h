@@ -154,9 +154,8 @@ private:
     void SendSlot(const Prelude& prelude, const MemoryGrant& grant);
     bool HasUnservedRequest() const noexcept;
 
-    /// At the end of the connection.
-    void LetGoOfMemory() noexcept;
-    void FreeLastAnswer() noexcept;
+    /// Lets go of the memory, which the client may keep.
+    void LendSlot() noexcept;
 
     /// Whether the client had the last answer before the look that tells it: what it has left
     /// unread is no more than that look.
@@ -193,14 +192,12 @@ private:
     bool greeted_ = false;
     bool callPending_ = false;
     bool frameTimed_ = false;
-    bool hasBrokenRule_ = false;  ///< the client, which is not served to its last answer then
 
     std::optional<QuietUsers::Turn> turn_;  ///< once greeted
 
     DeliveryWatch watch_;  ///< of the last answer
 
     std::unique_ptr<ServerSlot> slot_;
-    UniqueFd lastAnswer_;             ///< in memory that was given up, until its client has read it
     std::uint64_t lastNumber_ = 0;    ///< of the last lookup or call, whichever way it came
     std::uint64_t memoryNumber_ = 0;  ///< of the last that came through memory
     std::uint64_t takenNumber_ = 0;   ///< of the one whose answer was taken as memory was given up

@@ -47,7 +47,6 @@ void ServerConnection::Refuse(TransportStatus status, std::string_view why, cons
     if (!open_) {
         return;
     }
-    hasBrokenRule_ = true;
     ReportText(zor::logger::kLevelError, kSourceFile, "Refuse", [&] {
         return fmt::format("client of user {}: {}: connection closed", client_.user, why);
     });
@@ -184,9 +183,10 @@ void ServerConnection::Close() noexcept {
         return;
     }
     frameTimer_.cancel();
-    LetGoOfMemory();
     std::error_code ignored;
     socket_.close(ignored);
+    server_.poller_->Remove(*this);
+    LendSlot();
     ReleaseLarge();
     UserUsage& usage = Usage();
     usage.queuedBytes -= queue_.size() - queueSent_ + queueBehind_.size();

@@ -1,6 +1,5 @@
 #include <fmt/format.h>
 #include <linux/sockios.h>
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -187,7 +186,8 @@ void ServerConnection::SendSlot(const Prelude& prelude, const MemoryGrant& grant
     EncodePrelude(head, frame.data());
     std::memcpy(frame.data() + kPreludeBytes, &grant, sizeof(grant));
 
-    const std::array<int, 2> files = {slot_->RequestFile(), slot_->AnswersForClient().Get()};
+    const std::array<int, 2> files = {slot_->RequestsForClient().Get(),
+                                      slot_->AnswersForClient().Get()};
     alignas(cmsghdr) std::array<unsigned char, CMSG_SPACE(sizeof(files))> control{};
     iovec part{.iov_base = frame.data(), .iov_len = frame.size()};
     msghdr message{};
@@ -215,6 +215,7 @@ void ServerConnection::SendSlot(const Prelude& prelude, const MemoryGrant& grant
         Break(LastCall());  // a client that leaves so much unread does not read this either
         return;
     }
+    slot_->RequestsForClient().Reset();
     slot_->AnswersForClient().Reset();
 }
 
@@ -226,30 +227,13 @@ void ServerConnection::GiveUpMemory() {
         ServeFromMemory();
     }
     takenNumber_ = HasTakenAnswer() ? lastNumber_ : 0;
-    if (slot_ != nullptr) {  // which goes with the connection
-        lastAnswer_ = slot_->FreeButLastAnswer();
-        slot_.reset();
-    }
+    LendSlot();
 }
 
-void ServerConnection::LetGoOfMemory() noexcept {
-    server_.poller_->Remove(*this);
+void ServerConnection::LendSlot() noexcept {
     if (slot_ != nullptr) {
-        pollfd ended{.fd = socket_.native_handle(), .events = 0, .revents = 0};
-        if (hasBrokenRule_ || (::poll(&ended, 1, 0) == 1 && (ended.revents & POLLHUP) != 0)) {
-            slot_->FreeSlots();
-        } else {
-            slot_->FreeButLastAnswer();
-        }
+        server_.poller_->Lend(client_.user, *slot_);
         slot_.reset();
-    }
-    FreeLastAnswer();
-}
-
-void ServerConnection::FreeLastAnswer() noexcept {
-    if (lastAnswer_) {
-        ServerSlot::FreeAnswer(lastAnswer_);
-        lastAnswer_.Reset();
     }
 }
 

@@ -15,9 +15,13 @@ public:
     /// Throws `PlatformError`.
     ServerSlot() : memory_(MakeServiceMemory()) {}
 
-    /// The files for the client; the answers' is closed when they have been sent.
-    int RequestFile() const noexcept { return memory_.requestFile.Get(); }
+    /// Files for the client, to be closed when they have been sent.
+    UniqueFd& RequestsForClient() noexcept { return memory_.requestsForClient; }
     UniqueFd& AnswersForClient() noexcept { return memory_.answersForClient; }
+
+    /// The service's own, for who watches over them when the slot is gone.
+    UniqueFd& RequestFile() noexcept { return memory_.requestFile; }
+    UniqueFd& AnswerFile() noexcept { return memory_.answerFile; }
 
     /// The number of the newest request; the client may write anything there.
     std::uint64_t RequestNumber() const noexcept { return memory_.requests->request.load(); }
@@ -51,24 +55,9 @@ public:
         return answered_ == number && memory_.requests->waiting.load() >= number;
     }
 
-    /// Gives the system back what clients may keep mapped, or in files, when they have no more use
-    /// for it: all but the words, by which one knows what became of its last call. One that still
-    /// reads the answer finds its number gone.
-    void FreeSlots() noexcept;
-
-    /// Gives back all but what a client may still read: the words, and the last answer. Where that
-    /// needs more pages than the words do, gives the file, for `FreeAnswer`.
-    UniqueFd FreeButLastAnswer() noexcept;
-
-    /// Gives back what an answer took that its client has read.
-    static void FreeAnswer(const UniqueFd& answerFile) noexcept {
-        FreePages(answerFile, kSharedPage, kAnswerFileBytes);
-    }
-
 private:
     ServiceMemory memory_;
     std::uint64_t answered_ = 0;
-    std::size_t answerEnd_ = 0;  ///< where the last answer ends in its file
     Polling state_ = kAsleep;
 };
 

@@ -1,6 +1,7 @@
 #include "server/slot_poller.h"
 
 #include <sched.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <limits>
@@ -28,10 +29,14 @@ constexpr std::chrono::milliseconds kHotFor{100};
 constexpr std::chrono::seconds kIdleFor{1};
 
 /// How often a user's connections get memory: a burst, and then one in this time. Making it and
-/// letting go of it takes some 20 us, and a client that keeps what it was given keeps a page or
-/// two.
+/// letting go of it takes some 20 us.
 constexpr int kMostGrants = 32;
 constexpr std::chrono::milliseconds kGrantTime{20};
+
+rlim_t MostDescriptors() noexcept {
+    rlimit limit{};
+    return ::getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : 0;
+}
 
 std::uint16_t OwnCpu() noexcept {
     const int cpu = ::sched_getcpu();
@@ -49,7 +54,8 @@ SlotPoller::SlotPoller(asio::io_context& loop, Nanoseconds cap, std::chrono::mil
       leave_(cap, isOn_ ? SocketRoundTrip() : Nanoseconds(0), Clock::now()),
       unused_(loop, [this] { GiveUpUnused(); }),
       grants_(kMostGrants, kGrantTime),
-      vainPolls_(UserPolling::kMostPieces, UserPolling::kPieceTime) {}
+      vainPolls_(UserPolling::kMostPieces, UserPolling::kPieceTime),
+      lent_(MostDescriptors()) {}
 
 bool SlotPoller::IsElsewhere(const CallHints& hints) noexcept {
     return hints.cpu != 0 && hints.cpu != OwnCpu();
@@ -68,6 +74,12 @@ std::ptrdiff_t SlotPoller::PlacesOf(uid_t user) const noexcept {
     });
 }
 
+std::size_t SlotPoller::PlacesInUse() const noexcept {
+    return static_cast<std::size_t>(
+        std::count_if(places_.begin(), places_.end(),
+                      [](const Place& place) { return place.connection != nullptr; }));
+}
+
 SlotPoller::Place* SlotPoller::YieldingTo(uid_t user) noexcept {
     const auto now = Clock::now();
     const std::ptrdiff_t own = PlacesOf(user);
@@ -78,9 +90,8 @@ SlotPoller::Place* SlotPoller::YieldingTo(uid_t user) noexcept {
         }
         // Nobody gets a place from who would be the poorer for it, unless that rests for long.
         const auto idle = now - place.lastUse;
-        const std::ptrdiff_t more = PlacesOf(place.user) - own;
         const bool yields = idle >= kIdleFor || (idle >= kHotFor && place.user == user) ||
-                            (idle >= kHotFor && more > 0) || more > 1;
+                            PlacesOf(place.user) > own + 1;
         if (yields && (found == nullptr || place.lastUse < found->lastUse)) {
             found = &place;
         }
@@ -89,7 +100,12 @@ SlotPoller::Place* SlotPoller::YieldingTo(uid_t user) noexcept {
 }
 
 bool SlotPoller::MayAdmit(uid_t user) noexcept {
-    return YieldingTo(user) != nullptr && grants_.Take(user, Clock::now());
+    return YieldingTo(user) != nullptr && grants_.Take(user, Clock::now()) &&
+           lent_.HasRoom(user, static_cast<std::size_t>(PlacesOf(user)), PlacesInUse());
+}
+
+void SlotPoller::Lend(uid_t user, ServerSlot& slot) noexcept {
+    lent_.Add(user, std::move(slot.RequestFile()), std::move(slot.AnswerFile()));
 }
 
 bool SlotPoller::Admit(ServerConnection& connection, uid_t user) {
@@ -110,6 +126,7 @@ bool SlotPoller::Admit(ServerConnection& connection, uid_t user) {
               .lastClose = now,
               .since = {},
               .until = {},
+              .chargedFrom = {},
               .chargedTo = {},
               .policy = {},
               .isPolled = false};
@@ -186,15 +203,18 @@ void SlotPoller::EndInVain(Place& place, Clock::time_point now) noexcept {
     }
     // One look is for all of a user's connections that are polled at the time, and a handler that
     // ran beyond the poll's end was no look.
-    auto begin = place.since;
+    place.chargedFrom = place.since;
+    place.chargedTo = std::min(now, place.until);
+    Clock::duration paid{0};
     for (const Place& other : places_) {
-        if (other.connection != nullptr && other.user == place.user) {
-            begin = std::max(begin, other.chargedTo);
+        if (other.connection != nullptr && other.user == place.user && &other != &place) {
+            paid = std::max(paid, std::min(place.chargedTo, other.chargedTo) -
+                                      std::max(place.chargedFrom, other.chargedFrom));
         }
     }
-    place.chargedTo = std::min(now, place.until);
-    if (begin < place.chargedTo) {
-        const auto polled = std::chrono::ceil<std::chrono::microseconds>(place.chargedTo - begin);
+    const auto owed = place.chargedTo - place.chargedFrom - paid;
+    if (owed.count() > 0) {
+        const auto polled = std::chrono::ceil<std::chrono::microseconds>(owed);
         vainPolls_.Charge(place.user, now, static_cast<int>(polled / UserPolling::kPiece));
     }
 }

@@ -8,8 +8,10 @@
 #include <array>
 #include <chrono>
 #include <cstddef>
-#include <system_error>
+#include <exception>
+#include <optional>
 #include <thread>
+#include <vector>
 
 #include "zam_platform/unique_fd.h"
 
@@ -18,73 +20,85 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kMostTrips = 15;
+constexpr std::size_t kTrips = 15;
 
 /// Of a machine that is busy it is learned no more in longer time.
 constexpr std::chrono::milliseconds kLongestTrial{20};
 
-/// Moves the calling thread to a CPU that is not `cpu`, whatever this process is bound to.
-bool LeaveCpu(int cpu) noexcept {
+/// Tries to leave a CPU to another thread. A sandbox may forbid it; the scheduler mostly does it.
+void LeaveCpu(int cpu) noexcept {
     const long count = ::sysconf(_SC_NPROCESSORS_CONF);
     for (int other = 0; other < count && other < CPU_SETSIZE; ++other) {
         cpu_set_t set;
         CPU_ZERO(&set);
         CPU_SET(static_cast<std::size_t>(other), &set);
         if (other != cpu && ::sched_setaffinity(0, sizeof(set), &set) == 0) {
-            return true;
+            return;
         }
     }
-    return false;
 }
 
-/// Sends back what comes until the other end is shut down; at once where it cannot be elsewhere.
+/// Answers every byte with the CPU that it came to, until the other end is shut down.
 void Echo(int socket, int otherCpu) noexcept {
-    if (!LeaveCpu(otherCpu)) {
-        ::shutdown(socket, SHUT_RDWR);
-    }
+    LeaveCpu(otherCpu);
     char byte = 0;
-    while (::recv(socket, &byte, 1, 0) == 1 && ::send(socket, &byte, 1, MSG_NOSIGNAL) == 1) {
+    while (::recv(socket, &byte, 1, 0) == 1) {
+        const int cpu = ::sched_getcpu();
+        if (::send(socket, &cpu, sizeof(cpu), MSG_NOSIGNAL) != sizeof(cpu)) {
+            break;
+        }
     }
+    ::shutdown(socket, SHUT_RDWR);
 }
 
-bool MakeTrip(int socket) noexcept {
-    char byte = 0;
-    return ::send(socket, &byte, 1, MSG_NOSIGNAL) == 1 && ::recv(socket, &byte, 1, 0) == 1;
+/// The CPU of the other side; empty when it is gone.
+std::optional<int> MakeTrip(int socket) noexcept {
+    const char byte = 0;
+    int cpu = -1;
+    const bool isMade = ::send(socket, &byte, 1, MSG_NOSIGNAL) == 1 &&
+                        ::recv(socket, &cpu, sizeof(cpu), MSG_WAITALL) == sizeof(cpu);
+    return isMade ? std::optional(cpu) : std::nullopt;
 }
 
-Nanoseconds Measure() noexcept {
+/// Those of some trips that went to another CPU.
+std::vector<Nanoseconds> MakeTrips() {
     std::array<int, 2> ends{};
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
-        return kGreatestCap;
+        return {};
     }
     const UniqueFd near(ends[0]);
     const UniqueFd far(ends[1]);
-    std::array<Nanoseconds, kMostTrips> trips{};
-    std::size_t made = 0;
-    try {
-        std::thread echo(&Echo, far.Get(), ::sched_getcpu());
-        const auto begin = Clock::now();
-        auto last = begin;
-        // The first waits for the thread.
-        if (MakeTrip(near.Get())) {
-            last = Clock::now();
-            while (made < kMostTrips && last - begin < kLongestTrial && MakeTrip(near.Get())) {
-                const auto now = Clock::now();
-                trips[made++] = now - last;
-                last = now;
-            }
+    std::vector<Nanoseconds> trips;
+    trips.reserve(kTrips);
+    std::thread echo(&Echo, far.Get(), ::sched_getcpu());
+    MakeTrip(near.Get());  // waits for the thread
+    const auto begin = Clock::now();
+    auto last = begin;
+    for (std::size_t made = 0; made < kTrips && last - begin < kLongestTrial; ++made) {
+        const auto cpu = MakeTrip(near.Get());
+        const auto now = Clock::now();
+        if (cpu && *cpu != ::sched_getcpu()) {
+            trips.push_back(now - last);
         }
-        ::shutdown(near.Get(), SHUT_RDWR);
-        echo.join();
-    } catch (const std::system_error&) {
-        return kGreatestCap;
+        last = now;
     }
-    if (made == 0) {
-        return kGreatestCap;
+    ::shutdown(near.Get(), SHUT_RDWR);
+    echo.join();
+    return trips;
+}
+
+Nanoseconds Measure() noexcept {
+    try {
+        std::vector<Nanoseconds> trips = MakeTrips();
+        if (!trips.empty()) {
+            const auto median = trips.begin() + static_cast<std::ptrdiff_t>(trips.size() / 2);
+            std::nth_element(trips.begin(), median, trips.end());
+            return *median;
+        }
+    } catch (const std::exception&) {
+        // No thread, or no memory.
     }
-    auto* const median = trips.data() + made / 2;
-    std::nth_element(trips.data(), median, trips.data() + made);
-    return *median;
+    return kGreatestCap;
 }
 
 }  // namespace

@@ -14,6 +14,9 @@
 #include "zam_platform/posix_error.h"
 
 // Newer than the oldest headers that this is built with.
+#ifndef F_SEAL_FUTURE_WRITE
+#define F_SEAL_FUTURE_WRITE 0x0010
+#endif
 #ifndef MFD_NOEXEC_SEAL
 #define MFD_NOEXEC_SEAL 0x0008U
 #endif
@@ -36,26 +39,24 @@ UniqueFd NewFile(const char* name, std::size_t bytes) {
     if (::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur < bytes) {
         throw PosixError("memory to share", EFBIG);
     }
-    // Pages that are not there yet are charged to whoever touches them first, who is ended by a
-    // signal when a machine that never promises more memory than it has has no more.
-    while (::fallocate(file.Get(), 0, 0, static_cast<off_t>(bytes)) != 0) {
-        if (errno != EINTR) {
-            throw PosixError("memory to share", errno);
-        }
+    // Its pages come, and count, as each side first writes them.
+    if (::ftruncate(file.Get(), static_cast<off_t>(bytes)) != 0) {
+        throw PosixError("memory to share", errno);
     }
     return file;
 }
 
-void Seal(const UniqueFd& file) {
-    if (::fcntl(file.Get(), F_ADD_SEALS, kSizeSeals) != 0) {
+void Seal(const UniqueFd& file, int seals) {
+    if (::fcntl(file.Get(), F_ADD_SEALS, seals) != 0) {
         throw PosixError("seals of a file of shared memory", errno);
     }
 }
 
-UniqueFd OpenForReading(const UniqueFd& file) {
+/// Opens a file once more.
+UniqueFd Open(const UniqueFd& file, int access) {
     const std::string path = fmt::format("/proc/self/fd/{}", file.Get());
-    UniqueFd opened(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!opened || ::fchmod(file.Get(), 0) != 0) {
+    UniqueFd opened(::open(path.c_str(), access | O_CLOEXEC));
+    if (!opened) {
         throw PosixError("file of shared memory", errno);
     }
     return opened;
@@ -130,23 +131,31 @@ bool IsCommitStrict() noexcept {
 }
 
 ServiceMemory MakeServiceMemory() {
+    const UniqueFd requests = NewFile("zam_requests", kRequestFileBytes);
+    const UniqueFd answers = NewFile("zam_answers", kAnswerFileBytes);
     ServiceMemory memory;
-    memory.requestFile = NewFile("zam_requests", kRequestFileBytes);
-    memory.answerFile = NewFile("zam_answers", kAnswerFileBytes);
+    memory.requestFile = Open(requests, O_RDONLY);
+    memory.requestsForClient = Open(requests, O_RDWR);
+    memory.answerFile = Open(answers, O_RDWR);
+    memory.answersForClient = Open(answers, O_RDONLY);
     memory.requests = Map<const RequestPages>(memory.requestFile, kRequestFileBytes, PROT_READ);
     memory.answers = Map<AnswerPages>(memory.answerFile, kAnswerFileBytes, PROT_READ | PROT_WRITE);
-    Seal(memory.requestFile);
-    Seal(memory.answerFile);
-    // A seal against later writing would keep the service from taking pages out, too.
-    memory.answersForClient = OpenForReading(memory.answerFile);
+    Seal(requests, kSizeSeals);
+    // Before Linux 5.1 there is no such seal, and a client could spoil the answers to itself.
+    if (::fcntl(answers.Get(), F_ADD_SEALS, F_SEAL_FUTURE_WRITE) != 0 && errno != EINVAL) {
+        throw PosixError("seals of a file of shared memory", errno);
+    }
+    Seal(answers, kSizeSeals);
     return memory;
 }
 
-void FreePages(const UniqueFd& file, std::size_t from, std::size_t to) noexcept {
-    if (from < to) {
-        ::fallocate(file.Get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
-                    static_cast<off_t>(from), static_cast<off_t>(to - from));
+bool IsHeldByOthers(const UniqueFd& file) noexcept {
+    // Only who alone has opened a file may lease it for writing. Nothing waits for anybody here.
+    if (::fcntl(file.Get(), F_SETLEASE, F_WRLCK) != 0) {
+        return true;
     }
+    ::fcntl(file.Get(), F_SETLEASE, F_UNLCK);
+    return false;
 }
 
 ClientMemory MapClientMemory(const UniqueFd& requestFile, const UniqueFd& answerFile) {

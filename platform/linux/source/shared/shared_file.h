@@ -36,22 +36,24 @@ private:
 struct RequestPages;
 struct AnswerPages;
 
-/// The service's end: what it writes and what it reads, and the files behind it.
+/// The service's end: what it writes and what it reads, and the files behind it. Each side has
+/// opened them for itself, so that the service can tell when nobody else has them any more.
 struct ServiceMemory {
     SharedMapping<const RequestPages> requests;
     SharedMapping<AnswerPages> answers;
-    UniqueFd requestFile;       ///< for both sides
-    UniqueFd answerFile;        ///< for the service, which takes pages out of it by this
-    UniqueFd answersForClient;  ///< the same, open for reading only
+    UniqueFd requestFile;
+    UniqueFd answerFile;
+    UniqueFd requestsForClient;
+    UniqueFd answersForClient;  ///< for reading only
 };
 
-/// Makes both files, zero-filled, with their sizes sealed for good. The answers' is the service's
-/// to write: who could open it anew is the service's own user or root. Throws `PlatformError`.
+/// Makes both files, zero-filled and sealed: their sizes are for good, and where the kernel can, no
+/// one else may write the answers'. Throws `PlatformError`.
 ServiceMemory MakeServiceMemory();
 
-/// Gives these pages of a file back to the system, whoever has it mapped: they read as zeros from
-/// then on.
-void FreePages(const UniqueFd& file, std::size_t from, std::size_t to) noexcept;
+/// Whether somebody else has one of the service's files open, mapped, or on its way, as far as the
+/// kernel tells.
+bool IsHeldByOthers(const UniqueFd& file) noexcept;
 
 /// Whether this machine promises no more memory than it has (`vm.overcommit_memory` is 2), or this
 /// process may not have it. There a page that is missing may end whoever touches it by a signal,

@@ -57,11 +57,10 @@ static_assert(offsetof(AnswerPages, taken) == 64 && offsetof(AnswerPages, answer
 
 /// Sizes of the two files: whole pages.
 inline constexpr std::size_t kSharedPage = 4096;
-constexpr std::size_t RoundToPages(std::size_t bytes) noexcept {
-    return (bytes + kSharedPage - 1) / kSharedPage * kSharedPage;
-}
-inline constexpr std::size_t kRequestFileBytes = RoundToPages(sizeof(RequestPages));
-inline constexpr std::size_t kAnswerFileBytes = RoundToPages(sizeof(AnswerPages));
+inline constexpr std::size_t kRequestFileBytes =
+    (sizeof(RequestPages) + kSharedPage - 1) / kSharedPage * kSharedPage;
+inline constexpr std::size_t kAnswerFileBytes =
+    (sizeof(AnswerPages) + kSharedPage - 1) / kSharedPage * kSharedPage;
 static_assert(kRequestFileBytes == 20480 && kAnswerFileBytes == 135168);
 
 /// What `bytes` take in a slot.
