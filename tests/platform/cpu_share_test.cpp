@@ -104,5 +104,33 @@ TEST(Preemption, IsToldOnceOfAThreadWhoseCpuSomebodyElseWasGiven) {
     EXPECT_FALSE(isToldAgain);
 }
 
+/// The scheduler counts such times, and does not say when they were.
+TEST(Preemption, IsNotKnownOfLongAgo) {
+    bool isTold = false;
+    std::thread([&] {
+        StayOnOneCpu();
+        std::atomic<bool> hasEnded{false};
+        std::thread neighbour([&hasEnded] {
+            while (!hasEnded) {
+            }
+        });
+        HasBeenPreempted();
+        const auto switches = [] {
+            rusage usage{};
+            ::getrusage(RUSAGE_THREAD, &usage);
+            return usage.ru_nivcsw;
+        };
+        const long before = switches();
+        const auto begin = std::chrono::steady_clock::now();
+        while (switches() == before ||
+               std::chrono::steady_clock::now() < begin + std::chrono::milliseconds(30)) {
+        }
+        isTold = HasBeenPreempted();
+        hasEnded = true;
+        neighbour.join();
+    }).join();
+    EXPECT_FALSE(isTold);
+}
+
 }  // namespace
 }  // namespace zam_platform::testing

@@ -92,11 +92,11 @@ TEST(LentMemoryTest, IsHeldByWhoeverHasEitherFileInAnyWay) {
     files = {};
     expectHeldUntil("opened anew", [&] { again.Reset(); });
 
-    auto [mine, theirs] = MakePair();
+    std::pair<RawSocket, RawSocket> ends = MakePair();
     files = LendTo(lent, kUser);
-    SendWithFiles(theirs, Bytes(1), {files.requests.Get(), files.answers.Get()});
+    SendWithFiles(ends.second, Bytes(1), {files.requests.Get(), files.answers.Get()});
     files = {};
-    expectHeldUntil("on their way", [&] { mine.Close(); });
+    expectHeldUntil("on their way", [&] { ends.first.Close(); });
 }
 
 TEST(LentMemoryTest, IsHalfOfAUsersAtMost) {
