@@ -241,8 +241,8 @@ private:
     }
 
     std::vector<int> Files(unsigned kind, int other) const {
-        const int requests = memory_.requestsForClient.Get();
-        const int answers = memory_.answersForClient.Get();
+        const int requests = memory_.requestFile.Get();
+        const int answers = memory_.answerFile.Get();
         switch (kind) {
             case 1:
             case 3:

@@ -91,6 +91,19 @@ TEST_F(ServerMemoryOrder, LeavesTheSocketToWhoAsksBehindAnAnswerThatIsNotTaken) 
     EXPECT_TRUE(logger_.Records().empty());
 }
 
+TEST_F(ServerMemoryOrder, GivesNoneToWhoLeavesAnswersUnread) {
+    const RawSocket client = server_.Greet();
+    client.Send(LookupFrame("x", 0) + MemoryRequestFrame());
+    Await("the answers", [&client] { return client.HasInput(); });
+    server_.OnLoop([] { return 0; });
+    EXPECT_EQ(client.ReadFrame().prelude.kind, FrameKind::LookupAnswer);
+    const FrameWithFiles refusal = ReadFrameWithFiles(client);
+    EXPECT_EQ(refusal.frame.prelude.status, kStatusQuota);
+    EXPECT_TRUE(refusal.files.empty());
+    client.Send(MemoryRequestFrame());
+    EXPECT_EQ(ReadFrameWithFiles(client).frame.prelude.status, kStatusOk);
+}
+
 TEST_F(ServerMemoryOrder, IsThatOfEachConnectionWhoseCallsWaitForAWorker) {
     constexpr std::uint64_t kConnections = 12;  // more than there are places
     struct Waiting {

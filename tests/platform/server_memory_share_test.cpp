@@ -199,8 +199,8 @@ TEST_F(ServerMemoryShare, IsNotTakenFromAUserWhoHasNoMoreThanWhoWantsIt) {
     TestServer server(Limits(), {.ownUser = 1000, .group = {}});
     const ConnectingAs connecting(0);
     MemoryPeer poor(server, 0x80);
-    poor.Call(1, CallFrame(1, kEcho, 1));
     const auto lastCall = std::chrono::steady_clock::now();
+    poor.Call(1, CallFrame(1, kEcho, 1));
     connecting.User(1000);
     std::deque<MemoryPeer> peers;
     for (std::size_t index = 0; index + 1 < kPlaces; ++index) {

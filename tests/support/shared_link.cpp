@@ -22,8 +22,7 @@ std::unique_ptr<Channel> NewHotChannel(UniqueFd socket, const SessionToken& toke
 
 void SharedPeer::Grant() const {
     socket.Send(FrameOf({.kind = FrameKind::LookupAnswer}, Bytes{0xFF, 0xFF, 2, 0, 0, 0, 0, 0}));
-    SendWithFiles(socket, MemoryAnswerFrame(),
-                  {memory.requestsForClient.Get(), memory.answersForClient.Get()});
+    SendWithFiles(socket, MemoryAnswerFrame(), {memory.requestFile.Get(), memory.answerFile.Get()});
 }
 
 void SharedPeer::Answer(std::uint64_t number, const Bytes& frame) {

@@ -163,8 +163,6 @@ protected:
         ServiceMemory memory;
         memory.requestFile = newFile(kRequestFileBytes);
         memory.answerFile = newFile(kAnswerFileBytes);
-        memory.requestsForClient = UniqueFd(::dup(memory.requestFile.Get()));
-        memory.answersForClient = UniqueFd(::dup(memory.answerFile.Get()));
         memory.requests = SharedMapping<const RequestPages>(
             static_cast<const RequestPages*>(map(memory.requestFile, kRequestFileBytes)),
             kRequestFileBytes);

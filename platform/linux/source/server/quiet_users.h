@@ -61,8 +61,6 @@ public:
     /// behind it: the loop is run between such calls.
     void OnServedFromMemory(Turn turn, std::size_t bytes) noexcept;
 
-    /// Whether more than one user has connections here.
-
     void OnAnswer(std::size_t bytes) noexcept { work_ += WorkOf(bytes); }
 
 private:

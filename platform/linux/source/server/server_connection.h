@@ -154,9 +154,6 @@ private:
     void SendSlot(const Prelude& prelude, const MemoryGrant& grant);
     bool HasUnservedRequest() const noexcept;
 
-    /// Lets go of the memory, which the client may keep.
-    void LendSlot() noexcept;
-
     /// Whether the client had the last answer before the look that tells it: what it has left
     /// unread is no more than that look.
     bool HasTakenAnswer() const noexcept;

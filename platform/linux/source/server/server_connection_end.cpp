@@ -186,7 +186,7 @@ void ServerConnection::Close() noexcept {
     std::error_code ignored;
     socket_.close(ignored);
     server_.poller_->Remove(*this);
-    LendSlot();
+    slot_.reset();
     ReleaseLarge();
     UserUsage& usage = Usage();
     usage.queuedBytes -= queue_.size() - queueSent_ + queueBehind_.size();

@@ -186,8 +186,7 @@ void ServerConnection::SendSlot(const Prelude& prelude, const MemoryGrant& grant
     EncodePrelude(head, frame.data());
     std::memcpy(frame.data() + kPreludeBytes, &grant, sizeof(grant));
 
-    const std::array<int, 2> files = {slot_->RequestsForClient().Get(),
-                                      slot_->AnswersForClient().Get()};
+    const std::array<int, 2> files = {slot_->RequestFile().Get(), slot_->AnswerFile().Get()};
     alignas(cmsghdr) std::array<unsigned char, CMSG_SPACE(sizeof(files))> control{};
     iovec part{.iov_base = frame.data(), .iov_len = frame.size()};
     msghdr message{};
@@ -215,8 +214,8 @@ void ServerConnection::SendSlot(const Prelude& prelude, const MemoryGrant& grant
         Break(LastCall());  // a client that leaves so much unread does not read this either
         return;
     }
-    slot_->RequestsForClient().Reset();
-    slot_->AnswersForClient().Reset();
+    slot_->RequestFile().Reset();
+    slot_->AnswerFile().Reset();
 }
 
 void ServerConnection::GiveUpMemory() {
@@ -227,14 +226,7 @@ void ServerConnection::GiveUpMemory() {
         ServeFromMemory();
     }
     takenNumber_ = HasTakenAnswer() ? lastNumber_ : 0;
-    LendSlot();
-}
-
-void ServerConnection::LendSlot() noexcept {
-    if (slot_ != nullptr) {
-        server_.poller_->Lend(client_.user, *slot_);
-        slot_.reset();
-    }
+    slot_.reset();
 }
 
 LostCall ServerConnection::UnservedCall() const noexcept {

@@ -16,10 +16,6 @@ public:
     ServerSlot() : memory_(MakeServiceMemory()) {}
 
     /// Files for the client, to be closed when they have been sent.
-    UniqueFd& RequestsForClient() noexcept { return memory_.requestsForClient; }
-    UniqueFd& AnswersForClient() noexcept { return memory_.answersForClient; }
-
-    /// The service's own, for who watches over them when the slot is gone.
     UniqueFd& RequestFile() noexcept { return memory_.requestFile; }
     UniqueFd& AnswerFile() noexcept { return memory_.answerFile; }
 

@@ -1,7 +1,6 @@
 #include "server/slot_poller.h"
 
 #include <sched.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <limits>
@@ -22,21 +21,15 @@ namespace {
 constexpr std::chrono::microseconds kLoopPeriod{5};
 constexpr std::chrono::microseconds kLoopSlice{20};
 
-/// A connection keeps its memory for so long after a call, against others that are no poorer.
+/// A connection keeps its memory for so long after a call against others of its own user, and for
+/// so long against users who have no more, or one more; against poorer ones, not at all.
 constexpr std::chrono::milliseconds kHotFor{100};
-
-/// And for so long against those that are.
 constexpr std::chrono::seconds kIdleFor{1};
 
 /// How often a user's connections get memory: a burst, and then one in this time. Making it and
-/// letting go of it takes some 20 us.
+/// letting go of it takes some 20 us, and a client may keep what it was given.
 constexpr int kMostGrants = 32;
-constexpr std::chrono::milliseconds kGrantTime{20};
-
-rlim_t MostDescriptors() noexcept {
-    rlimit limit{};
-    return ::getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : 0;
-}
+constexpr std::chrono::milliseconds kGrantTime{100};
 
 std::uint16_t OwnCpu() noexcept {
     const int cpu = ::sched_getcpu();
@@ -54,8 +47,7 @@ SlotPoller::SlotPoller(asio::io_context& loop, Nanoseconds cap, std::chrono::mil
       leave_(cap, isOn_ ? SocketRoundTrip() : Nanoseconds(0), Clock::now()),
       unused_(loop, [this] { GiveUpUnused(); }),
       grants_(kMostGrants, kGrantTime),
-      vainPolls_(UserPolling::kMostPieces, UserPolling::kPieceTime),
-      lent_(MostDescriptors()) {}
+      vainPolls_(UserPolling::kMostPieces, UserPolling::kPieceTime) {}
 
 bool SlotPoller::IsElsewhere(const CallHints& hints) noexcept {
     return hints.cpu != 0 && hints.cpu != OwnCpu();
@@ -72,12 +64,6 @@ std::ptrdiff_t SlotPoller::PlacesOf(uid_t user) const noexcept {
     return std::count_if(places_.begin(), places_.end(), [user](const Place& place) {
         return place.connection != nullptr && place.user == user;
     });
-}
-
-std::size_t SlotPoller::PlacesInUse() const noexcept {
-    return static_cast<std::size_t>(
-        std::count_if(places_.begin(), places_.end(),
-                      [](const Place& place) { return place.connection != nullptr; }));
 }
 
 SlotPoller::Place* SlotPoller::YieldingTo(uid_t user) noexcept {
@@ -100,12 +86,7 @@ SlotPoller::Place* SlotPoller::YieldingTo(uid_t user) noexcept {
 }
 
 bool SlotPoller::MayAdmit(uid_t user) noexcept {
-    return YieldingTo(user) != nullptr && grants_.Take(user, Clock::now()) &&
-           lent_.HasRoom(user, static_cast<std::size_t>(PlacesOf(user)), PlacesInUse());
-}
-
-void SlotPoller::Lend(uid_t user, ServerSlot& slot) noexcept {
-    lent_.Add(user, std::move(slot.RequestFile()), std::move(slot.AnswerFile()));
+    return YieldingTo(user) != nullptr && grants_.Take(user, Clock::now());
 }
 
 bool SlotPoller::Admit(ServerConnection& connection, uid_t user) {
@@ -201,8 +182,8 @@ void SlotPoller::EndInVain(Place& place, Clock::time_point now) noexcept {
     if (!place.policy.EndPoll(false)) {
         return;
     }
-    // One look is for all of a user's connections that are polled at the time, and a handler that
-    // ran beyond the poll's end was no look.
+    // One look is for all of a user's connections that are polled at the time (of what several have
+    // paid for, the longest counts), and a handler that ran beyond the poll's end was no look.
     place.chargedFrom = place.since;
     place.chargedTo = std::min(now, place.until);
     Clock::duration paid{0};

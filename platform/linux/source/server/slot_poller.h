@@ -9,7 +9,6 @@
 #include <memory>
 
 #include "common/polling_policy.h"
-#include "server/lent_memory.h"
 #include "server/user_allowances.h"
 #include "shared/shared_pages.h"
 #include "zam_platform/frame.h"
@@ -18,7 +17,6 @@
 namespace zam_platform {
 
 class ServerConnection;
-class ServerSlot;
 
 /// Most connections whose calls may go through memory at a time.
 inline constexpr std::size_t kMaxSlots = 8;
@@ -45,10 +43,6 @@ public:
     /// is no room. Takes no memory.
     bool Admit(ServerConnection& connection, uid_t user);
     void Remove(const ServerConnection& connection) noexcept;
-
-    /// Watches over the files of a connection that is in no place any more, as long as its client
-    /// may hold them.
-    void Lend(uid_t user, ServerSlot& slot) noexcept;
 
     /// Decides whether the connection's next request is looked for, and tells its client. Before
     /// an answer is sent.
@@ -84,7 +78,6 @@ private:
 
     Place* PlaceOf(const ServerConnection& connection) noexcept;
     std::ptrdiff_t PlacesOf(uid_t user) const noexcept;
-    std::size_t PlacesInUse() const noexcept;
 
     /// The place that the next connection of this user gets; null: none.
     Place* YieldingTo(uid_t user) noexcept;
@@ -110,7 +103,6 @@ private:
     Alarm unused_;
     UserAllowances grants_;
     UserAllowances vainPolls_;
-    LentMemory lent_;
     alignas(8) std::array<unsigned char, kRequestSlotBytes> frame_;
 };
 

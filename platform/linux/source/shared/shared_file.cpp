@@ -8,7 +8,6 @@
 #include <sys/sysinfo.h>
 
 #include <cerrno>
-#include <string>
 
 #include "shared/shared_pages.h"
 #include "zam_platform/posix_error.h"
@@ -39,7 +38,8 @@ UniqueFd NewFile(const char* name, std::size_t bytes) {
     if (::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur < bytes) {
         throw PosixError("memory to share", EFBIG);
     }
-    // Its pages come, and count, as each side first writes them.
+    // Its pages come, and count, as they are used: a connection that was busy once and rests has
+    // few.
     if (::ftruncate(file.Get(), static_cast<off_t>(bytes)) != 0) {
         throw PosixError("memory to share", errno);
     }
@@ -50,16 +50,6 @@ void Seal(const UniqueFd& file, int seals) {
     if (::fcntl(file.Get(), F_ADD_SEALS, seals) != 0) {
         throw PosixError("seals of a file of shared memory", errno);
     }
-}
-
-/// Opens a file once more.
-UniqueFd Open(const UniqueFd& file, int access) {
-    const std::string path = fmt::format("/proc/self/fd/{}", file.Get());
-    UniqueFd opened(::open(path.c_str(), access | O_CLOEXEC));
-    if (!opened) {
-        throw PosixError("file of shared memory", errno);
-    }
-    return opened;
 }
 
 template <typename Pages>
@@ -131,31 +121,19 @@ bool IsCommitStrict() noexcept {
 }
 
 ServiceMemory MakeServiceMemory() {
-    const UniqueFd requests = NewFile("zam_requests", kRequestFileBytes);
-    const UniqueFd answers = NewFile("zam_answers", kAnswerFileBytes);
     ServiceMemory memory;
-    memory.requestFile = Open(requests, O_RDONLY);
-    memory.requestsForClient = Open(requests, O_RDWR);
-    memory.answerFile = Open(answers, O_RDWR);
-    memory.answersForClient = Open(answers, O_RDONLY);
+    memory.requestFile = NewFile("zam_requests", kRequestFileBytes);
+    memory.answerFile = NewFile("zam_answers", kAnswerFileBytes);
     memory.requests = Map<const RequestPages>(memory.requestFile, kRequestFileBytes, PROT_READ);
     memory.answers = Map<AnswerPages>(memory.answerFile, kAnswerFileBytes, PROT_READ | PROT_WRITE);
-    Seal(requests, kSizeSeals);
+    Seal(memory.requestFile, kSizeSeals);
     // Before Linux 5.1 there is no such seal, and a client could spoil the answers to itself.
-    if (::fcntl(answers.Get(), F_ADD_SEALS, F_SEAL_FUTURE_WRITE) != 0 && errno != EINVAL) {
+    if (::fcntl(memory.answerFile.Get(), F_ADD_SEALS, F_SEAL_FUTURE_WRITE) != 0 &&
+        errno != EINVAL) {
         throw PosixError("seals of a file of shared memory", errno);
     }
-    Seal(answers, kSizeSeals);
+    Seal(memory.answerFile, kSizeSeals);
     return memory;
-}
-
-bool IsHeldByOthers(const UniqueFd& file) noexcept {
-    // Only who alone has opened a file may lease it for writing. Nothing waits for anybody here.
-    if (::fcntl(file.Get(), F_SETLEASE, F_WRLCK) != 0) {
-        return true;
-    }
-    ::fcntl(file.Get(), F_SETLEASE, F_UNLCK);
-    return false;
 }
 
 ClientMemory MapClientMemory(const UniqueFd& requestFile, const UniqueFd& answerFile) {

@@ -36,24 +36,17 @@ private:
 struct RequestPages;
 struct AnswerPages;
 
-/// The service's end: what it writes and what it reads, and the files behind it. Each side has
-/// opened them for itself, so that the service can tell when nobody else has them any more.
+/// The service's end: what it writes and what it reads, and the files to send to the client.
 struct ServiceMemory {
     SharedMapping<const RequestPages> requests;
     SharedMapping<AnswerPages> answers;
     UniqueFd requestFile;
     UniqueFd answerFile;
-    UniqueFd requestsForClient;
-    UniqueFd answersForClient;  ///< for reading only
 };
 
 /// Makes both files, zero-filled and sealed: their sizes are for good, and where the kernel can, no
 /// one else may write the answers'. Throws `PlatformError`.
 ServiceMemory MakeServiceMemory();
-
-/// Whether somebody else has one of the service's files open, mapped, or on its way, as far as the
-/// kernel tells.
-bool IsHeldByOthers(const UniqueFd& file) noexcept;
 
 /// Whether this machine promises no more memory than it has (`vm.overcommit_memory` is 2), or this
 /// process may not have it. There a page that is missing may end whoever touches it by a signal,
