@@ -83,7 +83,7 @@ TEST(Preemption, IsToldOnceOfAThreadWhoseCpuSomebodyElseWasGiven) {
     bool isToldAgain = true;
     std::thread([&] {
         StayOnOneCpu();
-        HasBeenPreempted();
+        HasBeenPreempted({});
         std::atomic<bool> hasEnded{false};
         std::thread neighbour([&hasEnded] {  // on the same CPU, which it inherits
             while (!hasEnded) {
@@ -91,13 +91,13 @@ TEST(Preemption, IsToldOnceOfAThreadWhoseCpuSomebodyElseWasGiven) {
         });
         const auto end = std::chrono::steady_clock::now() + kBound;
         while (!isTold && std::chrono::steady_clock::now() < end) {
-            isTold = HasBeenPreempted();
+            isTold = HasBeenPreempted({});
         }
         hasEnded = true;
         neighbour.join();
         // Nobody is there any more, but for what the machine does by itself.
         for (int attempt = 0; isToldAgain && attempt < 1000; ++attempt) {
-            isToldAgain = HasBeenPreempted();
+            isToldAgain = HasBeenPreempted({});
         }
     }).join();
     EXPECT_TRUE(isTold);
@@ -107,6 +107,7 @@ TEST(Preemption, IsToldOnceOfAThreadWhoseCpuSomebodyElseWasGiven) {
 /// The scheduler counts such times, and does not say when they were.
 TEST(Preemption, IsNotKnownOfLongAgo) {
     bool isTold = false;
+    bool isToldOfHole = false;
     std::thread([&] {
         StayOnOneCpu();
         std::atomic<bool> hasEnded{false};
@@ -114,7 +115,7 @@ TEST(Preemption, IsNotKnownOfLongAgo) {
             while (!hasEnded) {
             }
         });
-        HasBeenPreempted();
+        HasBeenPreempted({});
         const auto switches = [] {
             rusage usage{};
             ::getrusage(RUSAGE_THREAD, &usage);
@@ -125,11 +126,23 @@ TEST(Preemption, IsNotKnownOfLongAgo) {
         while (switches() == before ||
                std::chrono::steady_clock::now() < begin + std::chrono::milliseconds(30)) {
         }
-        isTold = HasBeenPreempted();
+        isTold = HasBeenPreempted({});
+        // However long the hole was that is asked about.
+        const auto end = std::chrono::steady_clock::now() + kBound;
+        for (long last = switches(); !isToldOfHole && std::chrono::steady_clock::now() < end;) {
+            const auto asked = std::chrono::steady_clock::now();
+            HasBeenPreempted({});
+            while (switches() == last ||
+                   std::chrono::steady_clock::now() < asked + std::chrono::milliseconds(30)) {
+            }
+            last = switches();
+            isToldOfHole = HasBeenPreempted(std::chrono::steady_clock::now() - asked);
+        }
         hasEnded = true;
         neighbour.join();
     }).join();
     EXPECT_FALSE(isTold);
+    EXPECT_TRUE(isToldOfHole);
 }
 
 }  // namespace

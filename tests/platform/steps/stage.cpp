@@ -124,7 +124,7 @@ bool HasCpuForPolling(TimePoint /*now*/) noexcept {
     return true;
 }
 
-bool HasBeenPreempted() noexcept {
+bool HasBeenPreempted(Nanoseconds /*hole*/) noexcept {
     return Stage::Get().IsPreempted(testing::g_side);
 }
 

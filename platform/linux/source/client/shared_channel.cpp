@@ -193,8 +193,8 @@ bool SharedChannel::AwaitInMemory() noexcept {
         }
         Pause();
         const auto now = Clock::now();
-        const bool isPreempted =
-            leave.IsHole(now - last) && HasBeenPreempted() && leave.NoticeHole(now, now - last);
+        const bool isPreempted = leave.IsHole(now - last) && HasBeenPreempted(now - last) &&
+                                 leave.NoticeHole(now, now - last);
         last = now;
         if (isPreempted || now - begin >= limit) {
             break;

@@ -252,7 +252,7 @@ void SlotPoller::Poll() {
         const auto now = Clock::now();
         // Also while calls were served: where all polls hit, that is most of the time.
         const auto hole = now - std::exchange(lastLook, now);
-        if (leave_.IsHole(hole) && HasBeenPreempted() && leave_.NoticeHole(now, hole)) {
+        if (leave_.IsHole(hole) && HasBeenPreempted(hole) && leave_.NoticeHole(now, hole)) {
             StopAll();
         }
         bool hasServed = false;

@@ -16,7 +16,7 @@ constexpr std::chrono::milliseconds kRecently{20};
 
 }  // namespace
 
-bool HasBeenPreempted() noexcept {
+bool HasBeenPreempted(std::chrono::nanoseconds hole) noexcept {
     thread_local long before = 0;
     thread_local Clock::time_point lastAsked;
     rusage usage{};
@@ -24,7 +24,7 @@ bool HasBeenPreempted() noexcept {
         return true;
     }
     const auto now = Clock::now();
-    const bool isRecent = now - std::exchange(lastAsked, now) <= kRecently;
+    const bool isRecent = now - std::exchange(lastAsked, now) <= kRecently + hole;
     return std::exchange(before, usage.ru_nivcsw) != usage.ru_nivcsw && isRecent;
 }
 
