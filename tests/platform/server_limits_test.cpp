@@ -129,6 +129,8 @@ TEST_F(ServerLimitsTest, CountTheQueuesOfAllConnectionsOfAUser) {
             server.Connections();  // the loop has queued what the socket did not take
             const RawSocket second = server.Greet();
             second.Send(CallFrame(1, kFill, 1 << 20));
+            // Whoever reads at once may take it all while it is being written.
+            Await("the end of the second", [&] { return server.Connections() == 1; });
             EXPECT_LT(second.ReadToEnd().size(), std::size_t{1} << 20);
             EXPECT_NE(LastRecord().find(" bytes of answers that its clients do not take"),
                       std::string::npos);
@@ -149,7 +151,8 @@ TEST_F(ServerLimitsTest, CountTheQueuesOfAllConnectionsOfAUser) {
 TEST_F(ServerLimitsTest, DoNotBindUsersToOneAnother) {
     // Users are told apart by their credentials, so another user's quota is its own.
     TestServer server({.connectionsPerUser = 1}, {.ownUser = 1000, .group = {}});
-    static std::atomic<uid_t> g_user{1000};
+    static std::atomic<uid_t> g_user;
+    g_user = 1000;
     const auto before = SetPeerCredentialsFunction(
         [](int, bool) { return PeerCredentials{.user = g_user, .group = 1, .groups = {}}; });
     const RawSocket own = server.Greet(1);
