@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -13,6 +15,7 @@
 #include <vector>
 
 #include "support/memory_peer.h"
+#include "support/require.h"
 #include "zam_connector_testing/recording_logger.h"
 
 #ifndef F_SEAL_FUTURE_WRITE
@@ -80,14 +83,57 @@ TEST_F(ServerMemory, HasFilesOfFixedSizesThatNobodyElseMayWriteAnswersTo) {
         struct stat status {};
         ASSERT_EQ(::fstat(row.file, &status), 0);
         EXPECT_EQ(status.st_size, row.bytes);
-        // Little is there of it before it is used.
-        EXPECT_LE(status.st_blocks * 512, 4096);
         EXPECT_EQ(::fcntl(row.file, F_GET_SEALS) & row.seals, row.seals);
         EXPECT_EQ(::ftruncate(row.file, 0), -1);
         EXPECT_EQ(::ftruncate(row.file, 2 * row.bytes), -1);
         EXPECT_EQ(::fallocate(row.file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, 4096),
                   row.file == peer.AnswerFile().Get() ? -1 : 0);
         EXPECT_EQ(::fcntl(row.file, F_ADD_SEALS, F_SEAL_WRITE), -1);
+    }
+}
+
+std::size_t BytesThere(const UniqueFd& file) {
+    struct stat status {};
+    zam_test::Require(::fstat(file.Get(), &status) == 0, "fstat");
+    return static_cast<std::size_t>(status.st_blocks) * 512;
+}
+
+TEST_F(ServerMemory, HasNoPageButTheFirstsBeforeItsClientTouchesIt) {
+    const RawSocket client = server_.Greet();
+    client.Send(MemoryRequestFrame());
+    const FrameWithFiles grant = ReadFrameWithFiles(client);
+    EXPECT_LE(BytesThere(grant.files.at(0)), kSharedPage);
+    EXPECT_LE(BytesThere(grant.files.at(1)), kSharedPage);
+    const ClientMemory memory = MapClientMemory(grant.files[0], grant.files[1]);
+    EXPECT_LE(BytesThere(grant.files[0]), kSharedPage);
+    EXPECT_EQ(BytesThere(grant.files[1]), kAnswerFileBytes);
+}
+
+/// Pages that the service brought in would be its own for as long as a client kept their file.
+TEST_F(ServerMemory, GetsNoAnswersIntoPagesThatItsClientHasNotTouched) {
+    for (const std::size_t touched : {0U, 1U, 5U, 32U}) {
+        MemoryPeer peer(server_.Greet(), touched * kSharedPage);
+        const std::size_t there = std::max(touched, std::size_t{1}) * kSharedPage;
+        const std::size_t most =
+            there - offsetof(AnswerPages, slot) - kPreludeBytes - sizeof(TestMessage);
+        std::uint64_t number = 0;
+        const auto expectFilled = [&](std::size_t size) {
+            ++number;
+            peer.Put(number, CallFrame(number, kFill, size));
+            peer.Look(number);
+            const Frame answer =
+                size == most ? peer.AwaitAnswer(number) : peer.Socket().ReadFrame();
+            EXPECT_EQ(answer.prelude.callNumber, number);
+            EXPECT_TRUE(answer.arena == Pattern(size)) << touched << ' ' << size;
+        };
+        expectFilled(most);
+        expectFilled(most + 1);
+        expectFilled(std::size_t{1} << 20U);
+        EXPECT_EQ(BytesThere(peer.AnswerFile()), there);
+        // They are looked at once.
+        peer.Touch(kAnswerFileBytes);
+        expectFilled(most + 1);
+        expectFilled(most);
     }
 }
 

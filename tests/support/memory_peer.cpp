@@ -1,6 +1,7 @@
 #include "support/memory_peer.h"
 
 #include <fmt/format.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -128,7 +129,7 @@ Frame FrameIn(const SharedWord* slot, std::size_t slotBytes) {
     return frame;
 }
 
-MemoryPeer::MemoryPeer(RawSocket socket) : socket_(std::move(socket)) {
+MemoryPeer::MemoryPeer(RawSocket socket, std::size_t touched) : socket_(std::move(socket)) {
     socket_.Send(MemoryRequestFrame());
     FrameWithFiles grant = ReadFrameWithFiles(socket_);
     if (grant.files.size() != 2) {
@@ -136,7 +137,29 @@ MemoryPeer::MemoryPeer(RawSocket socket) : socket_(std::move(socket)) {
                                              grant.frame.prelude.status, grant.files.size()));
     }
     files_ = std::move(grant.files);
-    memory_ = MapClientMemory(files_[0], files_[1]);
+    if (touched == kAnswerFileBytes) {
+        memory_ = MapClientMemory(files_[0], files_[1]);
+        return;
+    }
+    const auto map = [this](std::size_t file, std::size_t bytes, int protection) {
+        void* const pages =
+            ::mmap(nullptr, bytes, protection, MAP_SHARED, files_.at(file).Get(), 0);
+        zam_test::Require(pages != MAP_FAILED, "mmap");
+        return pages;
+    };
+    memory_.requests = {
+        static_cast<RequestPages*>(map(0, kRequestFileBytes, PROT_READ | PROT_WRITE)),
+        kRequestFileBytes};
+    memory_.answers = {static_cast<const AnswerPages*>(map(1, kAnswerFileBytes, PROT_READ)),
+                       kAnswerFileBytes};
+    Touch(touched);
+}
+
+void MemoryPeer::Touch(std::size_t bytes) const {
+    const auto* const first = reinterpret_cast<const volatile unsigned char*>(&Answers());
+    for (std::size_t offset = 0; offset < bytes; offset += kSharedPage) {
+        static_cast<void>(first[offset]);
+    }
 }
 
 void MemoryPeer::Put(std::uint64_t number, const Bytes& frame) {

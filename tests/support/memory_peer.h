@@ -55,8 +55,9 @@ Frame FrameIn(const std::array<SharedWord, kWords>& slot) {
 /// A client that greets a server and has memory of it.
 class MemoryPeer {
 public:
-    /// Throws when the server gives none.
-    explicit MemoryPeer(RawSocket socket);
+    /// Throws when the server gives none. It touches as much of the answers as it is told, as
+    /// clients touch all.
+    explicit MemoryPeer(RawSocket socket, std::size_t touched = kAnswerFileBytes);
     explicit MemoryPeer(const TestServer& server, unsigned char tokenByte = 0x11)
         : MemoryPeer(server.Greet(tokenByte)) {}
 
@@ -65,6 +66,9 @@ public:
     const AnswerPages& Answers() const noexcept { return *memory_.answers.operator->(); }
     const UniqueFd& RequestFile() const noexcept { return files_.at(0); }
     const UniqueFd& AnswerFile() const noexcept { return files_.at(1); }
+
+    /// Reads one byte of each page of so many bytes of the answers.
+    void Touch(std::size_t bytes) const;
 
     /// Leaves bytes in the slot and tells their number; waits for its answer in memory.
     void Put(std::uint64_t number, const Bytes& frame);

@@ -58,7 +58,7 @@ void ServerConnection::SendNow(const Prelude& prelude, const void* message, cons
         callPending_ = false;
         watch_ = std::move(watch);
         if (slot_ != nullptr && !server_.isClosing_) {
-            const bool byMemory = isServingMemory_ && !watch_ && ServerSlot::FitsAnswer(prelude);
+            const bool byMemory = isServingMemory_ && !watch_ && slot_->FitsAnswer(prelude);
             server_.poller_->BeforeAnswer(*this, hints_, byMemory);
             if (byMemory) {
                 if (!slot_->Answer(prelude, message, arena)) {

@@ -1,6 +1,8 @@
 #include "server/server_slot.h"
 
+#include <algorithm>
 #include <array>
+#include <utility>
 
 #include "shared/step.h"
 
@@ -12,6 +14,17 @@ void ServerSlot::Tell(Polling state) noexcept {
         Reach(Step::ServiceTells);
         memory_.answers->polling.store(state);
     }
+}
+
+std::size_t ServerSlot::FindAnswerRoom() noexcept {
+    // Once: a client that wants large answers has touched all of the pages by its first request.
+    if (!std::exchange(hasFoundRoom_, true)) {
+        const std::size_t present = PresentBytes(memory_.answers);
+        answerRoom_ =
+            std::clamp(present, kSharedPage, offsetof(AnswerPages, slot) + kAnswerSlotBytes) -
+            offsetof(AnswerPages, slot);
+    }
+    return answerRoom_;
 }
 
 bool ServerSlot::Answer(const Prelude& prelude, const void* message, const void* arena) noexcept {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "shared/shared_file.h"
@@ -38,8 +39,12 @@ public:
     static bool FitsRequest(const Prelude& prelude) noexcept {
         return SlotRoom(prelude) <= kRequestSlotBytes;
     }
-    static bool FitsAnswer(const Prelude& prelude) noexcept {
-        return SlotRoom(prelude) <= kAnswerSlotBytes;
+    /// Whether an answer has room in pages that are there. A page that came with an answer would
+    /// count as the service's for as long as the client keeps the file, whatever becomes of the
+    /// connection.
+    bool FitsAnswer(const Prelude& prelude) noexcept {
+        const std::size_t room = SlotRoom(prelude);
+        return room <= answerRoom_ || room <= FindAnswerRoom();
     }
 
     /// Answers with a frame that fits. False when the client looks for it no more, and has to be
@@ -52,7 +57,12 @@ public:
     }
 
 private:
+    std::size_t FindAnswerRoom() noexcept;
+
     ServiceMemory memory_;
+    /// At first what the slot has in the page that the service's own numbers stand in.
+    std::size_t answerRoom_ = kSharedPage - offsetof(AnswerPages, slot);
+    bool hasFoundRoom_ = false;
     std::uint64_t answered_ = 0;
     Polling state_ = kAsleep;
 };

@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 
 #include "shared/shared_pages.h"
@@ -38,8 +40,7 @@ UniqueFd NewFile(const char* name, std::size_t bytes) {
     if (::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur < bytes) {
         throw PosixError("memory to share", EFBIG);
     }
-    // Its pages come, and count, as they are used: a connection that was busy once and rests has
-    // few.
+    // Its pages come with their first use, and count as the memory of whom that was.
     if (::ftruncate(file.Get(), static_cast<off_t>(bytes)) != 0) {
         throw PosixError("memory to share", errno);
     }
@@ -53,8 +54,8 @@ void Seal(const UniqueFd& file, int seals) {
 }
 
 template <typename Pages>
-SharedMapping<Pages> Map(const UniqueFd& file, std::size_t bytes, int protection) {
-    void* const address = ::mmap(nullptr, bytes, protection, MAP_SHARED, file.Get(), 0);
+SharedMapping<Pages> Map(const UniqueFd& file, std::size_t bytes, int protection, int flags = 0) {
+    void* const address = ::mmap(nullptr, bytes, protection, MAP_SHARED | flags, file.Get(), 0);
     if (address == MAP_FAILED) {
         throw PosixError("mapping of shared memory", errno);
     }
@@ -101,6 +102,16 @@ template class SharedMapping<const RequestPages>;
 template class SharedMapping<AnswerPages>;
 template class SharedMapping<const AnswerPages>;
 
+std::size_t PresentBytes(const SharedMapping<AnswerPages>& answers) noexcept {
+    std::array<unsigned char, kAnswerFileBytes / kSharedPage> pages{};
+    if (::mincore(answers.operator->(), kAnswerFileBytes, pages.data()) != 0) {
+        return 0;
+    }
+    const auto missing = std::find_if(pages.begin(), pages.end(),
+                                      [](unsigned char page) { return (page & 1U) == 0; });
+    return static_cast<std::size_t>(missing - pages.begin()) * kSharedPage;
+}
+
 bool IsCommitStrict() noexcept {
     // Asked of the kernel itself: a service's sandbox may hide its settings. More memory than there
     // is, which is never touched, is refused there only.
@@ -141,7 +152,7 @@ ClientMemory MapClientMemory(const UniqueFd& requestFile, const UniqueFd& answer
     Check(answerFile, kAnswerFileBytes);
     ClientMemory memory;
     memory.requests = Map<RequestPages>(requestFile, kRequestFileBytes, PROT_READ | PROT_WRITE);
-    memory.answers = Map<const AnswerPages>(answerFile, kAnswerFileBytes, PROT_READ);
+    memory.answers = Map<const AnswerPages>(answerFile, kAnswerFileBytes, PROT_READ, MAP_POPULATE);
     return memory;
 }
 

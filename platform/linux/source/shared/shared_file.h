@@ -48,6 +48,9 @@ struct ServiceMemory {
 /// one else may write the answers'. Throws `PlatformError`.
 ServiceMemory MakeServiceMemory();
 
+/// Bytes from the beginning of the answers' file whose pages are there, which costs a system call.
+std::size_t PresentBytes(const SharedMapping<AnswerPages>& answers) noexcept;
+
 /// Whether this machine promises no more memory than it has (`vm.overcommit_memory` is 2), or this
 /// process may not have it. There a page that is missing may end whoever touches it by a signal,
 /// and a client can take pages out of its requests' file again, which no seal forbids to who may
@@ -61,7 +64,8 @@ struct ClientMemory {
 };
 
 /// Maps files that a service has sent, when they are what they must be: of the exact sizes, which
-/// are sealed, so that no access ends in a signal. Throws `PlatformError`.
+/// are sealed, so that no access ends in a signal. The answers' pages are there behind that, and
+/// count as this process's: services write to no others. Throws `PlatformError`.
 ClientMemory MapClientMemory(const UniqueFd& requestFile, const UniqueFd& answerFile);
 
 }  // namespace zam_platform
