@@ -53,11 +53,11 @@ protected:
         EXPECT_EQ(MessageIn(other_.ReadFrame().fixed).value, otherNumber_);
     }
 
-    /// The service holds what its places take, and no file.
+    /// The service holds what its places take: of each one file, until its pages are there.
     void ExpectServiceHoldsLittle() {
         const auto [files, mappings] =
             server_.OnLoop([] { return std::pair(OpenFilesOfMemory(), SharedMappings()); });
-        EXPECT_EQ(files, 0U);
+        EXPECT_LE(files, kMostPairs);
         EXPECT_LE(mappings, mappings_ + 2 * kMostPairs);
     }
 
@@ -136,6 +136,7 @@ TEST_F(MemoryGrants, LeaveNothingBehindConnectionsThatComeAndGo) {
     }
     Await("their ends", [this] { return server_.Connections() == 1; });
     EXPECT_EQ(SharedMappings(), mappings_);
+    EXPECT_EQ(OpenFilesOfMemory(), 0U);
     EXPECT_TRUE(NewSince(before).empty()) << Describe(NewSince(before));
     ExpectOtherIsServed();
     EXPECT_TRUE(logger_.Records().empty());

@@ -98,42 +98,40 @@ std::size_t BytesThere(const UniqueFd& file) {
     return static_cast<std::size_t>(status.st_blocks) * 512;
 }
 
-TEST_F(ServerMemory, HasNoPageButTheFirstsBeforeItsClientTouchesIt) {
+TEST_F(ServerMemory, HasNoPageButTheFirstsBeforeItsClientTouchesThem) {
     const RawSocket client = server_.Greet();
     client.Send(MemoryRequestFrame());
     const FrameWithFiles grant = ReadFrameWithFiles(client);
     EXPECT_LE(BytesThere(grant.files.at(0)), kSharedPage);
     EXPECT_LE(BytesThere(grant.files.at(1)), kSharedPage);
     const ClientMemory memory = MapClientMemory(grant.files[0], grant.files[1]);
-    EXPECT_LE(BytesThere(grant.files[0]), kSharedPage);
+    EXPECT_EQ(BytesThere(grant.files[0]), kRequestFileBytes);
     EXPECT_EQ(BytesThere(grant.files[1]), kAnswerFileBytes);
 }
 
 /// Pages that the service brought in would be its own for as long as a client kept their file.
-TEST_F(ServerMemory, GetsNoAnswersIntoPagesThatItsClientHasNotTouched) {
-    for (const std::size_t touched : {0U, 1U, 5U, 32U}) {
-        MemoryPeer peer(server_.Greet(), touched * kSharedPage);
-        const std::size_t there = std::max(touched, std::size_t{1}) * kSharedPage;
-        const std::size_t most =
-            there - offsetof(AnswerPages, slot) - kPreludeBytes - sizeof(TestMessage);
+TEST_F(ServerMemory, GetsNoAnswersBeyondThePagesThatItsClientHasTouched) {
+    constexpr std::size_t kMost =
+        kSharedPage - offsetof(AnswerPages, slot) - kPreludeBytes - sizeof(TestMessage);
+    for (const std::size_t touched :
+         {std::size_t{0}, kSharedPage, 17 * kSharedPage, kAnswerFileBytes - kSharedPage}) {
+        MemoryPeer peer(server_.Greet(), touched);
         std::uint64_t number = 0;
-        const auto expectFilled = [&](std::size_t size) {
+        const auto expectFilled = [&](std::size_t size, bool byMemory) {
             ++number;
             peer.Put(number, CallFrame(number, kFill, size));
             peer.Look(number);
-            const Frame answer =
-                size == most ? peer.AwaitAnswer(number) : peer.Socket().ReadFrame();
+            const Frame answer = byMemory ? peer.AwaitAnswer(number) : peer.Socket().ReadFrame();
             EXPECT_EQ(answer.prelude.callNumber, number);
             EXPECT_TRUE(answer.arena == Pattern(size)) << touched << ' ' << size;
         };
-        expectFilled(most);
-        expectFilled(most + 1);
-        expectFilled(std::size_t{1} << 20U);
-        EXPECT_EQ(BytesThere(peer.AnswerFile()), there);
-        // They are looked at once.
+        expectFilled(kMost, true);
+        expectFilled(kMost + 1, false);
+        expectFilled(kMost + 50000, false);
+        EXPECT_EQ(BytesThere(peer.AnswerFile()), std::max(touched, kSharedPage));
         peer.Touch(kAnswerFileBytes);
-        expectFilled(most + 1);
-        expectFilled(most);
+        expectFilled(kMost + 50000, true);
+        expectFilled(std::size_t{1} << 20U, false);
     }
 }
 

@@ -333,6 +333,30 @@ TEST_F(SharedChannelTest, EndsAWaitThatIsInterrupted) {
     EXPECT_THROW(channel->Receive(answer, {}), PlatformError);
 }
 
+TEST_F(SharedChannelTest, TellsThatItHasTheAnswerThatAnInterruptedWaitFinds) {
+    auto [mine, theirs] = MakePair();
+    SharedPeer peer{std::move(theirs), MakeServiceMemory()};
+    peer.Answers().polling.store(kPolling);
+    peer.Grant();
+    const auto channel = NewHotChannel(mine.Release(), {}, link_.Process());
+    const TestMessage request = MakeMessage(0, 1);
+    TestMessage response{};
+    ASSERT_TRUE(channel->Send(
+        {.prelude = {.kind = FrameKind::Call, .callNumber = 1, .fixedBytes = sizeof(request)},
+         .fixed = &request},
+        {}));
+    const Background interrupting([&] {
+        Await("the sleep", [&peer] { return peer.Requests().waiting.load() == 0; });
+        peer.Answers().taken.store(1);
+        peer.Answer(1, 77);
+        channel->Interrupt();
+    });
+    IncomingFrame answer{.callNumber = 1, .fixed = &response, .fixedBytes = sizeof(response)};
+    EXPECT_TRUE(channel->Receive(answer, {}));
+    EXPECT_EQ(response.value, 77U);
+    EXPECT_EQ(peer.Requests().waiting.load(), 1U);
+}
+
 TEST_F(SharedChannelTest, LeavesNothingOfItsMemoryToAChild) {
     const std::size_t before = SharedMappings();
     SharedPeer& peer = Begin();

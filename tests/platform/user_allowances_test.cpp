@@ -50,6 +50,17 @@ TEST(UserAllowances, OweNoMoreThanMayBeTakenAtOnce) {
     EXPECT_FALSE(allowances.Has(kTaker, kMorning + milliseconds(60), 2));
 }
 
+TEST(UserAllowances, OfMemoryAreBoundInTheLongRun) {
+    UserAllowances grants(MemoryGranting::kMostOfLong, MemoryGranting::kTimeOfLong);
+    int taken = 0;
+    for (auto now = kMorning; now < kMorning + std::chrono::hours(24);
+         now += MemoryGranting::kTime) {
+        taken += grants.Take(kTaker, now) ? 1 : 0;
+    }
+    EXPECT_NEAR(taken, 4096 + 24 * 360, 1);
+    EXPECT_TRUE(grants.Has(0, kMorning + std::chrono::hours(24)));
+}
+
 TEST(UserAllowances, LeaveOthersHalfOfAServicesPolls) {
     PollingLeave leave(kGreatestCap, kGreatestCap, kMorning);
     UserAllowances inVain(UserPolling::kMostPieces, UserPolling::kPieceTime);

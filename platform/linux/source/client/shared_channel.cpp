@@ -161,6 +161,8 @@ bool SharedChannel::Receive(IncomingFrame& frame, const Deadline& deadline) {
                 throw;
             }
             TakeFromMemory(frame);  // its last deed
+            // Where this side has shut the connection down, the service is still there.
+            memory_.requests->waiting.store(number_);
         }
     }
     ++use_.memoryCalls;

@@ -149,6 +149,29 @@ struct UserPolling {
     static constexpr std::chrono::microseconds kPieceTime{40};
 };
 
+/// How long a connection's memory stays its own behind a call against others of its own user, and
+/// against users who have no more of them, or one more; against poorer ones, not at all.
+struct PlaceKeeping {
+    static constexpr std::chrono::milliseconds kFromOwnUser{100};
+    static constexpr std::chrono::seconds kFromAnyone{1};
+};
+
+/// How often a user's connections get memory: a burst, and then one in this time, since making it
+/// takes some 20 us; and in the long run, since a client may keep what it was given.
+struct MemoryGranting {
+    static constexpr int kMostAtOnce = 32;
+    static constexpr std::chrono::milliseconds kTime{100};
+    static constexpr int kMostOfLong = 4096;
+    static constexpr std::chrono::seconds kTimeOfLong{10};
+};
+
+/// How often the rest of a loop that polls is run, and how long at least: there may always be more
+/// of it.
+struct LoopSharing {
+    static constexpr std::chrono::microseconds kPeriod{5};
+    static constexpr std::chrono::microseconds kSlice{20};
+};
+
 /// The longest poll that any machine gains by.
 inline constexpr Nanoseconds kGreatestCap = std::chrono::microseconds(50);
 

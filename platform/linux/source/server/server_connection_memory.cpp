@@ -214,8 +214,7 @@ void ServerConnection::SendSlot(const Prelude& prelude, const MemoryGrant& grant
         Break(LastCall());  // a client that leaves so much unread does not read this either
         return;
     }
-    slot_->RequestFile().Reset();
-    slot_->AnswerFile().Reset();
+    slot_->CloseFiles();
 }
 
 void ServerConnection::GiveUpMemory() {

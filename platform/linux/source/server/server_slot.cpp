@@ -1,8 +1,6 @@
 #include "server/server_slot.h"
 
-#include <algorithm>
 #include <array>
-#include <utility>
 
 #include "shared/step.h"
 
@@ -16,13 +14,18 @@ void ServerSlot::Tell(Polling state) noexcept {
     }
 }
 
+void ServerSlot::CloseFiles() noexcept {
+    memory_.requestFile.Reset();
+    if (memory_.canPagesOfAnswersGo) {
+        memory_.answerFile.Reset();
+    }
+}
+
 std::size_t ServerSlot::FindAnswerRoom() noexcept {
-    // Once: a client that wants large answers has touched all of the pages by its first request.
-    if (!std::exchange(hasFoundRoom_, true)) {
-        const std::size_t present = PresentBytes(memory_.answers);
-        answerRoom_ =
-            std::clamp(present, kSharedPage, offsetof(AnswerPages, slot) + kAnswerSlotBytes) -
-            offsetof(AnswerPages, slot);
+    // A page that is there stays.
+    if (AreAnswersThere(memory_.answerFile)) {
+        answerRoom_ = kAnswerSlotBytes;
+        memory_.answerFile.Reset();
     }
     return answerRoom_;
 }

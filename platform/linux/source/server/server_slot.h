@@ -16,9 +16,12 @@ public:
     /// Throws `PlatformError`.
     ServerSlot() : memory_(MakeServiceMemory()) {}
 
-    /// Files for the client, to be closed when they have been sent.
-    UniqueFd& RequestFile() noexcept { return memory_.requestFile; }
-    UniqueFd& AnswerFile() noexcept { return memory_.answerFile; }
+    /// Files for the client.
+    const UniqueFd& RequestFile() const noexcept { return memory_.requestFile; }
+    const UniqueFd& AnswerFile() const noexcept { return memory_.answerFile; }
+
+    /// They have been sent.
+    void CloseFiles() noexcept;
 
     /// The number of the newest request; the client may write anything there.
     std::uint64_t RequestNumber() const noexcept { return memory_.requests->request.load(); }
@@ -44,7 +47,7 @@ public:
     /// connection.
     bool FitsAnswer(const Prelude& prelude) noexcept {
         const std::size_t room = SlotRoom(prelude);
-        return room <= answerRoom_ || room <= FindAnswerRoom();
+        return room <= answerRoom_ || (memory_.answerFile && room <= FindAnswerRoom());
     }
 
     /// Answers with a frame that fits. False when the client looks for it no more, and has to be
@@ -62,7 +65,6 @@ private:
     ServiceMemory memory_;
     /// At first what the slot has in the page that the service's own numbers stand in.
     std::size_t answerRoom_ = kSharedPage - offsetof(AnswerPages, slot);
-    bool hasFoundRoom_ = false;
     std::uint64_t answered_ = 0;
     Polling state_ = kAsleep;
 };

@@ -16,21 +16,6 @@
 namespace zam_platform {
 namespace {
 
-/// How often the rest of the loop is run between two looks, and how long at most: there may always
-/// be more of it.
-constexpr std::chrono::microseconds kLoopPeriod{5};
-constexpr std::chrono::microseconds kLoopSlice{20};
-
-/// A connection keeps its memory for so long after a call against others of its own user, and for
-/// so long against users who have no more, or one more; against poorer ones, not at all.
-constexpr std::chrono::milliseconds kHotFor{100};
-constexpr std::chrono::seconds kIdleFor{1};
-
-/// How often a user's connections get memory: a burst, and then one in this time. Making it and
-/// letting go of it takes some 20 us, and a client may keep what it was given.
-constexpr int kMostGrants = 32;
-constexpr std::chrono::milliseconds kGrantTime{100};
-
 std::uint16_t OwnCpu() noexcept {
     const int cpu = ::sched_getcpu();
     return cpu >= 0 && cpu < std::numeric_limits<std::uint16_t>::max()
@@ -46,7 +31,8 @@ SlotPoller::SlotPoller(asio::io_context& loop, Nanoseconds cap, std::chrono::mil
       kept_(kept),
       leave_(cap, isOn_ ? SocketRoundTrip() : Nanoseconds(0), Clock::now()),
       unused_(loop, [this] { GiveUpUnused(); }),
-      grants_(kMostGrants, kGrantTime),
+      grants_(MemoryGranting::kMostAtOnce, MemoryGranting::kTime),
+      grantsOfLong_(MemoryGranting::kMostOfLong, MemoryGranting::kTimeOfLong),
       vainPolls_(UserPolling::kMostPieces, UserPolling::kPieceTime) {}
 
 bool SlotPoller::IsElsewhere(const CallHints& hints) noexcept {
@@ -76,7 +62,8 @@ SlotPoller::Place* SlotPoller::YieldingTo(uid_t user) noexcept {
         }
         // Nobody gets a place from who would be the poorer for it, unless that rests for long.
         const auto idle = now - place.lastUse;
-        const bool yields = idle >= kIdleFor || (idle >= kHotFor && place.user == user) ||
+        const bool yields = idle >= PlaceKeeping::kFromAnyone ||
+                            (idle >= PlaceKeeping::kFromOwnUser && place.user == user) ||
                             PlacesOf(place.user) > own + 1;
         if (yields && (found == nullptr || place.lastUse < found->lastUse)) {
             found = &place;
@@ -86,7 +73,9 @@ SlotPoller::Place* SlotPoller::YieldingTo(uid_t user) noexcept {
 }
 
 bool SlotPoller::MayAdmit(uid_t user) noexcept {
-    return YieldingTo(user) != nullptr && grants_.Take(user, Clock::now());
+    const auto now = Clock::now();
+    return YieldingTo(user) != nullptr && grantsOfLong_.Has(user, now) && grants_.Take(user, now) &&
+           grantsOfLong_.Take(user, now);
 }
 
 bool SlotPoller::Admit(ServerConnection& connection, uid_t user) {
@@ -174,7 +163,8 @@ void SlotPoller::BeforeAnswer(ServerConnection& connection, const CallHints& hin
 
 bool SlotPoller::HasHotOtherThan(uid_t user, Clock::time_point now) const noexcept {
     return std::any_of(places_.begin(), places_.end(), [user, now](const Place& place) {
-        return place.connection != nullptr && place.user != user && now - place.lastClose < kHotFor;
+        return place.connection != nullptr && place.user != user &&
+               now - place.lastClose < PlaceKeeping::kFromOwnUser;
     });
 }
 
@@ -273,10 +263,10 @@ void SlotPoller::Poll() {
             leave_.EndPoll(now, now - begin, true);
             begin = last = Clock::now();
         }
-        if (const auto sinceRound = last - lastRound; sinceRound >= kLoopPeriod) {
+        if (const auto sinceRound = last - lastRound; sinceRound >= LoopSharing::kPeriod) {
             // Sockets get as much time as handlers have had, or calls of long ones would starve
             // them.
-            const auto slice = std::max<Clock::duration>(kLoopSlice, sinceRound);
+            const auto slice = std::max<Clock::duration>(LoopSharing::kSlice, sinceRound);
             if (const auto end = RunLoop(last, slice); end != last) {
                 begin += end - last;
                 last = end;

@@ -102,6 +102,7 @@ private:
     std::size_t polled_ = 0;
     Alarm unused_;
     UserAllowances grants_;
+    UserAllowances grantsOfLong_;
     UserAllowances vainPolls_;
     alignas(8) std::array<unsigned char, kRequestSlotBytes> frame_;
 };

@@ -23,7 +23,7 @@ constexpr std::string_view kFile = "/cpu.max";
 
 /// A path or a short file's text, in no memory but its own.
 struct Text {
-    std::array<char, 1024> bytes{};
+    std::array<char, 4096> bytes{};
     std::size_t size = 0;
 
     std::string_view View() const noexcept { return {bytes.data(), size}; }

@@ -7,8 +7,6 @@
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 
 #include "shared/shared_pages.h"
@@ -54,8 +52,8 @@ void Seal(const UniqueFd& file, int seals) {
 }
 
 template <typename Pages>
-SharedMapping<Pages> Map(const UniqueFd& file, std::size_t bytes, int protection, int flags = 0) {
-    void* const address = ::mmap(nullptr, bytes, protection, MAP_SHARED | flags, file.Get(), 0);
+SharedMapping<Pages> Map(const UniqueFd& file, std::size_t bytes, int protection) {
+    void* const address = ::mmap(nullptr, bytes, protection, MAP_SHARED, file.Get(), 0);
     if (address == MAP_FAILED) {
         throw PosixError("mapping of shared memory", errno);
     }
@@ -64,7 +62,17 @@ SharedMapping<Pages> Map(const UniqueFd& file, std::size_t bytes, int protection
     if (::madvise(address, bytes, MADV_DONTFORK) != 0) {
         throw PosixError("mapping of shared memory", errno);
     }
+    // A huge page would count as all of it; kernels without them refuse the advice.
+    ::madvise(address, bytes, MADV_NOHUGEPAGE);
     return mapping;
+}
+
+template <typename Pages>
+void Touch(const SharedMapping<Pages>& mapping, std::size_t bytes) noexcept {
+    const auto* const words = reinterpret_cast<const SharedWord*>(mapping.operator->());
+    for (std::size_t offset = 0; offset < bytes; offset += kSharedPage) {
+        words[offset / sizeof(SharedWord)].load(std::memory_order_relaxed);
+    }
 }
 
 void Check(const UniqueFd& file, std::size_t bytes) {
@@ -102,14 +110,11 @@ template class SharedMapping<const RequestPages>;
 template class SharedMapping<AnswerPages>;
 template class SharedMapping<const AnswerPages>;
 
-std::size_t PresentBytes(const SharedMapping<AnswerPages>& answers) noexcept {
-    std::array<unsigned char, kAnswerFileBytes / kSharedPage> pages{};
-    if (::mincore(answers.operator->(), kAnswerFileBytes, pages.data()) != 0) {
-        return 0;
-    }
-    const auto missing = std::find_if(pages.begin(), pages.end(),
-                                      [](unsigned char page) { return (page & 1U) == 0; });
-    return static_cast<std::size_t>(missing - pages.begin()) * kSharedPage;
+bool AreAnswersThere(const UniqueFd& answerFile) noexcept {
+    constexpr std::size_t kBlockBytes = 512;
+    struct stat status {};
+    return ::fstat(answerFile.Get(), &status) == 0 &&
+           static_cast<std::size_t>(status.st_blocks) >= kAnswerFileBytes / kBlockBytes;
 }
 
 bool IsCommitStrict() noexcept {
@@ -139,9 +144,11 @@ ServiceMemory MakeServiceMemory() {
     memory.answers = Map<AnswerPages>(memory.answerFile, kAnswerFileBytes, PROT_READ | PROT_WRITE);
     Seal(memory.requestFile, kSizeSeals);
     // Before Linux 5.1 there is no such seal, and a client could spoil the answers to itself.
-    if (::fcntl(memory.answerFile.Get(), F_ADD_SEALS, F_SEAL_FUTURE_WRITE) != 0 &&
-        errno != EINVAL) {
-        throw PosixError("seals of a file of shared memory", errno);
+    if (::fcntl(memory.answerFile.Get(), F_ADD_SEALS, F_SEAL_FUTURE_WRITE) != 0) {
+        if (errno != EINVAL) {
+            throw PosixError("seals of a file of shared memory", errno);
+        }
+        memory.canPagesOfAnswersGo = true;
     }
     Seal(memory.answerFile, kSizeSeals);
     return memory;
@@ -152,7 +159,9 @@ ClientMemory MapClientMemory(const UniqueFd& requestFile, const UniqueFd& answer
     Check(answerFile, kAnswerFileBytes);
     ClientMemory memory;
     memory.requests = Map<RequestPages>(requestFile, kRequestFileBytes, PROT_READ | PROT_WRITE);
-    memory.answers = Map<const AnswerPages>(answerFile, kAnswerFileBytes, PROT_READ, MAP_POPULATE);
+    memory.answers = Map<const AnswerPages>(answerFile, kAnswerFileBytes, PROT_READ);
+    Touch(memory.requests, kRequestFileBytes);
+    Touch(memory.answers, kAnswerFileBytes);
     return memory;
 }
 

@@ -42,14 +42,15 @@ struct ServiceMemory {
     SharedMapping<AnswerPages> answers;
     UniqueFd requestFile;
     UniqueFd answerFile;
+    bool canPagesOfAnswersGo = false;  ///< the client may take them out of the file again
 };
 
 /// Makes both files, zero-filled and sealed: their sizes are for good, and where the kernel can, no
 /// one else may write the answers'. Throws `PlatformError`.
 ServiceMemory MakeServiceMemory();
 
-/// Bytes from the beginning of the answers' file whose pages are there, which costs a system call.
-std::size_t PresentBytes(const SharedMapping<AnswerPages>& answers) noexcept;
+/// Whether all pages of the answers' file are there, which costs a system call.
+bool AreAnswersThere(const UniqueFd& answerFile) noexcept;
 
 /// Whether this machine promises no more memory than it has (`vm.overcommit_memory` is 2), or this
 /// process may not have it. There a page that is missing may end whoever touches it by a signal,
@@ -64,8 +65,8 @@ struct ClientMemory {
 };
 
 /// Maps files that a service has sent, when they are what they must be: of the exact sizes, which
-/// are sealed, so that no access ends in a signal. The answers' pages are there behind that, and
-/// count as this process's: services write to no others. Throws `PlatformError`.
+/// are sealed, so that no access ends in a signal. Their pages are there behind that, and count as
+/// this process's: services write to no others. Throws `PlatformError`.
 ClientMemory MapClientMemory(const UniqueFd& requestFile, const UniqueFd& answerFile);
 
 }  // namespace zam_platform
