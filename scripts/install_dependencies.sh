@@ -15,7 +15,7 @@ for task in "$@"; do
       # building fast.
       packages+=(
         libgtest-dev libgmock-dev zlib1g-dev clang clang-14 clang-format-14
-        abigail-tools doxygen dpkg-dev file groff-base openssl systemd binutils
+        abigail-tools doxygen dpkg-dev file groff-base openssl python3 systemd binutils
         ccache mold
       )
       ;;
