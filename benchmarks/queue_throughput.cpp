@@ -48,7 +48,9 @@ public:
     std::size_t Take() {
         std::list<int> taken;
         queue_.PopAll(taken);
-        return taken.size();
+        const std::size_t count = taken.size();
+        queue_.GiveBack(taken);
+        return count;
     }
 
 private:

@@ -16,15 +16,19 @@ constexpr std::array<const char*, kKindCount> kKindNames{
 /// build with sanitizers and without optimisation.
 constexpr unsigned kRecursionLevels = 64;
 
-/// Levels of copying that are on this thread's stack.
+/// Levels of copying, and of destroying, that are on this thread's stack.
 thread_local unsigned copyLevels = 0;
+thread_local unsigned destroyLevels = 0;
 
-class CopyLevel {
+class Level {
 public:
-    CopyLevel() noexcept { ++copyLevels; }
-    CopyLevel(const CopyLevel&) = delete;
-    CopyLevel& operator=(const CopyLevel&) = delete;
-    ~CopyLevel() { --copyLevels; }
+    explicit Level(unsigned& levels) noexcept : levels_(levels) { ++levels_; }
+    Level(const Level&) = delete;
+    Level& operator=(const Level&) = delete;
+    ~Level() { --levels_; }
+
+private:
+    unsigned& levels_;
 };
 
 std::uint64_t Bits(double number) noexcept {
@@ -73,7 +77,7 @@ auto TValue<Tag>::CopyContainer(const TValue& from) -> Storage {
     if (copyLevels == kRecursionLevels) {
         return CopyWithoutRecursion(from);
     }
-    const CopyLevel level;
+    const Level level(copyLevels);
     return from.storage_;
 }
 
@@ -113,32 +117,18 @@ auto TValue<Tag>::CopyWithoutRecursion(const TValue& from) -> Storage {
 
 template <typename Tag>
 void TValue<Tag>::DestroyChildren() noexcept {
-    if (HasChildren()) {
-        DestroyChildren(*this, kRecursionLevels);
+    if (!HasChildren()) {
+        return;
     }
-}
-
-template <typename Tag>
-void TValue<Tag>::DestroyChildren(TValue& node, unsigned depth) noexcept {
-    const auto empty = [depth](TValue& child) {
-        if (child.HasChildren()) {
-            if (depth == 0) {
-                DestroyWithoutRecursion(child);
-            } else {
-                DestroyChildren(child, depth - 1);
-            }
-        }
-    };
-    if (auto* vector = node.template GetIf<Vector>()) {
-        for (TValue& child : *vector) {
-            empty(child);
-        }
+    if (destroyLevels == kRecursionLevels) {
+        DestroyWithoutRecursion(*this);
+        return;
+    }
+    const Level level(destroyLevels);
+    if (auto* vector = GetIf<Vector>()) {
         vector->clear();
-    } else if (auto* map = node.template GetIf<Map>()) {
-        for (auto& [key, child] : *map) {
-            empty(child);
-        }
-        map->clear();
+    } else {
+        GetIf<Map>()->clear();
     }
 }
 

@@ -295,7 +295,6 @@ private:
     static Storage CopyContainer(const TValue& from);
     static Storage CopyWithoutRecursion(const TValue& from);
     void DestroyChildren() noexcept;
-    static void DestroyChildren(TValue& node, unsigned depth) noexcept;
     static void DestroyWithoutRecursion(TValue& node) noexcept;
     static bool Compare(const TValue& left, const TValue& right, bool bitwise);
 

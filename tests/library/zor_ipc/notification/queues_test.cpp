@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <list>
 #include <memory>
+#include <set>
 #include <thread>
 #include <type_traits>
 #include <utility>
@@ -202,6 +203,68 @@ TEST(BlockingQueue, TakesNegativeValues) {
     std::list<int> values;
     queue.PopAll(values);
     EXPECT_THAT(values, ElementsAre(-1));
+}
+
+std::set<const int*> PlacesOf(const std::list<int>& values) {
+    std::set<const int*> places;
+    for (const int& value : values) {
+        places.insert(&value);
+    }
+    return places;
+}
+
+TEST(BlockingQueue, UsesElementsAgainThatAreGivenBack) {
+    StateQueue queue;
+    std::list<int> values;
+    for (const int value : {4, 5, 6}) {
+        queue.Push(value);
+    }
+    queue.PopAll(values);
+    const std::set<const int*> places = PlacesOf(values);
+    for (int round = 0; round < 3; ++round) {
+        queue.GiveBack(values);
+        EXPECT_THAT(values, IsEmpty());
+        for (const int value : {1, 1, 2}) {
+            queue.Push(value);
+        }
+        queue.PopAll(values);
+        EXPECT_THAT(values, ElementsAre(1, 1, 2));
+        EXPECT_EQ(PlacesOf(values), places);
+    }
+}
+
+TEST(BlockingQueue, KeepsNoMoreElementsThanABusyBatchHas) {
+    constexpr int kMost = 4096;
+    StateQueue queue;
+    std::list<int> few(kMost);
+    std::list<int> one(1);
+    const std::set<const int*> places = PlacesOf(few);
+    queue.GiveBack(few);
+    queue.GiveBack(one);
+    EXPECT_THAT(one, IsEmpty());
+    for (int value = 0; value <= kMost; ++value) {
+        queue.Push(value);
+    }
+    std::list<int> values;
+    queue.PopAll(values);
+    ASSERT_EQ(values.size(), std::size_t{kMost} + 1);
+    EXPECT_EQ(places.count(&values.back()), 0U) << "there was no other left";
+    values.pop_back();
+    EXPECT_EQ(PlacesOf(values), places);
+    for (int value = kMost; !values.empty(); values.pop_back()) {
+        EXPECT_EQ(values.back(), --value);
+    }
+}
+
+TEST(BlockingQueue, DropsWhatComesBehindItsEndWhateverItWasGivenBack) {
+    StateQueue queue;
+    std::list<int> values{1, 2};
+    queue.GiveBack(values);
+    queue.Push(3);
+    queue.Close();
+    queue.Push(4);
+    queue.PopAll(values);
+    EXPECT_THAT(values, ElementsAre(3));
 }
 
 TEST(UniqueDataQueue, KeepsAValueOnceAtThePlaceOfItsFirstArrival) {

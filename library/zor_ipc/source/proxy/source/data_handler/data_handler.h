@@ -191,6 +191,9 @@ private:
             if (result < 0) {
                 return result;
             }
+            if constexpr (requires { run.queue.GiveBack(batch); }) {
+                run.queue.GiveBack(batch);
+            }
         }
         return qel::kNoError;
     }
