@@ -1,15 +1,14 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "support/memory_peer.h"
+#include "support/refusal.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_platform::testing {
@@ -18,29 +17,6 @@ namespace {
 /// What a client may not do with memory, and what comes of it.
 class ServerMemoryRules : public ::testing::Test {
 protected:
-    /// The refusal's reason, behind which the connection has ended.
-    std::int32_t Refusal(const RawSocket& socket) {
-        const Bytes rest = socket.ReadToEnd();
-        Prelude prelude;
-        if (rest.size() != kPreludeBytes ||
-            DecodePrelude(rest.data(), prelude) != FrameFault::None ||
-            prelude.kind != FrameKind::Refusal) {
-            ADD_FAILURE() << "no refusal but " << ToHex(rest);
-        }
-        return prelude.status;
-    }
-
-    void ExpectRefused(const RawSocket& socket, std::int32_t status, const std::string& text) {
-        SCOPED_TRACE(text);
-        EXPECT_EQ(Refusal(socket), status);
-        const auto records = logger_.Records();
-        ASSERT_EQ(records.size(), 1U);
-        EXPECT_EQ(records[0].text, "client of user " + std::to_string(::geteuid()) + ": " + text +
-                                       ": connection closed");
-        EXPECT_EQ(records[0].level, zor::logger::kLevelError);
-        logger_.Clear();
-    }
-
     zam_connector::testing::RecordingLogger logger_;
     TestServer server_{{.spinCap = std::chrono::microseconds(50)}};
 };
@@ -99,7 +75,7 @@ TEST_F(ServerMemoryRules, AreThoseOfFramesForWhatAClientLeavesThere) {
         MemoryPeer peer(server_);
         peer.Put(1, row.frame);
         peer.Look(1);
-        ExpectRefused(peer.Socket(), row.status, row.text);
+        ExpectRefused(peer.Socket(), logger_, row.status, row.text);
         EXPECT_EQ(peer.Answers().taken.load(), 1U);
         EXPECT_EQ(peer.Answers().answer.load(), 0U);
     }
@@ -129,7 +105,7 @@ TEST_F(ServerMemoryRules, RefuseLooksAtWhatIsNotThere) {
         peer.Socket().ReadFrame();
         peer.Put(row.request, CallFrame(row.request, kEcho, 1));
         peer.Look(row.look);
-        ExpectRefused(peer.Socket(), 19, row.text);
+        ExpectRefused(peer.Socket(), logger_, 19, row.text);
         EXPECT_EQ(peer.Answers().taken.load(), 0U);
     }
     EXPECT_EQ(server_.Endpoint().Calls().size(), std::size(rows));
@@ -155,7 +131,8 @@ TEST_F(ServerMemoryRules, RefuseACallBesideOneThatWaits) {
     server_.Endpoint().AwaitHeld(1);
     peer.Put(2, CallFrame(2, kEcho, 2));
     peer.Look(2);
-    ExpectRefused(peer.Socket(), 19, "call while another is in flight on the same connection");
+    ExpectRefused(peer.Socket(), logger_, 19,
+                  "call while another is in flight on the same connection");
     EXPECT_EQ(server_.Endpoint().Calls().size(), 1U);
 }
 
@@ -183,11 +160,11 @@ TEST_F(ServerMemoryRules, HoldForWhatAsksForMemory) {
     for (const FrameRow& row : rows) {
         const RawSocket client = server_.Greet();
         client.Send(row.frame);
-        ExpectRefused(client, 19, row.text);
+        ExpectRefused(client, logger_, 19, row.text);
     }
     const RawSocket stranger = server_.Connect();
     stranger.Send(MemoryRequestFrame());
-    ExpectRefused(stranger, 19, "frame before the greeting");
+    ExpectRefused(stranger, logger_, 19, "frame before the greeting");
 }
 
 TEST_F(ServerMemoryRules, HoldForThoseWhoHaveMemory) {
@@ -205,7 +182,7 @@ TEST_F(ServerMemoryRules, HoldForThoseWhoHaveMemory) {
     for (const FrameRow& row : rows) {
         MemoryPeer peer(server_);
         peer.Socket().Send(row.frame);
-        ExpectRefused(peer.Socket(), 19, row.text);
+        ExpectRefused(peer.Socket(), logger_, 19, row.text);
     }
 }
 

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <string>
 #include <vector>
 
+#include "support/refusal.h"
 #include "support/test_server.h"
 #include "zam_connector_testing/recording_logger.h"
 
@@ -113,19 +113,9 @@ std::vector<RuleRow> CallRules() {
 class ServerRules : public ::testing::TestWithParam<std::vector<RuleRow> (*)()> {
 protected:
     void ExpectRefusal(const RuleRow& row, const Bytes& frame) {
-        SCOPED_TRACE(row.text);
-        logger_.Clear();
         const RawSocket client = row.greets ? server_.Greet() : server_.Connect();
         client.Send(frame);
-        EXPECT_EQ(ToHex(client.ReadToEnd()), ToHex(StatusFrame(FrameKind::Refusal, 0, row.status)));
-        ASSERT_EQ(logger_.Records().size(), 1U);
-        const auto record = logger_.Records()[0];
-        EXPECT_EQ(record.text, "client of user " + std::to_string(::geteuid()) + ": " + row.text +
-                                   ": connection closed");
-        EXPECT_EQ(record.level, zor::logger::kLevelError);
-        EXPECT_EQ(record.file, "server_connection");
-        EXPECT_EQ(record.function, "Refuse");
-        EXPECT_GT(record.line, 0);
+        ExpectRefused(client, logger_, row.status, row.text);
     }
 
     zam_connector::testing::RecordingLogger logger_;

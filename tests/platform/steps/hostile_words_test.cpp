@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <deque>
@@ -8,6 +7,7 @@
 
 #include "steps/stepping_server.h"
 #include "support/memory_peer.h"
+#include "support/refusal.h"
 #include "zam_connector_testing/recording_logger.h"
 
 namespace zam_platform::testing {
@@ -91,17 +91,6 @@ protected:
 
     std::uint64_t LastNumber() const { return GetParam() == FoundBy::LastLook ? 3 : 2; }
 
-    void ExpectRefused(const RawSocket& socket, std::int32_t status, const std::string& text) {
-        SCOPED_TRACE(text);
-        EXPECT_EQ(ToHex(socket.ReadToEnd()), ToHex(StatusFrame(FrameKind::Refusal, 0, status)));
-        const auto records = logger_.Records();
-        ASSERT_EQ(records.size(), 1U);
-        EXPECT_EQ(records[0].text, "client of user " + std::to_string(::geteuid()) + ": " + text +
-                                       ": connection closed");
-        EXPECT_EQ(records[0].level, zor::logger::kLevelError);
-        logger_.Clear();
-    }
-
     void ExpectOnlySoundCallsWereServed() {
         EXPECT_EQ(server_->Endpoint().Calls().size(), sound_);
         EXPECT_EQ(server_->Connections(), 1U);
@@ -122,7 +111,7 @@ TEST_P(HostileWords, EndTheirConnectionWhenTheyAreNoNextNumber) {
           (last + 1) | std::uint64_t{1} << 63U, (last + 1) | std::uint64_t{1} << 32U}) {
         MemoryPeer peer = NewHotPeer();
         LeaveForIt(peer, [&] { peer.Put(number, HotCall(number)); });
-        ExpectRefused(peer.Socket(), kStatusBadRequest,
+        ExpectRefused(peer.Socket(), logger_, kStatusBadRequest,
                       "request " + std::to_string(number) + " in shared memory, not " +
                           std::to_string(last + 1));
         EXPECT_EQ(peer.Answers().taken.load(), last);
@@ -155,7 +144,7 @@ TEST_P(HostileWords, EndTheirConnectionWhenTheyAreNoFrameOfThatNumber) {
     for (const Row& row : rows) {
         MemoryPeer peer = NewHotPeer();
         LeaveForIt(peer, [&] { peer.Put(next, row.frame); });
-        ExpectRefused(peer.Socket(), row.status, row.text);
+        ExpectRefused(peer.Socket(), logger_, row.status, row.text);
         EXPECT_EQ(peer.Answers().taken.load(), next);
         ExpectOtherIsServed();
     }
@@ -182,7 +171,7 @@ TEST_P(HostileWords, EndTheirConnectionWhenTheyRepeatACallOfTheSocket) {
         stage_.PollFor(kPollsForEver);
         stage_.Go(Side::Service);
     }
-    ExpectRefused(peer.Socket(), kStatusBadRequest, "request 3 in shared memory, not 4");
+    ExpectRefused(peer.Socket(), logger_, kStatusBadRequest, "request 3 in shared memory, not 4");
     ExpectOtherIsServed();
     ExpectOnlySoundCallsWereServed();
 }

@@ -6,11 +6,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <string>
 #include <utility>
 
 #include "steps/stepping_server.h"
 #include "support/memory_peer.h"
+#include "support/refusal.h"
 #include "support/require.h"
 #include "support/shared_link.h"
 #include "zam_connector_testing/recording_logger.h"
@@ -53,16 +53,6 @@ protected:
         stage_.Go(Side::Service);
     }
 
-    void ExpectRefused(const RawSocket& socket, const std::string& text) {
-        EXPECT_EQ(socket.ReadFrame().prelude.status, kStatusBadRequest);
-        EXPECT_TRUE(socket.EndsNow());
-        const auto records = logger_.Records();
-        ASSERT_EQ(records.size(), 1U);
-        EXPECT_EQ(records[0].text, "client of user " + std::to_string(::geteuid()) + ": " + text +
-                                       ": connection closed");
-        logger_.Clear();
-    }
-
     Stage& stage_ = Stage::Get();
     zam_connector::testing::RecordingLogger logger_;
     SteppingServer server_;
@@ -97,7 +87,7 @@ TEST_F(MissingRequestPages, AreReadAsZerosAndEndTheirConnection) {
                 EXPECT_EQ(ToHex(peer.Socket().Read(kPreludeBytes)), ToHex(LookFrame(kNumber)));
                 EXPECT_EQ(MessageIn(peer.AwaitAnswer(kNumber).fixed).value, kNumber);
             }
-            ExpectRefused(peer.Socket(), text);
+            ExpectRefused(peer.Socket(), logger_, kStatusBadRequest, text);
             EXPECT_EQ(server_->Endpoint().Calls().size(), before + (isServed ? 3U : 2U));
         }
     }
