@@ -1,11 +1,17 @@
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "support/descriptors.h"
@@ -378,6 +384,50 @@ TEST_F(SharedChannelTest, LeavesNothingOfItsMemoryToAChild) {
     peer.Answer(2, 102);
     ExpectAnswer(102);
     EXPECT_EQ(link_.Connections(), 1U);
+}
+
+/// Where this process has memory for calls mapped.
+std::vector<std::pair<void*, std::size_t>> RangesOfMemory() {
+    std::vector<std::pair<void*, std::size_t>> ranges;
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find("memfd:zam_") != std::string::npos) {
+            std::size_t dash = 0;
+            const std::uintptr_t begin = std::stoull(line, &dash, 16);
+            const std::uintptr_t end = std::stoull(line.substr(dash + 1), nullptr, 16);
+            ranges.emplace_back(reinterpret_cast<void*>(begin), end - begin);
+        }
+    }
+    return ranges;
+}
+
+/// What an application does around `fork` by itself, such as an allocator, may come first.
+TEST_F(SharedChannelTest, TakesNothingAwayThatAChildHasInThePlaceOfItsMemory) {
+    Begin();
+    const auto ranges = RangesOfMemory();
+    ASSERT_GE(ranges.size(), 4U) << "of both ends";
+    link_.PrepareAnswer(201);
+    (*link_).LockForFork();
+    const pid_t child = ::fork();
+    if (child == 0) {
+        for (const auto& [address, bytes] : ranges) {
+            if (::mmap(address, bytes, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0) != address) {
+                ::_exit(2);
+            }
+        }
+        (*link_).RestartInChild();
+        TestCall call;
+        const bool isAnswered = call.On(*link_) == kStatusOk && call.Value() == 201;
+        for (const auto& [address, bytes] : ranges) {
+            std::memset(address, 1, bytes);
+        }
+        ::_exit(isAnswered ? 0 : 1);
+    }
+    (*link_).UnlockInParent();
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
 
 }  // namespace

@@ -20,11 +20,16 @@ namespace {
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
 thread_local Side g_side = Side::Client;
+thread_local bool g_passesBy = false;
 
 }  // namespace
 
 void Become(Side side) noexcept {
     g_side = side;
+}
+
+void PassBy() noexcept {
+    g_passesBy = true;
 }
 
 Stage& Stage::Get() {
@@ -80,7 +85,7 @@ void Stage::OnStep(Step step) noexcept {
     counts_[static_cast<std::size_t>(step)].fetch_add(1, kRelaxed);
     Gate& gate = Of(SideOf(step));
     const std::uint64_t order = gate.order.load(kRelaxed);
-    if ((order & BitOf(step)) == 0) {
+    if ((order & BitOf(step)) == 0 || g_passesBy) {
         return;
     }
     const std::uint64_t number = order >> kNumberShift << kNumberShift;

@@ -20,6 +20,9 @@ enum class Side : std::size_t { Client, Service };
 /// Says which side the calling thread is. Threads are clients that say nothing.
 void Become(Side side) noexcept;
 
+/// The calling thread is held nowhere from now on: for a child whose parent is held.
+void PassBy() noexcept;
+
 /// Lies in memory that forked processes share. Loads and stores are relaxed, so that no order
 /// between the two sides comes from here.
 class Stage {
