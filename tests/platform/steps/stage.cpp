@@ -4,6 +4,7 @@
 #include <sched.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <chrono>
 #include <new>
 
@@ -52,6 +53,7 @@ void Stage::Reset() noexcept {
     }
     pollFor_.store(0, kRelaxed);
     waitsForEver_.store(true, kRelaxed);
+    ForgetHoles();
 }
 
 void Stage::Go(Side side, std::uint32_t holds) noexcept {
@@ -79,6 +81,19 @@ void Stage::Preempt(Side side, bool isPreempted) noexcept {
 
 bool Stage::IsPreempted(Side side) const noexcept {
     return Of(side).isPreempted.load(kRelaxed);
+}
+
+std::int64_t Stage::LongestHole() const noexcept {
+    return longestHole_.load(kRelaxed);
+}
+
+void Stage::ForgetHoles() noexcept {
+    longestHole_.store(0, kRelaxed);
+}
+
+void Stage::NoteHole(std::int64_t nanoseconds) noexcept {
+    // From the service's thread alone.
+    longestHole_.store(std::max(LongestHole(), nanoseconds), kRelaxed);
 }
 
 void Stage::OnStep(Step step) noexcept {
@@ -129,7 +144,10 @@ bool HasCpuForPolling(TimePoint /*now*/) noexcept {
     return true;
 }
 
-bool HasBeenPreempted(Nanoseconds /*hole*/) noexcept {
+bool HasBeenPreempted(Nanoseconds hole) noexcept {
+    if (testing::g_side == Side::Service) {
+        Stage::Get().NoteHole(hole.count());
+    }
     return Stage::Get().IsPreempted(testing::g_side);
 }
 

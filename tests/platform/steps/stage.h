@@ -57,6 +57,12 @@ public:
     void Preempt(Side side, bool isPreempted) noexcept;
     bool IsPreempted(Side side) const noexcept;
 
+    /// The longest time between two looks of the service at the clock, while it polls, since this
+    /// was forgotten.
+    std::int64_t LongestHole() const noexcept;
+    void ForgetHoles() noexcept;
+    void NoteHole(std::int64_t nanoseconds) noexcept;
+
     void OnStep(Step step) noexcept;
 
 private:
@@ -80,6 +86,7 @@ private:
     std::array<std::atomic<std::uint32_t>, kSteps> counts_{};
     std::atomic<std::int64_t> pollFor_{0};
     std::atomic<bool> waitsForEver_{true};
+    std::atomic<std::int64_t> longestHole_{0};  ///< in nanoseconds
 };
 
 /// Like `Await`, for what another thread or process does in a moment: asks without sleeping.
