@@ -3,6 +3,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <asio/io_context.hpp>
 #include <asio/post.hpp>
 #include <atomic>
@@ -12,9 +13,11 @@
 #include <deque>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "common/polling_policy.h"
 #include "support/memory_peer.h"
 #include "support/no_descriptors_left.h"
 #include "zam_connector_testing/recording_logger.h"
@@ -309,8 +312,10 @@ TEST_F(ServerMemoryShare, IsGivenUpWhenNobodyUsesIt) {
     EXPECT_TRUE(logger_.Records().empty());
 }
 
-Bytes CloseCall(std::uint64_t number, std::uint16_t operation = kEcho) {
-    return FrameOf({.kind = FrameKind::Call, .callNumber = number, .flags = kElsewhere.Flags()},
+Bytes CloseCall(std::uint64_t number, std::uint16_t operation = kEcho, Nanoseconds gap = {}) {
+    CallHints hints = kElsewhere;
+    hints.gap = EncodeGap(gap);
+    return FrameOf({.kind = FrameKind::Call, .callNumber = number, .flags = hints.Flags()},
                    MessageBytes(MakeMessage(operation, 80 + number)));
 }
 
@@ -342,9 +347,10 @@ public:
     explicit HintingClient(const TestServer& server)
         : socket_(server.Greet()), memory_(MemoryFor(socket_)) {}
 
-    /// Makes a call by the socket; true when the service begins to look for the next one.
-    bool Call() {
-        socket_.Send(CloseCall(++number_));
+    /// Makes a call by the socket, saying that calls are so far apart; true when the service begins
+    /// to look for the next one.
+    bool Call(Nanoseconds gap = {}) {
+        socket_.Send(CloseCall(++number_, kEcho, gap));
         while (!IsLookedFor() && !socket_.HasInput()) {
         }
         const bool isLookedFor = IsLookedFor();
@@ -418,6 +424,24 @@ TEST_F(ServerMemoryShare, IsLookedAtByTheServiceItselfAndThenLeftAlone) {
     });
     EXPECT_EQ(server.Endpoint().Calls().size(), number);
     EXPECT_TRUE(logger_.Records().empty());
+}
+
+TEST_F(ServerMemoryShare, IsNotLookedAtForCallsFurtherApartThanTheServiceIsToldToLook) {
+    using std::chrono::microseconds;
+    if (!HasTwoCpus()) {
+        GTEST_SKIP() << "the service polls for a client on another CPU";
+    }
+    TestServer server({.spinCap = microseconds(12)});
+    HintingClient client(server);
+    bool isLookedForClose = false;
+    Await("a look for a close call", [&] {
+        for (int far = 0; far < 100; ++far) {
+            Await("the end of a look", [&client] { return !client.IsLookedFor(); });
+            EXPECT_FALSE(client.Call(microseconds(20)));
+            isLookedForClose = client.Call() || isLookedForClose;
+        }
+        return isLookedForClose;
+    });
 }
 
 TEST_F(ServerMemoryShare, TakesHalfOfThePollsAtMostForWhoLiesBesideAnotherUser) {
