@@ -251,6 +251,68 @@ TEST_F(ServerMemoryShare, IsSharedOutAmongThreeUsers) {
     EXPECT_EQ(kept(second), 3);
 }
 
+/// Who has how many of the places, and who asks for one more.
+struct PlacesRow {
+    std::vector<std::size_t> places;  ///< of each user
+    std::size_t asking;
+    std::optional<std::size_t> giving;  ///< the user whose place that is; nobody's: none is given
+};
+
+/// A try at a row; nothing when it took as long as places take to rest.
+std::optional<bool> IsSharedOutAs(const PlacesRow& row) {
+    constexpr std::chrono::milliseconds kHotFor{100};
+    constexpr uid_t kFirst = 1000;
+    const ConnectingAs connecting(kFirst);
+    TestServer server({.spinCap = std::chrono::microseconds(50)}, {.ownUser = kFirst, .group = 1});
+    const auto begin = std::chrono::steady_clock::now();
+    std::vector<std::deque<MemoryPeer>> users(row.places.size());
+    for (std::size_t user = 0; user < users.size(); ++user) {
+        connecting.User(static_cast<uid_t>(kFirst + user));
+        while (users[user].size() < row.places[user]) {
+            users[user].emplace_back(server, static_cast<unsigned char>(16 * user));
+        }
+    }
+    connecting.User(static_cast<uid_t>(kFirst + row.asking));
+    const RawSocket next = server.Greet(static_cast<unsigned char>(16 * row.asking));
+    next.Send(MemoryRequestFrame());
+    const bool isGiven = ReadFrameWithFiles(next).files.size() == 2;
+    if (std::chrono::steady_clock::now() - begin >= kHotFor) {
+        return std::nullopt;
+    }
+    bool isAsTold = isGiven == row.giving.has_value();
+    for (std::size_t user = 0; user < users.size(); ++user) {
+        for (std::size_t index = 0; index < users[user].size(); ++index) {
+            // Of a user's places the one that rests for longest.
+            const bool isTaken = users[user][index].Answers().polling.load() == kGivenUp;
+            isAsTold = isAsTold && isTaken == (row.giving == user && index == 0);
+        }
+    }
+    return isAsTold;
+}
+
+TEST_F(ServerMemoryShare, GoesToNobodyWhoWouldBeTheRicherForItWhileItIsUsed) {
+    constexpr std::nullopt_t kNobody = std::nullopt;
+    const PlacesRow rows[] = {
+        {{8}, 0, kNobody},    {{4, 4}, 0, kNobody},    {{4, 4}, 1, kNobody},
+        {{5, 3}, 0, kNobody}, {{7, 1}, 0, kNobody},    {{4, 3, 1}, 1, kNobody},
+        {{5, 3}, 1, 0U},      {{3, 3, 2}, 2, kNobody}, {{4, 2, 2}, 2, 0U},
+        {{7, 1, 0}, 2, 0U},   {{2, 5, 1}, 2, 1U},      {{2, 2, 2, 2, 0}, 4, 0U},
+    };
+    for (const PlacesRow& row : rows) {
+        std::string name;
+        for (const std::size_t places : row.places) {
+            name += std::to_string(places) + ' ';
+        }
+        SCOPED_TRACE(name + "asks " + std::to_string(row.asking));
+        std::optional<bool> isAsTold;
+        Await("a quick try", [&] {
+            isAsTold = IsSharedOutAs(row);
+            return isAsTold.has_value();
+        });
+        EXPECT_TRUE(isAsTold.value_or(false));
+    }
+}
+
 /// How many of so many clients get memory that come and go one after the other.
 std::size_t GrantsAmong(std::size_t clients, const TestServer& server) {
     std::size_t granted = 0;
