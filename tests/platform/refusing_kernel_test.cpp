@@ -141,9 +141,9 @@ TEST_F(RefusingKernelOfTheService, LeavesItsClientsTheSocketWhereItRefusesMore) 
     EXPECT_TRUE(logger_.Records().empty());
 }
 
-/// Then it is as if the client had touched none of them but the first.
-TEST_F(RefusingKernelOfTheService, MayNotTellWhichPagesOfTheAnswersAreThere) {
-    Refuse({SYS_mincore, ENOSYS, {}});
+/// A client may take pages out of its answers again then, and would have the service bring them in.
+TEST_F(RefusingKernelOfTheService, GetsNoAnswersBeyondTheFirstPageWithoutThatSeal) {
+    Refuse(WithoutSeal(F_SEAL_FUTURE_WRITE, EINVAL));
     MemoryPeer peer(server_);
     constexpr std::size_t kMost =
         kSharedPage - offsetof(AnswerPages, slot) - kPreludeBytes - sizeof(TestMessage);
